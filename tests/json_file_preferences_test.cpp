@@ -1,0 +1,127 @@
+#include "settings/json_file_preferences.h"
+
+#include "support/fake_time.h"
+#include "support/temp_prefs.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <sys/stat.h>
+
+using namespace tappix;
+using namespace std::chrono_literals;
+
+namespace {
+
+QStringList keptAside(const test::TempPrefs& prefs) {
+    return QDir(QFileInfo(prefs.path).absolutePath())
+        .entryList({QStringLiteral("preferences.json.corrupt-*")}, QDir::Files);
+}
+
+} // namespace
+
+TEST(JsonFilePreferences, MissingFileIsEmptyAndNotCreated) {
+    test::FakeTime time;
+    test::TempPrefs prefs;
+    {
+        JsonFilePreferences store(prefs.path, time);
+        EXPECT_FALSE(store.contains(QStringLiteral("volume")));
+        EXPECT_TRUE(store.value(QStringLiteral("volume")).isUndefined());
+    }
+    EXPECT_FALSE(prefs.exists());
+}
+
+TEST(JsonFilePreferences, WritesAreCoalescedAtomicAndPrivate) {
+    test::FakeTime time;
+    test::TempPrefs prefs;
+    JsonFilePreferences store(prefs.path, time);
+    for (int i = 0; i < 50; ++i)
+        store.setValue(QStringLiteral("volume"), i / 100.0);
+    EXPECT_FALSE(prefs.exists());
+    time.advance(JsonFilePreferences::kWriteDelay);
+    EXPECT_EQ(store.writeCount(), 1);
+    EXPECT_DOUBLE_EQ(prefs.read().value(QStringLiteral("volume")).toDouble(), 0.49);
+
+    struct stat info {};
+    ASSERT_EQ(::stat(prefs.path.toLocal8Bit().constData(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
+    // Nothing but the file itself is left in the directory (no temporary files).
+    EXPECT_EQ(QDir(QFileInfo(prefs.path).absolutePath()).entryList(QDir::Files).size(), 1);
+}
+
+TEST(JsonFilePreferences, DestructionAndSyncWritePendingChanges) {
+    test::FakeTime time;
+    test::TempPrefs prefs;
+    {
+        JsonFilePreferences store(prefs.path, time);
+        store.setValue(QStringLiteral("a"), true);
+        store.sync();
+        EXPECT_EQ(prefs.read().value(QStringLiteral("a")), QJsonValue(true));
+        store.setValue(QStringLiteral("b"), QStringLiteral("x"));
+    }
+    EXPECT_EQ(prefs.read().value(QStringLiteral("b")), QJsonValue(QStringLiteral("x")));
+    EXPECT_EQ(time.pending(), 0u);
+}
+
+TEST(JsonFilePreferences, ValuesKeepTheirTypes) {
+    test::FakeTime time;
+    test::TempPrefs prefs;
+    const qint64 big = (qint64(1) << 53) + 1;
+    {
+        JsonFilePreferences store(prefs.path, time);
+        store.setValue(QStringLiteral("bool"), false);
+        store.setValue(QStringLiteral("int"), big);
+        store.setValue(QStringLiteral("double"), 2.5);
+        store.setValue(QStringLiteral("string"), QStringLiteral("ü"));
+        store.setValue(QStringLiteral("array"), QJsonArray{1, 2});
+        store.setValue(QStringLiteral("gone"), 1);
+        store.remove(QStringLiteral("gone"));
+    }
+    JsonFilePreferences store(prefs.path, time);
+    EXPECT_TRUE(store.value(QStringLiteral("bool")).isBool());
+    EXPECT_EQ(store.value(QStringLiteral("int")).toInteger(), big);
+    EXPECT_EQ(store.value(QStringLiteral("double")).toDouble(), 2.5);
+    EXPECT_EQ(store.value(QStringLiteral("string")).toString(), QStringLiteral("ü"));
+    EXPECT_EQ(store.value(QStringLiteral("array")).toArray().size(), 2);
+    EXPECT_FALSE(store.contains(QStringLiteral("gone")));
+}
+
+TEST(JsonFilePreferences, UnreadableFilesAreKeptAsideAndNeverOverwritten) {
+    const QByteArray bad[] = {
+        "",          "{\"volume\": 0.5, \"isEn", "not json at all",
+        "[1, 2, 3]", "\"just a string\"",        QByteArray("\x00\xff\xfe", 3)};
+    for (const QByteArray& bytes : bad) {
+        SCOPED_TRACE(bytes.toStdString());
+        test::FakeTime time;
+        test::TempPrefs prefs;
+        prefs.writeRaw(bytes);
+        {
+            JsonFilePreferences store(prefs.path, time);
+            EXPECT_FALSE(store.contains(QStringLiteral("volume")));
+            ASSERT_FALSE(store.keptAsidePath().isEmpty());
+            store.setValue(QStringLiteral("volume"), 0.25);
+        }
+        const QStringList aside = keptAside(prefs);
+        ASSERT_EQ(aside.size(), 1);
+        QFile kept(QFileInfo(prefs.path).absolutePath() + QLatin1Char('/') + aside.front());
+        ASSERT_TRUE(kept.open(QIODevice::ReadOnly));
+        EXPECT_EQ(kept.readAll(), bytes);
+        EXPECT_EQ(prefs.read().value(QStringLiteral("volume")).toDouble(), 0.25);
+
+        // A second corrupt load keeps both copies.
+        prefs.writeRaw(bytes);
+        JsonFilePreferences again(prefs.path, time);
+        EXPECT_EQ(keptAside(prefs).size(), 2);
+    }
+}
+
+TEST(JsonFilePreferences, UnwritableDirectoryKeepsValuesInMemory) {
+    test::FakeTime time;
+    JsonFilePreferences store(QStringLiteral("/proc/tappix-cannot-exist/preferences.json"), time);
+    store.setValue(QStringLiteral("volume"), 0.3);
+    store.sync();
+    EXPECT_EQ(store.value(QStringLiteral("volume")).toDouble(), 0.3);
+    EXPECT_EQ(store.writeCount(), 0);
+}

@@ -1,0 +1,151 @@
+#include "input/key_group.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+using namespace tappix;
+
+namespace {
+
+std::vector<std::string> candidates(KeyCode code) {
+    std::vector<std::string> out;
+    for (auto name : soundCandidates(code))
+        out.emplace_back(name);
+    return out;
+}
+
+std::string str(std::optional<std::string_view> value) {
+    return value ? std::string(*value) : std::string("<none>");
+}
+
+} // namespace
+
+TEST(KeyGroup, RegionRulesInPriorityOrder) {
+    struct Case {
+        KeyCode code;
+        KeyGroup group;
+    };
+    const Case cases[] = {
+        {0, KeyGroup::letters},        {10, KeyGroup::letters},
+        {48, KeyGroup::letters},       {53, KeyGroup::letters},
+        {71, KeyGroup::letters},       {115, KeyGroup::letters},
+        {127, KeyGroup::letters},      {500, KeyGroup::letters},
+        {999, KeyGroup::letters},      {-1, KeyGroup::letters},
+        {49, KeyGroup::space},         {36, KeyGroup::enter},
+        {76, KeyGroup::enter},         {51, KeyGroup::backspace},
+        {117, KeyGroup::backspace},    {54, KeyGroup::modifier},
+        {63, KeyGroup::modifier},      {123, KeyGroup::arrows},
+        {126, KeyGroup::arrows},       {122, KeyGroup::functionRow},
+        {111, KeyGroup::functionRow},  {1000, KeyGroup::functionRow},
+        {1005, KeyGroup::functionRow}, {INT64_MAX, KeyGroup::functionRow},
+        {50, KeyGroup::numberRow},     {24, KeyGroup::numberRow},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(KeyGroup::of(c.code), c.group) << "code " << c.code;
+}
+
+TEST(KeyGroup, CoarseGroupIgnoresRowsArrowsAndMedia) {
+    EXPECT_EQ(coarseGroup(1000), KeyGroup::letters);
+    EXPECT_EQ(coarseGroup(122), KeyGroup::letters);
+    EXPECT_EQ(coarseGroup(123), KeyGroup::letters);
+    EXPECT_EQ(coarseGroup(18), KeyGroup::letters);
+    EXPECT_EQ(coarseGroup(76), KeyGroup::enter);
+    EXPECT_EQ(coarseGroup(117), KeyGroup::backspace);
+    EXPECT_EQ(coarseGroup(62), KeyGroup::modifier);
+}
+
+TEST(KeyGroup, RawValuesDecodeStrictly) {
+    for (auto value : KeyGroup::allCases) {
+        const KeyGroup group(value);
+        EXPECT_EQ(KeyGroup::fromRawValue(group.rawValue()), group);
+    }
+    EXPECT_EQ(KeyGroup::fromRawValue("functionRow"), KeyGroup::functionRow);
+    EXPECT_FALSE(KeyGroup::fromRawValue("Letters"));
+    EXPECT_FALSE(KeyGroup::fromRawValue("functionrow"));
+    EXPECT_FALSE(KeyGroup::fromRawValue(""));
+}
+
+TEST(KeyTables, NamesIncludingDeliberateSharing) {
+    EXPECT_EQ(str(keyName(62)), "ctrlLeft");
+    EXPECT_EQ(str(keyName(59)), "ctrlLeft");
+    EXPECT_EQ(str(keyName(54)), "command");
+    EXPECT_EQ(str(keyName(55)), "command");
+    EXPECT_EQ(str(keyName(76)), "enter");
+    EXPECT_EQ(str(keyName(42)), "\\");
+    EXPECT_EQ(str(keyName(1018)), "f7");
+    EXPECT_EQ(str(keyName(1020)), "f7");
+    EXPECT_EQ(str(keyName(1000)), "f12");
+    EXPECT_EQ(str(keyName(10)), "<none>");
+    EXPECT_EQ(str(keyName(52)), "<none>");
+    EXPECT_EQ(str(keyName(1005)), "<none>");
+    EXPECT_EQ(str(keyName(128)), "<none>");
+    EXPECT_EQ(str(keyName(-5)), "<none>");
+
+    int named = 0, columned = 0;
+    for (KeyCode code = -10; code < 1100; ++code) {
+        named += keyName(code).has_value();
+        columned += keyColumn(code).has_value();
+    }
+    EXPECT_EQ(named, 97);
+    EXPECT_EQ(columned, 92);
+}
+
+TEST(KeyTables, CandidatesEndWithDefaultThenAlpha) {
+    using V = std::vector<std::string>;
+    EXPECT_EQ(candidates(36), (V{"enter", "enter", "default", "alpha"}));
+    EXPECT_EQ(candidates(60), (V{"shiftRight", "modifier", "default", "alpha"}));
+    EXPECT_EQ(candidates(96), (V{"f5", "alpha", "default", "alpha"}));
+    EXPECT_EQ(candidates(10), (V{"alpha", "default", "alpha"}));
+    EXPECT_EQ(candidates(0), (V{"a", "alpha", "default", "alpha"}));
+    EXPECT_EQ(candidates(117), (V{"del", "backspace", "default", "alpha"}));
+    EXPECT_EQ(candidates(1000), (V{"f12", "alpha", "default", "alpha"}));
+}
+
+TEST(KeyTables, PanFollowsColumn) {
+    EXPECT_FLOAT_EQ(panPosition(50), -0.35f);
+    EXPECT_FLOAT_EQ(panPosition(51), 0.35f);
+    EXPECT_NEAR(panPosition(49), -0.0269f, 0.0001f);
+    EXPECT_EQ(panPosition(71), 0.0f);
+    EXPECT_EQ(panPosition(10), 0.0f);
+    EXPECT_EQ(keyColumn(1000), 12);
+    EXPECT_EQ(keyColumn(55), 3);
+    EXPECT_EQ(keyColumn(54), 9);
+    for (KeyCode code = 0; code < 1100; ++code) {
+        EXPECT_GE(panPosition(code), -0.35f);
+        EXPECT_LE(panPosition(code), 0.35f);
+    }
+}
+
+TEST(KeyTables, TypingKeys) {
+    EXPECT_TRUE(isTypingKey(0));
+    EXPECT_TRUE(isTypingKey(36));
+    EXPECT_TRUE(isTypingKey(49));
+    EXPECT_TRUE(isTypingKey(76));
+    EXPECT_TRUE(isTypingKey(10));
+    EXPECT_FALSE(isTypingKey(51));
+    EXPECT_FALSE(isTypingKey(117));
+    EXPECT_FALSE(isTypingKey(56));
+    EXPECT_FALSE(isTypingKey(71));
+    EXPECT_FALSE(isTypingKey(53));
+    EXPECT_FALSE(isTypingKey(123));
+    EXPECT_FALSE(isTypingKey(1000));
+    EXPECT_FALSE(isTypingKey(1005));
+}
+
+TEST(KeyTables, Labels) {
+    EXPECT_EQ(str(keyLabel(62)), "⌃");
+    EXPECT_EQ(str(keyLabel(117)), "⌦");
+    EXPECT_EQ(str(keyLabel(71)), "⌧");
+    EXPECT_EQ(str(keyLabel(49)), "␣");
+    EXPECT_EQ(str(keyLabel(53)), "esc");
+    EXPECT_EQ(str(keyLabel(63)), "fn");
+    EXPECT_EQ(str(keyLabel(0)), "A");
+    EXPECT_EQ(str(keyLabel(96)), "F5");
+    EXPECT_EQ(str(keyLabel(109)), "F10");
+    EXPECT_EQ(str(keyLabel(1000)), "F12");
+    EXPECT_EQ(str(keyLabel(30)), "]");
+    EXPECT_EQ(str(keyLabel(10)), "<none>");
+    EXPECT_EQ(str(keyLabel(1005)), "<none>");
+}

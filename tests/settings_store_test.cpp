@@ -1,0 +1,262 @@
+#include "settings/settings_store.h"
+
+#include "settings/json_file_preferences.h"
+#include "support/fake_time.h"
+#include "support/temp_prefs.h"
+
+#include <gtest/gtest.h>
+
+#include <QMetaProperty>
+#include <QSignalSpy>
+#include <memory>
+
+using namespace tappix;
+using namespace std::chrono_literals;
+
+namespace {
+
+/// A store over a real preferences file, rebuilt on demand to test persistence.
+struct Fixture {
+    test::FakeTime time;
+    test::TempPrefs file;
+    std::unique_ptr<JsonFilePreferences> prefs;
+    std::unique_ptr<SettingsStore> store;
+
+    Fixture() { open(); }
+
+    void open() {
+        prefs = std::make_unique<JsonFilePreferences>(file.path, time);
+        store = std::make_unique<SettingsStore>(*prefs, time);
+    }
+    void reopen() {
+        store.reset();
+        prefs.reset();
+        open();
+    }
+};
+
+} // namespace
+
+TEST(SettingsStore, FreshStoreHasDefaultsAndWritesNothing) {
+    Fixture f;
+    const SettingsStore& s = *f.store;
+    EXPECT_TRUE(s.showMenuBarIcon());
+    EXPECT_FALSE(s.menuIconDimDisabled());
+    EXPECT_EQ(s.lastSettingsPage(), QStringLiteral("sound"));
+    EXPECT_TRUE(s.isEnabled());
+    EXPECT_FLOAT_EQ(s.volume(), 0.6f);
+    EXPECT_FALSE(s.outputDeviceUID());
+    EXPECT_FALSE(s.selectedPackId());
+    EXPECT_TRUE(s.stereoPanning());
+    EXPECT_TRUE(s.pitchVariation());
+    EXPECT_FALSE(s.ignoreRapidKeys());
+    EXPECT_TRUE(s.modifierSoundsEnabled());
+    EXPECT_TRUE(s.keyUpSoundsEnabled());
+    EXPECT_FLOAT_EQ(s.tonePitch(), 1.0f);
+    EXPECT_FLOAT_EQ(s.effectsVolume(), 1.0f);
+    EXPECT_EQ(s.mouseSoundId(), QStringLiteral("synth-soft"));
+    EXPECT_FLOAT_EQ(s.sleepVolume(), 0.0f);
+    EXPECT_EQ(s.visualizerSize(), QStringLiteral("medium"));
+    EXPECT_EQ(s.visualizerPosition(), QStringLiteral("bottomCenter"));
+    EXPECT_TRUE(s.statsEnabled());
+    EXPECT_EQ(s.keystrokeCount(), 0);
+    EXPECT_EQ(s.averageWPM(), 0.0);
+    EXPECT_EQ(s.accuracy(), 1.0);
+    EXPECT_TRUE(s.mixes().empty());
+    EXPECT_EQ(s.tuning(QStringLiteral("never-tuned")).variation, 0.04f);
+
+    f.reopen();
+    f.time.advance(1h);
+    EXPECT_FALSE(f.file.exists());
+}
+
+TEST(SettingsStore, EachAssignmentWritesBackAndNotifiesOnce) {
+    Fixture f;
+    QSignalSpy changed(f.store.get(), &SettingsStore::tappixSettingsChanged);
+    QSignalSpy volumeChanged(f.store.get(), &SettingsStore::volumeChanged);
+    f.store->setVolume(0.3f);
+    f.store->setVolume(0.3f); // same value: still written and announced
+    f.store->setIsEnabled(false);
+    EXPECT_EQ(changed.count(), 3);
+    EXPECT_EQ(volumeChanged.count(), 1);
+    f.prefs->sync();
+    const QJsonObject file = f.file.read();
+    EXPECT_EQ(file.value(QStringLiteral("volume")),
+              QJsonValue(0.3)); // shortest form, not 0.30000001
+    EXPECT_EQ(file.value(QStringLiteral("isEnabled")), QJsonValue(false));
+}
+
+TEST(SettingsStore, NoneRemovesOptionalKeys) {
+    Fixture f;
+    f.store->setSelectedPackId(QStringLiteral("velvet"));
+    f.prefs->sync();
+    EXPECT_EQ(f.file.read().value(QStringLiteral("selectedPackId")),
+              QJsonValue(QStringLiteral("velvet")));
+    f.store->setSelectedPackId(std::nullopt);
+    f.store->setOutputDeviceUIDText(QString());
+    f.prefs->sync();
+    EXPECT_FALSE(f.file.read().contains(QStringLiteral("selectedPackId")));
+    EXPECT_FALSE(f.file.read().contains(QStringLiteral("outputDeviceUID")));
+}
+
+TEST(SettingsStore, WrongTypesFallBackToDefaultsAndAreKept) {
+    test::FakeTime time;
+    test::TempPrefs file;
+    file.write(QJsonObject{
+        {QStringLiteral("isEnabled"), QStringLiteral("yes")},
+        {QStringLiteral("volume"), true},
+        {QStringLiteral("mouseSoundId"), 3},
+        {QStringLiteral("selectedPackId"), QJsonArray{}},
+        {QStringLiteral("keystrokeCount"), QStringLiteral("many")},
+        {QStringLiteral("soundMixes"), QJsonObject{}},
+        {QStringLiteral("packTunings"),
+         QJsonObject{{QStringLiteral("k"), QJsonObject{{QStringLiteral("pitch"), 1}}}}},
+        {QStringLiteral("activeMixId"), QStringLiteral("ghost")},
+        {QStringLiteral("statsEnabled"), false},
+    });
+    JsonFilePreferences prefs(file.path, time);
+    SettingsStore store(prefs, time);
+    EXPECT_TRUE(store.isEnabled());
+    EXPECT_FLOAT_EQ(store.volume(), 0.6f);
+    EXPECT_EQ(store.mouseSoundId(), QStringLiteral("synth-soft"));
+    EXPECT_FALSE(store.selectedPackId());
+    EXPECT_EQ(store.keystrokeCount(), 0);
+    EXPECT_TRUE(store.mixes().empty());
+    EXPECT_TRUE(store.tunings().empty());
+    EXPECT_FALSE(store.activeMixId());
+    EXPECT_FALSE(store.statsEnabled()); // the valid value still loads
+    // Nothing was rewritten by loading: the odd values are still in the file.
+    EXPECT_EQ(file.read().value(QStringLiteral("isEnabled")), QJsonValue(QStringLiteral("yes")));
+}
+
+TEST(SettingsStore, CountersFlushOnceTenSecondsAfterTheLastIncrement) {
+    Fixture f;
+    for (int i = 0; i < 10; ++i) {
+        f.store->incrementKeystrokes();
+        f.time.advance(1s);
+    }
+    EXPECT_EQ(f.store->keystrokeCount(), 10);
+    // Now t=10 s; the last increment was at t=9 s, so nothing is flushed before t=19 s.
+    f.time.advance(9s - 1ms);
+    f.prefs->sync();
+    EXPECT_FALSE(f.file.read().contains(QStringLiteral("keystrokeCount")));
+    f.time.advance(1ms + JsonFilePreferences::kWriteDelay);
+    const QJsonObject written = f.file.read();
+    EXPECT_EQ(written.value(QStringLiteral("keystrokeCount")).toInteger(), 10);
+    EXPECT_EQ(f.prefs->writeCount(), 1);
+    EXPECT_EQ(f.time.pending(), 0u);
+}
+
+TEST(SettingsStore, StatsDisabledCountsNothingAndSchedulesNothing) {
+    Fixture f;
+    f.store->setStatsEnabled(false);
+    f.prefs->sync();
+    f.store->incrementKeystrokes();
+    f.store->incrementDings();
+    f.store->incrementClicks();
+    f.store->incrementProductiveKeys();
+    f.store->incrementCorrections();
+    f.store->recordWPM(90);
+    f.store->addTypingSeconds(3);
+    EXPECT_EQ(f.store->keystrokeCount() + f.store->dingCount() + f.store->clickCount() +
+                  f.store->productiveKeys() + f.store->corrections(),
+              0);
+    EXPECT_EQ(f.store->bestWPM(), 0.0);
+    EXPECT_EQ(f.store->typingSeconds(), 0.0);
+    EXPECT_EQ(f.time.pending(), 0u);
+}
+
+TEST(SettingsStore, DerivedSpeedAndAccuracy) {
+    Fixture f;
+    for (int i = 0; i < 50; ++i)
+        f.store->incrementProductiveKeys();
+    f.store->addTypingSeconds(5.0);
+    EXPECT_EQ(f.store->averageWPM(), 0.0); // at most five seconds: no figure yet
+    f.store->addTypingSeconds(25.0);
+    EXPECT_DOUBLE_EQ(f.store->averageWPM(), (50 / 5.0) / (30.0 / 60.0));
+    for (int i = 0; i < 50; ++i)
+        f.store->incrementCorrections();
+    EXPECT_DOUBLE_EQ(f.store->accuracy(), 0.5);
+
+    f.store->recordWPM(80);
+    f.store->recordWPM(60);
+    EXPECT_EQ(f.store->bestWPM(), 80.0);
+}
+
+TEST(SettingsStore, ResetZeroesAndWritesAtOnce) {
+    Fixture f;
+    f.store->incrementKeystrokes();
+    f.store->recordWPM(70);
+    f.store->resetStats();
+    EXPECT_EQ(f.time.pending(), 1u); // only the coalesced file write
+    f.prefs->sync();
+    const QJsonObject file = f.file.read();
+    EXPECT_EQ(file.value(QStringLiteral("keystrokeCount")).toInteger(-1), 0);
+    EXPECT_EQ(file.value(QStringLiteral("bestWPM")).toDouble(-1), 0.0);
+}
+
+TEST(SettingsStore, DestroyingWithPendingWritesLosesNothing) {
+    Fixture f;
+    f.store->incrementKeystrokes();
+    f.store->incrementDings();
+    f.store->setVolume(0.9f);
+    f.store->addTypingSeconds(12.5);
+    f.reopen(); // no time passes: both the flush and the file write were pending
+    EXPECT_EQ(f.store->keystrokeCount(), 1);
+    EXPECT_EQ(f.store->dingCount(), 1);
+    EXPECT_FLOAT_EQ(f.store->volume(), 0.9f);
+    EXPECT_EQ(f.store->typingSeconds(), 12.5);
+    EXPECT_EQ(f.time.pending(), 0u);
+}
+
+TEST(SettingsStore, EverySettingRoundTripsWithItsType) {
+    Fixture f;
+    SettingsStore& s = *f.store;
+    s.incrementKeystrokes();
+    s.incrementProductiveKeys();
+    s.recordWPM(55.5);
+    // Flip every property through Qt's property system, so a new setting cannot be missed.
+    const QMetaObject* meta = s.metaObject();
+    std::map<QString, QVariant> expected;
+    for (int i = meta->propertyOffset(); i < meta->propertyCount(); ++i) {
+        QMetaProperty property = meta->property(i);
+        if (!property.isWritable())
+            continue;
+        QVariant value;
+        switch (property.metaType().id()) {
+        case QMetaType::Bool:
+            value = !property.read(&s).toBool();
+            break;
+        case QMetaType::Float:
+            value = property.read(&s).toFloat() + 0.125f;
+            break;
+        case QMetaType::QString:
+            value = QStringLiteral("changed-") + property.name();
+            break;
+        default:
+            FAIL() << "unexpected property type for " << property.name();
+        }
+        ASSERT_TRUE(property.write(&s, value)) << property.name();
+        expected[QString::fromLatin1(property.name())] = value;
+    }
+    EXPECT_EQ(expected.size(), 34u);
+    s.setTuning(QStringLiteral("velvet"), PackTuning{1.2f, 0.8f, 0.0f, 2.0f});
+    const SoundMix mix = s.createMix(QStringLiteral("Night"));
+    s.setVoice(MixVoice{QStringLiteral("velvet"), QStringLiteral("enter")}, KeyGroup::enter,
+               mix.id);
+    const std::vector<SoundMix> mixes = s.mixes();
+
+    f.reopen();
+    SettingsStore& t = *f.store;
+    for (const auto& [name, value] : expected) {
+        const QVariant loaded = t.property(name.toLatin1().constData());
+        EXPECT_EQ(loaded.metaType(), value.metaType()) << name.toStdString();
+        EXPECT_EQ(loaded, value) << name.toStdString();
+    }
+    EXPECT_EQ(t.keystrokeCount(), 1);
+    EXPECT_EQ(t.productiveKeys(), 1);
+    EXPECT_EQ(t.bestWPM(), 55.5);
+    EXPECT_EQ(t.tuning(QStringLiteral("velvet")), (PackTuning{1.2f, 0.8f, 0.0f, 2.0f}));
+    EXPECT_EQ(t.mixes(), mixes);
+    EXPECT_EQ(t.activeMixId(), mix.id);
+}

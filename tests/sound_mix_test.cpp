@@ -1,0 +1,151 @@
+#include "settings/settings_store.h"
+
+#include "settings/json_file_preferences.h"
+#include "support/fake_time.h"
+#include "support/temp_prefs.h"
+
+#include <gtest/gtest.h>
+
+#include <QJsonDocument>
+#include <QSignalSpy>
+
+using namespace tappix;
+
+namespace {
+
+struct Fixture {
+    test::FakeTime time;
+    test::TempPrefs file;
+    JsonFilePreferences prefs{file.path, time};
+    SettingsStore store{prefs, time};
+    std::vector<QString> events;
+
+    Fixture() {
+        QObject::connect(&store, &SettingsStore::tappixMixChanged,
+                         [this] { events.push_back("mix"); });
+        QObject::connect(&store, &SettingsStore::tappixSettingsChanged,
+                         [this] { events.push_back("settings"); });
+    }
+};
+
+const std::vector<QString> kSaved{"mix", "settings"};
+
+} // namespace
+
+TEST(Mixes, CreateTrimsNamesAndMakesUniqueSlugs) {
+    Fixture f;
+    const SoundMix first = f.store.createMix(QStringLiteral("  Late Night!!\t"));
+    EXPECT_EQ(first.name, QStringLiteral("Late Night!!"));
+    EXPECT_EQ(first.id, QStringLiteral("late-night"));
+    EXPECT_EQ(f.store.createMix(QStringLiteral("Late night")).id, QStringLiteral("late-night-2"));
+    EXPECT_EQ(f.store.createMix(QStringLiteral("late  night")).id, QStringLiteral("late-night-3"));
+
+    const SoundMix blank = f.store.createMix(QStringLiteral(" \t "));
+    EXPECT_EQ(blank.name, QStringLiteral("Mix"));
+    EXPECT_EQ(blank.id, QStringLiteral("mix"));
+    const SoundMix stars = f.store.createMix(QStringLiteral("**"));
+    EXPECT_EQ(stars.name, QStringLiteral("**"));
+    EXPECT_EQ(stars.id, QStringLiteral("mix-2"));
+    EXPECT_EQ(f.store.createMix(QStringLiteral("Ünïcode Mix")).id, QStringLiteral("n-code-mix"));
+
+    EXPECT_EQ(f.store.activeMixId(),
+              stars.id.isEmpty() ? std::nullopt : std::optional(QStringLiteral("n-code-mix")));
+    EXPECT_EQ(f.store.mixes().size(), 6u);
+}
+
+TEST(Mixes, SaveOrderAndNoOps) {
+    Fixture f;
+    const SoundMix mix = f.store.createMix(QStringLiteral("A"));
+    EXPECT_EQ(f.events, kSaved);
+
+    f.events.clear();
+    f.store.setActiveMix(QStringLiteral("ghost"));
+    f.store.updateMix(SoundMix{QStringLiteral("ghost"), QStringLiteral("x"), {}});
+    f.store.setVoice(MixVoice{QStringLiteral("k"), std::nullopt}, KeyGroup::space,
+                     QStringLiteral("ghost"));
+    EXPECT_TRUE(f.events.empty());
+    EXPECT_EQ(f.store.activeMixId(), mix.id);
+
+    f.store.setActiveMix(std::nullopt);
+    EXPECT_EQ(f.events, kSaved);
+    EXPECT_FALSE(f.store.activeMix());
+    f.events.clear();
+    f.store.deleteMix(QStringLiteral("ghost")); // saves even when nothing goes
+    EXPECT_EQ(f.events, kSaved);
+
+    f.events.clear();
+    f.store.setTuning(QStringLiteral("k"), PackTuning{});
+    EXPECT_EQ(f.events, std::vector<QString>{"settings"});
+}
+
+TEST(Mixes, VoicesSetAndClearRegions) {
+    Fixture f;
+    const SoundMix mix = f.store.createMix(QStringLiteral("A"));
+    f.store.setVoice(MixVoice{QStringLiteral("velvet"), std::nullopt}, KeyGroup::enter, mix.id);
+    f.store.setVoice(MixVoice{std::nullopt, QStringLiteral("space")}, KeyGroup::space, mix.id);
+    EXPECT_EQ(f.store.voice(KeyGroup::enter)->packId, QStringLiteral("velvet"));
+    EXPECT_EQ(f.store.voice(KeyGroup::space)->sound, QStringLiteral("space"));
+    EXPECT_FALSE(f.store.voice(KeyGroup::letters));
+
+    f.store.setVoice(MixVoice{}, KeyGroup::enter, mix.id);
+    f.store.setVoice(std::nullopt, KeyGroup::space, mix.id);
+    EXPECT_TRUE(f.store.activeMix()->assignments.empty());
+
+    f.store.setVoice(MixVoice{QStringLiteral("velvet"), std::nullopt}, KeyGroup::arrows, mix.id);
+    f.store.setActiveMix(std::nullopt);
+    EXPECT_FALSE(f.store.voice(KeyGroup::arrows)); // no mix plays
+}
+
+TEST(Mixes, DeletingTheActiveMixLeavesNoneActive) {
+    Fixture f;
+    const SoundMix a = f.store.createMix(QStringLiteral("A"));
+    const SoundMix b = f.store.createMix(QStringLiteral("B"));
+    f.store.deleteMix(a.id);
+    EXPECT_EQ(f.store.activeMixId(), b.id);
+    f.store.deleteMix(b.id);
+    EXPECT_FALSE(f.store.activeMixId());
+    f.prefs.sync();
+    EXPECT_FALSE(f.file.read().contains(QStringLiteral("activeMixId")));
+    EXPECT_EQ(f.file.read().value(QStringLiteral("soundMixes")), QJsonValue(QJsonArray{}));
+}
+
+TEST(Mixes, JsonIsReadableAndFloatsAreShortest) {
+    Fixture f;
+    const SoundMix mix = f.store.createMix(QStringLiteral("Desk"));
+    f.store.setVoice(MixVoice{QStringLiteral("velvet"), std::nullopt}, KeyGroup::functionRow,
+                     mix.id);
+    f.store.setTuning(QStringLiteral("velvet"), PackTuning{0.9f, 1.1f, 0.04f, 0.3f});
+    f.prefs.sync();
+    QFile file(f.file.path);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QByteArray text = file.readAll();
+    EXPECT_TRUE(text.contains("\"variation\": 0.04")) << text.constData();
+    EXPECT_TRUE(text.contains("\"pitch\": 0.9")) << text.constData();
+    EXPECT_FALSE(text.contains("0.0399999")) << text.constData();
+    const QJsonObject object = QJsonDocument::fromJson(text).object();
+    const QJsonObject stored =
+        object.value(QStringLiteral("soundMixes")).toArray().at(0).toObject();
+    EXPECT_EQ(stored.value(QStringLiteral("id")).toString(), QStringLiteral("desk"));
+    const QJsonObject voice = stored.value(QStringLiteral("assignments"))
+                                  .toObject()
+                                  .value(QStringLiteral("functionRow"))
+                                  .toObject();
+    EXPECT_EQ(voice, (QJsonObject{{QStringLiteral("packId"), QStringLiteral("velvet")}}));
+}
+
+TEST(Mixes, DecodingIsStrictButToleratesNullAndUnknownMembers) {
+    const auto decode = [](const char* json) {
+        return SoundMix::fromJsonArray(QJsonDocument::fromJson(json).array());
+    };
+    auto ok = decode(
+        R"([{"id":"a","name":"A","assignments":{"enter":{"packId":null,"sound":"x"},"future":{}},"extra":1}])");
+    ASSERT_TRUE(ok);
+    EXPECT_EQ(ok->front().assignments.at("enter"), (MixVoice{std::nullopt, QStringLiteral("x")}));
+    EXPECT_EQ(ok->front().assignments.count("future"), 1u); // kept for round trips
+    EXPECT_FALSE(decode(R"([{"id":"a","name":"A"}])"));
+    EXPECT_FALSE(decode(R"([{"id":"a","name":3,"assignments":{}}])"));
+    EXPECT_FALSE(decode(R"([{"id":"a","name":"A","assignments":{"enter":{"packId":4}}}])"));
+    EXPECT_FALSE(PackTuning::fromJson(QJsonObject{{"pitch", 1}, {"gain", 1}, {"variation", 0}}));
+    EXPECT_FALSE(PackTuning::fromJson(
+        QJsonObject{{"pitch", "1"}, {"gain", 1}, {"variation", 0}, {"panWidth", 1}}));
+}

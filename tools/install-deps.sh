@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Installs the Debian packages Tappix needs to build, run and test, and nothing
+# when they are all present already. Uses sudo when not run as root.
+set -euo pipefail
+
+packages=(
+    # toolchain and build
+    g++ cmake ninja-build pkg-config clang-format
+    # libraries
+    qt6-base-dev qt6-base-dev-tools libsndfile1-dev libsoxr-dev libpulse-dev
+    libevdev-dev libx11-dev libxi-dev
+    # tests and benchmarks
+    libgtest-dev libgmock-dev libbenchmark-dev
+    xvfb xauth xdotool pulseaudio pulseaudio-utils sox dbus
+    # recordings the bundled buckling-spring kit is built from
+    bucklespring-data
+)
+
+missing=()
+for p in "${packages[@]}"; do
+    if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
+        missing+=("$p")
+    fi
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "Installing missing packages: ${missing[*]}"
+sudo=()
+[ "$(id -u)" -eq 0 ] || sudo=(sudo)
+export DEBIAN_FRONTEND=noninteractive
+"${sudo[@]}" apt-get update -qq
+"${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
