@@ -1,0 +1,146 @@
+#include "input/key_event_service.h"
+
+#include "core/log.h"
+
+namespace tappix {
+
+std::string_view mouseButtonName(MouseButton button) {
+    switch (button) {
+    case MouseButton::left: return "left";
+    case MouseButton::right: return "right";
+    case MouseButton::other: return "other";
+    }
+    return "other";
+}
+
+KeyEventService::KeyEventService(CaptureBackends backends) : backends_(std::move(backends)) {}
+
+KeyEventService::~KeyEventService() {
+    stop();
+    setMouseCapture(false);
+}
+
+void KeyEventService::setOnKeyEvent(KeyCallback callback) {
+    // Callbacks are only touched on the queue, so they need no lock of their own.
+    queue_.post([this, callback = std::move(callback)]() mutable { onKeyEvent_ = std::move(callback); });
+}
+
+void KeyEventService::setOnMouseEvent(MouseCallback callback) {
+    queue_.post([this, callback = std::move(callback)]() mutable { onMouseEvent_ = std::move(callback); });
+}
+
+void KeyEventService::start() {
+    stop();
+
+    if (backends_.media && backends_.media->start(*this))
+        qCInfo(lcEvents, "media tap: evdev, media keys only, own thread");
+    else
+        qCWarning(lcEvents, "media tap refused — the F-row will be silent");
+
+    if (backends_.keyboard && backends_.keyboard->start(*this)) {
+        backend_ = Backend::primary;
+        qCInfo(lcEvents, "global backend: evdev under input-group access");
+        return;
+    }
+    qCWarning(lcEvents, "tap creation refused — falling back to the X11 global monitor");
+    if (backends_.fallback && backends_.fallback->start(*this)) {
+        backend_ = Backend::fallback;
+        qCInfo(lcEvents, "global backend: X11 raw events");
+    }
+}
+
+void KeyEventService::stop() {
+    for (auto* source : {backends_.keyboard.get(), backends_.media.get(), backends_.fallback.get()}) {
+        if (source)
+            source->stop();
+    }
+    backend_ = Backend::stopped;
+    std::lock_guard lock(stateLock_);
+    pressedKeys_.reset();
+    pressedModifiers_.reset();
+}
+
+void KeyEventService::setMouseCapture(bool enabled) {
+    if (!enabled) {
+        if (activeMouse_)
+            activeMouse_->stop();
+        activeMouse_ = nullptr;
+        return;
+    }
+    if (activeMouse_)
+        return;
+    for (auto& source : backends_.mice) {
+        if (source && source->start(*this)) {
+            activeMouse_ = source.get();
+            return;
+        }
+    }
+    qCWarning(lcEvents, "mouse capture unavailable: no readable pointer device and no X11 display");
+}
+
+void KeyEventService::keyDown(KeyCode code, bool isRepeat) {
+    if (isRepeat)
+        return;
+    if (tracked(code)) {
+        std::lock_guard lock(stateLock_);
+        if (pressedKeys_.test(static_cast<std::size_t>(code)))
+            return;
+        pressedKeys_.set(static_cast<std::size_t>(code));
+    }
+    deliverKey(code, true);
+}
+
+void KeyEventService::keyUp(KeyCode code) {
+    if (tracked(code)) {
+        std::lock_guard lock(stateLock_);
+        pressedKeys_.reset(static_cast<std::size_t>(code));
+    }
+    deliverKey(code, false);
+}
+
+void KeyEventService::flagsChanged(KeyCode code) {
+    // Direction comes only from toggling: Caps Lock alternates down and up per press.
+    bool down = true;
+    if (tracked(code)) {
+        std::lock_guard lock(stateLock_);
+        const auto index = static_cast<std::size_t>(code);
+        down = !pressedModifiers_.test(index);
+        pressedModifiers_.flip(index);
+    }
+    deliverKey(code, down);
+}
+
+void KeyEventService::systemDefined(std::int64_t subtype, std::int64_t data1) {
+    static constexpr std::int64_t kAuxiliaryControlButtons = 8;
+    static constexpr std::int64_t kStateDown = 0x0A00;
+    if (subtype != kAuxiliaryControlButtons || (data1 & 1) != 0)
+        return;
+    const std::int64_t type = (data1 >> 16) & 0xFFFF;
+    switch (type) {
+    case 0: case 1: case 2: case 3: case 7: case 16: case 17:
+    case 18: case 19: case 20: case 21: case 22: break;
+    default: return;
+    }
+    const KeyCode code = 1000 + type;
+    if ((data1 & 0xFF00) == kStateDown)
+        keyDown(code, false);
+    else
+        keyUp(code);
+}
+
+void KeyEventService::mouse(MouseButton button, bool down) {
+    queue_.post([this, button, down] {
+        if (onMouseEvent_)
+            onMouseEvent_(button, down);
+    });
+}
+
+void KeyEventService::deliverKey(KeyCode code, bool down) {
+    qCDebug(lcEvents, "key %lld down=%d", static_cast<long long>(code), down);
+    queue_.post([this, code, down] {
+        if (onKeyEvent_)
+            onKeyEvent_(code, down);
+    });
+}
+
+} // namespace tappix

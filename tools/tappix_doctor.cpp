@@ -1,0 +1,80 @@
+// tappix-doctor: tells a user why Tappix is silent, and shows what it hears.
+
+#include "input/key_event_service.h"
+#include "platform/capture_backends.h"
+
+#include <QCoreApplication>
+#include <QTimer>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+namespace {
+
+constexpr const char* kHelp =
+    "Usage: tappix-doctor [--watch SECONDS]\n"
+    "\n"
+    "Prints which way Tappix would capture keys on this machine and why: the readable\n"
+    "keyboards by name, or the reason none is (with the command that fixes permissions),\n"
+    "and whether this is an X11 or Wayland session.\n"
+    "\n"
+    "  --watch SECONDS  then capture for that long and print each event as it arrives,\n"
+    "                   e.g. \"key 0 a down\" or \"mouse other up\".\n"
+    "  -h, --help       show this text.\n";
+
+int watch(QCoreApplication& app, double seconds) {
+    tappix::KeyEventService service(tappix::makeCaptureBackends());
+    service.setOnKeyEvent([](tappix::KeyCode code, bool down) {
+        const auto name = tappix::keyName(code);
+        std::printf("key %lld %.*s %s\n", static_cast<long long>(code),
+                    static_cast<int>(name ? name->size() : 1), name ? name->data() : "-",
+                    down ? "down" : "up");
+        std::fflush(stdout);
+    });
+    service.setOnMouseEvent([](tappix::MouseButton button, bool down) {
+        const auto name = tappix::mouseButtonName(button);
+        std::printf("mouse %.*s %s\n", static_cast<int>(name.size()), name.data(), down ? "down" : "up");
+        std::fflush(stdout);
+    });
+    service.start();
+    service.setMouseCapture(true);
+    if (service.backend() == tappix::KeyEventService::Backend::stopped)
+        std::printf("watch: no capture backend could start; nothing will be heard\n");
+    else
+        std::printf("watching for %g s…\n", seconds);
+    std::fflush(stdout);
+    QTimer::singleShot(static_cast<int>(seconds * 1000), &app, &QCoreApplication::quit);
+    app.exec();
+    service.drain();
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    double watchSeconds = -1;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view arg = argv[i];
+        if (arg == "-h" || arg == "--help") {
+            std::fputs(kHelp, stdout);
+            return 0;
+        }
+        if (arg == "--watch" && i + 1 < argc) {
+            char* end = nullptr;
+            watchSeconds = std::strtod(argv[++i], &end);
+            if (*end != '\0' || watchSeconds <= 0) {
+                std::fprintf(stderr, "tappix-doctor: --watch needs a positive number of seconds\n");
+                return 2;
+            }
+            continue;
+        }
+        std::fprintf(stderr, "tappix-doctor: unknown argument '%s'\n\n%s", argv[i], kHelp);
+        return 2;
+    }
+    for (const std::string& line : tappix::describeCapture())
+        std::printf("%s\n", line.c_str());
+    std::fflush(stdout);
+    return watchSeconds > 0 ? watch(app, watchSeconds) : 0;
+}
