@@ -34,7 +34,8 @@ int watch(QCoreApplication& app, double seconds) {
     });
     service.setOnMouseEvent([](tappix::MouseButton button, bool down) {
         const auto name = tappix::mouseButtonName(button);
-        std::printf("mouse %.*s %s\n", static_cast<int>(name.size()), name.data(), down ? "down" : "up");
+        std::printf("mouse %.*s %s\n", static_cast<int>(name.size()), name.data(),
+                    down ? "down" : "up");
         std::fflush(stdout);
     });
     service.start();

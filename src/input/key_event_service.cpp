@@ -6,9 +6,12 @@ namespace tappix {
 
 std::string_view mouseButtonName(MouseButton button) {
     switch (button) {
-    case MouseButton::left: return "left";
-    case MouseButton::right: return "right";
-    case MouseButton::other: return "other";
+    case MouseButton::left:
+        return "left";
+    case MouseButton::right:
+        return "right";
+    case MouseButton::other:
+        return "other";
     }
     return "other";
 }
@@ -22,11 +25,13 @@ KeyEventService::~KeyEventService() {
 
 void KeyEventService::setOnKeyEvent(KeyCallback callback) {
     // Callbacks are only touched on the queue, so they need no lock of their own.
-    queue_.post([this, callback = std::move(callback)]() mutable { onKeyEvent_ = std::move(callback); });
+    queue_.post(
+        [this, callback = std::move(callback)]() mutable { onKeyEvent_ = std::move(callback); });
 }
 
 void KeyEventService::setOnMouseEvent(MouseCallback callback) {
-    queue_.post([this, callback = std::move(callback)]() mutable { onMouseEvent_ = std::move(callback); });
+    queue_.post(
+        [this, callback = std::move(callback)]() mutable { onMouseEvent_ = std::move(callback); });
 }
 
 void KeyEventService::start() {
@@ -50,7 +55,8 @@ void KeyEventService::start() {
 }
 
 void KeyEventService::stop() {
-    for (auto* source : {backends_.keyboard.get(), backends_.media.get(), backends_.fallback.get()}) {
+    for (auto* source :
+         {backends_.keyboard.get(), backends_.media.get(), backends_.fallback.get()}) {
         if (source)
             source->stop();
     }
@@ -117,9 +123,21 @@ void KeyEventService::systemDefined(std::int64_t subtype, std::int64_t data1) {
         return;
     const std::int64_t type = (data1 >> 16) & 0xFFFF;
     switch (type) {
-    case 0: case 1: case 2: case 3: case 7: case 16: case 17:
-    case 18: case 19: case 20: case 21: case 22: break;
-    default: return;
+    case 0:
+    case 1:
+    case 2:
+    case 3:
+    case 7:
+    case 16:
+    case 17:
+    case 18:
+    case 19:
+    case 20:
+    case 21:
+    case 22:
+        break;
+    default:
+        return;
     }
     const KeyCode code = 1000 + type;
     if ((data1 & 0xFF00) == kStateDown)

@@ -75,6 +75,10 @@ public:
     /// Main thread.
     void drain() { queue_.drain(); }
 
+    /// The side backends report into; for sources driven outside `start` (benchmarks,
+    /// tests of a single backend). Any thread may call its methods.
+    CaptureSink& captureSink() { return *this; }
+
     /// Runs `task` on the delivery queue after the events accepted so far. Any thread.
     void post(std::function<void()> task) { queue_.post(std::move(task)); }
 

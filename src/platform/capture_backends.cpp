@@ -17,15 +17,20 @@ namespace tappix {
 CaptureBackends makeCaptureBackends() {
     CaptureBackends backends;
 #ifdef TAPPIX_WITH_EVDEV
-    backends.keyboard = std::make_unique<evdev::EvdevCapture>(evdev::DeviceRole::keyboard, "tappix-evtap");
-    backends.media = std::make_unique<evdev::EvdevCapture>(evdev::DeviceRole::media, "tappix-media");
-    backends.mice.push_back(std::make_unique<evdev::EvdevCapture>(evdev::DeviceRole::pointer, "tappix-mouse"));
+    backends.keyboard =
+        std::make_unique<evdev::EvdevCapture>(evdev::DeviceRole::keyboard, "tappix-evtap");
+    backends.media =
+        std::make_unique<evdev::EvdevCapture>(evdev::DeviceRole::media, "tappix-media");
+    backends.mice.push_back(
+        std::make_unique<evdev::EvdevCapture>(evdev::DeviceRole::pointer, "tappix-mouse"));
 #else
     backends.keyboard = std::make_unique<NullCapture>();
 #endif
 #ifdef TAPPIX_WITH_X11
-    backends.fallback = std::make_unique<x11::X11Capture>(x11::X11Capture::Kind::keys, "tappix-x11keys");
-    backends.mice.push_back(std::make_unique<x11::X11Capture>(x11::X11Capture::Kind::buttons, "tappix-x11mouse"));
+    backends.fallback =
+        std::make_unique<x11::X11Capture>(x11::X11Capture::Kind::keys, "tappix-x11keys");
+    backends.mice.push_back(
+        std::make_unique<x11::X11Capture>(x11::X11Capture::Kind::buttons, "tappix-x11mouse"));
 #endif
     return backends;
 }
@@ -78,11 +83,13 @@ std::vector<std::string> describeCapture() {
     for (const auto& device : devices) {
         if (device.error != 0) {
             permissionDenied |= device.error == EACCES || device.error == EPERM;
-            lines.push_back("evdev: " + device.path + ": cannot read (" + std::strerror(device.error) + ")");
+            lines.push_back("evdev: " + device.path + ": cannot read (" +
+                            std::strerror(device.error) + ")");
             continue;
         }
         std::string roles;
-        for (auto [has, name] : {std::pair{device.keyboard, "keyboard"}, {device.media, "media keys"},
+        for (auto [has, name] : {std::pair{device.keyboard, "keyboard"},
+                                 {device.media, "media keys"},
                                  {device.pointer, "pointer"}}) {
             if (has)
                 roles += roles.empty() ? name : std::string(", ") + name;

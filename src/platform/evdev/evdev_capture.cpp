@@ -17,21 +17,26 @@
 namespace tappix::evdev {
 namespace {
 
-constexpr unsigned int kMediaKeys[] = {KEY_VOLUMEUP,  KEY_VOLUMEDOWN,    KEY_MUTE,
-                                       KEY_PLAYPAUSE, KEY_NEXTSONG,      KEY_PREVIOUSSONG,
-                                       KEY_FASTFORWARD, KEY_REWIND,      KEY_BRIGHTNESSUP,
+constexpr unsigned int kMediaKeys[] = {KEY_VOLUMEUP,       KEY_VOLUMEDOWN, KEY_MUTE,
+                                       KEY_PLAYPAUSE,      KEY_NEXTSONG,   KEY_PREVIOUSSONG,
+                                       KEY_FASTFORWARD,    KEY_REWIND,     KEY_BRIGHTNESSUP,
                                        KEY_BRIGHTNESSDOWN, KEY_KBDILLUMUP, KEY_KBDILLUMDOWN};
 
 const char* roleName(DeviceRole role) {
     switch (role) {
-    case DeviceRole::keyboard: return "keyboard";
-    case DeviceRole::media: return "media-key device";
-    case DeviceRole::pointer: return "pointer";
+    case DeviceRole::keyboard:
+        return "keyboard";
+    case DeviceRole::media:
+        return "media-key device";
+    case DeviceRole::pointer:
+        return "pointer";
     }
     return "device";
 }
 
-bool isEventNode(const char* name) { return std::strncmp(name, "event", 5) == 0; }
+bool isEventNode(const char* name) {
+    return std::strncmp(name, "event", 5) == 0;
+}
 
 /// Asks a device what it reports; false when it is not an input device at all.
 bool describe(int fd, DeviceReport& report) {
@@ -39,7 +44,9 @@ bool describe(int fd, DeviceReport& report) {
     if (libevdev_new_from_fd(fd, &device) < 0)
         return false;
     report.name = libevdev_get_name(device) ? libevdev_get_name(device) : "";
-    auto has = [device](unsigned int code) { return libevdev_has_event_code(device, EV_KEY, code) == 1; };
+    auto has = [device](unsigned int code) {
+        return libevdev_has_event_code(device, EV_KEY, code) == 1;
+    };
     report.keyboard = has(KEY_Q) && has(KEY_A) && has(KEY_Z) && has(KEY_SPACE);
     report.media = std::any_of(std::begin(kMediaKeys), std::end(kMediaKeys), has);
     report.pointer = has(BTN_LEFT);
@@ -49,9 +56,12 @@ bool describe(int fd, DeviceReport& report) {
 
 bool hasRole(const DeviceReport& report, DeviceRole role) {
     switch (role) {
-    case DeviceRole::keyboard: return report.keyboard;
-    case DeviceRole::media: return report.media;
-    case DeviceRole::pointer: return report.pointer;
+    case DeviceRole::keyboard:
+        return report.keyboard;
+    case DeviceRole::media:
+        return report.media;
+    case DeviceRole::pointer:
+        return report.pointer;
     }
     return false;
 }
@@ -91,7 +101,9 @@ std::vector<DeviceReport> scanDevices(const std::string& directory) {
 EvdevCapture::EvdevCapture(DeviceRole role, std::string threadName, std::string directory)
     : role_(role), threadName_(std::move(threadName)), directory_(std::move(directory)) {}
 
-EvdevCapture::~EvdevCapture() { stop(); }
+EvdevCapture::~EvdevCapture() {
+    stop();
+}
 
 std::unique_ptr<EvdevDevice> EvdevCapture::open(const std::string& path, bool logFailure) {
     const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
@@ -134,7 +146,8 @@ bool EvdevCapture::launch(CaptureSink& sink, std::vector<std::unique_ptr<EvdevDe
     epollFd_ = ::epoll_create1(EPOLL_CLOEXEC);
     stopFd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (epollFd_ < 0 || stopFd_ < 0) {
-        qCWarning(lcEvents, "cannot start the %s reader: %s", roleName(role_), std::strerror(errno));
+        qCWarning(lcEvents, "cannot start the %s reader: %s", roleName(role_),
+                  std::strerror(errno));
         stop();
         return false;
     }
@@ -174,7 +187,8 @@ void EvdevCapture::addDevice(std::unique_ptr<EvdevDevice> device) {
 }
 
 void EvdevCapture::removeDevice(int fd, CaptureSink& sink, bool released) {
-    auto it = std::find_if(devices_.begin(), devices_.end(), [fd](const auto& d) { return d->fd() == fd; });
+    auto it = std::find_if(devices_.begin(), devices_.end(),
+                           [fd](const auto& d) { return d->fd() == fd; });
     if (it == devices_.end())
         return;
     ::epoll_ctl(epollFd_, EPOLL_CTL_DEL, fd, nullptr);

@@ -16,6 +16,8 @@ std::optional<KeyCode> virtualKeyCode(std::uint16_t linuxCode);
 std::optional<MouseButton> mouseButton(std::uint16_t linuxCode);
 
 /// Whether a virtual key code is a media key (1000 and up).
-inline bool isMediaCode(KeyCode code) { return code >= 1000; }
+inline bool isMediaCode(KeyCode code) {
+    return code >= 1000;
+}
 
 } // namespace tappix::evdev

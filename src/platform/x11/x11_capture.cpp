@@ -38,7 +38,9 @@ bool hasXInput2(Display* display, int* opcode) {
 
 /// Xlib's default reaction to a lost connection is to exit the process; Tappix
 /// instead ends the capture thread and carries on.
-void onConnectionLost(Display*, void* flag) { static_cast<std::atomic<bool>*>(flag)->store(true); }
+void onConnectionLost(Display*, void* flag) {
+    static_cast<std::atomic<bool>*>(flag)->store(true);
+}
 
 } // namespace
 
@@ -57,7 +59,9 @@ bool rawEventsAvailable() {
 X11Capture::X11Capture(Kind kind, std::string threadName)
     : kind_(kind), threadName_(std::move(threadName)) {}
 
-X11Capture::~X11Capture() { stop(); }
+X11Capture::~X11Capture() {
+    stop();
+}
 
 bool X11Capture::start(CaptureSink& sink) {
     stop();
@@ -132,7 +136,8 @@ void X11Capture::run(CaptureSink* sink) {
                 sink->mouse(which, cookie->evtype == XI_RawButtonPress);
                 break;
             }
-            default: break;
+            default:
+                break;
             }
             XFreeEventData(display_, cookie);
         }

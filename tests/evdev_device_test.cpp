@@ -1,0 +1,169 @@
+#include "platform/evdev/evdev_capture.h"
+#include "platform/evdev/evdev_device.h"
+#include "platform/evdev/evdev_keymap.h"
+
+#include "support/event_recorder.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+using namespace tappix;
+using namespace tappix::evdev;
+using Events = std::vector<std::string>;
+
+namespace {
+
+/// A sink that records what a device reports, without a service in between.
+struct RecordingSink final : CaptureSink {
+    Events events;
+    void keyDown(KeyCode code, bool repeat) override {
+        events.push_back("k " + std::to_string(code) + (repeat ? " repeat" : " down"));
+    }
+    void keyUp(KeyCode code) override { events.push_back("k " + std::to_string(code) + " up"); }
+    void flagsChanged(KeyCode) override { events.push_back("flags"); }
+    void systemDefined(std::int64_t, std::int64_t) override { events.push_back("system"); }
+    void mouse(MouseButton b, bool down) override {
+        events.push_back("m " + std::string(mouseButtonName(b)) + (down ? " down" : " up"));
+    }
+};
+
+/// A pipe standing in for /dev/input/eventN: the test writes raw `input_event`s.
+struct Stream {
+    int read = -1, write = -1;
+    Stream() {
+        int fds[2];
+        EXPECT_EQ(::pipe2(fds, O_NONBLOCK | O_CLOEXEC), 0);
+        read = fds[0];
+        write = fds[1];
+    }
+    ~Stream() { closeWriter(); }
+    void send(std::vector<input_event> events) const {
+        const auto bytes = events.size() * sizeof(input_event);
+        ASSERT_EQ(::write(write, events.data(), bytes), static_cast<ssize_t>(bytes));
+    }
+    void sendBytes(const void* data, std::size_t size) const {
+        ASSERT_EQ(::write(write, data, size), static_cast<ssize_t>(size));
+    }
+    void closeWriter() {
+        if (write >= 0)
+            ::close(write);
+        write = -1;
+    }
+};
+
+input_event key(std::uint16_t code, int value) { return input_event{{}, EV_KEY, code, value}; }
+input_event syn(std::uint16_t code = SYN_REPORT) { return input_event{{}, EV_SYN, code, 0}; }
+
+} // namespace
+
+TEST(EvdevKeymap, TranslatesAtTheBoundary) {
+    EXPECT_EQ(virtualKeyCode(KEY_A), 0);
+    EXPECT_EQ(virtualKeyCode(KEY_B), 11);
+    EXPECT_EQ(virtualKeyCode(KEY_102ND), 10);
+    EXPECT_EQ(virtualKeyCode(KEY_LEFTMETA), 55);
+    EXPECT_EQ(virtualKeyCode(KEY_RIGHTCTRL), 62);
+    EXPECT_EQ(virtualKeyCode(KEY_FN), 63);
+    EXPECT_EQ(virtualKeyCode(KEY_F1), 122);
+    EXPECT_EQ(virtualKeyCode(KEY_NUMLOCK), 71);
+    EXPECT_EQ(virtualKeyCode(KEY_KPENTER), 76);
+    EXPECT_EQ(virtualKeyCode(KEY_VOLUMEUP), 1000);
+    EXPECT_EQ(virtualKeyCode(KEY_KBDILLUMDOWN), 1022);
+    EXPECT_FALSE(virtualKeyCode(KEY_POWER));
+    EXPECT_FALSE(virtualKeyCode(KEY_MAX));
+    EXPECT_EQ(mouseButton(BTN_LEFT), MouseButton::left);
+    EXPECT_EQ(mouseButton(BTN_RIGHT), MouseButton::right);
+    EXPECT_EQ(mouseButton(BTN_SIDE), MouseButton::other);
+    EXPECT_FALSE(mouseButton(BTN_TOUCH));
+}
+
+TEST(EvdevDevice, DropsRepeatsAndKeepsItsRole) {
+    Stream stream;
+    RecordingSink sink;
+    EvdevDevice keyboard(::dup(stream.read), DeviceRole::keyboard, "kbd");
+    stream.send({key(KEY_A, 1), syn(), key(KEY_A, 2), syn(), key(KEY_A, 2), key(KEY_A, 0), syn(),
+                 key(KEY_VOLUMEUP, 1), key(KEY_POWER, 1), input_event{{}, EV_MSC, MSC_SCAN, 30},
+                 key(BTN_LEFT, 1)});
+    EXPECT_EQ(keyboard.readAvailable(sink), EvdevDevice::ReadResult::open);
+    EXPECT_EQ(sink.events, (Events{"k 0 down", "k 0 up"}));
+
+    RecordingSink mediaSink;
+    EvdevDevice media(::dup(stream.read), DeviceRole::media, "media");
+    stream.send({key(KEY_A, 1), key(KEY_VOLUMEUP, 1), key(KEY_VOLUMEUP, 2), key(KEY_VOLUMEUP, 0)});
+    media.readAvailable(mediaSink);
+    EXPECT_EQ(mediaSink.events, (Events{"k 1000 down", "k 1000 up"}));
+
+    RecordingSink mouseSink;
+    EvdevDevice pointer(::dup(stream.read), DeviceRole::pointer, "mouse");
+    stream.send({key(BTN_MIDDLE, 1), syn(), key(BTN_MIDDLE, 0), key(BTN_LEFT, 1), key(BTN_TOUCH, 1), key(KEY_A, 1)});
+    pointer.readAvailable(mouseSink);
+    EXPECT_EQ(mouseSink.events, (Events{"m other down", "m other up", "m left down"}));
+}
+
+TEST(EvdevDevice, IgnoresEverythingBetweenSynDroppedAndTheNextReport) {
+    Stream stream;
+    RecordingSink sink;
+    EvdevDevice device(::dup(stream.read), DeviceRole::keyboard, "kbd");
+    stream.send({key(KEY_Q, 1), syn(), syn(SYN_DROPPED), key(KEY_W, 1), key(KEY_Q, 0), syn(),
+                 key(KEY_E, 1), syn()});
+    device.readAvailable(sink);
+    EXPECT_EQ(sink.events, (Events{"k 12 down", "k 14 down"}));
+}
+
+TEST(EvdevDevice, RecordsSplitAcrossReadsAndDevicesThatVanish) {
+    Stream stream;
+    RecordingSink sink;
+    EvdevDevice device(::dup(stream.read), DeviceRole::keyboard, "kbd");
+    const input_event down = key(KEY_LEFTSHIFT, 1);
+    const auto* bytes = reinterpret_cast<const unsigned char*>(&down);
+    stream.sendBytes(bytes, 5);
+    EXPECT_EQ(device.readAvailable(sink), EvdevDevice::ReadResult::open);
+    EXPECT_TRUE(sink.events.empty());
+    stream.sendBytes(bytes + 5, sizeof down - 5);
+    device.readAvailable(sink);
+    EXPECT_EQ(sink.events, (Events{"k 56 down"}));
+
+    stream.closeWriter();
+    EXPECT_EQ(device.readAvailable(sink), EvdevDevice::ReadResult::gone);
+    device.releaseHeld(sink);
+    EXPECT_EQ(sink.events, (Events{"k 56 down", "k 56 up"}));
+}
+
+TEST(EvdevCapture, ReaderThreadDeliversAndSurvivesAVanishingDevice) {
+    Stream first, second;
+    EvdevCapture reader(DeviceRole::keyboard, "tappix-evtap", "/nonexistent");
+    KeyEventService service{CaptureBackends{}};
+    test::EventRecorder recorder;
+    recorder.attach(service);
+    CaptureSink& sink = service.captureSink();
+
+    std::vector<std::unique_ptr<EvdevDevice>> devices;
+    devices.push_back(std::make_unique<EvdevDevice>(::dup(first.read), DeviceRole::keyboard, "one"));
+    devices.push_back(std::make_unique<EvdevDevice>(::dup(second.read), DeviceRole::keyboard, "two"));
+    ASSERT_TRUE(reader.startWithDevices(sink, std::move(devices)));
+
+    first.send({key(KEY_A, 1), syn()});
+    first.closeWriter(); // vanishes holding A: its key-up is reported
+    second.send({key(KEY_S, 1), syn(), key(KEY_S, 2), syn(), key(KEY_S, 0), syn()});
+    Events events;
+    for (int i = 0; i < 2000 && events.size() < 4; ++i) { // bounded wait for the reader thread
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        service.drain();
+        for (auto& e : recorder.take())
+            events.push_back(std::move(e));
+    }
+    reader.stop();
+    std::sort(events.begin(), events.end());
+    EXPECT_EQ(events, (Events{"k 0 down", "k 0 up", "k 1 down", "k 1 up"}));
+}
+
+TEST(EvdevCapture, StartFailsWithoutDevicesAndLeavesNothingRunning) {
+    RecordingSink sink;
+    EvdevCapture capture(DeviceRole::keyboard, "tappix-evtap", "/nonexistent");
+    EXPECT_FALSE(capture.start(sink));
+    capture.stop();
+    EvdevCapture empty(DeviceRole::keyboard, "tappix-evtap", ::testing::TempDir());
+    EXPECT_FALSE(empty.start(sink));
+    EXPECT_TRUE(scanDevices("/nonexistent").empty());
+}
