@@ -53,8 +53,12 @@ struct Stream {
     }
 };
 
-input_event key(std::uint16_t code, int value) { return input_event{{}, EV_KEY, code, value}; }
-input_event syn(std::uint16_t code = SYN_REPORT) { return input_event{{}, EV_SYN, code, 0}; }
+input_event key(std::uint16_t code, int value) {
+    return input_event{{}, EV_KEY, code, value};
+}
+input_event syn(std::uint16_t code = SYN_REPORT) {
+    return input_event{{}, EV_SYN, code, 0};
+}
 
 } // namespace
 
@@ -96,7 +100,8 @@ TEST(EvdevDevice, DropsRepeatsAndKeepsItsRole) {
 
     RecordingSink mouseSink;
     EvdevDevice pointer(::dup(stream.read), DeviceRole::pointer, "mouse");
-    stream.send({key(BTN_MIDDLE, 1), syn(), key(BTN_MIDDLE, 0), key(BTN_LEFT, 1), key(BTN_TOUCH, 1), key(KEY_A, 1)});
+    stream.send({key(BTN_MIDDLE, 1), syn(), key(BTN_MIDDLE, 0), key(BTN_LEFT, 1), key(BTN_TOUCH, 1),
+                 key(KEY_A, 1)});
     pointer.readAvailable(mouseSink);
     EXPECT_EQ(mouseSink.events, (Events{"m other down", "m other up", "m left down"}));
 }
@@ -139,8 +144,10 @@ TEST(EvdevCapture, ReaderThreadDeliversAndSurvivesAVanishingDevice) {
     CaptureSink& sink = service.captureSink();
 
     std::vector<std::unique_ptr<EvdevDevice>> devices;
-    devices.push_back(std::make_unique<EvdevDevice>(::dup(first.read), DeviceRole::keyboard, "one"));
-    devices.push_back(std::make_unique<EvdevDevice>(::dup(second.read), DeviceRole::keyboard, "two"));
+    devices.push_back(
+        std::make_unique<EvdevDevice>(::dup(first.read), DeviceRole::keyboard, "one"));
+    devices.push_back(
+        std::make_unique<EvdevDevice>(::dup(second.read), DeviceRole::keyboard, "two"));
     ASSERT_TRUE(reader.startWithDevices(sink, std::move(devices)));
 
     first.send({key(KEY_A, 1), syn()});

@@ -98,13 +98,16 @@ TEST(KeyEventService, ModifiersAsPressesAndAsFlagToggles) {
     in.flagsChanged(60);
     in.flagsChanged(56);
     in.flagsChanged(60);
-    EXPECT_EQ(f.events(), (Events{"k 57 down", "k 57 up", "k 56 down", "k 60 down", "k 56 up", "k 60 up"}));
+    EXPECT_EQ(f.events(),
+              (Events{"k 57 down", "k 57 up", "k 56 down", "k 60 down", "k 56 up", "k 60 up"}));
 }
 
 TEST(KeyEventService, SystemDefinedMediaKeys) {
     Fixture f;
     CaptureSink& in = f.media->sink();
-    auto data1 = [](int type, int state, bool repeat) { return (type << 16) | state | (repeat ? 1 : 0); };
+    auto data1 = [](int type, int state, bool repeat) {
+        return (type << 16) | state | (repeat ? 1 : 0);
+    };
     in.systemDefined(8, data1(0, 0x0A00, false));
     in.systemDefined(8, data1(0, 0x0A00, true)); // repeat flag
     in.systemDefined(8, data1(0, 0x0B00, false));

@@ -27,7 +27,8 @@ protected:
         ASSERT_TRUE(server_->isRunning()) << "Xvfb did not start";
         CaptureBackends backends;
         backends.keyboard = std::make_unique<NullCapture>(); // force the fallback
-        backends.fallback = std::make_unique<x11::X11Capture>(x11::X11Capture::Kind::keys, "tappix-x11keys");
+        backends.fallback =
+            std::make_unique<x11::X11Capture>(x11::X11Capture::Kind::keys, "tappix-x11keys");
         backends.mice.push_back(
             std::make_unique<x11::X11Capture>(x11::X11Capture::Kind::buttons, "tappix-x11mouse"));
         service_ = std::make_unique<KeyEventService>(std::move(backends));
@@ -62,7 +63,9 @@ test::XvfbServer* X11Capture::server_ = nullptr;
 
 } // namespace
 
-TEST_F(X11Capture, AvailableOnAnX11Session) { EXPECT_TRUE(x11::rawEventsAvailable()); }
+TEST_F(X11Capture, AvailableOnAnX11Session) {
+    EXPECT_TRUE(x11::rawEventsAvailable());
+}
 
 TEST_F(X11Capture, TypedWordGivesEachKeyOnceInOrder) {
     ASSERT_TRUE(test::XvfbServer::xdotool({"type", "--delay", "30", "keys"}));

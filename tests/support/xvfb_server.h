@@ -12,10 +12,11 @@ namespace tappix::test {
 class XvfbServer {
 public:
     XvfbServer() {
-        process_.start(QStringLiteral("Xvfb"), {QStringLiteral("-displayfd"), QStringLiteral("1"),
-                                               QStringLiteral("-screen"), QStringLiteral("0"),
-                                               QStringLiteral("640x480x24"), QStringLiteral("-nolisten"),
-                                               QStringLiteral("tcp")});
+        process_.start(QStringLiteral("Xvfb"),
+                       {QStringLiteral("-displayfd"), QStringLiteral("1"),
+                        QStringLiteral("-screen"), QStringLiteral("0"),
+                        QStringLiteral("640x480x24"), QStringLiteral("-nolisten"),
+                        QStringLiteral("tcp")});
         if (!process_.waitForStarted(5000))
             return;
         // The server writes its display number once it accepts connections.
