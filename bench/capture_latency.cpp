@@ -46,20 +46,23 @@ int main(int argc, char** argv) {
     });
     evdev::EvdevCapture reader(evdev::DeviceRole::keyboard, "tappix-evtap", "/nonexistent");
     std::vector<std::unique_ptr<evdev::EvdevDevice>> devices;
-    devices.push_back(std::make_unique<evdev::EvdevDevice>(fds[0], evdev::DeviceRole::keyboard, "bench"));
+    devices.push_back(
+        std::make_unique<evdev::EvdevDevice>(fds[0], evdev::DeviceRole::keyboard, "bench"));
     reader.startWithDevices(service.captureSink(), std::move(devices));
 
     std::vector<double> micros;
     micros.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) {
-        const input_event events[2] = {{{}, EV_KEY, KEY_A, (i % 2 == 0) ? 1 : 0}, {{}, EV_SYN, SYN_REPORT, 0}};
+        const input_event events[2] = {{{}, EV_KEY, KEY_A, (i % 2 == 0) ? 1 : 0},
+                                       {{}, EV_SYN, SYN_REPORT, 0}};
         const int before = delivered.load(std::memory_order_acquire);
         const auto sent = Clock::now();
         if (::write(fds[1], events, sizeof events) != static_cast<ssize_t>(sizeof events))
             return 1;
         while (delivered.load(std::memory_order_acquire) == before) {
         }
-        const auto arrived = Clock::time_point(Clock::duration(arrivedAt.load(std::memory_order_acquire)));
+        const auto arrived =
+            Clock::time_point(Clock::duration(arrivedAt.load(std::memory_order_acquire)));
         micros.push_back(std::chrono::duration<double, std::micro>(arrived - sent).count());
     }
     std::sort(micros.begin(), micros.end());

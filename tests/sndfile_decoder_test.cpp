@@ -1,0 +1,97 @@
+#include "platform/sndfile/sndfile_decoder.h"
+
+#include "kits/synth_engine.h"
+
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <cmath>
+
+using namespace tappix;
+
+namespace {
+
+/// Makes a 0.1 s 1 kHz tone with sox in the given encoding.
+QString makeTone(const QTemporaryDir& dir, const QString& name, const QStringList& format) {
+    const QString path = dir.filePath(name);
+    QProcess sox;
+    sox.start("sox", QStringList{"-n"} + format + QStringList{path, "synth", "0.1", "sine", "1000", "vol", "0.5"});
+    EXPECT_TRUE(sox.waitForFinished(10000) && sox.exitCode() == 0) << sox.readAllStandardError().toStdString();
+    return path;
+}
+
+float rms(const std::vector<float>& samples) {
+    double sum = 0;
+    for (float s : samples)
+        sum += double(s) * s;
+    return float(std::sqrt(sum / samples.size()));
+}
+
+} // namespace
+
+TEST(SndfileDecoder, EveryCommonEncodingLoadsAs48kMono) {
+    QTemporaryDir dir;
+    SndfileDecoder decoder;
+    struct Case {
+        const char* name;
+        QStringList format;
+    };
+    const Case cases[] = {
+        {"u8.wav", {"-r", "48000", "-c", "1", "-b", "8", "-e", "unsigned-integer"}},
+        {"s16.wav", {"-r", "48000", "-c", "1", "-b", "16"}},
+        {"s24.wav", {"-r", "48000", "-c", "1", "-b", "24"}},
+        {"f32.wav", {"-r", "48000", "-c", "1", "-b", "32", "-e", "floating-point"}},
+        {"stereo44.wav", {"-r", "44100", "-c", "2", "-b", "16"}},
+        {"hi96.wav", {"-r", "96000", "-c", "1", "-b", "24"}},
+        {"tone.flac", {"-r", "44100", "-c", "2", "-b", "16"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string error;
+        auto buffer = decoder.decode(makeTone(dir, c.name, c.format), error);
+        ASSERT_TRUE(buffer) << error;
+        EXPECT_NEAR(double(buffer->frames()), 4800.0, 24.0);
+        EXPECT_NEAR(rms(buffer->samples), 0.5f / std::sqrt(2.0f), 0.02f);
+    }
+}
+
+TEST(SndfileDecoder, BadFilesFailWithAReason) {
+    QTemporaryDir dir;
+    SndfileDecoder decoder;
+    QFile empty(dir.filePath("empty.wav"));
+    ASSERT_TRUE(empty.open(QIODevice::WriteOnly));
+    empty.close();
+    QFile text(dir.filePath("text.wav"));
+    ASSERT_TRUE(text.open(QIODevice::WriteOnly));
+    text.write("this is not audio at all, just words in a file with a .wav name");
+    text.close();
+    const QString good = makeTone(dir, "good.wav", {"-r", "48000", "-c", "1", "-b", "16"});
+    QFile::copy(good, dir.filePath("cut.wav"));
+    QFile cut(dir.filePath("cut.wav"));
+    ASSERT_TRUE(cut.resize(30)); // header only, truncated
+
+    for (const QString& path : {dir.filePath("missing.wav"), empty.fileName(), text.fileName(), cut.fileName()}) {
+        std::string error;
+        EXPECT_FALSE(decoder.decode(path, error)) << path.toStdString();
+        EXPECT_FALSE(error.empty());
+    }
+}
+
+TEST(SndfileDecoder, WrittenWavReadsBackAs16BitPcm) {
+    QTemporaryDir dir;
+    const auto samples = SynthEngine::render({400, 1, 10, 8000, true}, 9, false);
+    std::string error;
+    const std::string path = dir.filePath("key.wav").toStdString();
+    ASSERT_TRUE(writeWav(samples, path, error)) << error;
+    SndfileDecoder decoder;
+    auto buffer = decoder.decode(QString::fromStdString(path), error);
+    ASSERT_TRUE(buffer) << error;
+    ASSERT_EQ(buffer->frames(), samples.size());
+    for (std::size_t i = 0; i < samples.size(); ++i)
+        ASSERT_NEAR(buffer->samples[i], samples[i], 1.0f / 32768 + 1e-6f);
+    QFile file(QString::fromStdString(path));
+    EXPECT_EQ(file.size(), 44 + 2 * qint64(samples.size()));
+    EXPECT_FALSE(writeWav(samples, "/nonexistent/dir/key.wav", error));
+}

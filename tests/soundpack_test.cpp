@@ -1,0 +1,112 @@
+#include "kits/soundpack_store.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QTemporaryDir>
+
+using namespace tappix;
+
+namespace {
+
+const char* kMinimal = R"({"id":"k","metadata":{"name":"K","brand":"B","author":"A"},
+    "license":{"type":"t","url":""},"sounds":{"alpha":{"down":["a.wav"],"up":[]}}})";
+
+void writeKit(const QString& dir, const QByteArray& manifest) {
+    QDir().mkpath(dir + "/sounds");
+    QFile file(dir + "/config.json");
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(manifest);
+}
+
+QByteArray manifestWithId(const char* id) {
+    return QByteArray(kMinimal).replace("\"id\":\"k\"", QByteArray("\"id\":\"") + id + "\"");
+}
+
+} // namespace
+
+TEST(SoundpackConfig, OptionalFieldsDefault) {
+    std::string error;
+    auto config = SoundpackConfig::decode(kMinimal, &error);
+    ASSERT_TRUE(config) << error;
+    EXPECT_TRUE(config->labels.empty());
+    EXPECT_FALSE(config->metadata.supportsKeyUp);
+    EXPECT_EQ(config->metadata.category, "keyboard");
+    EXPECT_FALSE(config->metadata.family || config->metadata.blurb || config->metadata.keys);
+    // Round trip through the writer.
+    const QByteArray written = QJsonDocument(config->toJson()).toJson();
+    EXPECT_EQ(SoundpackConfig::decode(written), config);
+}
+
+TEST(SoundpackConfig, StrictDecodingWithReadableErrors) {
+    struct Case {
+        QByteArray json;
+        std::string error;
+    };
+    const QByteArray base = kMinimal;
+    const Case cases[] = {
+        {"", "config.json is not valid JSON"},
+        {"[]", "config.json must hold one JSON object"},
+        {QByteArray(base).replace(R"("license":{"type":"t","url":""},)", ""), "\"license\" is missing"},
+        {QByteArray(base).replace(R"("up":[])", R"("x":1)"), "\"sounds.alpha.up\" is missing"},
+        {QByteArray(base).replace(R"("brand":"B")", R"("brand":7)"), "\"metadata.brand\" must be a string"},
+        {QByteArray(base).replace(R"("author":"A")", R"("author":"A","supportsKeyUp":"yes")"),
+         "\"metadata.supportsKeyUp\" must be true or false"},
+        {QByteArray(base).replace(R"("down":["a.wav"])", R"("down":["a.wav",3])"),
+         "\"sounds.alpha.down\" must be an array of strings"},
+        {QByteArray(base).replace(R"("id":"k")", R"("id":null)"), "\"id\" is missing"},
+    };
+    for (const Case& c : cases) {
+        std::string error;
+        EXPECT_FALSE(SoundpackConfig::decode(c.json, &error)) << c.json.toStdString();
+        EXPECT_EQ(error.rfind(c.error, 0), 0u) << error;
+    }
+    // null leaves an optional field out; unknown fields are ignored.
+    auto config = SoundpackConfig::decode(
+        QByteArray(base).replace(R"("author":"A")", R"("author":"A","blurb":null,"future":{"x":1})"));
+    ASSERT_TRUE(config);
+    EXPECT_FALSE(config->metadata.blurb);
+}
+
+TEST(SoundpackConfig, OrderedSoundKeysAndFiles) {
+    auto config = SoundpackConfig::decode(R"({"id":"k","metadata":{"name":"K","brand":"B","author":"A"},
+        "license":{"type":"t","url":""},"sounds":{
+        "modifier":{"down":["m.wav"],"up":[]},"zeta":{"down":["z.wav"],"up":["a.wav"]},
+        "alpha":{"down":["a.wav","a.wav"],"up":[]},"beta":{"down":["b.wav"],"up":[]},
+        "space":{"down":[],"up":["s.wav"]}}})");
+    ASSERT_TRUE(config);
+    EXPECT_EQ(config->orderedSoundKeys(), (std::vector<std::string>{"alpha", "modifier", "beta", "zeta"}));
+    EXPECT_EQ(config->allFiles(), (std::vector<std::string>{"a.wav", "b.wav", "m.wav", "s.wav", "z.wav"}));
+}
+
+TEST(SoundpackStore, ScansInOrderSkipsBadEntriesAndBundleWins) {
+    QTemporaryDir bundle, user;
+    writeKit(bundle.filePath("shared"), manifestWithId("same"));
+    writeKit(user.filePath("b-kit"), manifestWithId("b"));
+    writeKit(user.filePath("a-kit"), manifestWithId("a"));
+    writeKit(user.filePath(".hidden"), manifestWithId("hidden"));
+    writeKit(user.filePath("dupe"), manifestWithId("same"));
+    writeKit(user.filePath("broken"), "{not json");
+    QDir().mkpath(user.filePath("empty"));
+    QFile stray(user.filePath("stray.txt"));
+    ASSERT_TRUE(stray.open(QIODevice::WriteOnly));
+
+    SoundpackStore store(bundle.path(), user.path());
+    store.reload();
+    std::vector<std::string> ids;
+    for (const auto& pack : store.packs())
+        ids.push_back(pack.config.id + (pack.isUserPack ? "/user" : "/bundle"));
+    EXPECT_EQ(ids, (std::vector<std::string>{"same/bundle", "a/user", "b/user", "same/user"}));
+    ASSERT_TRUE(store.find("same"));
+    EXPECT_FALSE(store.find("same")->isUserPack);
+    EXPECT_EQ(store.find("a")->soundsDirectory(), user.filePath("a-kit") + "/sounds");
+    EXPECT_FALSE(store.find("A"));
+    EXPECT_FALSE(store.find("hidden"));
+
+    // Missing directories contribute nothing.
+    SoundpackStore missing("/nonexistent/one", "/nonexistent/two");
+    missing.reload();
+    EXPECT_TRUE(missing.packs().empty());
+}
