@@ -17,8 +17,10 @@ namespace {
 QString makeTone(const QTemporaryDir& dir, const QString& name, const QStringList& format) {
     const QString path = dir.filePath(name);
     QProcess sox;
-    sox.start("sox", QStringList{"-n"} + format + QStringList{path, "synth", "0.1", "sine", "1000", "vol", "0.5"});
-    EXPECT_TRUE(sox.waitForFinished(10000) && sox.exitCode() == 0) << sox.readAllStandardError().toStdString();
+    sox.start("sox", QStringList{"-n"} + format +
+                         QStringList{path, "synth", "0.1", "sine", "1000", "vol", "0.5"});
+    EXPECT_TRUE(sox.waitForFinished(10000) && sox.exitCode() == 0)
+        << sox.readAllStandardError().toStdString();
     return path;
 }
 
@@ -72,7 +74,8 @@ TEST(SndfileDecoder, BadFilesFailWithAReason) {
     QFile cut(dir.filePath("cut.wav"));
     ASSERT_TRUE(cut.resize(30)); // header only, truncated
 
-    for (const QString& path : {dir.filePath("missing.wav"), empty.fileName(), text.fileName(), cut.fileName()}) {
+    for (const QString& path :
+         {dir.filePath("missing.wav"), empty.fileName(), text.fileName(), cut.fileName()}) {
         std::string error;
         EXPECT_FALSE(decoder.decode(path, error)) << path.toStdString();
         EXPECT_FALSE(error.empty());

@@ -49,9 +49,11 @@ TEST(SoundpackConfig, StrictDecodingWithReadableErrors) {
     const Case cases[] = {
         {"", "config.json is not valid JSON"},
         {"[]", "config.json must hold one JSON object"},
-        {QByteArray(base).replace(R"("license":{"type":"t","url":""},)", ""), "\"license\" is missing"},
+        {QByteArray(base).replace(R"("license":{"type":"t","url":""},)", ""),
+         "\"license\" is missing"},
         {QByteArray(base).replace(R"("up":[])", R"("x":1)"), "\"sounds.alpha.up\" is missing"},
-        {QByteArray(base).replace(R"("brand":"B")", R"("brand":7)"), "\"metadata.brand\" must be a string"},
+        {QByteArray(base).replace(R"("brand":"B")", R"("brand":7)"),
+         "\"metadata.brand\" must be a string"},
         {QByteArray(base).replace(R"("author":"A")", R"("author":"A","supportsKeyUp":"yes")"),
          "\"metadata.supportsKeyUp\" must be true or false"},
         {QByteArray(base).replace(R"("down":["a.wav"])", R"("down":["a.wav",3])"),
@@ -64,21 +66,24 @@ TEST(SoundpackConfig, StrictDecodingWithReadableErrors) {
         EXPECT_EQ(error.rfind(c.error, 0), 0u) << error;
     }
     // null leaves an optional field out; unknown fields are ignored.
-    auto config = SoundpackConfig::decode(
-        QByteArray(base).replace(R"("author":"A")", R"("author":"A","blurb":null,"future":{"x":1})"));
+    auto config = SoundpackConfig::decode(QByteArray(base).replace(
+        R"("author":"A")", R"("author":"A","blurb":null,"future":{"x":1})"));
     ASSERT_TRUE(config);
     EXPECT_FALSE(config->metadata.blurb);
 }
 
 TEST(SoundpackConfig, OrderedSoundKeysAndFiles) {
-    auto config = SoundpackConfig::decode(R"({"id":"k","metadata":{"name":"K","brand":"B","author":"A"},
+    auto config =
+        SoundpackConfig::decode(R"({"id":"k","metadata":{"name":"K","brand":"B","author":"A"},
         "license":{"type":"t","url":""},"sounds":{
         "modifier":{"down":["m.wav"],"up":[]},"zeta":{"down":["z.wav"],"up":["a.wav"]},
         "alpha":{"down":["a.wav","a.wav"],"up":[]},"beta":{"down":["b.wav"],"up":[]},
         "space":{"down":[],"up":["s.wav"]}}})");
     ASSERT_TRUE(config);
-    EXPECT_EQ(config->orderedSoundKeys(), (std::vector<std::string>{"alpha", "modifier", "beta", "zeta"}));
-    EXPECT_EQ(config->allFiles(), (std::vector<std::string>{"a.wav", "b.wav", "m.wav", "s.wav", "z.wav"}));
+    EXPECT_EQ(config->orderedSoundKeys(),
+              (std::vector<std::string>{"alpha", "modifier", "beta", "zeta"}));
+    EXPECT_EQ(config->allFiles(),
+              (std::vector<std::string>{"a.wav", "b.wav", "m.wav", "s.wav", "z.wav"}));
 }
 
 TEST(SoundpackStore, ScansInOrderSkipsBadEntriesAndBundleWins) {

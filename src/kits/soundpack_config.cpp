@@ -42,7 +42,8 @@ struct Reader {
 
     bool stringArray(const QJsonValue& v, const std::string& path, std::vector<std::string>& out) {
         if (!v.isArray())
-            return fail(path, v.isUndefined() || v.isNull() ? "is missing" : "must be an array of strings");
+            return fail(path, v.isUndefined() || v.isNull() ? "is missing"
+                                                            : "must be an array of strings");
         for (const QJsonValue& item : v.toArray()) {
             if (!item.isString())
                 return fail(path, "must be an array of strings");
@@ -74,8 +75,9 @@ std::optional<SoundpackConfig> SoundpackConfig::decode(const QByteArray& json, s
     if (parseError.error != QJsonParseError::NoError || !document.isObject()) {
         if (error)
             *error = parseError.error != QJsonParseError::NoError
-                         ? "config.json is not valid JSON (" + parseError.errorString().toStdString() +
-                               " at byte " + std::to_string(parseError.offset) + ")"
+                         ? "config.json is not valid JSON (" +
+                               parseError.errorString().toStdString() + " at byte " +
+                               std::to_string(parseError.offset) + ")"
                          : "config.json must hold one JSON object";
         return std::nullopt;
     }
@@ -132,7 +134,8 @@ std::optional<SoundpackConfig> SoundpackConfig::decode(const QByteArray& json, s
                 if (!it.value().isString())
                     ok = r.fail("labels." + it.key().toStdString(), "must be a string");
                 else
-                    config.labels.emplace(it.key().toStdString(), it.value().toString().toStdString());
+                    config.labels.emplace(it.key().toStdString(),
+                                          it.value().toString().toStdString());
             }
         } else if (!labels.isUndefined() && !labels.isNull()) {
             ok = r.fail("labels", "must be an object");
@@ -168,8 +171,9 @@ QJsonObject SoundpackConfig::toJson() const {
     QJsonObject root{
         {QStringLiteral("id"), QString::fromStdString(id)},
         {QStringLiteral("metadata"), meta},
-        {QStringLiteral("license"), QJsonObject{{QStringLiteral("type"), QString::fromStdString(license.type)},
-                                                {QStringLiteral("url"), QString::fromStdString(license.url)}}},
+        {QStringLiteral("license"),
+         QJsonObject{{QStringLiteral("type"), QString::fromStdString(license.type)},
+                     {QStringLiteral("url"), QString::fromStdString(license.url)}}},
         {QStringLiteral("sounds"), soundObject},
     };
     if (!labels.empty()) {

@@ -69,7 +69,8 @@ struct SoundpackConfig {
     /// Decodes a manifest strictly: required fields present with their types, optional
     /// ones absent, null or of their type; unknown fields ignored. On failure `error`
     /// gets a plain-words reason.
-    static std::optional<SoundpackConfig> decode(const QByteArray& json, std::string* error = nullptr);
+    static std::optional<SoundpackConfig> decode(const QByteArray& json,
+                                                 std::string* error = nullptr);
 
     /// The manifest as a JSON object, optional fields left out when unset.
     QJsonObject toJson() const;

@@ -15,9 +15,10 @@ SoundpackStore::SoundpackStore(QString bundleDirectory, QString userDirectory)
     : bundleDirectory_(std::move(bundleDirectory)), userDirectory_(std::move(userDirectory)) {}
 
 QString SoundpackStore::defaultBundleDirectory() {
-    const QString exeDir = QCoreApplication::instance()
-                               ? QCoreApplication::applicationDirPath()
-                               : QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath().section('/', 0, -2);
+    const QString exeDir =
+        QCoreApplication::instance()
+            ? QCoreApplication::applicationDirPath()
+            : QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath().section('/', 0, -2);
     // Installed: <prefix>/bin/tappix → <prefix>/share/…; build tree: build/tappix → build/share/….
     for (const QString& candidate : {exeDir + QStringLiteral("/../share/tappix/Soundpacks"),
                                      exeDir + QStringLiteral("/share/tappix/Soundpacks"),

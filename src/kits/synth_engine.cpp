@@ -76,9 +76,9 @@ std::vector<float> render(const SynthParams& params, std::uint64_t seed, bool is
             const float noise = random.noise();
             c = click * (std::exp(t / -0.0012f) * noise) + 0.0f;
         }
-        float s = amp * env *
-                      (std::sin(f1 * kTwoPi * t) * 0.75f + std::sin(f2Omega * t + 1.3f) * 0.35f) +
-                  c;
+        float s =
+            amp * env * (std::sin(f1 * kTwoPi * t) * 0.75f + std::sin(f2Omega * t + 1.3f) * 0.35f) +
+            c;
         if (params.clicky && t < 0.02f)
             s = s + std::sin(16336.281f * t) * (click * 0.5f * std::exp(t / -0.004f));
         out[i] = s;
@@ -123,10 +123,14 @@ SampleRef makeBuffer(std::vector<float> samples) {
 
 std::string_view rawValue(MouseProfile profile) {
     switch (profile) {
-    case MouseProfile::soft: return "soft";
-    case MouseProfile::crisp: return "crisp";
-    case MouseProfile::deep: return "deep";
-    case MouseProfile::tick: return "tick";
+    case MouseProfile::soft:
+        return "soft";
+    case MouseProfile::crisp:
+        return "crisp";
+    case MouseProfile::deep:
+        return "deep";
+    case MouseProfile::tick:
+        return "tick";
     }
     return "soft";
 }

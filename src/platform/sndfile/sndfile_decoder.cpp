@@ -53,7 +53,8 @@ std::optional<SampleBuffer> SndfileDecoder::decode(const QString& path, std::str
         mono[static_cast<std::size_t>(frame)] = sum / static_cast<float>(info.channels);
     }
     if ((info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG) {
-        const auto lead = std::min(mono.size(), static_cast<std::size_t>(kMp3LeadSeconds * info.samplerate));
+        const auto lead =
+            std::min(mono.size(), static_cast<std::size_t>(kMp3LeadSeconds * info.samplerate));
         mono.erase(mono.begin(), mono.begin() + static_cast<std::ptrdiff_t>(lead));
     }
 
@@ -67,9 +68,9 @@ std::optional<SampleBuffer> SndfileDecoder::decode(const QString& path, std::str
     std::size_t produced = 0;
     const soxr_quality_spec_t quality = soxr_quality_spec(SOXR_VHQ, 0);
     const soxr_io_spec_t io = soxr_io_spec(SOXR_FLOAT32_I, SOXR_FLOAT32_I);
-    if (soxr_error_t failure = soxr_oneshot(info.samplerate, SampleBuffer::kSampleRate, 1, mono.data(),
-                                            mono.size(), nullptr, buffer.samples.data(),
-                                            buffer.samples.size(), &produced, &io, &quality, nullptr)) {
+    if (soxr_error_t failure = soxr_oneshot(
+            info.samplerate, SampleBuffer::kSampleRate, 1, mono.data(), mono.size(), nullptr,
+            buffer.samples.data(), buffer.samples.size(), &produced, &io, &quality, nullptr)) {
         error = std::string("could not convert to 48000 Hz: ") + failure;
         return std::nullopt;
     }

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tappix {
+
+/// Questions about the audio hardware: the output devices, the defaults, and whether
+/// the output is built in or Bluetooth and the microphone or a camera is in use.
+/// Every query asks afresh, answers none or false on any failure and never blocks
+/// for longer than a short timeout. Any thread; not on the audio play path.
+class AudioDeviceManager {
+public:
+    /// An output device.
+    struct Device {
+        /// The server's index for it (valid while it exists).
+        std::uint32_t id = 0;
+        /// Its persistent identifier (the sink name), kept in the settings.
+        std::string uid;
+        /// Its human-readable description.
+        std::string name;
+
+        friend bool operator==(const Device&, const Device&) = default;
+    };
+
+    virtual ~AudioDeviceManager() = default;
+
+    /// Output devices in the server's order; nameless ones are left out.
+    virtual std::vector<Device> outputDevices() = 0;
+    /// The id of the output device whose uid matches exactly, or none.
+    virtual std::optional<std::uint32_t> deviceID(const std::string& uid) = 0;
+    /// The default output device, or none.
+    virtual std::optional<Device> defaultOutput() = 0;
+    /// Whether the default output is built in (internal speakers or the headphone jack).
+    virtual bool isDefaultOutputBuiltIn() = 0;
+    /// Whether the default output is a Bluetooth device.
+    virtual bool isDefaultOutputBluetooth() = 0;
+    /// Whether something is recording from the default input (a monitor never counts).
+    virtual bool isMicrophoneInUse() = 0;
+    /// Whether some process has a camera open.
+    virtual bool isCameraInUse() = 0;
+    /// Whether the sound server answers at all (for diagnostics).
+    virtual bool isServerReachable() = 0;
+    /// The server's name and version, when reachable (for diagnostics).
+    virtual std::string serverDescription() = 0;
+};
+
+/// The answer when there is no audio system at all: nothing, false.
+class NullAudioDeviceManager final : public AudioDeviceManager {
+public:
+    std::vector<Device> outputDevices() override { return {}; }
+    std::optional<std::uint32_t> deviceID(const std::string&) override { return std::nullopt; }
+    std::optional<Device> defaultOutput() override { return std::nullopt; }
+    bool isDefaultOutputBuiltIn() override { return false; }
+    bool isDefaultOutputBluetooth() override { return false; }
+    bool isMicrophoneInUse() override { return false; }
+    bool isCameraInUse() override { return false; }
+    bool isServerReachable() override { return false; }
+    std::string serverDescription() override { return {}; }
+};
+
+} // namespace tappix

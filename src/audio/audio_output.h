@@ -1,0 +1,37 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace tappix {
+
+class Mixer;
+
+/// Where the mixer's output goes: a sound-server stream that calls `Mixer::render`
+/// from its own real-time thread. Implementations keep the stream running while idle
+/// (no suspended sink, no drained stream), so the first key after a silence starts as
+/// fast as any other, and reconnect by themselves after the server or device goes away.
+class AudioOutput {
+public:
+    virtual ~AudioOutput() = default;
+
+    /// Connects and starts rendering `mixer`; false when no output can be had now
+    /// (the output keeps retrying in the background). Controlling thread.
+    virtual bool start(Mixer& mixer) = 0;
+
+    /// Stops rendering and disconnects. Controlling thread.
+    virtual void stop() = 0;
+
+    /// Plays on the named device from now on; none follows the system default.
+    /// Asynchronous; any thread.
+    virtual void setDevice(const std::optional<std::string>& deviceName) = 0;
+
+    /// Whether the stream is connected and rendering. Any thread.
+    virtual bool isPlaying() const = 0;
+
+    /// The output latency as configured and reported by the server, in seconds
+    /// (0 when unknown). Any thread.
+    virtual double latencySeconds() const = 0;
+};
+
+} // namespace tappix

@@ -1,0 +1,174 @@
+#include "audio/audio_player.h"
+
+#include "core/log.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <future>
+#include <set>
+
+namespace tappix {
+namespace {
+
+/// Why a kit's file name may not be opened, or empty when it may. Names must stay
+/// inside the kit's sounds directory and name a regular file, so no kit can read
+/// elsewhere or hang the loader on a FIFO or a device.
+std::string refusal(const QString& directory, const std::string& name) {
+    const QString relative = QString::fromStdString(name);
+    if (relative.isEmpty() || QDir::isAbsolutePath(relative))
+        return "the name must be relative to the kit's sounds directory";
+    for (const QString& part : relative.split(QLatin1Char('/'))) {
+        if (part == QLatin1String(".."))
+            return "the name leaves the kit's sounds directory";
+    }
+    const QFileInfo info(directory + QLatin1Char('/') + relative);
+    if (!info.exists())
+        return "no such file";
+    if (!info.isFile())
+        return "not a regular file";
+    return {};
+}
+
+} // namespace
+
+AudioPlayer::AudioPlayer(std::unique_ptr<AudioOutput> output, std::unique_ptr<SampleDecoder> decoder,
+                         AudioDeviceManager& devices, float masterVolume)
+    : output_(std::move(output)), decoder_(std::move(decoder)), devices_(devices) {
+    mixer_.setMasterVolume(masterVolume);
+    if (!output_->start(mixer_))
+        qCWarning(lcAudio, "audio engine failed to start: no sound server yet; retrying in the background");
+}
+
+AudioPlayer::~AudioPlayer() {
+    // Stop rendering first: after this no one reads the buffers freed below.
+    output_->stop();
+}
+
+void AudioPlayer::runSync(std::function<void()> task) {
+    std::promise<void> done;
+    queue_.post([&] {
+        task();
+        done.set_value();
+    });
+    done.get_future().wait();
+}
+
+AudioPlayer::SampleMap AudioPlayer::decodeAll(const QString& directory,
+                                              const std::vector<std::string>& files) {
+    SampleMap map;
+    for (const std::string& name : std::set<std::string>(files.begin(), files.end())) {
+        std::string error = refusal(directory, name);
+        std::optional<SampleBuffer> buffer;
+        if (error.empty())
+            buffer = decoder_->decode(directory + QLatin1Char('/') + QString::fromStdString(name), error);
+        if (!buffer) {
+            qCWarning(lcAudio, "failed to load %s: %s", name.c_str(), error.c_str());
+            continue;
+        }
+        if (buffer->frames() == 0 || buffer->frames() > UINT32_MAX) {
+            qCWarning(lcAudio, "could not convert %s to engine format", name.c_str());
+            continue;
+        }
+        map.emplace(name, std::make_shared<const SampleBuffer>(std::move(*buffer)));
+    }
+    return map;
+}
+
+void AudioPlayer::loadSampleSets(std::vector<SampleSet> sets) {
+    runSync([this, &sets] {
+        for (auto& [id, map] : buffers_)
+            retire(map);
+        buffers_.clear();
+        for (const SampleSet& set : sets) {
+            SampleMap map = decodeAll(set.directory, set.files);
+            if (auto existing = buffers_.find(set.id); existing != buffers_.end())
+                retire(existing->second);
+            buffers_[set.id] = std::move(map);
+        }
+        sweep();
+    });
+}
+
+void AudioPlayer::loadMouseKit(const QString& directory, std::vector<std::string> files) {
+    runSync([this, &directory, &files] {
+        retire(mouseBuffers_);
+        mouseBuffers_ = decodeAll(directory, files);
+        sweep();
+    });
+}
+
+void AudioPlayer::play(std::string packId, std::string name, float rate, float pan, float gain) {
+    queue_.post([this, packId = std::move(packId), name = std::move(name), rate, pan, gain] {
+        auto kit = buffers_.find(packId);
+        if (kit == buffers_.end())
+            return;
+        auto sample = kit->second.find(name);
+        if (sample == kit->second.end())
+            return;
+        submit(sample->second, rate, pan, gain);
+    });
+}
+
+void AudioPlayer::playMouse(std::string name, float rate, float pan, float gain) {
+    queue_.post([this, name = std::move(name), rate, pan, gain] {
+        if (auto sample = mouseBuffers_.find(name); sample != mouseBuffers_.end())
+            submit(sample->second, rate, pan, gain);
+    });
+}
+
+void AudioPlayer::playBuffer(SampleRef buffer, float rate, float pan, float gain) {
+    if (!buffer || buffer->frames() == 0 || buffer->frames() > UINT32_MAX)
+        return;
+    queue_.post([this, buffer = std::move(buffer), rate, pan, gain] {
+        submit(buffer, rate, pan, gain);
+        // The caller may drop its copy at any time: keep it until the mixer is done.
+        retired_.emplace_back(sequence_, buffer);
+    });
+}
+
+void AudioPlayer::submit(const SampleRef& buffer, float rate, float pan, float gain) {
+    sweep();
+    Mixer::PlayCommand command;
+    command.data = buffer->samples.data();
+    command.frames = static_cast<std::uint32_t>(buffer->frames());
+    command.rate = rate;
+    command.pan = pan;
+    command.gain = gain;
+    command.sequence = ++sequence_;
+    if (!mixer_.enqueue(command))
+        --sequence_; // a full queue (256 sounds not yet rendered) drops the sound
+}
+
+void AudioPlayer::retire(SampleMap& map) {
+    for (auto& [name, buffer] : map)
+        retired_.emplace_back(sequence_, std::move(buffer));
+    map.clear();
+}
+
+void AudioPlayer::sweep() {
+    // Samples last used by a command below the mixer's safe sequence are unread.
+    const std::uint64_t safe = mixer_.safeSequence();
+    std::erase_if(retired_, [safe](const auto& entry) { return entry.first < safe; });
+}
+
+void AudioPlayer::setOutputDevice(std::optional<std::string> uid) {
+    queue_.post([this, uid = std::move(uid)] {
+        std::optional<std::string> device;
+        if (uid && devices_.deviceID(*uid))
+            device = uid;
+        else if (uid)
+            qCInfo(lcAudio, "output device %s is not present; using the default output", uid->c_str());
+        output_->setDevice(device);
+    });
+}
+
+bool AudioPlayer::hasSample(std::string_view packId, std::string_view name) {
+    bool found = false;
+    runSync([&] {
+        auto kit = buffers_.find(packId);
+        found = kit != buffers_.end() && kit->second.contains(name);
+    });
+    return found;
+}
+
+} // namespace tappix

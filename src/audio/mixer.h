@@ -1,0 +1,150 @@
+#pragma once
+
+#include "core/spsc_queue.h"
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace tappix {
+
+/// Tappix's own audio graph, rendered in one real-time callback: sixteen voices
+/// (varispeed read with interpolation, equal-power pan, gain) → submix → second-order
+/// low-pass (tone brightness) → small-room reverb → master volume × duck, as 48000 Hz
+/// float stereo.
+///
+/// Plays arrive through a fixed lock-free queue from one producer thread (the
+/// "tappix-audio" queue). Levels are atomics smoothed per block. `render` never locks,
+/// allocates, logs or calls the system. The buffers a command points at must stay
+/// alive until `safeSequence()` passes the command's sequence number.
+class Mixer {
+public:
+    /// Voices in the pool; the seventeenth quick sound takes the first voice again.
+    static constexpr int kVoiceCount = 16;
+    /// Output rate.
+    static constexpr int kSampleRate = 48000;
+    /// Frames rendered per internal block (any request size is split into these).
+    static constexpr std::size_t kBlockFrames = 256;
+    /// A voice cut by a new sound fades out over this many frames (3 ms) instead of clicking.
+    static constexpr int kStealFadeFrames = 144;
+    /// Largest gain a voice plays at: a deliberate 50 % boost.
+    static constexpr float kMaxGain = 1.5f;
+    /// Reverb wet/dry mix in per cent when the room is on.
+    static constexpr float kRoomWetPercent = 14.0f;
+
+    /// One sound to start.
+    struct PlayCommand {
+        /// Mono 48 kHz samples, kept alive by the producer (see `safeSequence`).
+        const float* data = nullptr;
+        /// Number of samples.
+        std::uint32_t frames = 0;
+        /// Playback rate, 1 = recorded pitch.
+        float rate = 1.0f;
+        /// -1 full left … +1 full right.
+        float pan = 0.0f;
+        /// Linear gain, clamped to [0, 1.5].
+        float gain = 1.0f;
+        /// Increasing number given by the producer.
+        std::uint64_t sequence = 0;
+    };
+
+    /// Allocates every voice, filter and reverb buffer up front. Any thread.
+    Mixer();
+
+    /// Queues a sound; false (and nothing plays) when the queue is full. Producer thread.
+    bool enqueue(const PlayCommand& command) noexcept;
+
+    /// The user's volume, 0 to 1. Any thread.
+    void setMasterVolume(float volume) noexcept { masterVolume_.store(volume); }
+    /// Ducking: while active the output is further scaled by `volume`. Any thread.
+    void setDuck(bool active, float volume) noexcept;
+    /// Brightness 0 … 1: ≥ 0.98 bypasses the low-pass, else its corner is 2200 × 5^b Hz. Any thread.
+    void setToneBrightness(float brightness) noexcept { brightness_.store(brightness); }
+    /// The small-room reverb on (14 % wet) or off. Any thread.
+    void setRoom(bool on) noexcept { roomOn_.store(on); }
+
+    /// The output gain the levels ask for: master × (duck volume while ducking). Any thread.
+    float targetOutputGain() const noexcept;
+    /// The low-pass corner for a brightness, or 0 when bypassed.
+    static float cutoffFor(float brightness) noexcept;
+
+    /// Renders `frames` of interleaved stereo into `out`. Render callback only.
+    void render(float* out, std::size_t frames) noexcept;
+
+    /// Every command numbered below this has been consumed and no voice reads its
+    /// samples any more, so they may be freed. Any thread.
+    std::uint64_t safeSequence() const noexcept { return safeSequence_.load(std::memory_order_acquire); }
+
+    /// The largest output sample since the last call, then resets it. Any thread.
+    float takePeak() noexcept { return peak_.exchange(0.0f); }
+
+    /// Voices sounding after the last block (for diagnostics and tests). Any thread.
+    int activeVoices() const noexcept { return activeVoices_.load(std::memory_order_relaxed); }
+
+private:
+    struct Sound {
+        const float* data = nullptr;
+        std::uint32_t frames = 0;
+        double position = 0;
+        float rate = 1;
+        float left = 0, right = 0;
+        std::uint64_t sequence = 0;
+        int fadeRemaining = 0; // > 0 while fading out after being cut
+        bool active() const { return data != nullptr; }
+    };
+    struct Voice {
+        Sound current;
+        Sound fading;
+    };
+    struct Biquad {
+        float b0 = 1, b1 = 0, b2 = 0, a1 = 0, a2 = 0;
+        float z1[2]{}, z2[2]{};
+    };
+    struct Comb {
+        std::vector<float> buffer;
+        std::size_t index = 0;
+        float store = 0;
+    };
+    struct Allpass {
+        std::vector<float> buffer;
+        std::size_t index = 0;
+    };
+
+    void startSound(const PlayCommand& command) noexcept;
+    void renderBlock(float* out, std::size_t frames) noexcept;
+    void mixSound(Sound& sound, float* left, float* right, std::size_t frames, bool fading) noexcept;
+    void updateFilter() noexcept;
+    void processReverb(float* left, float* right, std::size_t frames, float wetFrom, float wetTo) noexcept;
+    void publishSafeSequence() noexcept;
+
+    SpscQueue<PlayCommand, 256> commands_;
+    std::array<Voice, kVoiceCount> voices_{};
+    int nextVoice_ = 0;
+    std::uint64_t lastConsumed_ = 0;
+
+    std::atomic<float> masterVolume_{0.6f};
+    std::atomic<bool> duckActive_{false};
+    std::atomic<float> duckVolume_{0.0f};
+    std::atomic<float> brightness_{1.0f};
+    std::atomic<bool> roomOn_{false};
+
+    float currentGain_ = -1; // < 0: take the target at the first block
+    float currentWet_ = 0;
+    float filterBrightness_ = -1;
+    bool filterOn_ = false;
+    Biquad filter_;
+    std::array<std::array<Comb, 8>, 2> combs_;
+    std::array<std::array<Allpass, 4>, 2> allpasses_;
+    bool reverbHasTail_ = false;
+
+    std::array<float, kBlockFrames> left_{};
+    std::array<float, kBlockFrames> right_{};
+
+    std::atomic<std::uint64_t> safeSequence_{1};
+    std::atomic<float> peak_{0.0f};
+    std::atomic<int> activeVoices_{0};
+};
+
+} // namespace tappix

@@ -1,0 +1,300 @@
+#include "platform/pulse/pulse_device_manager.h"
+
+#include <cstring>
+#include <dirent.h>
+#include <unistd.h>
+
+namespace tappix {
+namespace {
+
+std::string property(pa_proplist* props, const char* key) {
+    const char* value = props ? pa_proplist_gets(props, key) : nullptr;
+    return value ? value : "";
+}
+
+/// Holds the loop lock for a scope.
+class Locked {
+public:
+    explicit Locked(PulseConnection& connection) : connection_(connection) { connection_.lock(); }
+    ~Locked() { connection_.unlock(); }
+
+private:
+    PulseConnection& connection_;
+};
+
+bool isDigits(const char* text) {
+    if (!*text)
+        return false;
+    for (; *text; ++text) {
+        if (*text < '0' || *text > '9')
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+PulseDeviceManager::PulseDeviceManager(std::string procRoot)
+    : connection_("Tappix device queries", "tappix-devices", {}), procRoot_(std::move(procRoot)) {
+    connection_.start();
+}
+
+PulseDeviceManager::~PulseDeviceManager() { connection_.stop(); }
+
+bool PulseDeviceManager::await(pa_operation* operation, const bool& done) {
+    if (!operation)
+        return false;
+    bool timedOut = false;
+    struct Timeout {
+        PulseConnection* connection;
+        bool* flag;
+    } timeout{&connection_, &timedOut};
+    timeval when{};
+    pa_timeval_add(pa_gettimeofday(&when), kTimeoutMs * PA_USEC_PER_MSEC);
+    pa_time_event* timer = connection_.api()->time_new(
+        connection_.api(), &when,
+        [](pa_mainloop_api* api, pa_time_event* event, const timeval*, void* data) {
+            auto* t = static_cast<Timeout*>(data);
+            *t->flag = true;
+            api->time_free(event);
+            t->connection->signal();
+        },
+        &timeout);
+    while (!done && !timedOut && pa_operation_get_state(operation) == PA_OPERATION_RUNNING)
+        connection_.wait();
+    if (!timedOut)
+        connection_.api()->time_free(timer);
+    if (pa_operation_get_state(operation) == PA_OPERATION_RUNNING)
+        pa_operation_cancel(operation);
+    pa_operation_unref(operation);
+    return done;
+}
+
+PulseDeviceManager::ServerFacts PulseDeviceManager::server() {
+    ServerFacts facts;
+    pa_context* context = connection_.readyContext();
+    if (!context)
+        return facts;
+    struct Query {
+        PulseDeviceManager* self;
+        ServerFacts* facts;
+        bool done = false;
+    } query{this, &facts};
+    pa_operation* op = pa_context_get_server_info(
+        context,
+        [](pa_context*, const pa_server_info* info, void* data) {
+            auto* q = static_cast<Query*>(data);
+            if (info) {
+                q->facts->ok = true;
+                q->facts->defaultSink = info->default_sink_name ? info->default_sink_name : "";
+                q->facts->defaultSource = info->default_source_name ? info->default_source_name : "";
+                q->facts->description = std::string(info->server_name ? info->server_name : "server") + " " +
+                                        (info->server_version ? info->server_version : "");
+            }
+            q->done = true;
+            q->self->connection_.signal();
+        },
+        &query);
+    if (!await(op, query.done))
+        facts.ok = false;
+    return facts;
+}
+
+std::vector<AudioDeviceManager::Device> PulseDeviceManager::outputDevices() {
+    Locked lock(connection_);
+    std::vector<Device> devices;
+    pa_context* context = connection_.readyContext();
+    if (!context)
+        return devices;
+    struct Query {
+        PulseDeviceManager* self;
+        std::vector<Device>* devices;
+        bool done = false;
+    } query{this, &devices};
+    pa_operation* op = pa_context_get_sink_info_list(
+        context,
+        [](pa_context*, const pa_sink_info* info, int eol, void* data) {
+            auto* q = static_cast<Query*>(data);
+            if (eol) {
+                q->done = true;
+                q->self->connection_.signal();
+                return;
+            }
+            // Nameless sinks are not offered.
+            if (info && info->name && info->description && *info->description)
+                q->devices->push_back(Device{info->index, info->name, info->description});
+        },
+        &query);
+    if (!await(op, query.done))
+        return {};
+    return devices;
+}
+
+std::optional<std::uint32_t> PulseDeviceManager::deviceID(const std::string& uid) {
+    for (const Device& device : outputDevices()) {
+        if (device.uid == uid)
+            return device.id;
+    }
+    return std::nullopt;
+}
+
+std::optional<AudioDeviceManager::Device> PulseDeviceManager::defaultOutput() {
+    std::string name;
+    {
+        Locked lock(connection_);
+        const ServerFacts facts = server();
+        if (!facts.ok || facts.defaultSink.empty())
+            return std::nullopt;
+        name = facts.defaultSink;
+    }
+    for (const Device& device : outputDevices()) {
+        if (device.uid == name)
+            return device;
+    }
+    return std::nullopt;
+}
+
+PulseDeviceManager::SinkFacts PulseDeviceManager::defaultSinkFacts() {
+    Locked lock(connection_);
+    SinkFacts facts;
+    const ServerFacts serverFacts = server();
+    pa_context* context = connection_.readyContext();
+    if (!serverFacts.ok || serverFacts.defaultSink.empty() || !context)
+        return facts;
+    struct Query {
+        PulseDeviceManager* self;
+        SinkFacts* facts;
+        bool done = false;
+    } query{this, &facts};
+    pa_operation* op = pa_context_get_sink_info_by_name(
+        context, serverFacts.defaultSink.c_str(),
+        [](pa_context*, const pa_sink_info* info, int eol, void* data) {
+            auto* q = static_cast<Query*>(data);
+            if (eol) {
+                q->done = true;
+                q->self->connection_.signal();
+                return;
+            }
+            if (info) {
+                q->facts->found = true;
+                q->facts->bus = property(info->proplist, PA_PROP_DEVICE_BUS);
+                q->facts->formFactor = property(info->proplist, PA_PROP_DEVICE_FORM_FACTOR);
+            }
+        },
+        &query);
+    if (!await(op, query.done))
+        return {};
+    return facts;
+}
+
+bool PulseDeviceManager::isDefaultOutputBuiltIn() {
+    const SinkFacts facts = defaultSinkFacts();
+    return facts.found && (facts.bus == "pci" || facts.bus == "platform" || facts.formFactor == "internal");
+}
+
+bool PulseDeviceManager::isDefaultOutputBluetooth() {
+    const SinkFacts facts = defaultSinkFacts();
+    return facts.found && facts.bus == "bluetooth";
+}
+
+bool PulseDeviceManager::isMicrophoneInUse() {
+    Locked lock(connection_);
+    const ServerFacts facts = server();
+    pa_context* context = connection_.readyContext();
+    if (!facts.ok || facts.defaultSource.empty() || !context)
+        return false;
+    struct Source {
+        PulseDeviceManager* self;
+        bool found = false, monitor = false, running = false;
+        std::uint32_t index = PA_INVALID_INDEX;
+        bool done = false;
+    } source{this};
+    pa_operation* op = pa_context_get_source_info_by_name(
+        context, facts.defaultSource.c_str(),
+        [](pa_context*, const pa_source_info* info, int eol, void* data) {
+            auto* s = static_cast<Source*>(data);
+            if (eol) {
+                s->done = true;
+                s->self->connection_.signal();
+                return;
+            }
+            if (info) {
+                s->found = true;
+                s->monitor = info->monitor_of_sink != PA_INVALID_INDEX;
+                s->running = info->state == PA_SOURCE_RUNNING;
+                s->index = info->index;
+            }
+        },
+        &source);
+    if (!await(op, source.done) || !source.found || source.monitor)
+        return false;
+    if (source.running)
+        return true;
+    struct Outputs {
+        PulseDeviceManager* self;
+        std::uint32_t source;
+        bool recording = false, done = false;
+    } outputs{this, source.index};
+    op = pa_context_get_source_output_info_list(
+        context,
+        [](pa_context*, const pa_source_output_info* info, int eol, void* data) {
+            auto* o = static_cast<Outputs*>(data);
+            if (eol) {
+                o->done = true;
+                o->self->connection_.signal();
+                return;
+            }
+            if (info && info->source == o->source)
+                o->recording = true;
+        },
+        &outputs);
+    return await(op, outputs.done) && outputs.recording;
+}
+
+bool PulseDeviceManager::isCameraInUse() { return anyProcessHoldsVideoDevice(procRoot_); }
+
+bool PulseDeviceManager::isServerReachable() {
+    Locked lock(connection_);
+    return server().ok;
+}
+
+std::string PulseDeviceManager::serverDescription() {
+    Locked lock(connection_);
+    const ServerFacts facts = server();
+    return facts.ok ? facts.description : std::string();
+}
+
+bool anyProcessHoldsVideoDevice(const std::string& procRoot) {
+    DIR* processes = ::opendir(procRoot.c_str());
+    if (!processes)
+        return false;
+    bool found = false;
+    while (!found) {
+        const dirent* process = ::readdir(processes);
+        if (!process)
+            break;
+        if (!isDigits(process->d_name))
+            continue;
+        const std::string fdDir = procRoot + "/" + process->d_name + "/fd";
+        DIR* fds = ::opendir(fdDir.c_str()); // other users' processes are unreadable: skipped
+        if (!fds)
+            continue;
+        while (const dirent* fd = ::readdir(fds)) {
+            char target[256];
+            const std::string link = fdDir + "/" + fd->d_name;
+            const ssize_t n = ::readlink(link.c_str(), target, sizeof target - 1);
+            if (n <= 0)
+                continue;
+            target[n] = '\0';
+            if (std::strncmp(target, "/dev/video", 10) == 0) {
+                found = true;
+                break;
+            }
+        }
+        ::closedir(fds);
+    }
+    ::closedir(processes);
+    return found;
+}
+
+} // namespace tappix

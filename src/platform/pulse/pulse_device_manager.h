@@ -1,0 +1,57 @@
+#pragma once
+
+#include "audio/audio_device_manager.h"
+#include "platform/pulse/pulse_connection.h"
+
+#include <string>
+
+namespace tappix {
+
+/// Device queries over one kept-open PulseAudio connection: sinks with a description
+/// are the output devices (uid = sink name); Bluetooth and built-in come from the
+/// sink's `device.bus` and `device.form_factor`; the microphone is in use when the
+/// default source (never a monitor) is running or has a recording client. Each query
+/// waits at most `kTimeoutMs` and answers none or false on any failure.
+class PulseDeviceManager final : public AudioDeviceManager {
+public:
+    /// Longest wait for the server's answer to one query.
+    static constexpr int kTimeoutMs = 200;
+
+    /// Connects in the background; `procRoot` is where processes are listed (/proc).
+    explicit PulseDeviceManager(std::string procRoot = "/proc");
+    ~PulseDeviceManager() override;
+
+    std::vector<Device> outputDevices() override;
+    std::optional<std::uint32_t> deviceID(const std::string& uid) override;
+    std::optional<Device> defaultOutput() override;
+    bool isDefaultOutputBuiltIn() override;
+    bool isDefaultOutputBluetooth() override;
+    bool isMicrophoneInUse() override;
+    bool isCameraInUse() override;
+    bool isServerReachable() override;
+    std::string serverDescription() override;
+
+private:
+    struct SinkFacts {
+        bool found = false;
+        std::string bus;
+        std::string formFactor;
+    };
+    struct ServerFacts {
+        bool ok = false;
+        std::string defaultSink, defaultSource, description;
+    };
+
+    /// Runs one operation and waits for it with the lock held; false on timeout or loss.
+    bool await(pa_operation* operation, const bool& done);
+    ServerFacts server();
+    SinkFacts defaultSinkFacts();
+
+    PulseConnection connection_;
+    std::string procRoot_;
+};
+
+/// Whether any process under `procRoot` holds a /dev/video* device open.
+bool anyProcessHoldsVideoDevice(const std::string& procRoot);
+
+} // namespace tappix

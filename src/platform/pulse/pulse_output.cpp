@@ -1,0 +1,173 @@
+#include "platform/pulse/pulse_output.h"
+
+#include "audio/mixer.h"
+#include "core/log.h"
+
+namespace tappix {
+namespace {
+constexpr std::size_t kFrameBytes = 2 * sizeof(float);
+constexpr int kMeterIntervalMs = 500;
+} // namespace
+
+PulseOutput::PulseOutput()
+    : connection_("Tappix", "tappix-pulse",
+                  {[this](pa_context* context) { createStream(context); }, [this] { dropStream(); }}) {}
+
+PulseOutput::~PulseOutput() { stop(); }
+
+bool PulseOutput::start(Mixer& mixer) {
+    mixer_ = &mixer;
+    if (!connection_.start())
+        return false;
+    // Give the first connection a moment so sound is ready when start returns; the
+    // loop keeps trying in the background either way.
+    connection_.lock();
+    for (int i = 0; i < 20 && !stream_; ++i) {
+        timeval when{};
+        pa_timeval_add(pa_gettimeofday(&when), 50 * PA_USEC_PER_MSEC);
+        connection_.api()->time_new(
+            connection_.api(), &when,
+            [](pa_mainloop_api* api, pa_time_event* event, const timeval*, void* self) {
+                api->time_free(event);
+                static_cast<PulseConnection*>(self)->signal();
+            },
+            &connection_);
+        connection_.wait();
+        if (stream_ && pa_stream_get_state(stream_) == PA_STREAM_READY)
+            break;
+    }
+    const bool ready = stream_ && pa_stream_get_state(stream_) == PA_STREAM_READY;
+    connection_.unlock();
+    return ready;
+}
+
+void PulseOutput::stop() {
+    connection_.lock();
+    dropStream();
+    connection_.unlock();
+    connection_.stop();
+}
+
+void PulseOutput::setDevice(const std::optional<std::string>& deviceName) {
+    connection_.lock();
+    device_ = deviceName;
+    deviceFailed_ = false;
+    if (pa_context* context = connection_.readyContext()) {
+        dropStream();
+        createStream(context);
+    }
+    connection_.unlock();
+}
+
+void PulseOutput::createStream(pa_context* context) {
+    if (!mixer_ || stream_)
+        return;
+    const pa_sample_spec spec{PA_SAMPLE_FLOAT32NE, Mixer::kSampleRate, 2};
+    pa_proplist* props = pa_proplist_new();
+    pa_proplist_sets(props, PA_PROP_MEDIA_ROLE, "event");
+    stream_ = pa_stream_new_with_proplist(context, "Keyboard sounds", &spec, nullptr, props);
+    pa_proplist_free(props);
+    if (!stream_) {
+        qCWarning(lcAudio, "audio engine failed to start: %s", pa_strerror(pa_context_errno(context)));
+        return;
+    }
+    pa_stream_set_state_callback(stream_, &PulseOutput::onStreamState, this);
+    pa_stream_set_write_callback(stream_, &PulseOutput::onWrite, this);
+
+    const auto target = static_cast<std::uint32_t>(pa_usec_to_bytes(kTargetLatencyMs * PA_USEC_PER_MSEC, &spec));
+    pa_buffer_attr attr{};
+    attr.maxlength = static_cast<std::uint32_t>(-1);
+    attr.tlength = target;
+    // No prebuffering: playback starts at once and an underrun never pauses the stream.
+    attr.prebuf = 0;
+    attr.minreq = static_cast<std::uint32_t>(-1);
+    attr.fragsize = static_cast<std::uint32_t>(-1);
+    const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE |
+                                                      PA_STREAM_INTERPOLATE_TIMING);
+    const char* device = device_ && !deviceFailed_ ? device_->c_str() : nullptr;
+    if (pa_stream_connect_playback(stream_, device, &attr, flags, nullptr, nullptr) < 0) {
+        qCWarning(lcAudio, "audio engine failed to start: %s", pa_strerror(pa_context_errno(context)));
+        dropStream();
+    }
+}
+
+void PulseOutput::dropStream() {
+    playing_ = false;
+    if (meter_) {
+        connection_.api()->time_free(meter_);
+        meter_ = nullptr;
+    }
+    if (!stream_)
+        return;
+    pa_stream_set_state_callback(stream_, nullptr, nullptr);
+    pa_stream_set_write_callback(stream_, nullptr, nullptr);
+    if (pa_stream_get_state(stream_) == PA_STREAM_READY || pa_stream_get_state(stream_) == PA_STREAM_CREATING)
+        pa_stream_disconnect(stream_);
+    pa_stream_unref(stream_);
+    stream_ = nullptr;
+}
+
+void PulseOutput::onStreamState(pa_stream* stream, void* self) {
+    auto* output = static_cast<PulseOutput*>(self);
+    switch (pa_stream_get_state(stream)) {
+    case PA_STREAM_READY: {
+        output->playing_ = true;
+        const pa_buffer_attr* attr = pa_stream_get_buffer_attr(stream);
+        const pa_sample_spec* spec = pa_stream_get_sample_spec(stream);
+        pa_usec_t sinkLatency = 0;
+        if (const pa_timing_info* timing = pa_stream_get_timing_info(stream))
+            sinkLatency = timing->configured_sink_usec;
+        const double buffer = attr && spec ? pa_bytes_to_usec(attr->tlength, spec) / 1e6 : 0.0;
+        output->latency_ = buffer + static_cast<double>(sinkLatency) / 1e6;
+        qCInfo(lcAudio, "playing on %s (buffer %.1f ms)", pa_stream_get_device_name(stream), buffer * 1000);
+        output->scheduleMeter();
+        output->connection_.signal();
+        break;
+    }
+    case PA_STREAM_FAILED: {
+        // The named sink is missing or went away without a move: play on the default.
+        pa_context* context = pa_stream_get_context(stream);
+        qCWarning(lcAudio, "output stream failed (%s); reconnecting on the default output",
+                  pa_strerror(pa_context_errno(context)));
+        output->deviceFailed_ = true;
+        output->dropStream();
+        if (pa_context_get_state(context) == PA_CONTEXT_READY)
+            output->createStream(context);
+        output->connection_.signal();
+        break;
+    }
+    default: break;
+    }
+}
+
+void PulseOutput::onWrite(pa_stream* stream, std::size_t bytes, void* self) {
+    auto* output = static_cast<PulseOutput*>(self);
+    void* data = nullptr;
+    std::size_t size = bytes;
+    if (pa_stream_begin_write(stream, &data, &size) < 0 || !data)
+        return;
+    const std::size_t frames = size / kFrameBytes;
+    output->mixer_->render(static_cast<float*>(data), frames);
+    pa_stream_write(stream, data, frames * kFrameBytes, nullptr, 0, PA_SEEK_RELATIVE);
+}
+
+void PulseOutput::scheduleMeter() {
+    if (meter_)
+        return;
+    timeval when{};
+    pa_timeval_add(pa_gettimeofday(&when), kMeterIntervalMs * PA_USEC_PER_MSEC);
+    meter_ = connection_.api()->time_new(connection_.api(), &when, &PulseOutput::onMeter, this);
+}
+
+void PulseOutput::onMeter(pa_mainloop_api* api, pa_time_event* event, const timeval*, void* self) {
+    // Runs on the loop thread outside the render callback, so it may log.
+    auto* output = static_cast<PulseOutput*>(self);
+    api->time_free(event);
+    output->meter_ = nullptr;
+    const float peak = output->mixer_->takePeak();
+    if (peak > 0.01f)
+        qCDebug(lcAudio, "output peak %f", static_cast<double>(peak));
+    output->scheduleMeter();
+}
+
+} // namespace tappix

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "audio/audio_output.h"
+#include "platform/pulse/pulse_connection.h"
+
+#include <atomic>
+#include <optional>
+#include <string>
+
+namespace tappix {
+
+/// The mixer's output as one PulseAudio playback stream: 48 kHz float stereo with a
+/// small target buffer, no prebuffering and never corked, so the sink never suspends
+/// under Tappix and a key after a long silence starts at once. The stream follows the
+/// default sink unless a device is named; it is recreated when the server restarts or
+/// its sink vanishes. The loop thread, "tappix-pulse", runs the render callback.
+class PulseOutput final : public AudioOutput {
+public:
+    /// The buffer the stream asks the server for.
+    static constexpr int kTargetLatencyMs = 10;
+
+    PulseOutput();
+    ~PulseOutput() override;
+
+    bool start(Mixer& mixer) override;
+    void stop() override;
+    void setDevice(const std::optional<std::string>& deviceName) override;
+    bool isPlaying() const override { return playing_.load(); }
+    double latencySeconds() const override { return latency_.load(); }
+
+private:
+    void createStream(pa_context* context);
+    void dropStream();
+    static void onStreamState(pa_stream* stream, void* self);
+    static void onWrite(pa_stream* stream, std::size_t bytes, void* self);
+    static void onMeter(pa_mainloop_api*, pa_time_event*, const struct timeval*, void* self);
+    void scheduleMeter();
+
+    PulseConnection connection_;
+    Mixer* mixer_ = nullptr;
+    pa_stream* stream_ = nullptr;
+    pa_time_event* meter_ = nullptr;
+    std::optional<std::string> device_;
+    std::atomic<bool> playing_{false};
+    std::atomic<double> latency_{0.0};
+    bool deviceFailed_ = false;
+};
+
+} // namespace tappix

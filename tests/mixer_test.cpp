@@ -1,0 +1,130 @@
+#include "audio/mixer.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+using namespace tappix;
+
+namespace {
+
+struct Rendered {
+    std::vector<float> stereo;
+    float left(std::size_t frame) const { return stereo[2 * frame]; }
+    float right(std::size_t frame) const { return stereo[2 * frame + 1]; }
+};
+
+Rendered run(Mixer& mixer, std::size_t frames) {
+    Rendered out{std::vector<float>(2 * frames)};
+    mixer.render(out.stereo.data(), frames);
+    return out;
+}
+
+Mixer::PlayCommand play(const std::vector<float>& samples, std::uint64_t sequence, float pan = 0,
+                        float gain = 1, float rate = 1) {
+    return Mixer::PlayCommand{samples.data(), static_cast<std::uint32_t>(samples.size()), rate, pan, gain, sequence};
+}
+
+const std::vector<float> kDc(4800, 0.5f); // 100 ms of a constant level
+
+} // namespace
+
+TEST(Mixer, PanIsEqualPowerAndGainIsClamped) {
+    Mixer mixer;
+    mixer.setMasterVolume(1.0f);
+    mixer.enqueue(play(kDc, 1, -1.0f));
+    auto out = run(mixer, 64);
+    EXPECT_NEAR(out.left(10), 0.5f, 1e-6f);
+    EXPECT_NEAR(out.right(10), 0.0f, 1e-6f);
+
+    Mixer centre;
+    centre.setMasterVolume(1.0f);
+    centre.enqueue(play(kDc, 1, 0.0f, 2.0f)); // gain 2 plays at 1.5
+    out = run(centre, 64);
+    EXPECT_NEAR(out.left(10), 0.5f * 1.5f * std::sqrt(0.5f), 1e-5f);
+    EXPECT_NEAR(out.right(10), out.left(10), 1e-6f);
+
+    Mixer negative;
+    negative.setMasterVolume(1.0f);
+    negative.enqueue(play(kDc, 1, 0.0f, -1.0f));
+    out = run(negative, 64);
+    EXPECT_EQ(out.left(10), 0.0f);
+    EXPECT_EQ(negative.activeVoices(), 1); // the voice is still taken
+}
+
+TEST(Mixer, TheSeventeenthSoundCutsTheFirstWithAFade) {
+    const std::vector<float> silence(4800, 0.0f);
+    for (int extra : {15, 16}) {
+        Mixer mixer;
+        mixer.setMasterVolume(1.0f);
+        mixer.enqueue(play(kDc, 1, -1.0f));
+        for (int i = 0; i < extra; ++i)
+            mixer.enqueue(play(silence, 2 + i, 1.0f));
+        const auto out = run(mixer, 1024);
+        if (extra == 15) {
+            EXPECT_NEAR(out.left(1000), 0.5f, 1e-6f); // sixteen sounds: nothing cut
+        } else {
+            EXPECT_GT(out.left(10), 0.4f);                 // fading, not cut dead
+            EXPECT_LT(out.left(Mixer::kStealFadeFrames - 20), 0.1f);
+            EXPECT_EQ(out.left(Mixer::kStealFadeFrames + 1), 0.0f);
+        }
+    }
+}
+
+TEST(Mixer, RateVolumeDuckAndSafeSequence) {
+    Mixer mixer;
+    mixer.setMasterVolume(0.8f);
+    mixer.setDuck(true, 0.3f);
+    EXPECT_FLOAT_EQ(mixer.targetOutputGain(), 0.24f);
+    mixer.setDuck(false, 0.3f);
+    EXPECT_FLOAT_EQ(mixer.targetOutputGain(), 0.8f);
+
+    const std::vector<float> short100(100, 0.25f);
+    mixer.enqueue(play(short100, 1, -1.0f, 1.0f, 2.0f));
+    EXPECT_EQ(mixer.safeSequence(), 1u);
+    auto out = run(mixer, 256);
+    EXPECT_GT(std::fabs(out.left(40)), 0.0f);
+    EXPECT_EQ(out.left(60), 0.0f); // twice as fast: done after 50 frames
+    EXPECT_EQ(mixer.safeSequence(), 2u); // sequence 1 no longer read
+    EXPECT_GT(mixer.takePeak(), 0.19f);
+    EXPECT_EQ(mixer.takePeak(), 0.0f);
+}
+
+TEST(Mixer, BrightnessFiltersHighsAndRoomLeavesATail) {
+    EXPECT_EQ(Mixer::cutoffFor(0.98f), 0.0f);
+    EXPECT_NEAR(Mixer::cutoffFor(0.97f), 10480.0f, 15.0f);
+    EXPECT_NEAR(Mixer::cutoffFor(0.0f), 2200.0f, 0.01f);
+
+    std::vector<float> high(4800);
+    for (std::size_t i = 0; i < high.size(); ++i)
+        high[i] = std::sin(2.0f * 3.14159265f * 12000.0f * i / 48000.0f) * 0.5f;
+    auto energy = [&](float brightness) {
+        Mixer mixer;
+        mixer.setMasterVolume(1.0f);
+        mixer.setToneBrightness(brightness);
+        mixer.enqueue(play(high, 1));
+        const auto out = run(mixer, 2048);
+        double sum = 0;
+        for (std::size_t i = 512; i < 2048; ++i)
+            sum += out.left(i) * out.left(i);
+        return sum;
+    };
+    EXPECT_LT(energy(0.0f), energy(1.0f) * 0.05);
+
+    const std::vector<float> click(480, 0.5f);
+    for (bool room : {false, true}) {
+        Mixer mixer;
+        mixer.setMasterVolume(1.0f);
+        mixer.setRoom(room);
+        mixer.enqueue(play(click, 1));
+        const auto out = run(mixer, 9600);
+        double tail = 0;
+        for (std::size_t i = 2400; i < 9600; ++i)
+            tail += std::fabs(out.left(i));
+        if (room)
+            EXPECT_GT(tail, 1.0);
+        else
+            EXPECT_EQ(tail, 0.0);
+    }
+}

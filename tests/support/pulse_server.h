@@ -1,0 +1,118 @@
+#pragma once
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QStringList>
+#include <QTemporaryDir>
+#include <QThread>
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+namespace tappix::test {
+
+/// A private PulseAudio server for one test binary: two 48 kHz float null sinks
+/// ("tappix_a", the default, and "tappix_b") on its own socket, exported to this
+/// process as PULSE_SERVER. Nothing system-wide is touched.
+class PulseServer {
+public:
+    PulseServer() {
+        socket_ = dir_.filePath(QStringLiteral("native"));
+        qputenv("PULSE_SERVER", ("unix:" + socket_).toLocal8Bit());
+        qputenv("PULSE_CLIENTCONFIG", dir_.filePath(QStringLiteral("client.conf")).toLocal8Bit());
+        start();
+    }
+    ~PulseServer() { kill(); }
+
+    /// Starts (or restarts) the server on the same socket; true once it answers.
+    bool start() {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("HOME"), dir_.path());
+        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), dir_.path());
+        env.insert(QStringLiteral("PULSE_RUNTIME_PATH"), dir_.filePath(QStringLiteral("runtime")));
+        env.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"));
+        server_.setProcessEnvironment(env);
+        server_.setStandardOutputFile(QProcess::nullDevice());
+        server_.setStandardErrorFile(dir_.filePath(QStringLiteral("server.log")));
+        const QString sink = QStringLiteral(
+            "module-null-sink sink_name=%1 rate=48000 format=float32le channels=2 "
+            "sink_properties=device.description=%2");
+        server_.start(QStringLiteral("pulseaudio"),
+                      {"-n", "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
+                       "--log-target=stderr", "-L",
+                       "module-native-protocol-unix socket=" + socket_ + " auth-anonymous=1", "-L",
+                       sink.arg("tappix_a", "Speakers-A"), "-L", sink.arg("tappix_b", "Speakers-B")});
+        QElapsedTimer timer;
+        timer.start();
+        while (timer.elapsed() < 5000) {
+            if (pactl({"info"}).contains("Server Name"))
+                return true;
+            QThread::msleep(50);
+        }
+        return false;
+    }
+
+    /// Kills the server outright, as a crash would.
+    void kill() {
+        server_.kill();
+        server_.waitForFinished(3000);
+    }
+
+    /// Runs pactl against the server and returns its output.
+    static QString pactl(const QStringList& arguments) {
+        QProcess tool;
+        tool.start(QStringLiteral("pactl"), arguments);
+        tool.waitForFinished(5000);
+        return QString::fromLocal8Bit(tool.readAllStandardOutput());
+    }
+
+    /// Records a sink's monitor (stereo float frames) while `action` runs, plus `tailMs`.
+    template <typename Action>
+    static std::vector<float> record(const QString& sink, Action action, int tailMs = 300) {
+        QProcess parec;
+        parec.start(QStringLiteral("parec"), {"--device=" + sink + ".monitor", "--format=float32le",
+                                              "--rate=48000", "--channels=2", "--latency-msec=10",
+                                              "--raw"});
+        parec.waitForStarted(3000);
+        QThread::msleep(150); // let the recording stream settle
+        action();
+        QThread::msleep(static_cast<unsigned long>(tailMs));
+        parec.terminate();
+        parec.waitForFinished(3000);
+        const QByteArray bytes = parec.readAllStandardOutput();
+        std::vector<float> frames(static_cast<std::size_t>(bytes.size()) / sizeof(float));
+        std::memcpy(frames.data(), bytes.constData(), frames.size() * sizeof(float));
+        return frames;
+    }
+
+private:
+    QTemporaryDir dir_;
+    QString socket_;
+    QProcess server_;
+};
+
+/// Per-channel energy of interleaved stereo, as RMS over the frames that hold sound.
+struct Levels {
+    double left = 0, right = 0, peakLeft = 0, peakRight = 0;
+};
+
+inline Levels levels(const std::vector<float>& stereo) {
+    Levels out;
+    double sumL = 0, sumR = 0;
+    const std::size_t frames = stereo.size() / 2;
+    for (std::size_t i = 0; i < frames; ++i) {
+        const double l = stereo[2 * i], r = stereo[2 * i + 1];
+        sumL += l * l;
+        sumR += r * r;
+        out.peakLeft = std::max(out.peakLeft, std::fabs(l));
+        out.peakRight = std::max(out.peakRight, std::fabs(r));
+    }
+    if (frames) {
+        out.left = std::sqrt(sumL / frames);
+        out.right = std::sqrt(sumR / frames);
+    }
+    return out;
+}
+
+} // namespace tappix::test
