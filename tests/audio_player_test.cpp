@@ -65,7 +65,8 @@ struct Fixture {
     FakeDevices devices;
     ManualOutput* output = new ManualOutput;
     CountingDecoder* decoder = new CountingDecoder;
-    AudioPlayer player{std::unique_ptr<AudioOutput>(output), std::unique_ptr<SampleDecoder>(decoder), devices, 1.0f};
+    AudioPlayer player{std::unique_ptr<AudioOutput>(output),
+                       std::unique_ptr<SampleDecoder>(decoder), devices, 1.0f};
 
     Fixture() {
         std::string error;
@@ -93,9 +94,10 @@ TEST(AudioPlayer, RefusesNamesThatEscapeOrAreNotFiles) {
     QDir(f.dir.path()).mkdir("sub");
     ASSERT_EQ(::mkfifo(f.dir.filePath("pipe.wav").toLocal8Bit().constData(), 0600), 0);
     QFile::copy(f.dir.filePath("click.wav"), f.dir.filePath("sub/inner.wav"));
-    f.player.loadSampleSets({{"k", f.dir.filePath("sub"),
-                              {"../click.wav", f.dir.filePath("click.wav").toStdString(), "../pipe.wav",
-                               "inner.wav", "missing.wav", ""}}});
+    f.player.loadSampleSets({{"k",
+                              f.dir.filePath("sub"),
+                              {"../click.wav", f.dir.filePath("click.wav").toStdString(),
+                               "../pipe.wav", "inner.wav", "missing.wav", ""}}});
     EXPECT_EQ(f.decoder->count, 1); // only inner.wav was ever opened
     EXPECT_TRUE(f.player.hasSample("k", "inner.wav"));
     EXPECT_FALSE(f.player.hasSample("k", "../click.wav"));

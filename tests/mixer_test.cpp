@@ -23,7 +23,8 @@ Rendered run(Mixer& mixer, std::size_t frames) {
 
 Mixer::PlayCommand play(const std::vector<float>& samples, std::uint64_t sequence, float pan = 0,
                         float gain = 1, float rate = 1) {
-    return Mixer::PlayCommand{samples.data(), static_cast<std::uint32_t>(samples.size()), rate, pan, gain, sequence};
+    return Mixer::PlayCommand{
+        samples.data(), static_cast<std::uint32_t>(samples.size()), rate, pan, gain, sequence};
 }
 
 const std::vector<float> kDc(4800, 0.5f); // 100 ms of a constant level
@@ -65,7 +66,7 @@ TEST(Mixer, TheSeventeenthSoundCutsTheFirstWithAFade) {
         if (extra == 15) {
             EXPECT_NEAR(out.left(1000), 0.5f, 1e-6f); // sixteen sounds: nothing cut
         } else {
-            EXPECT_GT(out.left(10), 0.4f);                 // fading, not cut dead
+            EXPECT_GT(out.left(10), 0.4f); // fading, not cut dead
             EXPECT_LT(out.left(Mixer::kStealFadeFrames - 20), 0.1f);
             EXPECT_EQ(out.left(Mixer::kStealFadeFrames + 1), 0.0f);
         }
@@ -85,7 +86,7 @@ TEST(Mixer, RateVolumeDuckAndSafeSequence) {
     EXPECT_EQ(mixer.safeSequence(), 1u);
     auto out = run(mixer, 256);
     EXPECT_GT(std::fabs(out.left(40)), 0.0f);
-    EXPECT_EQ(out.left(60), 0.0f); // twice as fast: done after 50 frames
+    EXPECT_EQ(out.left(60), 0.0f);       // twice as fast: done after 50 frames
     EXPECT_EQ(mixer.safeSequence(), 2u); // sequence 1 no longer read
     EXPECT_GT(mixer.takePeak(), 0.19f);
     EXPECT_EQ(mixer.takePeak(), 0.0f);

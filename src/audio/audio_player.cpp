@@ -31,12 +31,14 @@ std::string refusal(const QString& directory, const std::string& name) {
 
 } // namespace
 
-AudioPlayer::AudioPlayer(std::unique_ptr<AudioOutput> output, std::unique_ptr<SampleDecoder> decoder,
-                         AudioDeviceManager& devices, float masterVolume)
+AudioPlayer::AudioPlayer(std::unique_ptr<AudioOutput> output,
+                         std::unique_ptr<SampleDecoder> decoder, AudioDeviceManager& devices,
+                         float masterVolume)
     : output_(std::move(output)), decoder_(std::move(decoder)), devices_(devices) {
     mixer_.setMasterVolume(masterVolume);
     if (!output_->start(mixer_))
-        qCWarning(lcAudio, "audio engine failed to start: no sound server yet; retrying in the background");
+        qCWarning(lcAudio,
+                  "audio engine failed to start: no sound server yet; retrying in the background");
 }
 
 AudioPlayer::~AudioPlayer() {
@@ -60,7 +62,8 @@ AudioPlayer::SampleMap AudioPlayer::decodeAll(const QString& directory,
         std::string error = refusal(directory, name);
         std::optional<SampleBuffer> buffer;
         if (error.empty())
-            buffer = decoder_->decode(directory + QLatin1Char('/') + QString::fromStdString(name), error);
+            buffer = decoder_->decode(directory + QLatin1Char('/') + QString::fromStdString(name),
+                                      error);
         if (!buffer) {
             qCWarning(lcAudio, "failed to load %s: %s", name.c_str(), error.c_str());
             continue;
@@ -157,7 +160,8 @@ void AudioPlayer::setOutputDevice(std::optional<std::string> uid) {
         if (uid && devices_.deviceID(*uid))
             device = uid;
         else if (uid)
-            qCInfo(lcAudio, "output device %s is not present; using the default output", uid->c_str());
+            qCInfo(lcAudio, "output device %s is not present; using the default output",
+                   uid->c_str());
         output_->setDevice(device);
     });
 }

@@ -57,7 +57,9 @@ std::size_t scaled(int samples) {
     return static_cast<std::size_t>(std::lround(samples * 48000.0 / 44100.0));
 }
 
-float finiteOr(float value, float fallback) { return std::isfinite(value) ? value : fallback; }
+float finiteOr(float value, float fallback) {
+    return std::isfinite(value) ? value : fallback;
+}
 
 } // namespace
 
@@ -71,7 +73,9 @@ Mixer::Mixer() {
     }
 }
 
-bool Mixer::enqueue(const PlayCommand& command) noexcept { return commands_.push(command); }
+bool Mixer::enqueue(const PlayCommand& command) noexcept {
+    return commands_.push(command);
+}
 
 void Mixer::setDuck(bool active, float volume) noexcept {
     duckVolume_.store(volume);
@@ -126,7 +130,8 @@ void Mixer::startSound(const PlayCommand& command) noexcept {
     voice.current = sound;
 }
 
-void Mixer::mixSound(Sound& sound, float* left, float* right, std::size_t frames, bool fading) noexcept {
+void Mixer::mixSound(Sound& sound, float* left, float* right, std::size_t frames,
+                     bool fading) noexcept {
     const float* data = sound.data;
     const std::size_t length = sound.frames;
     double position = sound.position;

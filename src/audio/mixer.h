@@ -60,7 +60,8 @@ public:
     void setMasterVolume(float volume) noexcept { masterVolume_.store(volume); }
     /// Ducking: while active the output is further scaled by `volume`. Any thread.
     void setDuck(bool active, float volume) noexcept;
-    /// Brightness 0 … 1: ≥ 0.98 bypasses the low-pass, else its corner is 2200 × 5^b Hz. Any thread.
+    /// Brightness 0 … 1: ≥ 0.98 bypasses the low-pass, else its corner is 2200 × 5^b Hz. Any
+    /// thread.
     void setToneBrightness(float brightness) noexcept { brightness_.store(brightness); }
     /// The small-room reverb on (14 % wet) or off. Any thread.
     void setRoom(bool on) noexcept { roomOn_.store(on); }
@@ -75,7 +76,9 @@ public:
 
     /// Every command numbered below this has been consumed and no voice reads its
     /// samples any more, so they may be freed. Any thread.
-    std::uint64_t safeSequence() const noexcept { return safeSequence_.load(std::memory_order_acquire); }
+    std::uint64_t safeSequence() const noexcept {
+        return safeSequence_.load(std::memory_order_acquire);
+    }
 
     /// The largest output sample since the last call, then resets it. Any thread.
     float takePeak() noexcept { return peak_.exchange(0.0f); }
@@ -114,9 +117,11 @@ private:
 
     void startSound(const PlayCommand& command) noexcept;
     void renderBlock(float* out, std::size_t frames) noexcept;
-    void mixSound(Sound& sound, float* left, float* right, std::size_t frames, bool fading) noexcept;
+    void mixSound(Sound& sound, float* left, float* right, std::size_t frames,
+                  bool fading) noexcept;
     void updateFilter() noexcept;
-    void processReverb(float* left, float* right, std::size_t frames, float wetFrom, float wetTo) noexcept;
+    void processReverb(float* left, float* right, std::size_t frames, float wetFrom,
+                       float wetTo) noexcept;
     void publishSafeSequence() noexcept;
 
     SpscQueue<PlayCommand, 256> commands_;

@@ -26,6 +26,8 @@ std::unique_ptr<AudioDeviceManager> makeAudioDeviceManager() {
 #endif
 }
 
-std::unique_ptr<SampleDecoder> makeSampleDecoder() { return std::make_unique<SndfileDecoder>(); }
+std::unique_ptr<SampleDecoder> makeSampleDecoder() {
+    return std::make_unique<SndfileDecoder>();
+}
 
 } // namespace tappix

@@ -2,11 +2,14 @@
 
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QStringList>
 #include <QTemporaryDir>
 #include <QThread>
 #include <cmath>
+#include <csignal>
 #include <cstring>
 #include <vector>
 
@@ -35,14 +38,15 @@ public:
         server_.setProcessEnvironment(env);
         server_.setStandardOutputFile(QProcess::nullDevice());
         server_.setStandardErrorFile(dir_.filePath(QStringLiteral("server.log")));
-        const QString sink = QStringLiteral(
-            "module-null-sink sink_name=%1 rate=48000 format=float32le channels=2 "
-            "sink_properties=device.description=%2");
+        const QString sink =
+            QStringLiteral("module-null-sink sink_name=%1 rate=48000 format=float32le channels=2 "
+                           "sink_properties=device.description=%2");
         server_.start(QStringLiteral("pulseaudio"),
                       {"-n", "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
                        "--log-target=stderr", "-L",
                        "module-native-protocol-unix socket=" + socket_ + " auth-anonymous=1", "-L",
-                       sink.arg("tappix_a", "Speakers-A"), "-L", sink.arg("tappix_b", "Speakers-B")});
+                       sink.arg("tappix_a", "Speakers-A"), "-L",
+                       sink.arg("tappix_b", "Speakers-B")});
         QElapsedTimer timer;
         timer.start();
         while (timer.elapsed() < 5000) {
@@ -69,20 +73,30 @@ public:
 
     /// Records a sink's monitor (stereo float frames) while `action` runs, plus `tailMs`.
     template <typename Action>
-    static std::vector<float> record(const QString& sink, Action action, int tailMs = 300) {
+    std::vector<float> record(const QString& sink, Action action, int tailMs = 300) {
+        // Straight to a file: a pipe nobody drains while the test waits would fill up.
+        const QString file = dir_.filePath(QStringLiteral("recording.raw"));
+        QFile::remove(file);
         QProcess parec;
+        parec.setStandardOutputFile(file);
         parec.start(QStringLiteral("parec"), {"--device=" + sink + ".monitor", "--format=float32le",
-                                              "--rate=48000", "--channels=2", "--latency-msec=10",
-                                              "--raw"});
+                                              "--rate=48000", "--channels=2", "--latency-msec=10"});
         parec.waitForStarted(3000);
-        QThread::msleep(150); // let the recording stream settle
+        // Recording starts a little after parec does: wait until data flows.
+        QElapsedTimer timer;
+        timer.start();
+        while (QFileInfo(file).size() < 4096 && timer.elapsed() < 3000)
+            QThread::msleep(5);
         action();
         QThread::msleep(static_cast<unsigned long>(tailMs));
-        parec.terminate();
+        ::kill(static_cast<pid_t>(parec.processId()), SIGINT); // parec flushes only on SIGINT
         parec.waitForFinished(3000);
-        const QByteArray bytes = parec.readAllStandardOutput();
+        QFile recorded(file);
+        recorded.open(QIODevice::ReadOnly);
+        const QByteArray bytes = recorded.readAll();
         std::vector<float> frames(static_cast<std::size_t>(bytes.size()) / sizeof(float));
-        std::memcpy(frames.data(), bytes.constData(), frames.size() * sizeof(float));
+        if (!frames.empty())
+            std::memcpy(frames.data(), bytes.constData(), frames.size() * sizeof(float));
         return frames;
     }
 

@@ -83,7 +83,8 @@ void PulseConnection::scheduleRetry() {
     retry_ = api()->time_new(api(), &when, &PulseConnection::onRetry, this);
 }
 
-void PulseConnection::onRetry(pa_mainloop_api* api, pa_time_event* event, const timeval*, void* self) {
+void PulseConnection::onRetry(pa_mainloop_api* api, pa_time_event* event, const timeval*,
+                              void* self) {
     auto* connection = static_cast<PulseConnection*>(self);
     api->time_free(event);
     connection->retry_ = nullptr;
@@ -114,7 +115,8 @@ void PulseConnection::onContextState(pa_context* context, void* self) {
         connection->scheduleRetry();
         connection->signal();
         break;
-    default: break;
+    default:
+        break;
     }
 }
 

@@ -39,7 +39,9 @@ PulseDeviceManager::PulseDeviceManager(std::string procRoot)
     connection_.start();
 }
 
-PulseDeviceManager::~PulseDeviceManager() { connection_.stop(); }
+PulseDeviceManager::~PulseDeviceManager() {
+    connection_.stop();
+}
 
 bool PulseDeviceManager::await(pa_operation* operation, const bool& done) {
     if (!operation)
@@ -87,9 +89,11 @@ PulseDeviceManager::ServerFacts PulseDeviceManager::server() {
             if (info) {
                 q->facts->ok = true;
                 q->facts->defaultSink = info->default_sink_name ? info->default_sink_name : "";
-                q->facts->defaultSource = info->default_source_name ? info->default_source_name : "";
-                q->facts->description = std::string(info->server_name ? info->server_name : "server") + " " +
-                                        (info->server_version ? info->server_version : "");
+                q->facts->defaultSource =
+                    info->default_source_name ? info->default_source_name : "";
+                q->facts->description =
+                    std::string(info->server_name ? info->server_name : "server") + " " +
+                    (info->server_version ? info->server_version : "");
             }
             q->done = true;
             q->self->connection_.signal();
@@ -189,7 +193,8 @@ PulseDeviceManager::SinkFacts PulseDeviceManager::defaultSinkFacts() {
 
 bool PulseDeviceManager::isDefaultOutputBuiltIn() {
     const SinkFacts facts = defaultSinkFacts();
-    return facts.found && (facts.bus == "pci" || facts.bus == "platform" || facts.formFactor == "internal");
+    return facts.found &&
+           (facts.bus == "pci" || facts.bus == "platform" || facts.formFactor == "internal");
 }
 
 bool PulseDeviceManager::isDefaultOutputBluetooth() {
@@ -251,7 +256,9 @@ bool PulseDeviceManager::isMicrophoneInUse() {
     return await(op, outputs.done) && outputs.recording;
 }
 
-bool PulseDeviceManager::isCameraInUse() { return anyProcessHoldsVideoDevice(procRoot_); }
+bool PulseDeviceManager::isCameraInUse() {
+    return anyProcessHoldsVideoDevice(procRoot_);
+}
 
 bool PulseDeviceManager::isServerReachable() {
     Locked lock(connection_);

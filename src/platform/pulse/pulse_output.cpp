@@ -3,6 +3,8 @@
 #include "audio/mixer.h"
 #include "core/log.h"
 
+#include <chrono>
+
 namespace tappix {
 namespace {
 constexpr std::size_t kFrameBytes = 2 * sizeof(float);
@@ -10,10 +12,13 @@ constexpr int kMeterIntervalMs = 500;
 } // namespace
 
 PulseOutput::PulseOutput()
-    : connection_("Tappix", "tappix-pulse",
-                  {[this](pa_context* context) { createStream(context); }, [this] { dropStream(); }}) {}
+    : connection_(
+          "Tappix", "tappix-pulse",
+          {[this](pa_context* context) { createStream(context); }, [this] { dropStream(); }}) {}
 
-PulseOutput::~PulseOutput() { stop(); }
+PulseOutput::~PulseOutput() {
+    stop();
+}
 
 bool PulseOutput::start(Mixer& mixer) {
     mixer_ = &mixer;
@@ -21,10 +26,12 @@ bool PulseOutput::start(Mixer& mixer) {
         return false;
     // Give the first connection a moment so sound is ready when start returns; the
     // loop keeps trying in the background either way.
+    const auto deadline =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(kStartWaitMs);
     connection_.lock();
-    for (int i = 0; i < 20 && !stream_; ++i) {
+    while (!playing_ && std::chrono::steady_clock::now() < deadline) {
         timeval when{};
-        pa_timeval_add(pa_gettimeofday(&when), 50 * PA_USEC_PER_MSEC);
+        pa_timeval_add(pa_gettimeofday(&when), 20 * PA_USEC_PER_MSEC);
         connection_.api()->time_new(
             connection_.api(), &when,
             [](pa_mainloop_api* api, pa_time_event* event, const timeval*, void* self) {
@@ -33,8 +40,6 @@ bool PulseOutput::start(Mixer& mixer) {
             },
             &connection_);
         connection_.wait();
-        if (stream_ && pa_stream_get_state(stream_) == PA_STREAM_READY)
-            break;
     }
     const bool ready = stream_ && pa_stream_get_state(stream_) == PA_STREAM_READY;
     connection_.unlock();
@@ -68,31 +73,55 @@ void PulseOutput::createStream(pa_context* context) {
     stream_ = pa_stream_new_with_proplist(context, "Keyboard sounds", &spec, nullptr, props);
     pa_proplist_free(props);
     if (!stream_) {
-        qCWarning(lcAudio, "audio engine failed to start: %s", pa_strerror(pa_context_errno(context)));
+        qCWarning(lcAudio, "audio engine failed to start: %s",
+                  pa_strerror(pa_context_errno(context)));
         return;
     }
     pa_stream_set_state_callback(stream_, &PulseOutput::onStreamState, this);
     pa_stream_set_write_callback(stream_, &PulseOutput::onWrite, this);
+    pa_stream_set_moved_callback(stream_, &PulseOutput::onMoved, this);
 
-    const auto target = static_cast<std::uint32_t>(pa_usec_to_bytes(kTargetLatencyMs * PA_USEC_PER_MSEC, &spec));
-    pa_buffer_attr attr{};
-    attr.maxlength = static_cast<std::uint32_t>(-1);
-    attr.tlength = target;
-    // No prebuffering: playback starts at once and an underrun never pauses the stream.
-    attr.prebuf = 0;
-    attr.minreq = static_cast<std::uint32_t>(-1);
-    attr.fragsize = static_cast<std::uint32_t>(-1);
-    const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE |
-                                                      PA_STREAM_INTERPOLATE_TIMING);
+    const pa_buffer_attr attr = bufferAttributes();
+    const auto flags = static_cast<pa_stream_flags_t>(
+        PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_INTERPOLATE_TIMING);
     const char* device = device_ && !deviceFailed_ ? device_->c_str() : nullptr;
     if (pa_stream_connect_playback(stream_, device, &attr, flags, nullptr, nullptr) < 0) {
-        qCWarning(lcAudio, "audio engine failed to start: %s", pa_strerror(pa_context_errno(context)));
+        qCWarning(lcAudio, "audio engine failed to start: %s",
+                  pa_strerror(pa_context_errno(context)));
         dropStream();
     }
 }
 
+pa_buffer_attr PulseOutput::bufferAttributes() {
+    const pa_sample_spec spec{PA_SAMPLE_FLOAT32NE, Mixer::kSampleRate, 2};
+    pa_buffer_attr attr{};
+    attr.maxlength = static_cast<std::uint32_t>(-1);
+    attr.tlength =
+        static_cast<std::uint32_t>(pa_usec_to_bytes(kTargetLatencyMs * PA_USEC_PER_MSEC, &spec));
+    // No prebuffering: playback starts at once and an underrun never pauses the stream.
+    attr.prebuf = 0;
+    attr.minreq = static_cast<std::uint32_t>(-1);
+    attr.fragsize = static_cast<std::uint32_t>(-1);
+    return attr;
+}
+
+void PulseOutput::onMoved(pa_stream* stream, void*) {
+    // A move (the sink went away, or the user moved us) resets the buffer to the
+    // server's large default: ask for the small one again and drop the queued silence.
+    const pa_buffer_attr attr = bufferAttributes();
+    if (pa_operation* op = pa_stream_set_buffer_attr(stream, &attr, nullptr, nullptr))
+        pa_operation_unref(op);
+    if (pa_operation* op = pa_stream_flush(stream, nullptr, nullptr))
+        pa_operation_unref(op);
+    qCInfo(lcAudio, "now playing on %s", pa_stream_get_device_name(stream));
+}
+
 void PulseOutput::dropStream() {
     playing_ = false;
+    if (retry_) {
+        connection_.api()->time_free(retry_);
+        retry_ = nullptr;
+    }
     if (meter_) {
         connection_.api()->time_free(meter_);
         meter_ = nullptr;
@@ -101,7 +130,9 @@ void PulseOutput::dropStream() {
         return;
     pa_stream_set_state_callback(stream_, nullptr, nullptr);
     pa_stream_set_write_callback(stream_, nullptr, nullptr);
-    if (pa_stream_get_state(stream_) == PA_STREAM_READY || pa_stream_get_state(stream_) == PA_STREAM_CREATING)
+    pa_stream_set_moved_callback(stream_, nullptr, nullptr);
+    if (pa_stream_get_state(stream_) == PA_STREAM_READY ||
+        pa_stream_get_state(stream_) == PA_STREAM_CREATING)
         pa_stream_disconnect(stream_);
     pa_stream_unref(stream_);
     stream_ = nullptr;
@@ -112,6 +143,7 @@ void PulseOutput::onStreamState(pa_stream* stream, void* self) {
     switch (pa_stream_get_state(stream)) {
     case PA_STREAM_READY: {
         output->playing_ = true;
+        output->streamFailureLogged_ = false;
         const pa_buffer_attr* attr = pa_stream_get_buffer_attr(stream);
         const pa_sample_spec* spec = pa_stream_get_sample_spec(stream);
         pa_usec_t sinkLatency = 0;
@@ -119,24 +151,28 @@ void PulseOutput::onStreamState(pa_stream* stream, void* self) {
             sinkLatency = timing->configured_sink_usec;
         const double buffer = attr && spec ? pa_bytes_to_usec(attr->tlength, spec) / 1e6 : 0.0;
         output->latency_ = buffer + static_cast<double>(sinkLatency) / 1e6;
-        qCInfo(lcAudio, "playing on %s (buffer %.1f ms)", pa_stream_get_device_name(stream), buffer * 1000);
+        qCInfo(lcAudio, "playing on %s (buffer %.1f ms)", pa_stream_get_device_name(stream),
+               buffer * 1000);
         output->scheduleMeter();
         output->connection_.signal();
         break;
     }
     case PA_STREAM_FAILED: {
-        // The named sink is missing or went away without a move: play on the default.
+        // The named sink is missing or went away: play on the default from now on,
+        // retrying on a timer (not in a loop) while there is no sink at all.
         pa_context* context = pa_stream_get_context(stream);
-        qCWarning(lcAudio, "output stream failed (%s); reconnecting on the default output",
-                  pa_strerror(pa_context_errno(context)));
+        if (!output->streamFailureLogged_)
+            qCWarning(lcAudio, "output stream failed (%s); reconnecting on the default output",
+                      pa_strerror(pa_context_errno(context)));
+        output->streamFailureLogged_ = true;
         output->deviceFailed_ = true;
         output->dropStream();
-        if (pa_context_get_state(context) == PA_CONTEXT_READY)
-            output->createStream(context);
+        output->scheduleStreamRetry();
         output->connection_.signal();
         break;
     }
-    default: break;
+    default:
+        break;
     }
 }
 
@@ -149,6 +185,23 @@ void PulseOutput::onWrite(pa_stream* stream, std::size_t bytes, void* self) {
     const std::size_t frames = size / kFrameBytes;
     output->mixer_->render(static_cast<float*>(data), frames);
     pa_stream_write(stream, data, frames * kFrameBytes, nullptr, 0, PA_SEEK_RELATIVE);
+}
+
+void PulseOutput::scheduleStreamRetry() {
+    if (retry_)
+        return;
+    timeval when{};
+    pa_timeval_add(pa_gettimeofday(&when), PulseConnection::kRetryMs * PA_USEC_PER_MSEC);
+    retry_ = connection_.api()->time_new(
+        connection_.api(), &when,
+        [](pa_mainloop_api* api, pa_time_event* event, const timeval*, void* self) {
+            auto* output = static_cast<PulseOutput*>(self);
+            api->time_free(event);
+            output->retry_ = nullptr;
+            if (pa_context* context = output->connection_.readyContext())
+                output->createStream(context);
+        },
+        this);
 }
 
 void PulseOutput::scheduleMeter() {

@@ -18,6 +18,8 @@ class PulseOutput final : public AudioOutput {
 public:
     /// The buffer the stream asks the server for.
     static constexpr int kTargetLatencyMs = 10;
+    /// How long `start` waits for the stream before returning (it keeps trying after).
+    static constexpr int kStartWaitMs = 1000;
 
     PulseOutput();
     ~PulseOutput() override;
@@ -32,14 +34,19 @@ private:
     void createStream(pa_context* context);
     void dropStream();
     static void onStreamState(pa_stream* stream, void* self);
+    static void onMoved(pa_stream* stream, void* self);
+    static pa_buffer_attr bufferAttributes();
     static void onWrite(pa_stream* stream, std::size_t bytes, void* self);
     static void onMeter(pa_mainloop_api*, pa_time_event*, const struct timeval*, void* self);
     void scheduleMeter();
+    void scheduleStreamRetry();
 
     PulseConnection connection_;
     Mixer* mixer_ = nullptr;
     pa_stream* stream_ = nullptr;
     pa_time_event* meter_ = nullptr;
+    pa_time_event* retry_ = nullptr;
+    bool streamFailureLogged_ = false;
     std::optional<std::string> device_;
     std::atomic<bool> playing_{false};
     std::atomic<double> latency_{0.0};

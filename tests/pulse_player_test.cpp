@@ -1,0 +1,147 @@
+// The audio path against a real sound server: a private PulseAudio with two null
+// sinks, started by the test; what plays is recorded from the sinks' monitors.
+
+#include "audio/audio_player.h"
+#include "platform/pulse/pulse_device_manager.h"
+#include "platform/pulse/pulse_output.h"
+#include "platform/sndfile/sndfile_decoder.h"
+
+#include "support/pulse_server.h"
+
+#include <gtest/gtest.h>
+
+#include <QElapsedTimer>
+#include <cmath>
+
+using namespace tappix;
+using test::PulseServer;
+
+namespace {
+
+SampleRef tone(float seconds, float amplitude = 0.5f) {
+    auto buffer = std::make_shared<SampleBuffer>();
+    buffer->samples.resize(static_cast<std::size_t>(seconds * 48000));
+    for (std::size_t i = 0; i < buffer->samples.size(); ++i)
+        buffer->samples[i] = amplitude * std::sin(2.0f * 3.14159265f * 1000.0f * i / 48000.0f);
+    return buffer;
+}
+
+class PulsePlayer : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { server_ = new PulseServer; }
+    static void TearDownTestSuite() { delete server_; }
+
+    void SetUp() override {
+        PulseServer::pactl({"set-default-sink", "tappix_a"});
+        devices_ = std::make_unique<PulseDeviceManager>();
+        auto output = std::make_unique<PulseOutput>();
+        output_ = output.get();
+        player_ = std::make_unique<AudioPlayer>(std::move(output), std::make_unique<SndfileDecoder>(),
+                                                *devices_, 1.0f);
+        ASSERT_TRUE(waitUntilPlaying(2000));
+    }
+    void TearDown() override {
+        player_.reset();
+        devices_.reset();
+    }
+
+    bool waitUntilPlaying(int ms) {
+        QElapsedTimer timer;
+        timer.start();
+        while (!output_->isPlaying() && timer.elapsed() < ms)
+            QThread::msleep(10);
+        return output_->isPlaying();
+    }
+
+    static PulseServer* server_;
+    std::unique_ptr<PulseDeviceManager> devices_;
+    PulseOutput* output_ = nullptr;
+    std::unique_ptr<AudioPlayer> player_;
+};
+
+PulseServer* PulsePlayer::server_ = nullptr;
+
+} // namespace
+
+TEST_F(PulsePlayer, ASampleArrivesAtItsLevelOnItsSide) {
+    const auto recorded = server_->record("tappix_a", [&] { player_->playBuffer(tone(0.2f), 1, -1, 1); });
+    ASSERT_GT(recorded.size(), 2u * 4800) << "the monitor recorded nothing";
+    const auto left = test::levels(recorded);
+    EXPECT_NEAR(left.peakLeft, 0.5, 0.03);
+    EXPECT_LT(left.peakRight, 0.01);
+    const auto right = test::levels(server_->record("tappix_a", [&] { player_->playBuffer(tone(0.2f), 1, 1, 0.5f); }));
+    EXPECT_NEAR(right.peakRight, 0.25, 0.02);
+    EXPECT_LT(right.peakLeft, 0.01);
+}
+
+TEST_F(PulsePlayer, SeventeenQuickPlaysCutTheFirst) {
+    const auto silence = std::make_shared<SampleBuffer>(SampleBuffer{std::vector<float>(480, 0.0f)});
+    auto recorded = server_->record("tappix_a", [&] {
+        player_->playBuffer(tone(1.0f), 1, -1, 1);
+        for (int i = 0; i < 16; ++i)
+            player_->playBuffer(silence, 1, 1, 1);
+    }, 600);
+    // The long tone on the left is gone well before its second would be over.
+    const std::size_t frames = recorded.size() / 2;
+    ASSERT_GT(frames, 48000u / 2);
+    const std::vector<float> late(recorded.end() - 2 * 24000, recorded.end());
+    EXPECT_LT(test::levels(late).peakLeft, 0.01);
+}
+
+TEST_F(PulsePlayer, DevicesAreListedAndTheOutputMovesBetweenThem) {
+    const auto list = devices_->outputDevices();
+    ASSERT_EQ(list.size(), 2u);
+    EXPECT_EQ(list[0].uid, "tappix_a");
+    EXPECT_EQ(list[0].name, "Speakers-A");
+    EXPECT_TRUE(devices_->deviceID("tappix_b").has_value());
+    EXPECT_FALSE(devices_->deviceID("tappix_c").has_value());
+    EXPECT_EQ(devices_->defaultOutput()->uid, "tappix_a");
+    EXPECT_FALSE(devices_->isDefaultOutputBluetooth());
+
+    player_->setOutputDevice(std::string("tappix_b"));
+    player_->drain();
+    ASSERT_TRUE(waitUntilPlaying(2000));
+    QThread::msleep(100);
+    const auto onB = test::levels(server_->record("tappix_b", [&] { player_->playBuffer(tone(0.2f), 1, 0, 1); }));
+    EXPECT_GT(onB.peakLeft, 0.3);
+}
+
+TEST_F(PulsePlayer, UnloadingTheSinkInUseFallsBackToTheDefault) {
+    const QString module = PulseServer::pactl({"load-module", "module-null-sink", "sink_name=tappix_c",
+                                                "sink_properties=device.description=Speakers-C"})
+                               .trimmed();
+    ASSERT_FALSE(module.isEmpty());
+    player_->setOutputDevice(std::string("tappix_c"));
+    player_->drain();
+    QThread::msleep(200);
+    PulseServer::pactl({"unload-module", module});
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < 2000 && !output_->isPlaying())
+        QThread::msleep(10);
+    QThread::msleep(100);
+    const auto heard = test::levels(server_->record("tappix_a", [&] { player_->playBuffer(tone(0.2f), 1, 0, 1); }));
+    EXPECT_GT(heard.peakLeft, 0.3);
+}
+
+TEST_F(PulsePlayer, SoundReturnsAfterTheServerRestarts) {
+    server_->kill();
+    QThread::msleep(100);
+    ASSERT_TRUE(server_->start());
+    PulseServer::pactl({"set-default-sink", "tappix_a"});
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < 3000 && !output_->isPlaying())
+        QThread::msleep(10);
+    EXPECT_LT(timer.elapsed(), 2000) << "not reconnected within 2 s";
+    const auto heard = test::levels(server_->record("tappix_a", [&] { player_->playBuffer(tone(0.2f), 1, 0, 1); }));
+    EXPECT_GT(heard.peakLeft, 0.3);
+}
+
+TEST_F(PulsePlayer, ASuspendedAndResumedSinkSoundsAtOnce) {
+    PulseServer::pactl({"suspend-sink", "tappix_a", "1"});
+    PulseServer::pactl({"suspend-sink", "tappix_a", "0"});
+    const auto heard = test::levels(server_->record("tappix_a", [&] { player_->playBuffer(tone(0.2f), 1, 0, 1); }));
+    EXPECT_GT(heard.peakLeft, 0.3);
+    EXPECT_LT(output_->latencySeconds(), 0.05);
+}
