@@ -11,6 +11,8 @@
 #include <gtest/gtest.h>
 
 #include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
 #include <cmath>
 
 using namespace tappix;
@@ -36,8 +38,8 @@ protected:
         devices_ = std::make_unique<PulseDeviceManager>();
         auto output = std::make_unique<PulseOutput>();
         output_ = output.get();
-        player_ = std::make_unique<AudioPlayer>(std::move(output), std::make_unique<SndfileDecoder>(),
-                                                *devices_, 1.0f);
+        player_ = std::make_unique<AudioPlayer>(
+            std::move(output), std::make_unique<SndfileDecoder>(), *devices_, 1.0f);
         ASSERT_TRUE(waitUntilPlaying(2000));
     }
     void TearDown() override {
@@ -64,23 +66,29 @@ PulseServer* PulsePlayer::server_ = nullptr;
 } // namespace
 
 TEST_F(PulsePlayer, ASampleArrivesAtItsLevelOnItsSide) {
-    const auto recorded = server_->record("tappix_a", [&] { player_->playBuffer(tone(0.2f), 1, -1, 1); });
+    const auto recorded =
+        server_->record("tappix_a", [&] { player_->playBuffer(tone(0.2f), 1, -1, 1); });
     ASSERT_GT(recorded.size(), 2u * 4800) << "the monitor recorded nothing";
     const auto left = test::levels(recorded);
     EXPECT_NEAR(left.peakLeft, 0.5, 0.03);
     EXPECT_LT(left.peakRight, 0.01);
-    const auto right = test::levels(server_->record("tappix_a", [&] { player_->playBuffer(tone(0.2f), 1, 1, 0.5f); }));
+    const auto right = test::levels(
+        server_->record("tappix_a", [&] { player_->playBuffer(tone(0.2f), 1, 1, 0.5f); }));
     EXPECT_NEAR(right.peakRight, 0.25, 0.02);
     EXPECT_LT(right.peakLeft, 0.01);
 }
 
 TEST_F(PulsePlayer, SeventeenQuickPlaysCutTheFirst) {
-    const auto silence = std::make_shared<SampleBuffer>(SampleBuffer{std::vector<float>(480, 0.0f)});
-    auto recorded = server_->record("tappix_a", [&] {
-        player_->playBuffer(tone(1.0f), 1, -1, 1);
-        for (int i = 0; i < 16; ++i)
-            player_->playBuffer(silence, 1, 1, 1);
-    }, 600);
+    const auto silence =
+        std::make_shared<SampleBuffer>(SampleBuffer{std::vector<float>(480, 0.0f)});
+    auto recorded = server_->record(
+        "tappix_a",
+        [&] {
+            player_->playBuffer(tone(1.0f), 1, -1, 1);
+            for (int i = 0; i < 16; ++i)
+                player_->playBuffer(silence, 1, 1, 1);
+        },
+        600);
     // The long tone on the left is gone well before its second would be over.
     const std::size_t frames = recorded.size() / 2;
     ASSERT_GT(frames, 48000u / 2);
@@ -102,14 +110,16 @@ TEST_F(PulsePlayer, DevicesAreListedAndTheOutputMovesBetweenThem) {
     player_->drain();
     ASSERT_TRUE(waitUntilPlaying(2000));
     QThread::msleep(100);
-    const auto onB = test::levels(server_->record("tappix_b", [&] { player_->playBuffer(tone(0.2f), 1, 0, 1); }));
+    const auto onB = test::levels(
+        server_->record("tappix_b", [&] { player_->playBuffer(tone(0.2f), 1, 0, 1); }));
     EXPECT_GT(onB.peakLeft, 0.3);
 }
 
 TEST_F(PulsePlayer, UnloadingTheSinkInUseFallsBackToTheDefault) {
-    const QString module = PulseServer::pactl({"load-module", "module-null-sink", "sink_name=tappix_c",
-                                                "sink_properties=device.description=Speakers-C"})
-                               .trimmed();
+    const QString module =
+        PulseServer::pactl({"load-module", "module-null-sink", "sink_name=tappix_c",
+                            "sink_properties=device.description=Speakers-C"})
+            .trimmed();
     ASSERT_FALSE(module.isEmpty());
     player_->setOutputDevice(std::string("tappix_c"));
     player_->drain();
@@ -120,7 +130,8 @@ TEST_F(PulsePlayer, UnloadingTheSinkInUseFallsBackToTheDefault) {
     while (timer.elapsed() < 2000 && !output_->isPlaying())
         QThread::msleep(10);
     QThread::msleep(100);
-    const auto heard = test::levels(server_->record("tappix_a", [&] { player_->playBuffer(tone(0.2f), 1, 0, 1); }));
+    const auto heard = test::levels(
+        server_->record("tappix_a", [&] { player_->playBuffer(tone(0.2f), 1, 0, 1); }));
     EXPECT_GT(heard.peakLeft, 0.3);
 }
 
@@ -134,14 +145,40 @@ TEST_F(PulsePlayer, SoundReturnsAfterTheServerRestarts) {
     while (timer.elapsed() < 3000 && !output_->isPlaying())
         QThread::msleep(10);
     EXPECT_LT(timer.elapsed(), 2000) << "not reconnected within 2 s";
-    const auto heard = test::levels(server_->record("tappix_a", [&] { player_->playBuffer(tone(0.2f), 1, 0, 1); }));
+    const auto heard = test::levels(
+        server_->record("tappix_a", [&] { player_->playBuffer(tone(0.2f), 1, 0, 1); }));
     EXPECT_GT(heard.peakLeft, 0.3);
 }
 
 TEST_F(PulsePlayer, ASuspendedAndResumedSinkSoundsAtOnce) {
     PulseServer::pactl({"suspend-sink", "tappix_a", "1"});
     PulseServer::pactl({"suspend-sink", "tappix_a", "0"});
-    const auto heard = test::levels(server_->record("tappix_a", [&] { player_->playBuffer(tone(0.2f), 1, 0, 1); }));
+    const auto heard = test::levels(
+        server_->record("tappix_a", [&] { player_->playBuffer(tone(0.2f), 1, 0, 1); }));
     EXPECT_GT(heard.peakLeft, 0.3);
     EXPECT_LT(output_->latencySeconds(), 0.05);
+}
+
+TEST_F(PulsePlayer, TappixKitPlayIsHeard) {
+    QTemporaryDir dir;
+    QDir().mkpath(dir.filePath("kit/sounds"));
+    std::string error;
+    std::vector<float> loud(9600, 0.0f);
+    for (std::size_t i = 0; i < loud.size(); ++i)
+        loud[i] = 0.6f * std::sin(2.0f * 3.14159265f * 440.0f * i / 48000.0f);
+    ASSERT_TRUE(writeWav(loud, dir.filePath("kit/sounds/a.wav").toStdString(), error));
+    QFile manifest(dir.filePath("kit/config.json"));
+    ASSERT_TRUE(manifest.open(QIODevice::WriteOnly));
+    manifest.write(R"({"id":"demo","metadata":{"name":"Demo","brand":"T","author":"me"},
+        "license":{"type":"CC0","url":""},"sounds":{"alpha":{"down":["a.wav"],"up":[]}}})");
+    manifest.close();
+    int exitCode = -1;
+    const auto heard = test::levels(server_->record("tappix_a", [&] {
+        QProcess tool;
+        tool.start(QStringLiteral(TAPPIX_KIT_PATH), {"play", dir.filePath("kit")});
+        tool.waitForFinished(10000);
+        exitCode = tool.exitCode();
+    }));
+    EXPECT_EQ(exitCode, 0);
+    EXPECT_GT(heard.peakLeft, 0.3);
 }

@@ -1,6 +1,8 @@
 // tappix-doctor: tells a user why Tappix is silent, and shows what it hears.
 
 #include "input/key_event_service.h"
+#include "kits/soundpack_store.h"
+#include "platform/audio_backends.h"
 #include "platform/capture_backends.h"
 
 #include <QCoreApplication>
@@ -9,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
+#include <tuple>
 
 namespace {
 
@@ -17,11 +20,46 @@ constexpr const char* kHelp =
     "\n"
     "Prints which way Tappix would capture keys on this machine and why: the readable\n"
     "keyboards by name, or the reason none is (with the command that fixes permissions),\n"
-    "and whether this is an X11 or Wayland session.\n"
+    "and whether this is an X11 or Wayland session; then the sound server, its default\n"
+    "output and the output devices, and the kit directories with the kits found there.\n"
     "\n"
     "  --watch SECONDS  then capture for that long and print each event as it arrives,\n"
     "                   e.g. \"key 0 a down\" or \"mouse other up\".\n"
     "  -h, --help       show this text.\n";
+
+void describeAudio() {
+    auto devices = tappix::makeAudioDeviceManager();
+    if (!devices->isServerReachable()) {
+        std::printf("audio: no sound server answers (is PulseAudio or PipeWire running?)\n");
+        return;
+    }
+    std::printf("audio: %s\n", devices->serverDescription().c_str());
+    const auto fallback = devices->defaultOutput();
+    std::printf("audio: default output: %s\n",
+                fallback ? (fallback->name + " (" + fallback->uid + ")").c_str() : "none");
+    for (const auto& device : devices->outputDevices())
+        std::printf("audio: output device: %s (%s)\n", device.name.c_str(), device.uid.c_str());
+}
+
+void describeKits() {
+    tappix::SoundpackStore store(tappix::SoundpackStore::defaultBundleDirectory(),
+                                 tappix::SoundpackStore::defaultUserDirectory());
+    for (const auto& [label, directory, user] :
+         {std::tuple{"bundled kits", store.bundleDirectory(), false},
+          {"your kits", store.userDirectory(), true}}) {
+        if (directory.isEmpty()) {
+            std::printf("kits: %s: no directory found\n", label);
+            continue;
+        }
+        tappix::SoundpackStore one(user ? QString() : directory, user ? directory : QString());
+        one.reload();
+        std::printf("kits: %s: %s: %zu kit%s\n", label, qPrintable(directory), one.packs().size(),
+                    one.packs().size() == 1 ? "" : "s");
+        for (const auto& pack : one.packs())
+            std::printf("kits:   %s — %s\n", pack.config.id.c_str(),
+                        pack.config.metadata.name.c_str());
+    }
+}
 
 int watch(QCoreApplication& app, double seconds) {
     tappix::KeyEventService service(tappix::makeCaptureBackends());
@@ -76,6 +114,8 @@ int main(int argc, char** argv) {
     }
     for (const std::string& line : tappix::describeCapture())
         std::printf("%s\n", line.c_str());
+    describeAudio();
+    describeKits();
     std::fflush(stdout);
     return watchSeconds > 0 ? watch(app, watchSeconds) : 0;
 }

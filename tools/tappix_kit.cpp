@@ -1,11 +1,22 @@
 // tappix-kit: a command-line companion for people who make Tappix kits.
 
+#include "audio/audio_player.h"
 #include "input/key_group.h"
+#include "kits/kit_checker.h"
+#include "kits/synth_engine.h"
+#include "platform/audio_backends.h"
+#include "platform/sndfile/sndfile_decoder.h"
 
+#include <QCoreApplication>
+#include <QThread>
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <random>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace {
 
@@ -15,17 +26,45 @@ constexpr const char* kHelp =
     "Tools for people who make Tappix sound kits.\n"
     "\n"
     "Commands:\n"
-    "  keys      Print every key code Tappix delivers, one per line, tab-separated:\n"
-    "              code     the key code (0-127 keyboard keys, 1000-1022 media keys)\n"
-    "              name     the name a kit's config.json uses for the key, or -\n"
-    "              group    the keyboard region a mix assigns by (letters, space,\n"
-    "                       enter, backspace, modifier, arrows, functionRow, numberRow)\n"
-    "              column   the key's column 0 (left) to 13 (right), or -\n"
-    "              pan      the key's stereo position before the kit's width (-0.35..0.35)\n"
-    "              typing   yes when a press counts as typing in the statistics\n"
-    "              label    the key-cast overlay's key-cap text, or -\n"
-    "              sounds   the sound names tried in a kit, in order\n"
-    "  help      Show this text (also -h, --help).\n";
+    "  keys          Print every key code Tappix delivers, one per line, tab-separated:\n"
+    "                  code     the key code (0-127 keyboard keys, 1000-1022 media keys)\n"
+    "                  name     the name a kit's config.json uses for the key, or -\n"
+    "                  group    the keyboard region a mix assigns by (letters, space,\n"
+    "                           enter, backspace, modifier, arrows, functionRow, numberRow)\n"
+    "                  column   the key's column 0 (left) to 13 (right), or -\n"
+    "                  pan      the key's stereo position before the kit's width (-0.35..0.35)\n"
+    "                  typing   yes when a press counts as typing in the statistics\n"
+    "                  label    the key-cast overlay's key-cap text, or -\n"
+    "                  sounds   the sound names tried in a kit, in order\n"
+    "\n"
+    "  check DIR     Check the kit in DIR as Tappix will load it: config.json decodes,\n"
+    "                every file it names is a safe, decodable sample, and every key finds a\n"
+    "                sound. Prints each problem and exits 1, or prints a summary and exits 0.\n"
+    "\n"
+    "  render        Synthesise one keystroke into a 16-bit 48 kHz WAV file.\n"
+    "                  --body-hz HZ    pitch of the key's body (default 400)\n"
+    "                  --click GAIN    loudness of the initial click (default 0.8)\n"
+    "                  --decay-ms MS   decay time constant; the sound lasts four (default 12)\n"
+    "                  --tone-hz HZ    corner of the final low-pass (default 8000)\n"
+    "                  --clicky        add the 2600 Hz leaf of clicky switches\n"
+    "                  --seed N        the random seed; same seed, same sound (default 1)\n"
+    "                  --up            the release instead of the press\n"
+    "                  --out FILE      where to write (required)\n"
+    "\n"
+    "  ding --out FILE   Write the Return bell to a WAV file.\n"
+    "\n"
+    "  play DIR [--key NAME] [--up]\n"
+    "                Play one variant of the kit in DIR on the default output and return\n"
+    "                once it has sounded. NAME is a sound key of the kit (default: the\n"
+    "                first of alpha, default); --up plays a release sound.\n"
+    "\n"
+    "  help          Show this text (also -h, --help).\n";
+
+int usageError(const std::string& message) {
+    std::fprintf(stderr, "tappix-kit: %s\n(tappix-kit --help explains every command)\n",
+                 message.c_str());
+    return 2;
+}
 
 void printKey(tappix::KeyCode code) {
     const auto name = tappix::keyName(code);
@@ -56,12 +95,183 @@ int keys() {
     return 0;
 }
 
+int check(const std::vector<std::string>& args) {
+    if (args.size() != 1)
+        return usageError("check needs exactly one kit directory");
+    tappix::SndfileDecoder decoder;
+    const tappix::KitReport report = tappix::checkKit(QString::fromStdString(args[0]), decoder);
+    if (!report.ok()) {
+        std::printf("%s: %zu problem%s\n", args[0].c_str(), report.problems.size(),
+                    report.problems.size() == 1 ? "" : "s");
+        for (const std::string& problem : report.problems)
+            std::printf("  - %s\n", problem.c_str());
+        return 1;
+    }
+    for (const std::string& line : tappix::describeKit(report))
+        std::printf("%s\n", line.c_str());
+    std::printf("OK\n");
+    return 0;
+}
+
+bool parseNumber(const std::string& text, double min, double max, double& out) {
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    if (end == text.c_str() || *end != '\0' || !std::isfinite(value) || value < min || value > max)
+        return false;
+    out = value;
+    return true;
+}
+
+int render(const std::vector<std::string>& args) {
+    tappix::SynthParams params{400, 0.8f, 12, 8000, false};
+    std::uint64_t seed = 1;
+    bool up = false;
+    std::string out;
+    struct Range {
+        const char* flag;
+        float* field;
+        double min, max;
+    };
+    const Range ranges[] = {{"--body-hz", &params.bodyHz, 20, 20000},
+                            {"--click", &params.click, 0, 10},
+                            {"--decay-ms", &params.decayMs, 0, 2000},
+                            {"--tone-hz", &params.toneHz, 20, 24000}};
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        const bool hasValue = i + 1 < args.size();
+        bool handled = false;
+        for (const Range& range : ranges) {
+            if (arg != range.flag)
+                continue;
+            double value = 0;
+            if (!hasValue || !parseNumber(args[++i], range.min, range.max, value))
+                return usageError(std::string(range.flag) + " needs a number from " +
+                                  std::to_string(static_cast<int>(range.min)) + " to " +
+                                  std::to_string(static_cast<int>(range.max)));
+            *range.field = static_cast<float>(value);
+            handled = true;
+        }
+        if (handled)
+            continue;
+        if (arg == "--clicky") {
+            params.clicky = true;
+        } else if (arg == "--up") {
+            up = true;
+        } else if (arg == "--seed" && hasValue) {
+            char* end = nullptr;
+            seed = std::strtoull(args[++i].c_str(), &end, 10);
+            if (*end != '\0')
+                return usageError("--seed needs a whole number");
+        } else if (arg == "--out" && hasValue) {
+            out = args[++i];
+        } else {
+            return usageError("render does not know '" + arg + "'");
+        }
+    }
+    if (out.empty())
+        return usageError("render needs --out FILE");
+    std::string error;
+    const auto samples = tappix::SynthEngine::render(params, seed, up);
+    if (!tappix::writeWav(samples, out, error)) {
+        std::fprintf(stderr, "tappix-kit: cannot write %s: %s\n", out.c_str(), error.c_str());
+        return 1;
+    }
+    std::printf("%s: %zu samples (%.1f ms)\n", out.c_str(), samples.size(), samples.size() / 48.0);
+    return 0;
+}
+
+int ding(const std::vector<std::string>& args) {
+    if (args.size() != 2 || args[0] != "--out")
+        return usageError("ding needs --out FILE");
+    std::string error;
+    if (!tappix::writeWav(tappix::SynthEngine::ding(), args[1], error)) {
+        std::fprintf(stderr, "tappix-kit: cannot write %s: %s\n", args[1].c_str(), error.c_str());
+        return 1;
+    }
+    std::printf("%s: the bell, 0.55 s\n", args[1].c_str());
+    return 0;
+}
+
+int play(const std::vector<std::string>& args) {
+    std::string dir, key;
+    bool up = false;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--key" && i + 1 < args.size())
+            key = args[++i];
+        else if (args[i] == "--up")
+            up = true;
+        else if (dir.empty() && args[i].rfind("--", 0) != 0)
+            dir = args[i];
+        else
+            return usageError("play does not know '" + args[i] + "'");
+    }
+    if (dir.empty())
+        return usageError("play needs a kit directory");
+    tappix::SndfileDecoder checker;
+    const tappix::KitReport report = tappix::checkKit(QString::fromStdString(dir), checker);
+    if (!report.config) {
+        std::fprintf(stderr, "tappix-kit: %s\n", report.problems.front().c_str());
+        return 1;
+    }
+    const auto& sounds = report.config->sounds;
+    if (key.empty())
+        key = sounds.contains("alpha") ? "alpha" : "default";
+    auto found = sounds.find(key);
+    if (found == sounds.end()) {
+        std::fprintf(stderr, "tappix-kit: the kit has no sound \"%s\"\n", key.c_str());
+        return 1;
+    }
+    const auto& variants = up ? found->second.up : found->second.down;
+    if (variants.empty()) {
+        std::fprintf(stderr, "tappix-kit: sound \"%s\" has no %s variants\n", key.c_str(),
+                     up ? "up" : "down");
+        return 1;
+    }
+    std::random_device device;
+    const std::string variant =
+        variants[std::uniform_int_distribution<std::size_t>(0, variants.size() - 1)(device)];
+
+    auto devices = tappix::makeAudioDeviceManager();
+    tappix::AudioPlayer player(tappix::makeAudioOutput(), tappix::makeSampleDecoder(), *devices,
+                               1.0f);
+    if (!player.output().isPlaying()) {
+        std::fprintf(stderr, "tappix-kit: no sound server to play on\n");
+        return 1;
+    }
+    const QString sounds_dir = QString::fromStdString(dir) + QStringLiteral("/sounds");
+    player.loadSampleSets({{report.config->id, sounds_dir, {variant}}});
+    if (!player.hasSample(report.config->id, variant)) {
+        std::fprintf(stderr, "tappix-kit: %s did not load\n", variant.c_str());
+        return 1;
+    }
+    player.play(report.config->id, variant, 1.0f, 0.0f, 1.0f);
+    player.drain();
+    // Wait until the mixer has played it out and the server's buffer has passed.
+    while (player.mixer().activeVoices() == 0)
+        QThread::msleep(2);
+    while (player.mixer().activeVoices() > 0)
+        QThread::msleep(5);
+    QThread::msleep(static_cast<unsigned long>(player.output().latencySeconds() * 1000) + 50);
+    std::printf("played %s (%s, %s)\n", variant.c_str(), key.c_str(), up ? "up" : "down");
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
     const std::string_view command = argc > 1 ? argv[1] : "";
+    const std::vector<std::string> args(argv + std::min(argc, 2), argv + argc);
     if (command == "keys")
         return keys();
+    if (command == "check")
+        return check(args);
+    if (command == "render")
+        return render(args);
+    if (command == "ding")
+        return ding(args);
+    if (command == "play")
+        return play(args);
     if (command == "help" || command == "-h" || command == "--help") {
         std::fputs(kHelp, stdout);
         return 0;

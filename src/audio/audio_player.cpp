@@ -8,12 +8,7 @@
 #include <set>
 
 namespace tappix {
-namespace {
-
-/// Why a kit's file name may not be opened, or empty when it may. Names must stay
-/// inside the kit's sounds directory and name a regular file, so no kit can read
-/// elsewhere or hang the loader on a FIFO or a device.
-std::string refusal(const QString& directory, const std::string& name) {
+std::string AudioPlayer::fileProblem(const QString& directory, const std::string& name) {
     const QString relative = QString::fromStdString(name);
     if (relative.isEmpty() || QDir::isAbsolutePath(relative))
         return "the name must be relative to the kit's sounds directory";
@@ -28,8 +23,6 @@ std::string refusal(const QString& directory, const std::string& name) {
         return "not a regular file";
     return {};
 }
-
-} // namespace
 
 AudioPlayer::AudioPlayer(std::unique_ptr<AudioOutput> output,
                          std::unique_ptr<SampleDecoder> decoder, AudioDeviceManager& devices,
@@ -59,7 +52,7 @@ AudioPlayer::SampleMap AudioPlayer::decodeAll(const QString& directory,
                                               const std::vector<std::string>& files) {
     SampleMap map;
     for (const std::string& name : std::set<std::string>(files.begin(), files.end())) {
-        std::string error = refusal(directory, name);
+        std::string error = fileProblem(directory, name);
         std::optional<SampleBuffer> buffer;
         if (error.empty())
             buffer = decoder_->decode(directory + QLatin1Char('/') + QString::fromStdString(name),

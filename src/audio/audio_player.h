@@ -88,6 +88,11 @@ public:
     /// Whether a kit has a decoded sample of that name (tests, diagnostics). Not from the queue.
     bool hasSample(std::string_view packId, std::string_view name);
 
+    /// Why a kit's sample name may not be opened, or empty when it may: names must stay
+    /// inside the kit's sounds directory and name a regular file, so no kit can read
+    /// elsewhere or hang the loader on a FIFO or a device. Any thread.
+    static std::string fileProblem(const QString& directory, const std::string& name);
+
     /// The output (for diagnostics: latency, state). Any thread.
     const AudioOutput& output() const { return *output_; }
 

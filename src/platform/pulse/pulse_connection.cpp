@@ -47,6 +47,38 @@ pa_context* PulseConnection::readyContext() const {
     return context_ && pa_context_get_state(context_) == PA_CONTEXT_READY ? context_ : nullptr;
 }
 
+pa_context* PulseConnection::waitReady(int timeoutMs) {
+    auto connecting = [this] {
+        if (!context_)
+            return false;
+        const pa_context_state_t state = pa_context_get_state(context_);
+        return state == PA_CONTEXT_UNCONNECTED || state == PA_CONTEXT_CONNECTING ||
+               state == PA_CONTEXT_AUTHORIZING || state == PA_CONTEXT_SETTING_NAME;
+    };
+    if (!connecting() || inLoopThread())
+        return readyContext();
+    struct Timeout {
+        PulseConnection* connection;
+        bool expired = false;
+    } timeout{this};
+    timeval when{};
+    pa_timeval_add(pa_gettimeofday(&when), static_cast<pa_usec_t>(timeoutMs) * PA_USEC_PER_MSEC);
+    pa_time_event* timer = api()->time_new(
+        api(), &when,
+        [](pa_mainloop_api* loop, pa_time_event* event, const timeval*, void* data) {
+            auto* t = static_cast<Timeout*>(data);
+            t->expired = true;
+            loop->time_free(event);
+            t->connection->signal();
+        },
+        &timeout);
+    while (connecting() && !timeout.expired)
+        wait();
+    if (!timeout.expired)
+        api()->time_free(timer);
+    return readyContext();
+}
+
 void PulseConnection::connect() {
     pa_proplist* props = pa_proplist_new();
     pa_proplist_sets(props, PA_PROP_APPLICATION_NAME, "Tappix");

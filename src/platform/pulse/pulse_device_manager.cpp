@@ -74,7 +74,7 @@ bool PulseDeviceManager::await(pa_operation* operation, const bool& done) {
 
 PulseDeviceManager::ServerFacts PulseDeviceManager::server() {
     ServerFacts facts;
-    pa_context* context = connection_.readyContext();
+    pa_context* context = connection_.waitReady(kTimeoutMs);
     if (!context)
         return facts;
     struct Query {
@@ -107,7 +107,7 @@ PulseDeviceManager::ServerFacts PulseDeviceManager::server() {
 std::vector<AudioDeviceManager::Device> PulseDeviceManager::outputDevices() {
     Locked lock(connection_);
     std::vector<Device> devices;
-    pa_context* context = connection_.readyContext();
+    pa_context* context = connection_.waitReady(kTimeoutMs);
     if (!context)
         return devices;
     struct Query {
@@ -162,7 +162,7 @@ PulseDeviceManager::SinkFacts PulseDeviceManager::defaultSinkFacts() {
     Locked lock(connection_);
     SinkFacts facts;
     const ServerFacts serverFacts = server();
-    pa_context* context = connection_.readyContext();
+    pa_context* context = connection_.waitReady(kTimeoutMs);
     if (!serverFacts.ok || serverFacts.defaultSink.empty() || !context)
         return facts;
     struct Query {
@@ -205,7 +205,7 @@ bool PulseDeviceManager::isDefaultOutputBluetooth() {
 bool PulseDeviceManager::isMicrophoneInUse() {
     Locked lock(connection_);
     const ServerFacts facts = server();
-    pa_context* context = connection_.readyContext();
+    pa_context* context = connection_.waitReady(kTimeoutMs);
     if (!facts.ok || facts.defaultSource.empty() || !context)
         return false;
     struct Source {
