@@ -12,6 +12,7 @@
 
 #include <QElapsedTimer>
 #include <QFile>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <cmath>
 
@@ -36,7 +37,8 @@ protected:
     void SetUp() override {
         PulseServer::pactl({"set-default-sink", "tappix_a"});
         devices_ = std::make_unique<PulseDeviceManager>();
-        auto output = std::make_unique<PulseOutput>();
+        // Idle soon, so every test also exercises waking from idle.
+        auto output = std::make_unique<PulseOutput>(500);
         output_ = output.get();
         player_ = std::make_unique<AudioPlayer>(
             std::move(output), std::make_unique<SndfileDecoder>(), *devices_, 1.0f);
@@ -181,4 +183,41 @@ TEST_F(PulsePlayer, TappixKitPlayIsHeard) {
     }));
     EXPECT_EQ(exitCode, 0);
     EXPECT_GT(heard.peakLeft, 0.3);
+}
+
+TEST_F(PulsePlayer, TheFirstSoundAfterASilenceIsAsQuickAsAnyOther) {
+    QElapsedTimer waited;
+    waited.start();
+    while (!output_->isIdle() && waited.elapsed() < 10000)
+        QThread::msleep(20);
+    ASSERT_TRUE(output_->isIdle());
+    QElapsedTimer timer;
+    qint64 gapMs = 0;
+    double bufferMs = -1;
+    const auto recorded = server_->record("tappix_a", [&] {
+        player_->playBuffer(tone(0.05f), 1, -1, 1); // after the silence: left
+        timer.start();
+        QThread::msleep(50);
+        // The server's own account of how much of our stream is queued.
+        const QString inputs = PulseServer::pactl({"list", "sink-inputs"});
+        const auto match = QRegularExpression("Buffer Latency: (\\d+) usec").match(inputs);
+        if (match.hasMatch())
+            bufferMs = match.captured(1).toDouble() / 1000.0;
+        QThread::msleep(300);
+        gapMs = timer.elapsed();
+        player_->playBuffer(tone(0.05f), 1, 1, 1); // while awake: right
+    });
+    auto onset = [&](int channel) {
+        for (std::size_t i = 0; i + 1 < recorded.size(); i += 2)
+            if (std::fabs(recorded[i + channel]) > 0.05f)
+                return static_cast<double>(i / 2) / 48.0; // ms
+        return -1.0;
+    };
+    const double first = onset(0), second = onset(1);
+    ASSERT_GE(first, 0);
+    ASSERT_GE(second, 0);
+    // Awake again: a small buffer, and both sounds as far apart as they were played.
+    EXPECT_GE(bufferMs, 0);
+    EXPECT_LT(bufferMs, 30.0);
+    EXPECT_NEAR(second - first, static_cast<double>(gapMs), 15.0);
 }

@@ -26,6 +26,10 @@ public:
     /// Asynchronous; any thread.
     virtual void setDevice(const std::optional<std::string>& deviceName) = 0;
 
+    /// A sound was just queued on the mixer: leave any idle mode and start it at once.
+    /// Any thread but the output's own.
+    virtual void wake() {}
+
     /// Whether the stream is connected and rendering. Any thread.
     virtual bool isPlaying() const = 0;
 

@@ -131,8 +131,11 @@ void AudioPlayer::submit(const SampleRef& buffer, float rate, float pan, float g
     command.pan = pan;
     command.gain = gain;
     command.sequence = ++sequence_;
-    if (!mixer_.enqueue(command))
+    if (!mixer_.enqueue(command)) {
         --sequence_; // a full queue (256 sounds not yet rendered) drops the sound
+        return;
+    }
+    output_->wake();
 }
 
 void AudioPlayer::retire(SampleMap& map) {

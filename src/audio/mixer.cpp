@@ -104,6 +104,8 @@ void Mixer::render(float* out, std::size_t frames) noexcept {
         done += block;
     }
     publishSafeSequence();
+    quiet_.store(activeVoices_.load(std::memory_order_relaxed) == 0 && !reverbHasTail_,
+                 std::memory_order_relaxed);
 }
 
 void Mixer::startSound(const PlayCommand& command) noexcept {

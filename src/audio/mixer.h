@@ -83,6 +83,10 @@ public:
     /// The largest output sample since the last call, then resets it. Any thread.
     float takePeak() noexcept { return peak_.exchange(0.0f); }
 
+    /// Whether the last render was silent with nothing left to sound (no voice, no
+    /// reverb tail), so the output may idle. Any thread.
+    bool isQuiet() const noexcept { return quiet_.load(std::memory_order_relaxed); }
+
     /// Voices sounding after the last block (for diagnostics and tests). Any thread.
     int activeVoices() const noexcept { return activeVoices_.load(std::memory_order_relaxed); }
 
@@ -150,6 +154,7 @@ private:
     std::atomic<std::uint64_t> safeSequence_{1};
     std::atomic<float> peak_{0.0f};
     std::atomic<int> activeVoices_{0};
+    std::atomic<bool> quiet_{true};
 };
 
 } // namespace tappix

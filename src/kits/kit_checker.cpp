@@ -30,7 +30,8 @@ KitReport checkKit(const QString& directory, SampleDecoder& decoder) {
         std::string problem = AudioPlayer::fileProblem(sounds, name);
         std::optional<SampleBuffer> buffer;
         if (problem.empty())
-            buffer = decoder.decode(sounds + QLatin1Char('/') + QString::fromStdString(name), problem);
+            buffer =
+                decoder.decode(sounds + QLatin1Char('/') + QString::fromStdString(name), problem);
         if (!buffer) {
             report.problems.push_back("sounds/" + name + ": " + problem);
             continue;
@@ -55,8 +56,9 @@ KitReport checkKit(const QString& directory, SampleDecoder& decoder) {
         report.notes.push_back("\"up\" files are listed but metadata.supportsKeyUp is false, so "
                                "releases stay silent");
     if (config.metadata.category != "keyboard" && config.metadata.category != "mouse")
-        report.notes.push_back("metadata.category \"" + config.metadata.category +
-                               "\" is neither \"keyboard\" nor \"mouse\"; it lists as a keyboard kit");
+        report.notes.push_back(
+            "metadata.category \"" + config.metadata.category +
+            "\" is neither \"keyboard\" nor \"mouse\"; it lists as a keyboard kit");
 
     // Files nobody names cost nothing but may be a typo in the manifest.
     const auto named = config.allFiles();

@@ -11,8 +11,9 @@ constexpr std::size_t kFrameBytes = 2 * sizeof(float);
 constexpr int kMeterIntervalMs = 500;
 } // namespace
 
-PulseOutput::PulseOutput()
-    : connection_(
+PulseOutput::PulseOutput(int idleAfterMs)
+    : idleAfterFrames_(static_cast<std::size_t>(idleAfterMs) * Mixer::kSampleRate / 1000),
+      connection_(
           "Tappix", "tappix-pulse",
           {[this](pa_context* context) { createStream(context); }, [this] { dropStream(); }}) {}
 
@@ -100,17 +101,25 @@ pa_buffer_attr PulseOutput::bufferAttributes() {
         static_cast<std::uint32_t>(pa_usec_to_bytes(kTargetLatencyMs * PA_USEC_PER_MSEC, &spec));
     // No prebuffering: playback starts at once and an underrun never pauses the stream.
     attr.prebuf = 0;
-    attr.minreq = static_cast<std::uint32_t>(-1);
+    // Refill in halves: half as many wake-ups as the server's default, same latency.
+    attr.minreq = attr.tlength / 2;
     attr.fragsize = static_cast<std::uint32_t>(-1);
     return attr;
 }
 
-void PulseOutput::onMoved(pa_stream* stream, void*) {
+pa_buffer_attr PulseOutput::idleBufferAttributes() {
+    const pa_sample_spec spec{PA_SAMPLE_FLOAT32NE, Mixer::kSampleRate, 2};
+    pa_buffer_attr attr = bufferAttributes();
+    attr.tlength =
+        static_cast<std::uint32_t>(pa_usec_to_bytes(kIdleBufferMs * PA_USEC_PER_MSEC, &spec));
+    attr.minreq = attr.tlength / 2;
+    return attr;
+}
+
+void PulseOutput::onMoved(pa_stream* stream, void* self) {
     // A move (the sink went away, or the user moved us) resets the buffer to the
     // server's large default: ask for the small one again and drop the queued silence.
-    const pa_buffer_attr attr = bufferAttributes();
-    if (pa_operation* op = pa_stream_set_buffer_attr(stream, &attr, nullptr, nullptr))
-        pa_operation_unref(op);
+    static_cast<PulseOutput*>(self)->setIdle(stream, false);
     if (pa_operation* op = pa_stream_flush(stream, nullptr, nullptr))
         pa_operation_unref(op);
     qCInfo(lcAudio, "now playing on %s", pa_stream_get_device_name(stream));
@@ -143,6 +152,8 @@ void PulseOutput::onStreamState(pa_stream* stream, void* self) {
     switch (pa_stream_get_state(stream)) {
     case PA_STREAM_READY: {
         output->playing_ = true;
+        output->idle_ = false;
+        output->quietFrames_ = 0;
         output->streamFailureLogged_ = false;
         const pa_buffer_attr* attr = pa_stream_get_buffer_attr(stream);
         const pa_sample_spec* spec = pa_stream_get_sample_spec(stream);
@@ -178,6 +189,7 @@ void PulseOutput::onStreamState(pa_stream* stream, void* self) {
 
 void PulseOutput::onWrite(pa_stream* stream, std::size_t bytes, void* self) {
     auto* output = static_cast<PulseOutput*>(self);
+
     void* data = nullptr;
     std::size_t size = bytes;
     if (pa_stream_begin_write(stream, &data, &size) < 0 || !data)
@@ -185,6 +197,43 @@ void PulseOutput::onWrite(pa_stream* stream, std::size_t bytes, void* self) {
     const std::size_t frames = size / kFrameBytes;
     output->mixer_->render(static_cast<float*>(data), frames);
     pa_stream_write(stream, data, frames * kFrameBytes, nullptr, 0, PA_SEEK_RELATIVE);
+
+    output->quietFrames_ = output->mixer_->isQuiet() ? output->quietFrames_ + frames : 0;
+    if (!output->idle_.load() && output->quietFrames_ >= output->idleAfterFrames_)
+        output->setIdle(stream, true);
+}
+
+void PulseOutput::setIdle(pa_stream* stream, bool idle) {
+    // Idle: a large buffer refilled a few times a second instead of every 5 ms; the
+    // stream stays connected and running, so the sink never suspends.
+    const pa_buffer_attr attr = idle ? idleBufferAttributes() : bufferAttributes();
+    if (pa_operation* op = pa_stream_set_buffer_attr(stream, &attr, nullptr, nullptr))
+        pa_operation_unref(op);
+    idle_ = idle;
+    quietFrames_ = 0;
+    qCDebug(lcAudio, "output %s", idle ? "idle: large buffer" : "awake: small buffer");
+}
+
+void PulseOutput::wake() {
+    if (!idle_.load())
+        return;
+    connection_.lock();
+    if (idle_.load() && stream_ && pa_stream_get_state(stream_) == PA_STREAM_READY) {
+        setIdle(stream_, false);
+        // Drop the queued silence and put the new sound at the read position, so it
+        // starts as soon as after any other key.
+        if (pa_operation* op = pa_stream_flush(stream_, nullptr, nullptr))
+            pa_operation_unref(op);
+        void* data = nullptr;
+        std::size_t size = bufferAttributes().tlength;
+        if (pa_stream_begin_write(stream_, &data, &size) >= 0 && data) {
+            const std::size_t frames = size / kFrameBytes;
+            mixer_->render(static_cast<float*>(data), frames);
+            pa_stream_write(stream_, data, frames * kFrameBytes, nullptr, 0,
+                            PA_SEEK_RELATIVE_ON_READ);
+        }
+    }
+    connection_.unlock();
 }
 
 void PulseOutput::scheduleStreamRetry() {

@@ -14,19 +14,31 @@ namespace tappix {
 /// under Tappix and a key after a long silence starts at once. The stream follows the
 /// default sink unless a device is named; it is recreated when the server restarts or
 /// its sink vanishes. The loop thread, "tappix-pulse", runs the render callback.
+/// After two seconds of silence the stream refills a large buffer a few times a
+/// second instead of a small one every few milliseconds; `wake` switches back and
+/// starts the new sound at the read position, so the first key after a silence is
+/// as quick as any other.
 class PulseOutput final : public AudioOutput {
 public:
     /// The buffer the stream asks the server for.
     static constexpr int kTargetLatencyMs = 10;
+    /// After this much silence the stream switches to its idle buffer.
+    static constexpr int kIdleAfterMs = 2000;
+    /// The idle buffer: a few wake-ups a second while nothing plays.
+    static constexpr int kIdleBufferMs = 250;
     /// How long `start` waits for the stream before returning (it keeps trying after).
     static constexpr int kStartWaitMs = 1000;
 
-    PulseOutput();
+    /// An output that idles after `idleAfterMs` of silence.
+    explicit PulseOutput(int idleAfterMs = kIdleAfterMs);
     ~PulseOutput() override;
 
     bool start(Mixer& mixer) override;
     void stop() override;
     void setDevice(const std::optional<std::string>& deviceName) override;
+    void wake() override;
+    /// Whether the stream is in its idle buffer now. Any thread.
+    bool isIdle() const { return idle_.load(); }
     bool isPlaying() const override { return playing_.load(); }
     double latencySeconds() const override { return latency_.load(); }
 
@@ -36,17 +48,22 @@ private:
     static void onStreamState(pa_stream* stream, void* self);
     static void onMoved(pa_stream* stream, void* self);
     static pa_buffer_attr bufferAttributes();
+    static pa_buffer_attr idleBufferAttributes();
+    void setIdle(pa_stream* stream, bool idle);
     static void onWrite(pa_stream* stream, std::size_t bytes, void* self);
     static void onMeter(pa_mainloop_api*, pa_time_event*, const struct timeval*, void* self);
     void scheduleMeter();
     void scheduleStreamRetry();
 
+    std::size_t idleAfterFrames_;
     PulseConnection connection_;
     Mixer* mixer_ = nullptr;
     pa_stream* stream_ = nullptr;
     pa_time_event* meter_ = nullptr;
     pa_time_event* retry_ = nullptr;
     bool streamFailureLogged_ = false;
+    std::atomic<bool> idle_{false};
+    std::size_t quietFrames_ = 0;
     std::optional<std::string> device_;
     std::atomic<bool> playing_{false};
     std::atomic<double> latency_{0.0};
