@@ -30,8 +30,8 @@ void MixerOneSecondSixteenVoices(benchmark::State& state) {
     std::uint64_t sequence = 0;
     for (auto _ : state) {
         for (int v = 0; v < Mixer::kVoiceCount; ++v)
-            mixer.enqueue({sample.data(), static_cast<std::uint32_t>(sample.size()), 0.9f + 0.013f * v,
-                           -0.9f + 0.12f * v, 0.3f + 0.05f * v, ++sequence});
+            mixer.enqueue({sample.data(), static_cast<std::uint32_t>(sample.size()),
+                           0.9f + 0.013f * v, -0.9f + 0.12f * v, 0.3f + 0.05f * v, ++sequence});
         // Render in 240-frame callbacks (5 ms), as a sound server asks for it.
         for (std::size_t done = 0; done < 48000; done += 240)
             mixer.render(out.data() + 2 * done, 240);
@@ -67,7 +67,8 @@ void SynthWholeDesignedKit(benchmark::State& state) {
     const SynthParams params{420, 0.9f, 14, 8000, true};
     for (auto _ : state) {
         for (int i = 0; i < 35; ++i)
-            benchmark::DoNotOptimize(SynthEngine::render(params, static_cast<std::uint64_t>(i), i % 7 >= 4));
+            benchmark::DoNotOptimize(
+                SynthEngine::render(params, static_cast<std::uint64_t>(i), i % 7 >= 4));
     }
 }
 BENCHMARK(SynthWholeDesignedKit)->Unit(benchmark::kMillisecond);
@@ -76,7 +77,8 @@ BENCHMARK(SynthWholeDesignedKit)->Unit(benchmark::kMillisecond);
 void LoadHundredFileKit(benchmark::State& state) {
     QTemporaryDir dir;
     QProcess sox;
-    sox.start("sox", {"-n", "-r", "44100", "-c", "2", "-b", "16", dir.filePath("0.wav"), "synth", "0.15", "pinknoise"});
+    sox.start("sox", {"-n", "-r", "44100", "-c", "2", "-b", "16", dir.filePath("0.wav"), "synth",
+                      "0.15", "pinknoise"});
     sox.waitForFinished();
     for (int i = 1; i < 100; ++i)
         QFile::copy(dir.filePath("0.wav"), dir.filePath(QString::number(i) + ".wav"));
@@ -84,7 +86,8 @@ void LoadHundredFileKit(benchmark::State& state) {
     for (auto _ : state) {
         for (int i = 0; i < 100; ++i) {
             std::string error;
-            benchmark::DoNotOptimize(decoder.decode(dir.filePath(QString::number(i) + ".wav"), error));
+            benchmark::DoNotOptimize(
+                decoder.decode(dir.filePath(QString::number(i) + ".wav"), error));
         }
     }
 }

@@ -32,7 +32,8 @@ int main(int argc, char** argv) {
         return 1;
     }
     QThread::msleep(500);
-    std::printf("output latency as configured and reported: %.1f ms\n", player.output().latencySeconds() * 1000);
+    std::printf("output latency as configured and reported: %.1f ms\n",
+                player.output().latencySeconds() * 1000);
     const double before = cpuSeconds();
     QThread::sleep(static_cast<unsigned long>(idle));
     const double used = cpuSeconds() - before;

@@ -5,6 +5,7 @@
 #include "audio/mixer.h"
 #include "audio/sample_buffer.h"
 #include "audio/sample_decoder.h"
+#include "audio/sample_player.h"
 #include "core/serial_queue.h"
 
 #include <QString>
@@ -26,45 +27,35 @@ namespace tappix {
 /// All buffer work runs on the serial queue "tappix-audio": loads synchronously for
 /// the caller, plays asynchronously, so a play never sees a half-replaced map.
 /// Replaced samples are freed on that queue only once the mixer no longer reads them.
-class AudioPlayer {
+class AudioPlayer final : public SamplePlayer {
 public:
-    /// What to decode for one kit.
-    struct SampleSet {
-        /// The kit id its buffers are filed under.
-        std::string id;
-        /// The kit's sounds directory.
-        QString directory;
-        /// Sample file names relative to `directory`.
-        std::vector<std::string> files;
-    };
-
     /// Builds the mixer at `masterVolume` and starts the output. Main thread.
     AudioPlayer(std::unique_ptr<AudioOutput> output, std::unique_ptr<SampleDecoder> decoder,
                 AudioDeviceManager& devices, float masterVolume);
 
     /// Stops the output, then frees everything. Main thread.
-    ~AudioPlayer();
+    ~AudioPlayer() override;
 
     AudioPlayer(const AudioPlayer&) = delete;
     AudioPlayer& operator=(const AudioPlayer&) = delete;
 
     /// Replaces every keyboard sample with those of `sets`; each distinct file is
     /// decoded once; returns when done. Main or key queue.
-    void loadSampleSets(std::vector<SampleSet> sets);
+    void loadSampleSets(std::vector<SampleSet> sets) override;
 
     /// Replaces the mouse samples; returns when done. Main or key queue.
-    void loadMouseKit(const QString& directory, std::vector<std::string> files);
+    void loadMouseKit(const QString& directory, std::vector<std::string> files) override;
 
     /// Plays `name` of kit `packId`; unknown names play nothing and take no voice.
     /// Asynchronous. Any thread.
-    void play(std::string packId, std::string name, float rate, float pan, float gain);
+    void play(std::string packId, std::string name, float rate, float pan, float gain) override;
 
     /// Plays a mouse sample; same rules. Asynchronous. Any thread.
-    void playMouse(std::string name, float rate, float pan, float gain);
+    void playMouse(std::string name, float rate, float pan, float gain) override;
 
     /// Plays a buffer made elsewhere (bell, synthesised clicks, designed switches).
     /// Asynchronous. Any thread.
-    void playBuffer(SampleRef buffer, float rate, float pan, float gain);
+    void playBuffer(SampleRef buffer, float rate, float pan, float gain) override;
 
     /// Plays a buffer centred at full gain. Asynchronous. Any thread.
     void preview(SampleRef buffer, float rate) { playBuffer(std::move(buffer), rate, 0.0f, 1.0f); }

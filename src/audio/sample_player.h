@@ -1,0 +1,39 @@
+#pragma once
+
+#include "audio/sample_buffer.h"
+
+#include <QString>
+#include <string>
+#include <vector>
+
+namespace tappix {
+
+/// What the sound engine needs from a player: load kits' samples, and play them or
+/// ready-made buffers. `AudioPlayer` is the real one; tests record the calls.
+class SamplePlayer {
+public:
+    /// What to decode for one kit.
+    struct SampleSet {
+        /// The kit id its buffers are filed under.
+        std::string id;
+        /// The kit's sounds directory.
+        QString directory;
+        /// Sample file names relative to `directory`.
+        std::vector<std::string> files;
+    };
+
+    virtual ~SamplePlayer() = default;
+
+    /// Replaces every keyboard sample; returns when loaded. Main or key queue.
+    virtual void loadSampleSets(std::vector<SampleSet> sets) = 0;
+    /// Replaces the mouse samples; returns when loaded. Main or key queue.
+    virtual void loadMouseKit(const QString& directory, std::vector<std::string> files) = 0;
+    /// Plays a kit's sample. Any thread.
+    virtual void play(std::string packId, std::string name, float rate, float pan, float gain) = 0;
+    /// Plays a mouse sample. Any thread.
+    virtual void playMouse(std::string name, float rate, float pan, float gain) = 0;
+    /// Plays a buffer made elsewhere. Any thread.
+    virtual void playBuffer(SampleRef buffer, float rate, float pan, float gain) = 0;
+};
+
+} // namespace tappix

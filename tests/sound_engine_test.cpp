@@ -1,0 +1,252 @@
+#include "audio/sound_engine.h"
+
+#include "support/fake_time.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <cmath>
+
+using namespace tappix;
+using namespace std::chrono_literals;
+
+namespace {
+
+/// The player boundary: records what the engine asks for.
+struct RecordingPlayer final : SamplePlayer {
+    struct Play {
+        std::string kind, pack, name;
+        float rate, pan, gain;
+    };
+    std::vector<Play> plays;
+    std::vector<std::vector<SampleSet>> loads;
+    void loadSampleSets(std::vector<SampleSet> sets) override { loads.push_back(std::move(sets)); }
+    void loadMouseKit(const QString&, std::vector<std::string>) override { loads.push_back({}); }
+    void play(std::string pack, std::string name, float rate, float pan, float gain) override {
+        plays.push_back({"key", pack, name, rate, pan, gain});
+    }
+    void playMouse(std::string name, float rate, float pan, float gain) override {
+        plays.push_back({"mouse", "", name, rate, pan, gain});
+    }
+    void playBuffer(SampleRef, float rate, float pan, float gain) override {
+        plays.push_back({"buffer", "", "", rate, pan, gain});
+    }
+    std::vector<std::string> names() {
+        std::vector<std::string> out;
+        for (const auto& p : plays)
+            out.push_back(p.kind == "key" ? p.pack + "/" + p.name : p.kind);
+        plays.clear();
+        return out;
+    }
+};
+
+void writeKit(const QString& root, const char* dir, const QByteArray& manifest) {
+    QDir().mkpath(root + "/" + dir + "/sounds");
+    QFile file(root + "/" + dir + "/config.json");
+    file.open(QIODevice::WriteOnly);
+    file.write(manifest);
+}
+
+const QByteArray kMain = R"({"id":"main","metadata":{"name":"Main","brand":"B","author":"A"},
+  "license":{"type":"t","url":""},"sounds":{
+  "alpha":{"down":["alpha.wav"],"up":["alpha-up.wav"]},
+  "enter":{"down":["enter.wav"],"up":[]},"shiftRight":{"down":["shift.wav"],"up":["shift-up.wav"]}}})";
+const QByteArray kUpKit = R"({"id":"up","metadata":{"name":"Up","brand":"B","author":"A","supportsKeyUp":true},
+  "license":{"type":"t","url":""},"sounds":{"default":{"down":["d.wav"],"up":["u.wav"]},
+  "clack":{"down":["clack.wav"],"up":[]}}})";
+
+struct Fixture {
+    QTemporaryDir dir;
+    SoundpackStore store{dir.path(), QString()};
+    RecordingPlayer player;
+    test::FakeTime time;
+    std::unique_ptr<SoundEngine> engine;
+    SoundEngine::Settings settings;
+    int keystrokes = 0, dings = 0, clicks = 0;
+
+    Fixture() {
+        writeKit(dir.path(), "main", kMain);
+        writeKit(dir.path(), "up", kUpKit);
+        store.reload();
+        engine = std::make_unique<SoundEngine>(store, player, time, 1);
+        engine->setCounters({[this] { ++keystrokes; }, [this] { ++dings; }, [this] { ++clicks; }});
+        settings.pitchVariation = false;
+        apply();
+        engine->loadPack(store.find("main"));
+    }
+    void apply() { engine->setSettings(settings); }
+    void key(KeyCode code, bool down = true) { engine->handleKey(code, down); }
+};
+
+using Names = std::vector<std::string>;
+
+} // namespace
+
+TEST(SoundEngine, ResolvesThroughTheMixAndTheMainKit) {
+    Fixture f;
+    f.key(0);
+    f.key(36);
+    f.key(60);
+    f.key(10); // unnamed: alpha
+    EXPECT_EQ(f.player.names(), (Names{"main/alpha.wav", "main/enter.wav", "main/shift.wav", "main/alpha.wav"}));
+
+    f.settings.voices[KeyGroup::enter] = MixVoice{QStringLiteral("up"), QStringLiteral("clack")};
+    f.settings.voices[KeyGroup::space] = MixVoice{QStringLiteral("not-installed"), std::nullopt};
+    f.apply();
+    f.engine->mixChanged();
+    f.key(36);
+    f.key(49);
+    EXPECT_EQ(f.player.names(), (Names{"up/clack.wav", "main/alpha.wav"}));
+    ASSERT_FALSE(f.player.loads.empty());
+    EXPECT_EQ(f.player.loads.back().size(), 2u); // main and up, each once
+
+    f.engine->loadPack(nullptr);
+    f.key(0); // no main kit, no assignment: silent
+    f.key(36);
+    EXPECT_EQ(f.player.names(), (Names{"up/clack.wav"}));
+}
+
+TEST(SoundEngine, RapidKeysAreMeasuredOnEveryEvent) {
+    Fixture f;
+    f.settings.ignoreRapidKeys = true;
+    f.apply();
+    f.key(0);
+    f.time.advance(5ms);
+    f.key(1);
+    EXPECT_EQ(f.player.names().size(), 1u);
+    f.time.advance(1s);
+    for (int i = 0; i < 3; ++i) {
+        f.key(0, i % 2 == 0);
+        f.time.advance(6ms);
+    }
+    EXPECT_EQ(f.player.names().size(), 1u); // each dropped event moved the time
+
+    f.time.advance(1s);
+    f.key(64); // F17 has no sound in this kit… yet it still counts for the rule
+    f.time.advance(5ms);
+    f.key(0);
+    EXPECT_EQ(f.player.names().size(), 1u);
+
+    f.settings.ignoreRapidKeys = false;
+    f.apply();
+    for (int i = 0; i < 4; ++i) {
+        f.key(0);
+        f.time.advance(1ms);
+    }
+    EXPECT_EQ(f.player.names().size(), 4u);
+}
+
+TEST(SoundEngine, ModifierAndReleaseRules) {
+    Fixture f;
+    f.key(0, false); // main kit does not declare release sounds
+    EXPECT_TRUE(f.player.names().empty());
+    f.settings.modifierSoundsEnabled = false;
+    f.apply();
+    f.key(60, true);
+    f.key(60, false);
+    EXPECT_TRUE(f.player.names().empty());
+    EXPECT_EQ(f.keystrokes, 0);
+
+    f.engine->loadPack(f.store.find("up"));
+    f.key(0, false);
+    EXPECT_EQ(f.player.names(), (Names{"up/u.wav"}));
+    f.settings.keyUpSoundsEnabled = false;
+    f.apply();
+    f.key(0, false);
+    EXPECT_TRUE(f.player.names().empty());
+    EXPECT_EQ(f.keystrokes, 0); // releases are not keystrokes
+
+    f.settings.isEnabled = false;
+    f.apply();
+    f.key(0);
+    EXPECT_TRUE(f.player.names().empty());
+}
+
+TEST(SoundEngine, RatePanAndGainFormulas) {
+    Fixture f;
+    f.settings.tonePitch = 3.0f;
+    f.apply();
+    f.key(0);
+    EXPECT_EQ(f.player.plays.back().rate, 2.0f);
+    f.settings.tonePitch = 0.2f;
+    f.apply();
+    f.key(0);
+    EXPECT_EQ(f.player.plays.back().rate, 0.5f);
+
+    f.settings.tonePitch = 1.0f;
+    f.settings.spatialAudio = true;
+    f.settings.tunings["main"] = PackTuning{1.0f, 1.7f, 0.04f, 3.0f};
+    f.apply();
+    f.key(51); // right-most column: 0.35 × 3 × 1.25 would be 1.3125
+    EXPECT_EQ(f.player.plays.back().pan, 0.9f);
+    EXPECT_EQ(f.player.plays.back().gain, 1.7f);
+    f.settings.stereoPanning = false;
+    f.apply();
+    f.key(51);
+    EXPECT_EQ(f.player.plays.back().pan, 0.0f);
+
+    f.settings.pitchVariation = true;
+    f.apply();
+    for (int i = 0; i < 200; ++i) {
+        f.key(0);
+        EXPECT_GE(f.player.plays.back().rate, 0.96f);
+        EXPECT_LE(f.player.plays.back().rate, 1.04f);
+    }
+}
+
+TEST(SoundEngine, BellAndCountersOnPressesOnly) {
+    Fixture f;
+    f.settings.dingOnReturn = true;
+    f.settings.effectsVolume = 0.5f;
+    f.apply();
+    f.key(36);
+    f.key(36, false);
+    f.key(76);
+    EXPECT_EQ(f.player.names(), (Names{"buffer", "main/enter.wav", "buffer", "main/enter.wav"}));
+    EXPECT_EQ(f.keystrokes, 2);
+    EXPECT_EQ(f.dings, 2);
+}
+
+TEST(SoundEngine, MouseSoundsByOption) {
+    Fixture f;
+    f.engine->handleMouse(MouseButton::left, true);
+    EXPECT_TRUE(f.player.plays.empty()); // mouse sounds off
+    f.settings.mouseClickSounds = true;
+    f.settings.effectsVolume = 0.5f;
+    f.apply();
+    f.engine->handleMouse(MouseButton::left, true);
+    f.engine->handleMouse(MouseButton::left, false);
+    ASSERT_EQ(f.player.plays.size(), 2u);
+    EXPECT_FLOAT_EQ(f.player.plays[0].gain, 0.475f);
+    EXPECT_FLOAT_EQ(f.player.plays[1].gain, 0.3f);
+    EXPECT_EQ(f.clicks, 1);
+    f.player.plays.clear();
+
+    f.settings.mouseSound = MouseSoundOption::parse("up");
+    f.apply();
+    f.engine->useMouseKit("up");
+    f.engine->handleMouse(MouseButton::right, true);
+    f.settings.mouseSound = MouseSoundOption::parse("match-keyboard");
+    f.apply();
+    f.engine->handleMouse(MouseButton::right, true);
+    f.engine->handleMouse(MouseButton::right, false); // the main kit has no releases
+    EXPECT_EQ(f.player.names(), (Names{"mouse", "main/alpha.wav"}));
+}
+
+TEST(SoundEngine, PreviewsIgnoreTheEventRules) {
+    Fixture f;
+    f.settings.isEnabled = false;
+    f.settings.tonePitch = 1.5f;
+    f.settings.tunings["main"] = PackTuning{1.0f, 0.8f, 0.04f, 2.0f};
+    f.apply();
+    f.engine->previewKey(51);
+    f.engine->previewKit(51);
+    ASSERT_EQ(f.player.plays.size(), 2u);
+    EXPECT_EQ(f.player.plays[0].rate, 1.5f);
+    EXPECT_FLOAT_EQ(f.player.plays[0].pan, 0.7f); // no clamp, no spatial factor
+    EXPECT_EQ(f.player.plays[1].rate, 1.0f);
+    EXPECT_EQ(f.player.plays[1].pan, 0.0f);
+    EXPECT_EQ(f.player.plays[1].gain, 0.8f);
+}
