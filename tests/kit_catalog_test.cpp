@@ -46,10 +46,14 @@ TEST(KitCatalog, SoundLabels) {
 }
 
 TEST(MouseSoundOption, ParsesAndPrintsItsStoredForm) {
-    for (const char* text : {"synth-tick", "match-keyboard", "synth-loud", "Match-Keyboard", "razer-orochi-v2"})
+    for (const char* text :
+         {"synth-tick", "match-keyboard", "synth-loud", "Match-Keyboard", "razer-orochi-v2"})
         EXPECT_EQ(MouseSoundOption::parse(text).toString(), text);
-    EXPECT_EQ(MouseSoundOption::parse("synth-tick").choice, (decltype(MouseSoundOption::choice){SynthEngine::MouseProfile::tick}));
+    EXPECT_EQ(MouseSoundOption::parse("synth-tick").choice,
+              (decltype(MouseSoundOption::choice){SynthEngine::MouseProfile::tick}));
     EXPECT_TRUE(std::holds_alternative<std::string>(MouseSoundOption::parse("synth-loud").choice));
-    EXPECT_TRUE(std::holds_alternative<std::string>(MouseSoundOption::parse("Match-Keyboard").choice));
-    EXPECT_TRUE(std::holds_alternative<MouseSoundOption::MatchKeyboard>(MouseSoundOption::parse("match-keyboard").choice));
+    EXPECT_TRUE(
+        std::holds_alternative<std::string>(MouseSoundOption::parse("Match-Keyboard").choice));
+    EXPECT_TRUE(std::holds_alternative<MouseSoundOption::MatchKeyboard>(
+        MouseSoundOption::parse("match-keyboard").choice));
 }

@@ -53,7 +53,8 @@ const QByteArray kMain = R"({"id":"main","metadata":{"name":"Main","brand":"B","
   "license":{"type":"t","url":""},"sounds":{
   "alpha":{"down":["alpha.wav"],"up":["alpha-up.wav"]},
   "enter":{"down":["enter.wav"],"up":[]},"shiftRight":{"down":["shift.wav"],"up":["shift-up.wav"]}}})";
-const QByteArray kUpKit = R"({"id":"up","metadata":{"name":"Up","brand":"B","author":"A","supportsKeyUp":true},
+const QByteArray kUpKit =
+    R"({"id":"up","metadata":{"name":"Up","brand":"B","author":"A","supportsKeyUp":true},
   "license":{"type":"t","url":""},"sounds":{"default":{"down":["d.wav"],"up":["u.wav"]},
   "clack":{"down":["clack.wav"],"up":[]}}})";
 
@@ -90,7 +91,8 @@ TEST(SoundEngine, ResolvesThroughTheMixAndTheMainKit) {
     f.key(36);
     f.key(60);
     f.key(10); // unnamed: alpha
-    EXPECT_EQ(f.player.names(), (Names{"main/alpha.wav", "main/enter.wav", "main/shift.wav", "main/alpha.wav"}));
+    EXPECT_EQ(f.player.names(),
+              (Names{"main/alpha.wav", "main/enter.wav", "main/shift.wav", "main/alpha.wav"}));
 
     f.settings.voices[KeyGroup::enter] = MixVoice{QStringLiteral("up"), QStringLiteral("clack")};
     f.settings.voices[KeyGroup::space] = MixVoice{QStringLiteral("not-installed"), std::nullopt};

@@ -2,12 +2,17 @@
 
 #include "audio/audio_player.h"
 #include "input/key_group.h"
+#include "kits/bundled_kits.h"
 #include "kits/kit_checker.h"
 #include "kits/synth_engine.h"
 #include "platform/audio_backends.h"
+#include "platform/evdev/evdev_keymap.h"
 #include "platform/sndfile/sndfile_decoder.h"
 
 #include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
 #include <QThread>
 #include <cmath>
 #include <cstdio>
@@ -57,6 +62,11 @@ constexpr const char* kHelp =
     "                Play one variant of the kit in DIR on the default output and return\n"
     "                once it has sounded. NAME is a sound key of the kit (default: the\n"
     "                first of alpha, default); --up plays a release sound.\n"
+    "\n"
+    "  bundle OUTDIR [--recordings DIR]\n"
+    "                Write the kits Tappix ships into OUTDIR (used by the build): the\n"
+    "                synthesised kits, and the buckling-spring kit from the per-key\n"
+    "                recordings in DIR (default /usr/share/buckle/wav) when present.\n"
     "\n"
     "  help          Show this text (also -h, --help).\n";
 
@@ -256,6 +266,66 @@ int play(const std::vector<std::string>& args) {
     return 0;
 }
 
+bool writeKit(const tappix::BundledKit& kit, const QString& root) {
+    const QString dir = root + QLatin1Char('/') + QString::fromStdString(kit.config.id);
+    QDir(dir).removeRecursively();
+    if (!QDir().mkpath(dir + QStringLiteral("/sounds"))) {
+        std::fprintf(stderr, "tappix-kit: cannot create %s\n", qPrintable(dir));
+        return false;
+    }
+    for (const auto& [name, samples] : kit.files) {
+        std::string error;
+        const std::string path =
+            (dir + QStringLiteral("/sounds/") + QString::fromStdString(name)).toStdString();
+        if (!tappix::writeWav(samples, path, error)) {
+            std::fprintf(stderr, "tappix-kit: cannot write %s: %s\n", path.c_str(), error.c_str());
+            return false;
+        }
+    }
+    QFile manifest(dir + QStringLiteral("/config.json"));
+    if (!manifest.open(QIODevice::WriteOnly)) {
+        std::fprintf(stderr, "tappix-kit: cannot write %s\n", qPrintable(manifest.fileName()));
+        return false;
+    }
+    manifest.write(QJsonDocument(kit.config.toJson()).toJson(QJsonDocument::Indented));
+    return true;
+}
+
+int bundle(const std::vector<std::string>& args) {
+    QString out, recordings = QStringLiteral("/usr/share/buckle/wav");
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--recordings" && i + 1 < args.size())
+            recordings = QString::fromStdString(args[++i]);
+        else if (out.isEmpty())
+            out = QString::fromStdString(args[i]);
+        else
+            return usageError("bundle does not know '" + args[i] + "'");
+    }
+    if (out.isEmpty())
+        return usageError("bundle needs an output directory");
+    int written = 0;
+    for (const auto& kit : tappix::synthesizedKits()) {
+        if (!writeKit(kit, out))
+            return 1;
+        ++written;
+    }
+    tappix::SndfileDecoder decoder;
+    std::string error;
+    auto spring = tappix::bucklingSpringKit(
+        recordings, decoder,
+        [](int code) { return tappix::evdev::virtualKeyCode(static_cast<std::uint16_t>(code)); },
+        error);
+    if (spring) {
+        if (!writeKit(*spring, out))
+            return 1;
+        ++written;
+    } else {
+        std::fprintf(stderr, "tappix-kit: buckling-spring kit skipped: %s\n", error.c_str());
+    }
+    std::printf("wrote %d kits to %s\n", written, qPrintable(out));
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -272,6 +342,8 @@ int main(int argc, char** argv) {
         return ding(args);
     if (command == "play")
         return play(args);
+    if (command == "bundle")
+        return bundle(args);
     if (command == "help" || command == "-h" || command == "--help") {
         std::fputs(kHelp, stdout);
         return 0;

@@ -52,9 +52,11 @@ void SoundEngine::rebuild() {
         const auto& voice = settings_.voices[group];
         std::optional<Region> region;
         // A voice whose kit is not installed plays from the main kit.
-        const Soundpack* assigned = voice && voice->packId ? store_.find(voice->packId->toStdString()) : nullptr;
+        const Soundpack* assigned =
+            voice && voice->packId ? store_.find(voice->packId->toStdString()) : nullptr;
         if (assigned)
-            region = Region{assigned->config.id, std::make_shared<const SoundpackConfig>(assigned->config), {}};
+            region = Region{
+                assigned->config.id, std::make_shared<const SoundpackConfig>(assigned->config), {}};
         else if (main)
             region = Region{main->id, main, {}};
         if (region && voice && voice->sound)
@@ -72,8 +74,9 @@ void SoundEngine::reloadSamples() {
         if (!region || !seen.insert(region->packId).second)
             continue;
         const Soundpack* pack = store_.find(region->packId);
-        const QString directory = pack ? pack->soundsDirectory()
-                                       : (currentPack_ ? currentPack_->soundsDirectory() : QString());
+        const QString directory =
+            pack ? pack->soundsDirectory()
+                 : (currentPack_ ? currentPack_->soundsDirectory() : QString());
         sets.push_back({region->packId, directory, region->config->allFiles()});
     }
     player_.loadSampleSets(std::move(sets));
@@ -142,9 +145,10 @@ void SoundEngine::handleKey(KeyCode code, bool down) {
 
     if (s.ignoreRapidKeys) {
         const Clock::Duration now = clock_.now();
-        const bool rapid = lastEventTime_ && now - *lastEventTime_ <
-                                                 std::chrono::duration_cast<Clock::Duration>(
-                                                     std::chrono::duration<double>(kRapidKeySeconds));
+        const bool rapid =
+            lastEventTime_ &&
+            now - *lastEventTime_ < std::chrono::duration_cast<Clock::Duration>(
+                                        std::chrono::duration<double>(kRapidKeySeconds));
         // Dropped events move the time too: a burst sounds only its first event.
         lastEventTime_ = now;
         if (rapid)
@@ -179,7 +183,9 @@ void SoundEngine::handleKey(KeyCode code, bool down) {
     if (s.pitchVariation && tuning.variation > 0.0f) {
         const std::uint32_t r = random_.uniform(kGrid + 1);
         const float v = tuning.variation;
-        multiplier = 1.0f + (r == kGrid ? v : static_cast<float>(r) / static_cast<float>(kGrid) * 2.0f * v - v);
+        multiplier =
+            1.0f +
+            (r == kGrid ? v : static_cast<float>(r) / static_cast<float>(kGrid) * 2.0f * v - v);
     }
     const float rate = std::clamp(tuning.pitch * s.tonePitch * multiplier, 0.5f, 2.0f);
     float width = 0.0f;
@@ -242,7 +248,8 @@ void SoundEngine::previewKey(KeyCode code) {
         return;
     const PackTuning tuning = tuningFor(*current, voice->packId);
     const float rate = std::clamp(tuning.pitch * current->settings.tonePitch, 0.5f, 2.0f);
-    const float pan = panPosition(code) * (current->settings.stereoPanning ? tuning.panWidth : 0.0f);
+    const float pan =
+        panPosition(code) * (current->settings.stereoPanning ? tuning.panWidth : 0.0f);
     player_.play(voice->packId, pick(*list), rate, pan, tuning.gain);
 }
 
@@ -252,7 +259,8 @@ void SoundEngine::previewKit(KeyCode code) {
     if (!voice)
         return;
     if (const auto* list = variants(*voice, true))
-        player_.play(voice->packId, pick(*list), 1.0f, 0.0f, tuningFor(*current, voice->packId).gain);
+        player_.play(voice->packId, pick(*list), 1.0f, 0.0f,
+                     tuningFor(*current, voice->packId).gain);
 }
 
 } // namespace tappix

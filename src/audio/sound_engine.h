@@ -77,7 +77,8 @@ public:
 
     /// An engine over `store` playing into `player`, timing rapid keys on `clock`;
     /// `seed` starts the variant and pitch draws. Main thread.
-    SoundEngine(const SoundpackStore& store, SamplePlayer& player, const Clock& clock, std::uint64_t seed);
+    SoundEngine(const SoundpackStore& store, SamplePlayer& player, const Clock& clock,
+                std::uint64_t seed);
 
     /// Replaces the settings snapshot. Main thread.
     void setSettings(Settings settings);

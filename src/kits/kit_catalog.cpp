@@ -14,13 +14,17 @@ struct Row {
 };
 
 constexpr Row kRows[] = {
-    {"drop-holy-panda", {Family::tactile, true, "The community favourite: full, poppy, unmistakable"}},
+    {"drop-holy-panda",
+     {Family::tactile, true, "The community favourite: full, poppy, unmistakable"}},
     {"everglide-crystal-purple",
-     {Family::tactile, true, "Bright and pronounced, the sound most keyboard apps ship as default"}},
+     {Family::tactile, true,
+      "Bright and pronounced, the sound most keyboard apps ship as default"}},
     {"holy-panda-v2", {Family::tactile, false, "Holy Panda again, recorded row by row"}},
-    {"cherry-mx-brown-abs", {Family::tactile, false, "The office classic: mild, slightly scratchy"}},
+    {"cherry-mx-brown-abs",
+     {Family::tactile, false, "The office classic: mild, slightly scratchy"}},
     {"purple-dome",
-     {Family::linear, true, "Deep, hollow thock from a rubber dome, with every key recorded separately"}},
+     {Family::linear, true,
+      "Deep, hollow thock from a rubber dome, with every key recorded separately"}},
     {"novelkeys-cream", {Family::linear, true, "Famous for its dry, woody clack"}},
     {"velvet", {Family::linear, false, "Softer and rounder, a little muted"}},
     {"everglide-oreo", {Family::linear, false, "Muted and creamy, easy to live with all day"}},
@@ -29,7 +33,8 @@ constexpr Row kRows[] = {
     {"cherry-mx-black-pbt", {Family::linear, false, "Firm and dark, a little muted"}},
     {"cherry-mx-blue-abs", {Family::clicky, true, "The archetypal loud clicky switch"}},
     {"crisp-click", {Family::clicky, false, "Sharper and tighter than the classic clicky"}},
-    {"ibm-buckling-spring", {Family::retro, true, "1984 Model M: heavy, metallic, gloriously loud"}},
+    {"ibm-buckling-spring",
+     {Family::retro, true, "1984 Model M: heavy, metallic, gloriously loud"}},
     {"gun-pistol", {Family::fun, false, "A sharp crack per key, and a full reload on return"}},
     {"gun-suppressed", {Family::fun, false, "Muted thumps, quiet enough to actually type with"}},
     {"gun-shotgun", {Family::fun, false, "A deep boom and a long tail; space hits hardest"}},
@@ -46,24 +51,36 @@ constexpr KitLabels kKitLabels[] = {
     {"gun-suppressed", {"Muted shot", "Heavy muted shot", "Reload", "Casing", "Trigger click"}},
     {"gun-shotgun", {"Blast", "Heavy blast", "Pump reload", "Shell", "Trigger click"}},
 };
-constexpr std::array<std::string_view, 5> kLabelKeys{"default", "space", "enter", "backspace", "modifier"};
+constexpr std::array<std::string_view, 5> kLabelKeys{"default", "space", "enter", "backspace",
+                                                     "modifier"};
 
 constexpr std::pair<std::string_view, std::string_view> kGenericLabels[] = {
-    {"default", "Every other key"}, {"alpha", "Ordinary keys"}, {"space", "Space"},
-    {"enter", "Return"},            {"backspace", "Backspace"}, {"modifier", "Modifiers"},
+    {"default", "Every other key"},
+    {"alpha", "Ordinary keys"},
+    {"space", "Space"},
+    {"enter", "Return"},
+    {"backspace", "Backspace"},
+    {"modifier", "Modifiers"},
 };
 
 } // namespace
 
 std::string_view rawValue(Family family) {
     switch (family) {
-    case Family::tactile: return "tactile";
-    case Family::linear: return "linear";
-    case Family::clicky: return "clicky";
-    case Family::retro: return "retro";
-    case Family::fun: return "fun";
-    case Family::meme: return "meme";
-    case Family::mouse: return "mouse";
+    case Family::tactile:
+        return "tactile";
+    case Family::linear:
+        return "linear";
+    case Family::clicky:
+        return "clicky";
+    case Family::retro:
+        return "retro";
+    case Family::fun:
+        return "fun";
+    case Family::meme:
+        return "meme";
+    case Family::mouse:
+        return "mouse";
     }
     return "tactile";
 }
@@ -132,7 +149,8 @@ std::vector<const Soundpack*> kits(const std::vector<Soundpack>& packs, Family w
         if (family(pack) == wanted)
             out.push_back(&pack);
     }
-    std::stable_sort(out.begin(), out.end(), [](const Soundpack* a, const Soundpack* b) { return listsBefore(*a, *b); });
+    std::stable_sort(out.begin(), out.end(),
+                     [](const Soundpack* a, const Soundpack* b) { return listsBefore(*a, *b); });
     return out;
 }
 
