@@ -1,12 +1,27 @@
 // Tappix: plays a mechanical-keyboard sound for every key that moves.
 
+#include "app/app_delegate.h"
 #include "core/log.h"
-#include "core/qt_scheduler.h"
-#include "settings/json_file_preferences.h"
-#include "settings/settings_store.h"
-#include "settings/theme_store.h"
+#include "platform/audio_backends.h"
+#include "platform/capture_backends.h"
 
 #include <QCoreApplication>
+#include <QSocketNotifier>
+#include <csignal>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+int signalPipe[2] = {-1, -1};
+
+// Only async-signal-safe work here: wake the event loop, which quits cleanly.
+void onSignal(int) {
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t n = ::write(signalPipe[1], &byte, 1);
+}
+
+} // namespace
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
@@ -14,14 +29,28 @@ int main(int argc, char** argv) {
     QCoreApplication::setOrganizationDomain(QStringLiteral("morvane.app"));
     QCoreApplication::setApplicationVersion(QStringLiteral(TAPPIX_VERSION));
 
-    tappix::QtScheduler scheduler;
-    tappix::JsonFilePreferences preferences(tappix::JsonFilePreferences::defaultPath(), scheduler);
-    tappix::SettingsStore settings(preferences, scheduler);
-    tappix::ThemeStore themes(preferences);
+    // SIGTERM (logout, systemd) and SIGINT (Ctrl+C) quit like the menu does: the
+    // counters are written and capture stops before the process ends.
+    ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, signalPipe);
+    QSocketNotifier notifier(signalPipe[0], QSocketNotifier::Read);
+    QObject::connect(&notifier, &QSocketNotifier::activated, &app, &QCoreApplication::quit);
+    struct sigaction action {};
+    action.sa_handler = onSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGTERM, &action, nullptr);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGHUP, &action, nullptr);
 
-    qCInfo(lcApp, "Tappix %s; preferences at %s", TAPPIX_VERSION, qPrintable(preferences.path()));
-    qCInfo(lcApp, "sounds %s, kit %s, theme %s", settings.isEnabled() ? "on" : "off",
-           qPrintable(settings.selectedPackId().value_or(QStringLiteral("(none)"))),
-           qPrintable(themes.selectedID()));
-    return 0;
+    tappix::AppDelegate::Platform platform{
+        tappix::makeAudioOutput(), tappix::makeSampleDecoder(), tappix::makeAudioDeviceManager(),
+        tappix::makeCaptureBackends(), tappix::captureIsPossible};
+    tappix::AppDelegate delegate(std::move(platform), tappix::JsonFilePreferences::defaultPath(),
+                                 tappix::SoundpackStore::defaultBundleDirectory(),
+                                 tappix::SoundpackStore::defaultUserDirectory());
+    delegate.start();
+    qCInfo(lcApp, "Tappix %s running", TAPPIX_VERSION);
+    const int code = QCoreApplication::exec();
+    delegate.shutdown();
+    return code;
 }

@@ -20,8 +20,9 @@ struct GroupShape {
     float body, decay, click;
 };
 constexpr GroupShape kGroups[] = {
-    {"alpha", 1.0f, 1.0f, 1.0f},    {"space", 0.68f, 1.45f, 1.1f}, {"enter", 0.82f, 1.25f, 1.05f},
-    {"backspace", 0.9f, 1.1f, 1.0f}, {"modifier", 1.12f, 0.9f, 0.8f},
+    {"alpha", 1.0f, 1.0f, 1.0f},     {"space", 0.68f, 1.45f, 1.1f},
+    {"enter", 0.82f, 1.25f, 1.05f},  {"backspace", 0.9f, 1.1f, 1.0f},
+    {"modifier", 1.12f, 0.9f, 0.8f},
 };
 constexpr int kDownVariants = 4;
 constexpr int kUpVariants = 3;
@@ -38,7 +39,8 @@ SoundpackConfig manifest(const char* id, const char* name, const char* blurb) {
     return config;
 }
 
-void add(BundledKit& kit, const std::string& key, bool down, const std::string& file, Samples samples) {
+void add(BundledKit& kit, const std::string& key, bool down, const std::string& file,
+         Samples samples) {
     auto& sound = kit.config.sounds[key];
     (down ? sound.down : sound.up).push_back(file);
     kit.files[file] = std::move(samples);
@@ -54,7 +56,8 @@ void normalise(Samples& samples, float peakTarget) {
 }
 
 /// A switch kit: every group rendered from one set of parameters, varied per variant.
-BundledKit switchKit(const char* id, const char* name, const char* blurb, SynthParams base, std::uint64_t seed) {
+BundledKit switchKit(const char* id, const char* name, const char* blurb, SynthParams base,
+                     std::uint64_t seed) {
     BundledKit kit{manifest(id, name, blurb), {}};
     for (const GroupShape& group : kGroups) {
         for (int v = 0; v < kDownVariants + kUpVariants; ++v) {
@@ -66,7 +69,8 @@ BundledKit switchKit(const char* id, const char* name, const char* blurb, SynthP
             p.click = base.click * group.click;
             const std::string file = std::string(group.key) + (down ? "_down_" : "_up_") +
                                      std::to_string(down ? v : v - kDownVariants) + ".wav";
-            add(kit, group.key, down, file, SynthEngine::render(p, seed + static_cast<std::uint64_t>(v * 7919), !down));
+            add(kit, group.key, down, file,
+                SynthEngine::render(p, seed + static_cast<std::uint64_t>(v * 7919), !down));
         }
     }
     return kit;
@@ -74,7 +78,9 @@ BundledKit switchKit(const char* id, const char* name, const char* blurb, SynthP
 
 // Effects for the gun kits, built from noise and decaying partials.
 
-Samples silence(float seconds) { return Samples(static_cast<std::size_t>(seconds * kRate), 0.0f); }
+Samples silence(float seconds) {
+    return Samples(static_cast<std::size_t>(seconds * kRate), 0.0f);
+}
 
 void mixInto(Samples& target, const Samples& source, float atSeconds, float gain) {
     const auto offset = static_cast<std::size_t>(atSeconds * kRate);
@@ -128,7 +134,7 @@ Samples clack(std::uint64_t seed, float bodyHz, float gainScale = 1.0f) {
 }
 
 struct GunStyle {
-    float crack;      // level of the bright crack
+    float crack; // level of the bright crack
     float crackCorner;
     float thumpHz, thumpTau;
     float tail, tailTau, tailCorner;
@@ -140,9 +146,13 @@ Samples shot(const GunStyle& style, std::uint64_t seed, float heaviness) {
     SynthEngine::Random random(seed);
     Samples out = silence(style.length * heaviness);
     mixInto(out, noiseBurst(random, 0.05f, 0.004f, style.crackCorner), 0.0f, style.crack);
-    mixInto(out, thump(style.length * heaviness, style.thumpHz / heaviness, style.thumpTau * heaviness), 0.0f, 1.0f);
-    mixInto(out, noiseBurst(random, style.length * heaviness, style.tailTau * heaviness, style.tailCorner), 0.002f,
-            style.tail);
+    mixInto(out,
+            thump(style.length * heaviness, style.thumpHz / heaviness, style.thumpTau * heaviness),
+            0.0f, 1.0f);
+    mixInto(
+        out,
+        noiseBurst(random, style.length * heaviness, style.tailTau * heaviness, style.tailCorner),
+        0.002f, style.tail);
     normalise(out, std::min(0.95f, style.peak * heaviness));
     return out;
 }
@@ -188,15 +198,18 @@ BundledKit gunKit(const char* id, const char* name, const char* blurb, const Gun
     for (int v = 0; v < kDownVariants; ++v) {
         const auto s = seed + static_cast<std::uint64_t>(v) * 101;
         add(kit, "default", true, "shot_" + std::to_string(v) + ".wav", shot(style, s, 1.0f));
-        add(kit, "space", true, "heavy_" + std::to_string(v) + ".wav", shot(style, s + 17, spaceHeaviness));
+        add(kit, "space", true, "heavy_" + std::to_string(v) + ".wav",
+            shot(style, s + 17, spaceHeaviness));
         add(kit, "backspace", true, "casing_" + std::to_string(v) + ".wav", casing(s));
         add(kit, "modifier", true, "trigger_" + std::to_string(v) + ".wav", clack(s, 2600, 0.6f));
     }
     for (int v = 0; v < 2; ++v)
-        add(kit, "enter", true, "reload_" + std::to_string(v) + ".wav", reload(seed + 900 + static_cast<std::uint64_t>(v)));
+        add(kit, "enter", true, "reload_" + std::to_string(v) + ".wav",
+            reload(seed + 900 + static_cast<std::uint64_t>(v)));
     // Releases: the trigger resetting, soft and short.
     for (int v = 0; v < kUpVariants; ++v) {
-        Samples reset = SynthEngine::render({1500, 0.5f, 3.0f, 9000, false}, seed + 500 + static_cast<std::uint64_t>(v), true);
+        Samples reset = SynthEngine::render({1500, 0.5f, 3.0f, 9000, false},
+                                            seed + 500 + static_cast<std::uint64_t>(v), true);
         for (float& x : reset)
             x *= 0.35f;
         for (const char* key : {"default", "space", "backspace", "modifier", "enter"})
@@ -209,9 +222,11 @@ BundledKit gunKit(const char* id, const char* name, const char* blurb, const Gun
 
 std::vector<BundledKit> synthesizedKits() {
     std::vector<BundledKit> kits;
-    kits.push_back(switchKit("crisp-click", "Crisp Click", "Sharper and tighter than the classic clicky",
+    kits.push_back(switchKit("crisp-click", "Crisp Click",
+                             "Sharper and tighter than the classic clicky",
                              {640, 1.0f, 7.0f, 12000, true}, 11));
-    kits.push_back(switchKit("silk-linear", "Silk Linear", "Smooth and rounded, with almost no rattle",
+    kits.push_back(switchKit("silk-linear", "Silk Linear",
+                             "Smooth and rounded, with almost no rattle",
                              {300, 0.3f, 12.0f, 4500, false}, 23));
     kits.push_back(switchKit("deep-linear", "Deep Linear", "Premium smoothness, higher pitched",
                              {540, 0.35f, 9.0f, 7000, false}, 37));
@@ -220,18 +235,21 @@ std::vector<BundledKit> synthesizedKits() {
     const GunStyle pistol{1.0f, 9000, 140, 0.02f, 0.5f, 0.06f, 2500, 0.35f, 0.85f};
     const GunStyle suppressed{0.25f, 1800, 95, 0.018f, 0.3f, 0.04f, 900, 0.25f, 0.45f};
     const GunStyle shotgun{0.9f, 6000, 62, 0.09f, 0.8f, 0.28f, 1400, 0.9f, 0.8f};
-    kits.push_back(gunKit("gun-pistol", "Pistol", "A sharp crack per key, and a full reload on return", pistol,
+    kits.push_back(gunKit("gun-pistol", "Pistol",
+                          "A sharp crack per key, and a full reload on return", pistol,
                           pistolReload, 1.15f, 101));
-    kits.push_back(gunKit("gun-suppressed", "Suppressed", "Muted thumps, quiet enough to actually type with",
-                          suppressed, pistolReload, 1.1f, 202));
-    kits.push_back(gunKit("gun-shotgun", "Shotgun", "A deep boom and a long tail; space hits hardest", shotgun,
-                          pumpReload, 1.2f, 303));
+    kits.push_back(gunKit("gun-suppressed", "Suppressed",
+                          "Muted thumps, quiet enough to actually type with", suppressed,
+                          pistolReload, 1.1f, 202));
+    kits.push_back(gunKit("gun-shotgun", "Shotgun",
+                          "A deep boom and a long tail; space hits hardest", shotgun, pumpReload,
+                          1.2f, 303));
     return kits;
 }
 
-std::optional<BundledKit> bucklingSpringKit(const QString& recordings, SampleDecoder& decoder,
-                                            const std::function<std::optional<KeyCode>(int)>& translate,
-                                            std::string& error) {
+std::optional<BundledKit>
+bucklingSpringKit(const QString& recordings, SampleDecoder& decoder,
+                  const std::function<std::optional<KeyCode>(int)>& translate, std::string& error) {
     BundledKit kit;
     SoundpackConfig& c = kit.config;
     c.id = "ibm-buckling-spring";
@@ -245,20 +263,27 @@ std::optional<BundledKit> bucklingSpringKit(const QString& recordings, SampleDec
     // Group sounds: a handful of home-row letters for ordinary keys, and the keys
     // themselves for space, Return, Backspace and the modifiers.
     const std::map<int, const char*> groupOf = {
-        {0x1e, "alpha"}, {0x1f, "alpha"}, {0x20, "alpha"}, {0x21, "alpha"}, {0x24, "alpha"},
-        {0x25, "alpha"}, {0x26, "alpha"}, {0x17, "alpha"}, {0x39, "space"}, {0x1c, "enter"},
-        {0x0e, "backspace"}, {0x2a, "modifier"}, {0x36, "modifier"}, {0x1d, "modifier"}, {0x38, "modifier"},
+        {0x1e, "alpha"},    {0x1f, "alpha"},    {0x20, "alpha"},     {0x21, "alpha"},
+        {0x24, "alpha"},    {0x25, "alpha"},    {0x26, "alpha"},     {0x17, "alpha"},
+        {0x39, "space"},    {0x1c, "enter"},    {0x0e, "backspace"}, {0x2a, "modifier"},
+        {0x36, "modifier"}, {0x1d, "modifier"}, {0x38, "modifier"},
     };
-    const QStringList presses = QDir(recordings).entryList({QStringLiteral("*-0.wav")}, QDir::Files, QDir::Name);
+    const QStringList presses =
+        QDir(recordings).entryList({QStringLiteral("*-0.wav")}, QDir::Files, QDir::Name);
     for (const QString& press : presses) {
         bool ok = false;
         const int code = press.section(QLatin1Char('-'), 0, 0).toInt(&ok, 16);
         if (!ok)
             continue;
         const auto virtualCode = translate(code);
-        const auto name = virtualCode ? keyName(*virtualCode) : std::nullopt;
+        // The key's own sound name, empty when Tappix has none for it.
+        std::string name;
+        if (virtualCode) {
+            if (const auto known = keyName(*virtualCode))
+                name.assign(known->data(), known->size());
+        }
         const auto group = groupOf.find(code);
-        if (!name && group == groupOf.end())
+        if (name.empty() && group == groupOf.end())
             continue;
         const QString release = press.left(press.size() - 6) + QStringLiteral("-1.wav");
         char hex[8];
@@ -270,11 +295,11 @@ std::optional<BundledKit> bucklingSpringKit(const QString& recordings, SampleDec
                 continue;
             const std::string file = std::string("key-") + hex + (down ? "-down.wav" : "-up.wav");
             kit.files[file] = std::move(buffer->samples);
-            if (name) {
-                auto& sound = c.sounds[std::string(*name)];
+            if (!name.empty()) {
+                auto& sound = c.sounds[name];
                 (down ? sound.down : sound.up).push_back(file);
             }
-            if (group != groupOf.end() && !(name && *name == group->second)) {
+            if (group != groupOf.end() && name != group->second) {
                 auto& sound = c.sounds[group->second];
                 (down ? sound.down : sound.up).push_back(file);
                 if (std::string_view(group->second) == "alpha") {

@@ -30,8 +30,8 @@ std::vector<BundledKit> synthesizedKits();
 /// `<Linux input code in hex>-0.wav` (press) and `-1.wav` (release), resampled to
 /// 48 kHz; `translate` maps a Linux input code to Tappix's key code. None, with
 /// `error` set, when the directory holds no usable recordings.
-std::optional<BundledKit> bucklingSpringKit(const QString& recordings, SampleDecoder& decoder,
-                                            const std::function<std::optional<KeyCode>(int)>& translate,
-                                            std::string& error);
+std::optional<BundledKit>
+bucklingSpringKit(const QString& recordings, SampleDecoder& decoder,
+                  const std::function<std::optional<KeyCode>(int)>& translate, std::string& error);
 
 } // namespace tappix

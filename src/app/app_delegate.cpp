@@ -1,0 +1,179 @@
+#include "app/app_delegate.h"
+
+#include "core/log.h"
+#include "kits/kit_catalog.h"
+
+#include <QCoreApplication>
+#include <QMetaObject>
+#include <random>
+
+namespace tappix {
+
+AppDelegate::AppDelegate(Platform platform, const QString& preferencesPath, const QString& bundleKits,
+                         const QString& userKits, QObject* parent)
+    : QObject(parent), captureIsPossible_(std::move(platform.captureIsPossible)) {
+    preferences_ = std::make_unique<JsonFilePreferences>(preferencesPath, scheduler_);
+    settings_ = std::make_unique<SettingsStore>(*preferences_, scheduler_);
+    themes_ = std::make_unique<ThemeStore>(*preferences_);
+    packStore_ = std::make_unique<SoundpackStore>(bundleKits, userKits);
+    packStore_->reload();
+    devices_ = std::move(platform.devices);
+    audioPlayer_ = std::make_unique<AudioPlayer>(std::move(platform.output), std::move(platform.decoder),
+                                                 *devices_, settings_->volume());
+    keyService_ = std::make_unique<KeyEventService>(std::move(platform.capture));
+    qCInfo(lcApp, "preferences at %s; %zu kits found", qPrintable(preferencesPath), packStore_->packs().size());
+}
+
+AppDelegate::~AppDelegate() { shutdown(); }
+
+void AppDelegate::start() {
+    chooseFirstKit();
+
+    soundEngine_ = std::make_unique<SoundEngine>(*packStore_, *audioPlayer_, clock_, std::random_device{}());
+    // Counters change only on the main thread: the key queue hops there.
+    auto onMain = [this](void (SettingsStore::*increment)()) {
+        return [this, increment] {
+            QMetaObject::invokeMethod(settings_.get(), [this, increment] { (settings_.get()->*increment)(); },
+                                      Qt::QueuedConnection);
+        };
+    };
+    soundEngine_->setCounters({onMain(&SettingsStore::incrementKeystrokes), onMain(&SettingsStore::incrementDings),
+                               onMain(&SettingsStore::incrementClicks)});
+    soundEngine_->setSettings(engineSettings());
+    const auto selected = settings_->selectedPackId();
+    soundEngine_->loadPack(selected ? packStore_->find(selected->toStdString()) : nullptr);
+
+    SoundEngine* engine = soundEngine_.get();
+    keyService_->setOnKeyEvent([engine](KeyCode code, bool down) { engine->handleKey(code, down); });
+    keyService_->setOnMouseEvent([engine](MouseButton button, bool down) { engine->handleMouse(button, down); });
+
+    // Re-apply on the main queue after any change, once per burst of changes.
+    connect(settings_.get(), &SettingsStore::tappixSettingsChanged, this, [this] {
+        if (applyQueued_)
+            return;
+        applyQueued_ = true;
+        QMetaObject::invokeMethod(this, [this] {
+            applyQueued_ = false;
+            applySettings();
+        }, Qt::QueuedConnection);
+    });
+    connect(settings_.get(), &SettingsStore::tappixMixChanged, this, [this] {
+        soundEngine_->setSettings(engineSettings());
+        soundEngine_->mixChanged();
+    });
+    applySettings();
+
+    wasTrusted_ = captureIsPossible_ && captureIsPossible_();
+    if (wasTrusted_)
+        keyService_->start();
+    else
+        qCWarning(lcApp, "key capture is not possible yet: run tappix-doctor to see why; "
+                         "checking again every 2 s");
+    connect(&permissionTimer_, &QTimer::timeout, this, &AppDelegate::permissionTick);
+    permissionTimer_.start(kPermissionPollMs);
+}
+
+void AppDelegate::chooseFirstKit() {
+    if (settings_->selectedPackId())
+        return;
+    // A new user hears sound at once: the buckling spring, else the first kit listed.
+    const Soundpack* choice = packStore_->find(kFirstKit);
+    if (!choice && !packStore_->packs().empty()) {
+        std::vector<const Soundpack*> ordered;
+        for (const auto& pack : packStore_->packs())
+            if (pack.config.metadata.category != "mouse")
+                ordered.push_back(&pack);
+        std::stable_sort(ordered.begin(), ordered.end(), [](const Soundpack* a, const Soundpack* b) {
+            const auto fa = KitCatalog::family(*a), fb = KitCatalog::family(*b);
+            if (fa != fb)
+                return fa.has_value() && (!fb || *fa < *fb);
+            return KitCatalog::listsBefore(*a, *b);
+        });
+        choice = ordered.empty() ? nullptr : ordered.front();
+    }
+    if (choice) {
+        qCInfo(lcApp, "first launch: selecting %s", choice->config.id.c_str());
+        settings_->setSelectedPackId(QString::fromStdString(choice->config.id));
+    }
+}
+
+SoundEngine::Settings AppDelegate::engineSettings() const {
+    const SettingsStore& s = *settings_;
+    SoundEngine::Settings out;
+    out.isEnabled = s.isEnabled();
+    out.ignoreRapidKeys = s.ignoreRapidKeys();
+    out.modifierSoundsEnabled = s.modifierSoundsEnabled();
+    out.keyUpSoundsEnabled = s.keyUpSoundsEnabled();
+    out.dingOnReturn = s.dingOnReturn();
+    out.pitchVariation = s.pitchVariation();
+    out.stereoPanning = s.stereoPanning();
+    out.spatialAudio = s.spatialAudio();
+    out.mouseClickSounds = s.mouseClickSounds();
+    out.tonePitch = s.tonePitch();
+    out.effectsVolume = s.effectsVolume();
+    out.mouseSound = MouseSoundOption::parse(s.mouseSoundId().toStdString());
+    for (KeyGroup::Value group : KeyGroup::allCases)
+        out.voices[group] = s.voice(group);
+    for (const auto& [id, tuning] : s.tunings())
+        out.tunings.emplace(id.toStdString(), tuning);
+    return out;
+}
+
+void AppDelegate::applySettings() {
+    if (!soundEngine_ || shutDown_)
+        return;
+    SettingsStore& s = *settings_;
+    soundEngine_->setSettings(engineSettings());
+    keyService_->setMouseCapture(s.mouseClickSounds());
+    audioPlayer_->setMasterVolume(s.volume());
+    audioPlayer_->setToneBrightness(s.toneBrightness());
+    audioPlayer_->setRoom(s.spatialAudio());
+
+    // The output device only when it changed, so unrelated changes never move the stream.
+    std::optional<std::string> uid;
+    if (s.outputDeviceUID())
+        uid = s.outputDeviceUID()->toStdString();
+    if (!appliedOutputUID_ || *appliedOutputUID_ != uid) {
+        const bool first = !appliedOutputUID_;
+        appliedOutputUID_ = uid;
+        // At start the stream already follows the default; only a named device needs a move.
+        if (!first || uid)
+            audioPlayer_->setOutputDevice(uid);
+    }
+
+    if (const auto selected = s.selectedPackId()) {
+        if (soundEngine_->currentPackId() != selected->toStdString())
+            soundEngine_->loadPack(packStore_->find(selected->toStdString()));
+    }
+    const MouseSoundOption mouse = MouseSoundOption::parse(s.mouseSoundId().toStdString());
+    if (const auto* kit = std::get_if<std::string>(&mouse.choice))
+        soundEngine_->useMouseKit(*kit);
+}
+
+void AppDelegate::permissionTick() {
+    const bool possible = captureIsPossible_ && captureIsPossible_();
+    if (possible == wasTrusted_)
+        return;
+    wasTrusted_ = possible;
+    if (possible) {
+        qCInfo(lcApp, "key capture became possible; starting");
+        keyService_->start();
+    } else {
+        qCWarning(lcApp, "key capture is no longer possible; stopping");
+        keyService_->stop();
+    }
+}
+
+void AppDelegate::shutdown() {
+    if (shutDown_)
+        return;
+    shutDown_ = true;
+    permissionTimer_.stop();
+    settings_->flushStats();
+    keyService_->stop();
+    keyService_->setMouseCapture(false);
+    preferences_->sync();
+    qCInfo(lcApp, "stopped");
+}
+
+} // namespace tappix

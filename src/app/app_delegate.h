@@ -1,0 +1,90 @@
+#pragma once
+
+#include "audio/audio_device_manager.h"
+#include "audio/audio_player.h"
+#include "audio/sound_engine.h"
+#include "core/clock.h"
+#include "core/qt_scheduler.h"
+#include "input/key_event_service.h"
+#include "kits/soundpack_store.h"
+#include "settings/json_file_preferences.h"
+#include "settings/settings_store.h"
+#include "settings/theme_store.h"
+
+#include <QObject>
+#include <QTimer>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace tappix {
+
+/// Owns every long-lived service, builds them in a fixed order, wires their
+/// callbacks, applies the settings to the audio side whenever they change, and
+/// starts key capture when it becomes possible and stops it when it no longer is.
+/// Main thread only.
+class AppDelegate final : public QObject {
+    Q_OBJECT
+public:
+    /// How often the delegate asks whether key capture is possible.
+    static constexpr int kPermissionPollMs = 2000;
+    /// The kit a first launch selects when it is installed.
+    static constexpr const char* kFirstKit = "ibm-buckling-spring";
+
+    /// The platform parts the delegate runs on (real ones in `tappix`, others in tests).
+    struct Platform {
+        std::unique_ptr<AudioOutput> output;
+        std::unique_ptr<SampleDecoder> decoder;
+        std::unique_ptr<AudioDeviceManager> devices;
+        CaptureBackends capture;
+        std::function<bool()> captureIsPossible;
+    };
+
+    /// Builds the services in order: settings, kits (scanned at once), player, capture
+    /// (stopped). Main thread.
+    AppDelegate(Platform platform, const QString& preferencesPath, const QString& bundleKits,
+                const QString& userKits, QObject* parent = nullptr);
+    ~AppDelegate() override;
+
+    /// The start-up sequence: engine and main kit, callbacks, settings observers,
+    /// settings applied once, capture if possible, the capture poll. Main thread.
+    void start();
+
+    /// The shutdown sequence: counters written, capture stopped. Main thread.
+    void shutdown();
+
+    /// Pushes the current settings into the services. Main thread.
+    void applySettings();
+
+    /// The settings store (tests, diagnostics). Main thread.
+    SettingsStore& settings() { return *settings_; }
+    /// The key service (tests, diagnostics). Main thread.
+    KeyEventService& keyService() { return *keyService_; }
+    /// The engine, once started. Main thread.
+    SoundEngine* soundEngine() { return soundEngine_.get(); }
+
+private:
+    void permissionTick();
+    void chooseFirstKit();
+    SoundEngine::Settings engineSettings() const;
+
+    QtScheduler scheduler_;
+    SteadyClock clock_;
+    std::unique_ptr<JsonFilePreferences> preferences_;
+    std::unique_ptr<SettingsStore> settings_;
+    std::unique_ptr<ThemeStore> themes_;
+    std::unique_ptr<SoundpackStore> packStore_;
+    std::unique_ptr<AudioDeviceManager> devices_;
+    std::unique_ptr<AudioPlayer> audioPlayer_;
+    std::unique_ptr<KeyEventService> keyService_;
+    std::unique_ptr<SoundEngine> soundEngine_;
+    std::function<bool()> captureIsPossible_;
+    QTimer permissionTimer_;
+    bool wasTrusted_ = false;
+    bool applyQueued_ = false;
+    bool shutDown_ = false;
+    std::optional<std::optional<std::string>> appliedOutputUID_;
+};
+
+} // namespace tappix
