@@ -9,8 +9,8 @@
 
 namespace tappix {
 
-AppDelegate::AppDelegate(Platform platform, const QString& preferencesPath, const QString& bundleKits,
-                         const QString& userKits, QObject* parent)
+AppDelegate::AppDelegate(Platform platform, const QString& preferencesPath,
+                         const QString& bundleKits, const QString& userKits, QObject* parent)
     : QObject(parent), captureIsPossible_(std::move(platform.captureIsPossible)) {
     preferences_ = std::make_unique<JsonFilePreferences>(preferencesPath, scheduler_);
     settings_ = std::make_unique<SettingsStore>(*preferences_, scheduler_);
@@ -18,44 +18,55 @@ AppDelegate::AppDelegate(Platform platform, const QString& preferencesPath, cons
     packStore_ = std::make_unique<SoundpackStore>(bundleKits, userKits);
     packStore_->reload();
     devices_ = std::move(platform.devices);
-    audioPlayer_ = std::make_unique<AudioPlayer>(std::move(platform.output), std::move(platform.decoder),
-                                                 *devices_, settings_->volume());
+    audioPlayer_ = std::make_unique<AudioPlayer>(
+        std::move(platform.output), std::move(platform.decoder), *devices_, settings_->volume());
     keyService_ = std::make_unique<KeyEventService>(std::move(platform.capture));
-    qCInfo(lcApp, "preferences at %s; %zu kits found", qPrintable(preferencesPath), packStore_->packs().size());
+    qCInfo(lcApp, "preferences at %s; %zu kits found", qPrintable(preferencesPath),
+           packStore_->packs().size());
 }
 
-AppDelegate::~AppDelegate() { shutdown(); }
+AppDelegate::~AppDelegate() {
+    shutdown();
+}
 
 void AppDelegate::start() {
     chooseFirstKit();
 
-    soundEngine_ = std::make_unique<SoundEngine>(*packStore_, *audioPlayer_, clock_, std::random_device{}());
+    soundEngine_ =
+        std::make_unique<SoundEngine>(*packStore_, *audioPlayer_, clock_, std::random_device{}());
     // Counters change only on the main thread: the key queue hops there.
     auto onMain = [this](void (SettingsStore::*increment)()) {
         return [this, increment] {
-            QMetaObject::invokeMethod(settings_.get(), [this, increment] { (settings_.get()->*increment)(); },
-                                      Qt::QueuedConnection);
+            QMetaObject::invokeMethod(
+                settings_.get(), [this, increment] { (settings_.get()->*increment)(); },
+                Qt::QueuedConnection);
         };
     };
-    soundEngine_->setCounters({onMain(&SettingsStore::incrementKeystrokes), onMain(&SettingsStore::incrementDings),
+    soundEngine_->setCounters({onMain(&SettingsStore::incrementKeystrokes),
+                               onMain(&SettingsStore::incrementDings),
                                onMain(&SettingsStore::incrementClicks)});
     soundEngine_->setSettings(engineSettings());
     const auto selected = settings_->selectedPackId();
     soundEngine_->loadPack(selected ? packStore_->find(selected->toStdString()) : nullptr);
 
     SoundEngine* engine = soundEngine_.get();
-    keyService_->setOnKeyEvent([engine](KeyCode code, bool down) { engine->handleKey(code, down); });
-    keyService_->setOnMouseEvent([engine](MouseButton button, bool down) { engine->handleMouse(button, down); });
+    keyService_->setOnKeyEvent(
+        [engine](KeyCode code, bool down) { engine->handleKey(code, down); });
+    keyService_->setOnMouseEvent(
+        [engine](MouseButton button, bool down) { engine->handleMouse(button, down); });
 
     // Re-apply on the main queue after any change, once per burst of changes.
     connect(settings_.get(), &SettingsStore::tappixSettingsChanged, this, [this] {
         if (applyQueued_)
             return;
         applyQueued_ = true;
-        QMetaObject::invokeMethod(this, [this] {
-            applyQueued_ = false;
-            applySettings();
-        }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                applyQueued_ = false;
+                applySettings();
+            },
+            Qt::QueuedConnection);
     });
     connect(settings_.get(), &SettingsStore::tappixMixChanged, this, [this] {
         soundEngine_->setSettings(engineSettings());
@@ -65,7 +76,7 @@ void AppDelegate::start() {
 
     wasTrusted_ = captureIsPossible_ && captureIsPossible_();
     if (wasTrusted_)
-        keyService_->start();
+        startCapture();
     else
         qCWarning(lcApp, "key capture is not possible yet: run tappix-doctor to see why; "
                          "checking again every 2 s");
@@ -83,12 +94,13 @@ void AppDelegate::chooseFirstKit() {
         for (const auto& pack : packStore_->packs())
             if (pack.config.metadata.category != "mouse")
                 ordered.push_back(&pack);
-        std::stable_sort(ordered.begin(), ordered.end(), [](const Soundpack* a, const Soundpack* b) {
-            const auto fa = KitCatalog::family(*a), fb = KitCatalog::family(*b);
-            if (fa != fb)
-                return fa.has_value() && (!fb || *fa < *fb);
-            return KitCatalog::listsBefore(*a, *b);
-        });
+        std::stable_sort(ordered.begin(), ordered.end(),
+                         [](const Soundpack* a, const Soundpack* b) {
+                             const auto fa = KitCatalog::family(*a), fb = KitCatalog::family(*b);
+                             if (fa != fb)
+                                 return fa.has_value() && (!fb || *fa < *fb);
+                             return KitCatalog::listsBefore(*a, *b);
+                         });
         choice = ordered.empty() ? nullptr : ordered.front();
     }
     if (choice) {
@@ -157,10 +169,20 @@ void AppDelegate::permissionTick() {
     wasTrusted_ = possible;
     if (possible) {
         qCInfo(lcApp, "key capture became possible; starting");
-        keyService_->start();
+        startCapture();
     } else {
         qCWarning(lcApp, "key capture is no longer possible; stopping");
         keyService_->stop();
+    }
+}
+
+void AppDelegate::startCapture() {
+    keyService_->start();
+    // Possible but refused this time (a display busy at log-in, a device in flux):
+    // the next poll tries again rather than believing capture runs.
+    if (keyService_->backend() == KeyEventService::Backend::stopped) {
+        qCWarning(lcApp, "key capture could not start; trying again in 2 s");
+        wasTrusted_ = false;
     }
 }
 

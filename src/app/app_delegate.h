@@ -66,6 +66,7 @@ public:
 
 private:
     void permissionTick();
+    void startCapture();
     void chooseFirstKit();
     SoundEngine::Settings engineSettings() const;
 

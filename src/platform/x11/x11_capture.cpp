@@ -68,8 +68,12 @@ bool X11Capture::start(CaptureSink& sink) {
     if (isWaylandSession())
         return false; // XWayland sees only X clients' input: not a global capture
     display_ = XOpenDisplay(nullptr);
-    if (!display_)
+    if (!display_) {
+        const char* name = std::getenv("DISPLAY");
+        qCWarning(lcEvents, "cannot open the X display %s",
+                  name && *name ? name : "(DISPLAY is not set)");
         return false;
+    }
     connectionLost_ = false;
     XSetIOErrorExitHandler(display_, onConnectionLost, &connectionLost_);
     if (!hasXInput2(display_, &xiOpcode_)) {
@@ -92,6 +96,7 @@ bool X11Capture::start(CaptureSink& sink) {
 
     stopFd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (stopFd_ < 0) {
+        qCWarning(lcEvents, "cannot start X11 capture: %s", std::strerror(errno));
         stop();
         return false;
     }

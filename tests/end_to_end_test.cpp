@@ -1,0 +1,136 @@
+// The whole path as a user meets it: tappix running against a private X server and
+// a private PulseAudio server, keys typed with xdotool, sound recorded from the sink.
+
+#include "support/pulse_server.h"
+#include "support/sound_analysis.h"
+#include "support/xvfb_server.h"
+
+#include <gtest/gtest.h>
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+
+using namespace tappix;
+using test::PulseServer;
+using test::XvfbServer;
+
+namespace {
+
+class EndToEnd : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        x_ = new XvfbServer;
+        pulse_ = new PulseServer;
+    }
+    static void TearDownTestSuite() {
+        delete pulse_;
+        delete x_;
+    }
+
+    /// Starts tappix with these preferences and waits until it captures and plays.
+    void launch(const QJsonObject& preferences) {
+        ASSERT_TRUE(x_->isRunning());
+        QDir().mkpath(home_.filePath("config/tappix"));
+        QFile file(home_.filePath("config/tappix/preferences.json"));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(QJsonDocument(preferences).toJson());
+        file.close();
+
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("HOME", home_.path());
+        env.insert("XDG_CONFIG_HOME", home_.filePath("config"));
+        env.insert("XDG_DATA_HOME", home_.filePath("data"));
+        tappix_.setProcessEnvironment(env);
+        tappix_.setProcessChannelMode(QProcess::MergedChannels);
+        tappix_.start(QStringLiteral(TAPPIX_PATH), {});
+        ASSERT_TRUE(tappix_.waitForStarted(5000));
+        // Capture may need the 2 s retry when the display refuses a first connection.
+        QByteArray log;
+        while (!log.contains("global backend: X11 raw events") && tappix_.waitForReadyRead(10000))
+            log += tappix_.readAll();
+        ASSERT_TRUE(log.contains("global backend: X11 raw events")) << log.constData();
+        // Let the output settle on the (lazily waking) null sink.
+        pulse_->record("tappix_a", [] {}, 0);
+    }
+
+    void TearDown() override {
+        if (tappix_.state() != QProcess::NotRunning) {
+            tappix_.terminate();
+            EXPECT_TRUE(tappix_.waitForFinished(5000));
+            EXPECT_EQ(tappix_.exitCode(), 0);
+        }
+    }
+
+    /// Presses and releases each key with time between them, recording the sink.
+    std::vector<float> type(const QStringList& keys, int holdMs = 120, int gapMs = 250) {
+        return pulse_->record("tappix_a", [&] {
+            for (const QString& key : keys) {
+                XvfbServer::xdotool({"keydown", key});
+                QThread::msleep(static_cast<unsigned long>(holdMs));
+                XvfbServer::xdotool({"keyup", key});
+                QThread::msleep(static_cast<unsigned long>(gapMs));
+            }
+        }, 600);
+    }
+
+    static XvfbServer* x_;
+    static PulseServer* pulse_;
+    QTemporaryDir home_;
+    QProcess tappix_;
+};
+
+XvfbServer* EndToEnd::x_ = nullptr;
+PulseServer* EndToEnd::pulse_ = nullptr;
+
+const QJsonObject kQuietExtras{{"pitchVariation", false}};
+
+} // namespace
+
+TEST_F(EndToEnd, EachPressAndReleaseSoundsOnce) {
+    launch(kQuietExtras); // first launch: the buckling-spring kit, which has releases
+    const auto recorded = type({"a", "s", "d"});
+    EXPECT_EQ(test::onsets(recorded).size(), 6u);
+}
+
+TEST_F(EndToEnd, LeftKeysAreLouderOnTheLeft) {
+    launch(kQuietExtras);
+    const auto left = type({"q"}, 80, 100);
+    EXPECT_GT(test::energy(left, 0, 0, 2000), 1.5 * test::energy(left, 1, 0, 2000));
+    const auto right = type({"p"}, 80, 100);
+    EXPECT_GT(test::energy(right, 1, 0, 2000), 1.5 * test::energy(right, 0, 0, 2000));
+}
+
+TEST_F(EndToEnd, DisabledSoundsStaySilent) {
+    QJsonObject prefs = kQuietExtras;
+    prefs["isEnabled"] = false;
+    launch(prefs);
+    EXPECT_TRUE(test::onsets(type({"a", "b"})).empty());
+}
+
+TEST_F(EndToEnd, ADifferentKitSoundsDifferent) {
+    QJsonObject prefs = kQuietExtras;
+    prefs["selectedPackId"] = "gun-shotgun";
+    prefs["keyUpSoundsEnabled"] = false;
+    launch(prefs);
+    const auto shotgun = type({"a"}, 80, 100);
+    ASSERT_FALSE(test::onsets(shotgun).empty());
+    const double start = test::onsets(shotgun).front();
+    // The shotgun's boom rings on long after a switch's click would be over.
+    EXPECT_GT(test::energy(shotgun, 0, start + 350, start + 700), 0.5);
+}
+
+TEST_F(EndToEnd, ReturnRingsTheBellWhenAsked) {
+    QJsonObject prefs = kQuietExtras;
+    prefs["keyUpSoundsEnabled"] = false;
+    prefs["dingOnReturn"] = true;
+    launch(prefs);
+    const auto plain = type({"a"}, 80, 100);
+    const auto bell = type({"Return"}, 80, 100);
+    ASSERT_FALSE(test::onsets(plain).empty());
+    ASSERT_FALSE(test::onsets(bell).empty());
+    const double p = test::onsets(plain).front(), b = test::onsets(bell).front();
+    // The bell (0.55 s) is still sounding after a key's own sound has died away.
+    EXPECT_GT(test::energy(bell, 0, b + 350, b + 550), 10 * test::energy(plain, 0, p + 350, p + 550) + 0.05);
+}
