@@ -52,7 +52,8 @@ protected:
             log += tappix_.readAll();
         ASSERT_TRUE(log.contains("global backend: X11 raw events")) << log.constData();
         // Let the output settle on the (lazily waking) null sink.
-        pulse_->record("tappix_a", [] {}, 0);
+        pulse_->record(
+            "tappix_a", [] {}, 0);
     }
 
     void TearDown() override {
@@ -65,14 +66,17 @@ protected:
 
     /// Presses and releases each key with time between them, recording the sink.
     std::vector<float> type(const QStringList& keys, int holdMs = 120, int gapMs = 250) {
-        return pulse_->record("tappix_a", [&] {
-            for (const QString& key : keys) {
-                XvfbServer::xdotool({"keydown", key});
-                QThread::msleep(static_cast<unsigned long>(holdMs));
-                XvfbServer::xdotool({"keyup", key});
-                QThread::msleep(static_cast<unsigned long>(gapMs));
-            }
-        }, 600);
+        return pulse_->record(
+            "tappix_a",
+            [&] {
+                for (const QString& key : keys) {
+                    XvfbServer::xdotool({"keydown", key});
+                    QThread::msleep(static_cast<unsigned long>(holdMs));
+                    XvfbServer::xdotool({"keyup", key});
+                    QThread::msleep(static_cast<unsigned long>(gapMs));
+                }
+            },
+            600);
     }
 
     static XvfbServer* x_;
@@ -132,5 +136,6 @@ TEST_F(EndToEnd, ReturnRingsTheBellWhenAsked) {
     ASSERT_FALSE(test::onsets(bell).empty());
     const double p = test::onsets(plain).front(), b = test::onsets(bell).front();
     // The bell (0.55 s) is still sounding after a key's own sound has died away.
-    EXPECT_GT(test::energy(bell, 0, b + 350, b + 550), 10 * test::energy(plain, 0, p + 350, p + 550) + 0.05);
+    EXPECT_GT(test::energy(bell, 0, b + 350, b + 550),
+              10 * test::energy(plain, 0, p + 350, p + 550) + 0.05);
 }

@@ -8,7 +8,7 @@ packages=(
     g++ cmake ninja-build pkg-config clang-format
     # libraries
     qt6-base-dev qt6-base-dev-tools libsndfile1-dev libsoxr-dev libpulse-dev
-    libevdev-dev libx11-dev libxi-dev
+    libevdev-dev libx11-dev libxi-dev libxtst-dev
     # tests and benchmarks
     libgtest-dev libgmock-dev libbenchmark-dev
     xvfb xauth xdotool pulseaudio pulseaudio-utils sox dbus
