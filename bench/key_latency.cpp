@@ -115,7 +115,8 @@ int main(int argc, char** argv) {
     std::memcpy(stereo.data(), bytes.constData(), stereo.size() * sizeof(float));
     const auto found = onsets(stereo, 0.02f);
     if (found.size() < referenceTimes.size() + static_cast<std::size_t>(keys)) {
-        std::fprintf(stderr, "found %zu onsets, expected %zu\n", found.size(), referenceTimes.size() + keys);
+        std::fprintf(stderr, "found %zu onsets, expected %zu\n", found.size(),
+                     referenceTimes.size() + keys);
         return 1;
     }
     // Recording time of origin plus the audio path, from the references.
@@ -128,7 +129,8 @@ int main(int argc, char** argv) {
         extra.push_back(found[referenceTimes.size() + i] - offset - keyTimes[i]);
     const double audioPath = reference.output().latencySeconds() * 1000.0;
     std::printf("key-to-sound latency over %d keys at 15 keys/s:\n", keys);
-    std::printf("  capture + engine (key onset minus reference onset): p50 %.1f ms  p99 %.1f ms  max %.1f ms\n",
+    std::printf("  capture + engine (key onset minus reference onset): p50 %.1f ms  p99 %.1f ms  "
+                "max %.1f ms\n",
                 percentile(extra, 0.5), percentile(extra, 0.99), percentile(extra, 1.0));
     std::printf("  audio path (stream buffer + sink, as configured): %.1f ms\n", audioPath);
     std::printf("  total: p50 %.1f ms  p99 %.1f ms\n", percentile(extra, 0.5) + audioPath,

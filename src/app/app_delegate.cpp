@@ -21,6 +21,9 @@ AppDelegate::AppDelegate(Platform platform, const QString& preferencesPath,
     audioPlayer_ = std::make_unique<AudioPlayer>(
         std::move(platform.output), std::move(platform.decoder), *devices_, settings_->volume());
     keyService_ = std::make_unique<KeyEventService>(std::move(platform.capture));
+    notifier_ = std::move(platform.notifier);
+    sleepMonitor_ = std::make_unique<SleepMonitor>(*settings_, *devices_, *notifier_, scheduler_);
+    typingMonitor_ = std::make_unique<TypingMonitor>(*settings_, clock_, scheduler_);
     qCInfo(lcApp, "preferences at %s; %zu kits found", qPrintable(preferencesPath),
            packStore_->packs().size());
 }
@@ -72,6 +75,10 @@ void AppDelegate::start() {
         soundEngine_->setSettings(engineSettings());
         soundEngine_->mixChanged();
     });
+    sleepMonitor_->setOnChange([this](bool isSleeping, const std::optional<QString>& reason) {
+        sleepChanged(isSleeping, reason);
+    });
+    sleepMonitor_->start();
     applySettings();
 
     wasTrusted_ = captureIsPossible_ && captureIsPossible_();
@@ -160,6 +167,14 @@ void AppDelegate::applySettings() {
     const MouseSoundOption mouse = MouseSoundOption::parse(s.mouseSoundId().toStdString());
     if (const auto* kit = std::get_if<std::string>(&mouse.choice))
         soundEngine_->useMouseKit(*kit);
+
+    // A new sleep volume takes effect at once while quiet.
+    if (sleepMonitor_->isSleeping())
+        audioPlayer_->setDuck(true, s.sleepVolume());
+}
+
+void AppDelegate::sleepChanged(bool isSleeping, const std::optional<QString>&) {
+    audioPlayer_->setDuck(isSleeping, settings_->sleepVolume());
 }
 
 void AppDelegate::permissionTick() {
@@ -193,6 +208,7 @@ void AppDelegate::shutdown() {
     permissionTimer_.stop();
     settings_->flushStats();
     keyService_->stop();
+    sleepMonitor_->stop();
     keyService_->setMouseCapture(false);
     preferences_->sync();
     qCInfo(lcApp, "stopped");

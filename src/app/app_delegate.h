@@ -7,6 +7,9 @@
 #include "core/qt_scheduler.h"
 #include "input/key_event_service.h"
 #include "kits/soundpack_store.h"
+#include "monitors/sleep_monitor.h"
+#include "monitors/typing_monitor.h"
+#include "monitors/user_notifier.h"
 #include "settings/json_file_preferences.h"
 #include "settings/settings_store.h"
 #include "settings/theme_store.h"
@@ -39,6 +42,7 @@ public:
         std::unique_ptr<AudioDeviceManager> devices;
         CaptureBackends capture;
         std::function<bool()> captureIsPossible;
+        std::unique_ptr<UserNotifier> notifier;
     };
 
     /// Builds the services in order: settings, kits (scanned at once), player, capture
@@ -63,10 +67,15 @@ public:
     KeyEventService& keyService() { return *keyService_; }
     /// The engine, once started. Main thread.
     SoundEngine* soundEngine() { return soundEngine_.get(); }
+    /// The sleep monitor. Main thread.
+    SleepMonitor& sleepMonitor() { return *sleepMonitor_; }
+    /// The typing monitor. Main thread.
+    TypingMonitor& typingMonitor() { return *typingMonitor_; }
 
 private:
     void permissionTick();
     void startCapture();
+    void sleepChanged(bool isSleeping, const std::optional<QString>& reason);
     void chooseFirstKit();
     SoundEngine::Settings engineSettings() const;
 
@@ -79,6 +88,9 @@ private:
     std::unique_ptr<AudioDeviceManager> devices_;
     std::unique_ptr<AudioPlayer> audioPlayer_;
     std::unique_ptr<KeyEventService> keyService_;
+    std::unique_ptr<UserNotifier> notifier_;
+    std::unique_ptr<SleepMonitor> sleepMonitor_;
+    std::unique_ptr<TypingMonitor> typingMonitor_;
     std::unique_ptr<SoundEngine> soundEngine_;
     std::function<bool()> captureIsPossible_;
     QTimer permissionTimer_;

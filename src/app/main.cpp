@@ -4,6 +4,7 @@
 #include "core/log.h"
 #include "platform/audio_backends.h"
 #include "platform/capture_backends.h"
+#include "platform/dbus/freedesktop_notifier.h"
 
 #include <QCoreApplication>
 #include <QSocketNotifier>
@@ -43,8 +44,9 @@ int main(int argc, char** argv) {
     sigaction(SIGHUP, &action, nullptr);
 
     tappix::AppDelegate::Platform platform{
-        tappix::makeAudioOutput(), tappix::makeSampleDecoder(), tappix::makeAudioDeviceManager(),
-        tappix::makeCaptureBackends(), tappix::captureIsPossible};
+        tappix::makeAudioOutput(),        tappix::makeSampleDecoder(),
+        tappix::makeAudioDeviceManager(), tappix::makeCaptureBackends(),
+        tappix::captureIsPossible,        std::make_unique<tappix::FreedesktopNotifier>()};
     tappix::AppDelegate delegate(std::move(platform), tappix::JsonFilePreferences::defaultPath(),
                                  tappix::SoundpackStore::defaultBundleDirectory(),
                                  tappix::SoundpackStore::defaultUserDirectory());

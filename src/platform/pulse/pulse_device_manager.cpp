@@ -43,16 +43,27 @@ PulseDeviceManager::~PulseDeviceManager() {
     connection_.stop();
 }
 
+pa_context* PulseDeviceManager::begin() {
+    deadline_ = pa_rtclock_now() + static_cast<pa_usec_t>(kTimeoutMs) * PA_USEC_PER_MSEC;
+    return connection_.waitReady(kTimeoutMs);
+}
+
 bool PulseDeviceManager::await(pa_operation* operation, const bool& done) {
     if (!operation)
         return false;
+    const pa_usec_t now = pa_rtclock_now();
+    if (now >= deadline_) {
+        pa_operation_cancel(operation);
+        pa_operation_unref(operation);
+        return false;
+    }
     bool timedOut = false;
     struct Timeout {
         PulseConnection* connection;
         bool* flag;
     } timeout{&connection_, &timedOut};
     timeval when{};
-    pa_timeval_add(pa_gettimeofday(&when), kTimeoutMs * PA_USEC_PER_MSEC);
+    pa_timeval_add(pa_gettimeofday(&when), deadline_ - now);
     pa_time_event* timer = connection_.api()->time_new(
         connection_.api(), &when,
         [](pa_mainloop_api* api, pa_time_event* event, const timeval*, void* data) {
@@ -74,7 +85,7 @@ bool PulseDeviceManager::await(pa_operation* operation, const bool& done) {
 
 PulseDeviceManager::ServerFacts PulseDeviceManager::server() {
     ServerFacts facts;
-    pa_context* context = connection_.waitReady(kTimeoutMs);
+    pa_context* context = connection_.readyContext();
     if (!context)
         return facts;
     struct Query {
@@ -107,7 +118,7 @@ PulseDeviceManager::ServerFacts PulseDeviceManager::server() {
 std::vector<AudioDeviceManager::Device> PulseDeviceManager::outputDevices() {
     Locked lock(connection_);
     std::vector<Device> devices;
-    pa_context* context = connection_.waitReady(kTimeoutMs);
+    pa_context* context = begin();
     if (!context)
         return devices;
     struct Query {
@@ -146,6 +157,7 @@ std::optional<AudioDeviceManager::Device> PulseDeviceManager::defaultOutput() {
     std::string name;
     {
         Locked lock(connection_);
+        begin();
         const ServerFacts facts = server();
         if (!facts.ok || facts.defaultSink.empty())
             return std::nullopt;
@@ -161,8 +173,8 @@ std::optional<AudioDeviceManager::Device> PulseDeviceManager::defaultOutput() {
 PulseDeviceManager::SinkFacts PulseDeviceManager::defaultSinkFacts() {
     Locked lock(connection_);
     SinkFacts facts;
+    pa_context* context = begin();
     const ServerFacts serverFacts = server();
-    pa_context* context = connection_.waitReady(kTimeoutMs);
     if (!serverFacts.ok || serverFacts.defaultSink.empty() || !context)
         return facts;
     struct Query {
@@ -204,8 +216,8 @@ bool PulseDeviceManager::isDefaultOutputBluetooth() {
 
 bool PulseDeviceManager::isMicrophoneInUse() {
     Locked lock(connection_);
+    pa_context* context = begin();
     const ServerFacts facts = server();
-    pa_context* context = connection_.waitReady(kTimeoutMs);
     if (!facts.ok || facts.defaultSource.empty() || !context)
         return false;
     struct Source {
@@ -262,11 +274,13 @@ bool PulseDeviceManager::isCameraInUse() {
 
 bool PulseDeviceManager::isServerReachable() {
     Locked lock(connection_);
+    begin();
     return server().ok;
 }
 
 std::string PulseDeviceManager::serverDescription() {
     Locked lock(connection_);
+    begin();
     const ServerFacts facts = server();
     return facts.ok ? facts.description : std::string();
 }

@@ -14,8 +14,9 @@ namespace tappix {
 /// waits at most `kTimeoutMs` and answers none or false on any failure.
 class PulseDeviceManager final : public AudioDeviceManager {
 public:
-    /// Longest wait for the server's answer to one query.
-    static constexpr int kTimeoutMs = 200;
+    /// Longest wait for the server's answers to one query, all its requests together,
+    /// so a hung server never stalls the caller (the main thread polls) noticeably.
+    static constexpr int kTimeoutMs = 40;
 
     /// Connects in the background; `procRoot` is where processes are listed (/proc).
     explicit PulseDeviceManager(std::string procRoot = "/proc");
@@ -42,13 +43,17 @@ private:
         std::string defaultSink, defaultSource, description;
     };
 
-    /// Runs one operation and waits for it with the lock held; false on timeout or loss.
+    /// Runs one operation and waits for it with the lock held, until the query's
+    /// deadline; false on timeout or loss.
     bool await(pa_operation* operation, const bool& done);
+    /// Starts a query's time budget and returns the ready context, or null.
+    pa_context* begin();
     ServerFacts server();
     SinkFacts defaultSinkFacts();
 
     PulseConnection connection_;
     std::string procRoot_;
+    pa_usec_t deadline_ = 0;
 };
 
 /// Whether any process under `procRoot` holds a /dev/video* device open.

@@ -1,0 +1,122 @@
+#include "monitors/typing_monitor.h"
+
+#include <algorithm>
+#include <array>
+
+namespace tappix {
+namespace {
+
+constexpr std::array<KeyCode, 23> kNonText{53,  48,  71,  122, 120, 99,  118, 96,  97,  98,  100, 101,
+                                           109, 103, 111, 115, 116, 119, 121, 123, 124, 125, 126};
+
+} // namespace
+
+TypingMonitor::KeyKind TypingMonitor::classify(KeyCode code) {
+    if (code == 51 || code == 117)
+        return KeyKind::correction;
+    if (code == 36 || code == 49 || code == 76)
+        return KeyKind::text;
+    if (code < 0 || code >= 1000 || (code >= 54 && code <= 63) ||
+        std::find(kNonText.begin(), kNonText.end(), code) != kNonText.end())
+        return KeyKind::ignored;
+    return KeyKind::text;
+}
+
+TypingMonitor::TypingMonitor(SettingsStore& settings, const Clock& clock, Scheduler& scheduler, QObject* parent)
+    : QObject(parent), settings_(settings), clock_(clock), scheduler_(scheduler) {}
+
+TypingMonitor::~TypingMonitor() {
+    if (timer_ != 0)
+        scheduler_.cancel(timer_);
+}
+
+double TypingMonitor::now() const {
+    return std::chrono::duration<double>(clock_.now()).count();
+}
+
+void TypingMonitor::keyDown(KeyCode code) {
+    if (!settings_.statsEnabled())
+        return;
+    const KeyKind kind = classify(code);
+    if (kind == KeyKind::ignored)
+        return;
+    const double t = now();
+    const double gap = anyKey_ ? t - lastKeyTime_ : kBurstGapSeconds + 1.0;
+    if (gap > kBurstGapSeconds) {
+        // The pause's time is never counted; the first key of a burst starts the clock.
+        endBurst();
+        sessionProductive_ = sessionCorrections_ = 0;
+        sessionActiveSeconds_ = 0;
+    } else {
+        sessionActiveSeconds_ += gap;
+        settings_.addTypingSeconds(gap);
+    }
+    lastKeyTime_ = t;
+    anyKey_ = true;
+    if (kind == KeyKind::text) {
+        window_.push_back(t);
+        ++sessionProductive_;
+        settings_.incrementProductiveKeys();
+    } else {
+        ++sessionCorrections_;
+        settings_.incrementCorrections();
+    }
+    recompute(t);
+    // Tick only while a burst runs: nothing changes in between, so an idle monitor
+    // never wakes the main thread.
+    if (timer_ == 0)
+        scheduleTick();
+}
+
+void TypingMonitor::recompute(double t) {
+    while (!window_.empty() && window_.front() < t - kWindowSeconds)
+        window_.pop_front();
+    if (window_.size() < 3) {
+        liveWPM_ = 0;
+    } else {
+        const double span = std::max(window_.back() - window_.front(), 0.5);
+        liveWPM_ = (static_cast<double>(window_.size()) / 5.0) / (span / 60.0);
+    }
+    sessionKeystrokes_ = sessionProductive_ + sessionCorrections_;
+    sessionWPM_ = sessionActiveSeconds_ > 0.5
+                      ? (static_cast<double>(sessionProductive_) / 5.0) / (sessionActiveSeconds_ / 60.0)
+                      : 0.0;
+    sessionAccuracy_ = sessionKeystrokes_ < 1
+                           ? 1.0
+                           : static_cast<double>(sessionProductive_) / static_cast<double>(sessionKeystrokes_);
+    isTyping_ = anyKey_ && t - lastKeyTime_ <= kBurstGapSeconds && sessionKeystrokes_ > 0;
+    Q_EMIT changed();
+}
+
+void TypingMonitor::endBurst() {
+    if (sessionProductive_ >= kBestMinimumKeys && sessionWPM_ > 0)
+        settings_.recordWPM(sessionWPM_);
+    if (sessionWPM_ > 0 && sessionKeystrokes_ >= 1) {
+        lastWPM_ = sessionWPM_;
+        lastAccuracy_ = sessionAccuracy_;
+        lastKeystrokes_ = sessionKeystrokes_;
+    }
+    isTyping_ = false;
+    liveWPM_ = 0;
+    window_.clear();
+    Q_EMIT changed();
+}
+
+void TypingMonitor::scheduleTick() {
+    timer_ = scheduler_.schedule(kTick, [this] {
+        timer_ = 0;
+        tick();
+    });
+}
+
+void TypingMonitor::tick() {
+    const double t = now();
+    const bool wasTyping = isTyping_;
+    recompute(t);
+    if (wasTyping && t - lastKeyTime_ > kBurstGapSeconds)
+        endBurst();
+    if (isTyping_)
+        scheduleTick();
+}
+
+} // namespace tappix
