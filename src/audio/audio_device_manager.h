@@ -48,7 +48,7 @@ public:
 };
 
 /// The answer when there is no audio system at all: nothing, false.
-class NullAudioDeviceManager final : public AudioDeviceManager {
+class NullAudioDeviceManager : public AudioDeviceManager {
 public:
     std::vector<Device> outputDevices() override { return {}; }
     std::optional<std::uint32_t> deviceID(const std::string&) override { return std::nullopt; }

@@ -1,0 +1,177 @@
+#include "monitors/sleep_monitor.h"
+#include "monitors/typing_monitor.h"
+
+#include "settings/json_file_preferences.h"
+#include "support/fake_time.h"
+#include "support/temp_prefs.h"
+
+#include <gtest/gtest.h>
+
+using namespace tappix;
+using namespace std::chrono_literals;
+
+namespace {
+
+struct FakeDevices final : NullAudioDeviceManager {
+    bool microphone = false, camera = false, bluetooth = false, builtIn = false;
+    int queries = 0;
+    bool isMicrophoneInUse() override { return ++queries, microphone; }
+    bool isCameraInUse() override { return ++queries, camera; }
+    bool isDefaultOutputBluetooth() override { return ++queries, bluetooth; }
+    bool isDefaultOutputBuiltIn() override { return ++queries, builtIn; }
+};
+
+struct FakeNotifier final : UserNotifier {
+    std::vector<std::string> posted;
+    void post(const QString& id, const QString& title, const QString& body) override {
+        posted.push_back((id + "|" + title + "|" + body).toStdString());
+    }
+};
+
+struct Sleep {
+    test::FakeTime time;
+    test::TempPrefs file;
+    JsonFilePreferences prefs{file.path, time};
+    SettingsStore settings{prefs, time};
+    FakeDevices devices;
+    FakeNotifier notifier;
+    SleepMonitor monitor{settings, devices, notifier, time};
+    std::vector<std::string> changes;
+
+    Sleep() {
+        monitor.setOnChange([this](bool sleeping, std::optional<QString> reason) {
+            changes.push_back(sleeping ? reason->toStdString() : "awake");
+        });
+        settings.setSleepEnabled(true);
+    }
+};
+
+} // namespace
+
+TEST(SleepMonitor, TriggersInPriorityOrderAndOnlyFlipsAreReported) {
+    Sleep s;
+    s.settings.setSleepTriggerMicrophone(true);
+    s.settings.setSleepTriggerCamera(true);
+    s.devices.microphone = s.devices.camera = true;
+    s.monitor.start();
+    EXPECT_EQ(s.changes, std::vector<std::string>{"The microphone is live"});
+    s.devices.microphone = false; // the camera keeps it asleep: nothing to report
+    s.time.advance(2s);
+    EXPECT_EQ(s.changes.size(), 1u);
+    s.devices.camera = false;
+    s.time.advance(1999ms);
+    EXPECT_EQ(s.changes.size(), 1u); // not polled yet
+    s.time.advance(1ms);
+    EXPECT_EQ(s.changes, (std::vector<std::string>{"The microphone is live", "awake"}));
+}
+
+TEST(SleepMonitor, DisabledTriggersAndSwitchingOffWake) {
+    Sleep s;
+    s.devices.microphone = s.devices.camera = s.devices.bluetooth = s.devices.builtIn = true;
+    s.monitor.start();
+    s.time.advance(10s);
+    EXPECT_TRUE(s.changes.empty()); // every trigger off: never sleeps
+    EXPECT_EQ(s.devices.queries, 0);
+
+    s.settings.setSleepTriggerSpeakers(true);
+    s.time.advance(2s);
+    s.settings.setSleepTriggerHeadphones(true);
+    s.time.advance(2s); // a higher trigger now holds too, but it is already asleep
+    s.settings.setSleepEnabled(false);
+    s.time.advance(2s);
+    EXPECT_EQ(s.changes, (std::vector<std::string>{"Playing through built-in speakers", "awake"}));
+}
+
+TEST(SleepMonitor, NotificationsCarryTheExactTextsAndOneIdentifier) {
+    Sleep s;
+    s.settings.setNotificationsEnabled(true);
+    s.settings.setSleepTriggerHeadphones(true);
+    s.devices.bluetooth = true;
+    s.monitor.start();
+    s.devices.bluetooth = false;
+    s.time.advance(2s);
+    EXPECT_EQ(s.notifier.posted, (std::vector<std::string>{"tappix.sleep|Sleeping|Headphones are connected",
+                                                           "tappix.sleep|Clacking again|Keystroke sounds are back"}));
+    s.monitor.stop();
+    EXPECT_EQ(s.time.pending(), 0u); // no poll left behind
+}
+
+namespace {
+
+struct Typing {
+    test::FakeTime time;
+    test::TempPrefs file;
+    JsonFilePreferences prefs{file.path, time};
+    SettingsStore settings{prefs, time};
+    TypingMonitor monitor{settings, time, time};
+
+    Typing() { time.advance(100s); }
+    void type(KeyCode code, std::chrono::milliseconds after = 0ms) {
+        time.advance(after);
+        monitor.keyDown(code);
+    }
+};
+
+} // namespace
+
+TEST(TypingMonitor, SpeedsFromKeyTiming) {
+    Typing t;
+    t.type(0);
+    t.type(1, 1s);
+    EXPECT_EQ(t.monitor.liveWPM(), 0.0); // fewer than three in the window
+    EXPECT_DOUBLE_EQ(t.monitor.sessionWPM(), 24.0);
+    EXPECT_DOUBLE_EQ(t.settings.typingSeconds(), 1.0);
+
+    Typing fast;
+    fast.type(0);
+    fast.type(1, 50ms);
+    fast.type(2, 50ms);
+    EXPECT_DOUBLE_EQ(fast.monitor.liveWPM(), 72.0); // span clamped to 0.5 s
+}
+
+TEST(TypingMonitor, BurstsEndAfterFourQuietSecondsAndSetTheBest) {
+    for (int keys : {24, 25}) {
+        Typing t;
+        for (int i = 0; i < keys; ++i)
+            t.type(0, 100ms);
+        EXPECT_TRUE(t.monitor.isTyping());
+        t.time.advance(4600ms); // ticks end the burst
+        EXPECT_FALSE(t.monitor.isTyping());
+        EXPECT_EQ(t.monitor.liveWPM(), 0.0);
+        EXPECT_GT(t.monitor.lastWPM(), 0.0);
+        EXPECT_EQ(t.settings.bestWPM() > 0, keys == 25) << keys;
+        EXPECT_EQ(t.time.pending(), 1u); // the counter flush; no more ticks while idle
+    }
+}
+
+TEST(TypingMonitor, CorrectionsAndIgnoredKeys) {
+    Typing t;
+    t.type(51);
+    EXPECT_EQ(t.monitor.sessionAccuracy(), 0.0);
+    EXPECT_EQ(t.monitor.sessionWPM(), 0.0);
+    t.time.advance(5s);
+    EXPECT_EQ(t.monitor.lastKeystrokes(), 0); // a burst without speed leaves the last values alone
+
+    const double before = t.settings.typingSeconds();
+    for (KeyCode ignored : {123, 53, 96, 48, 56, 1000})
+        t.type(ignored, 1s);
+    EXPECT_FALSE(t.monitor.isTyping());
+    EXPECT_EQ(t.settings.typingSeconds(), before);
+
+    t.type(0, 1s);
+    t.type(1, 1s);
+    t.type(117, 1s);
+    EXPECT_DOUBLE_EQ(t.monitor.sessionAccuracy(), 2.0 / 3.0);
+    EXPECT_EQ(t.settings.corrections(), 2);
+    EXPECT_EQ(t.settings.productiveKeys(), 2);
+}
+
+TEST(TypingMonitor, StatisticsOffChangesNothing) {
+    Typing t;
+    t.settings.setStatsEnabled(false);
+    for (int i = 0; i < 5; ++i)
+        t.type(0, 100ms);
+    EXPECT_FALSE(t.monitor.isTyping());
+    EXPECT_EQ(t.monitor.sessionKeystrokes(), 0);
+    EXPECT_EQ(t.settings.productiveKeys(), 0);
+}
