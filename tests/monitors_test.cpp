@@ -90,8 +90,9 @@ TEST(SleepMonitor, NotificationsCarryTheExactTextsAndOneIdentifier) {
     s.monitor.start();
     s.devices.bluetooth = false;
     s.time.advance(2s);
-    EXPECT_EQ(s.notifier.posted, (std::vector<std::string>{"tappix.sleep|Sleeping|Headphones are connected",
-                                                           "tappix.sleep|Clacking again|Keystroke sounds are back"}));
+    EXPECT_EQ(s.notifier.posted,
+              (std::vector<std::string>{"tappix.sleep|Sleeping|Headphones are connected",
+                                        "tappix.sleep|Clacking again|Keystroke sounds are back"}));
     s.monitor.stop();
     EXPECT_EQ(s.time.pending(), 0u); // no poll left behind
 }

@@ -4,11 +4,13 @@
 
 namespace tappix {
 
-SleepMonitor::SleepMonitor(SettingsStore& settings, AudioDeviceManager& devices, UserNotifier& notifier,
-                           Scheduler& scheduler)
+SleepMonitor::SleepMonitor(SettingsStore& settings, AudioDeviceManager& devices,
+                           UserNotifier& notifier, Scheduler& scheduler)
     : settings_(settings), devices_(devices), notifier_(notifier), scheduler_(scheduler) {}
 
-SleepMonitor::~SleepMonitor() { stop(); }
+SleepMonitor::~SleepMonitor() {
+    stop();
+}
 
 void SleepMonitor::start() {
     stop();

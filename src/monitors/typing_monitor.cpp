@@ -6,8 +6,9 @@
 namespace tappix {
 namespace {
 
-constexpr std::array<KeyCode, 23> kNonText{53,  48,  71,  122, 120, 99,  118, 96,  97,  98,  100, 101,
-                                           109, 103, 111, 115, 116, 119, 121, 123, 124, 125, 126};
+constexpr std::array<KeyCode, 23> kNonText{53,  48,  71,  122, 120, 99,  118, 96,
+                                           97,  98,  100, 101, 109, 103, 111, 115,
+                                           116, 119, 121, 123, 124, 125, 126};
 
 } // namespace
 
@@ -22,7 +23,8 @@ TypingMonitor::KeyKind TypingMonitor::classify(KeyCode code) {
     return KeyKind::text;
 }
 
-TypingMonitor::TypingMonitor(SettingsStore& settings, const Clock& clock, Scheduler& scheduler, QObject* parent)
+TypingMonitor::TypingMonitor(SettingsStore& settings, const Clock& clock, Scheduler& scheduler,
+                             QObject* parent)
     : QObject(parent), settings_(settings), clock_(clock), scheduler_(scheduler) {}
 
 TypingMonitor::~TypingMonitor() {
@@ -78,12 +80,12 @@ void TypingMonitor::recompute(double t) {
         liveWPM_ = (static_cast<double>(window_.size()) / 5.0) / (span / 60.0);
     }
     sessionKeystrokes_ = sessionProductive_ + sessionCorrections_;
-    sessionWPM_ = sessionActiveSeconds_ > 0.5
-                      ? (static_cast<double>(sessionProductive_) / 5.0) / (sessionActiveSeconds_ / 60.0)
-                      : 0.0;
-    sessionAccuracy_ = sessionKeystrokes_ < 1
-                           ? 1.0
-                           : static_cast<double>(sessionProductive_) / static_cast<double>(sessionKeystrokes_);
+    sessionWPM_ = sessionActiveSeconds_ > 0.5 ? (static_cast<double>(sessionProductive_) / 5.0) /
+                                                    (sessionActiveSeconds_ / 60.0)
+                                              : 0.0;
+    sessionAccuracy_ = sessionKeystrokes_ < 1 ? 1.0
+                                              : static_cast<double>(sessionProductive_) /
+                                                    static_cast<double>(sessionKeystrokes_);
     isTyping_ = anyKey_ && t - lastKeyTime_ <= kBurstGapSeconds && sessionKeystrokes_ > 0;
     Q_EMIT changed();
 }

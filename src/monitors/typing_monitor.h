@@ -42,7 +42,8 @@ public:
     static KeyKind classify(KeyCode code);
 
     /// A monitor feeding `settings`, timed by `clock`, ticking on `scheduler`. Main thread.
-    TypingMonitor(SettingsStore& settings, const Clock& clock, Scheduler& scheduler, QObject* parent = nullptr);
+    TypingMonitor(SettingsStore& settings, const Clock& clock, Scheduler& scheduler,
+                  QObject* parent = nullptr);
     ~TypingMonitor() override;
 
     /// One accepted key-down. Main thread.

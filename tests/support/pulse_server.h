@@ -11,13 +11,15 @@
 #include <cmath>
 #include <csignal>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 namespace tappix::test {
 
 /// A private PulseAudio server for one test binary: two 48 kHz float null sinks
-/// ("tappix_a", the default, and "tappix_b") on its own socket, exported to this
-/// process as PULSE_SERVER. Nothing system-wide is touched.
+/// ("tappix_a", the default, and "tappix_b") and a null source as the default
+/// microphone ("tappix_mic") on its own socket, exported to this process as
+/// PULSE_SERVER. Nothing system-wide is touched.
 class PulseServer {
 public:
     PulseServer() {
@@ -45,13 +47,15 @@ public:
                       {"-n", "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
                        "--log-target=stderr", "-L",
                        "module-native-protocol-unix socket=" + socket_ + " auth-anonymous=1", "-L",
-                       sink.arg("tappix_a", "Speakers-A"), "-L",
-                       sink.arg("tappix_b", "Speakers-B")});
+                       sink.arg("tappix_a", "Speakers-A"), "-L", sink.arg("tappix_b", "Speakers-B"),
+                       "-L", "module-null-source source_name=tappix_mic"});
         QElapsedTimer timer;
         timer.start();
         while (timer.elapsed() < 5000) {
-            if (pactl({"info"}).contains("Server Name"))
+            if (pactl({"info"}).contains("Server Name")) {
+                pactl({"set-default-source", "tappix_mic"});
                 return true;
+            }
             QThread::msleep(50);
         }
         return false;
@@ -61,6 +65,19 @@ public:
     void kill() {
         server_.kill();
         server_.waitForFinished(3000);
+    }
+
+    /// Starts a recording client on a source (the default microphone when empty);
+    /// the caller stops it by destroying the process.
+    static std::unique_ptr<QProcess> startRecording(const QString& source = {}) {
+        auto parec = std::make_unique<QProcess>();
+        parec->setStandardOutputFile(QProcess::nullDevice());
+        QStringList args{"--latency-msec=20"};
+        if (!source.isEmpty())
+            args << "--device=" + source;
+        parec->start(QStringLiteral("parec"), args);
+        parec->waitForStarted(3000);
+        return parec;
     }
 
     /// Runs pactl against the server and returns its output.

@@ -12,7 +12,8 @@ namespace tappix {
 
 FreedesktopNotifier::FreedesktopNotifier(QObject* parent) : QObject(parent) {}
 
-void FreedesktopNotifier::post(const QString& identifier, const QString& title, const QString& body) {
+void FreedesktopNotifier::post(const QString& identifier, const QString& title,
+                               const QString& body) {
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) {
         if (!reportedFailure_)
@@ -21,24 +22,28 @@ void FreedesktopNotifier::post(const QString& identifier, const QString& title, 
         return;
     }
     QDBusMessage call = QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.Notifications"), QStringLiteral("/org/freedesktop/Notifications"),
+        QStringLiteral("org.freedesktop.Notifications"),
+        QStringLiteral("/org/freedesktop/Notifications"),
         QStringLiteral("org.freedesktop.Notifications"), QStringLiteral("Notify"));
-    call << QStringLiteral("Tappix") << shown_.value(identifier, 0u) << QStringLiteral("input-keyboard") << title
-         << body << QStringList() << QVariantMap{{QStringLiteral("desktop-entry"), QStringLiteral("app.morvane.tappix")}}
+    call << QStringLiteral("Tappix") << shown_.value(identifier, 0u)
+         << QStringLiteral("input-keyboard") << title << body << QStringList()
+         << QVariantMap{{QStringLiteral("desktop-entry"), QStringLiteral("app.morvane.tappix")}}
          << int(-1);
     auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(call, 2000), this);
-    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, identifier](QDBusPendingCallWatcher* w) {
-        QDBusPendingReply<uint> reply = *w;
-        if (reply.isError()) {
-            if (!reportedFailure_)
-                qCWarning(lcApp, "notifications are not shown: %s", qPrintable(reply.error().message()));
-            reportedFailure_ = true;
-        } else {
-            shown_.insert(identifier, reply.value());
-            reportedFailure_ = false;
-        }
-        w->deleteLater();
-    });
+    connect(watcher, &QDBusPendingCallWatcher::finished, this,
+            [this, identifier](QDBusPendingCallWatcher* w) {
+                QDBusPendingReply<uint> reply = *w;
+                if (reply.isError()) {
+                    if (!reportedFailure_)
+                        qCWarning(lcApp, "notifications are not shown: %s",
+                                  qPrintable(reply.error().message()));
+                    reportedFailure_ = true;
+                } else {
+                    shown_.insert(identifier, reply.value());
+                    reportedFailure_ = false;
+                }
+                w->deleteLater();
+            });
 }
 
 } // namespace tappix
