@@ -64,10 +64,14 @@ TEST_F(DeviceQueries, AMonitorNeverCountsAsAMicrophone) {
 TEST_F(DeviceQueries, BluetoothAndBuiltInOutputsFromTheSinkProperties) {
     EXPECT_FALSE(devices_.isDefaultOutputBluetooth());
     EXPECT_FALSE(devices_.isDefaultOutputBuiltIn());
-    const QString bt = PulseServer::pactl({"load-module", "module-null-sink", "sink_name=tappix_bt",
-                                           "sink_properties=\"device.description=Buds device.bus=bluetooth\""}).trimmed();
-    const QString jack = PulseServer::pactl({"load-module", "module-null-sink", "sink_name=tappix_jack",
-                                             "sink_properties=\"device.description=Jack device.bus=pci\""}).trimmed();
+    const QString bt =
+        PulseServer::pactl({"load-module", "module-null-sink", "sink_name=tappix_bt",
+                            "sink_properties=\"device.description=Buds device.bus=bluetooth\""})
+            .trimmed();
+    const QString jack =
+        PulseServer::pactl({"load-module", "module-null-sink", "sink_name=tappix_jack",
+                            "sink_properties=\"device.description=Jack device.bus=pci\""})
+            .trimmed();
     PulseServer::pactl({"set-default-sink", "tappix_bt"});
     EXPECT_TRUE(devices_.isDefaultOutputBluetooth());
     EXPECT_FALSE(devices_.isDefaultOutputBuiltIn());

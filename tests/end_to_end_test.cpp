@@ -47,13 +47,17 @@ protected:
         tappix_.start(QStringLiteral(TAPPIX_PATH), {});
         ASSERT_TRUE(tappix_.waitForStarted(5000));
         // Capture may need the 2 s retry when the display refuses a first connection.
-        QByteArray log;
-        while (!log.contains("global backend: X11 raw events") && tappix_.waitForReadyRead(10000))
-            log += tappix_.readAll();
-        ASSERT_TRUE(log.contains("global backend: X11 raw events")) << log.constData();
+        ASSERT_TRUE(waitForLog("global backend: X11 raw events")) << log_.constData();
         // Let the output settle on the (lazily waking) null sink.
         pulse_->record(
             "tappix_a", [] {}, 0);
+    }
+
+    /// Waits (up to 10 s) until tappix has logged `text`.
+    bool waitForLog(const QByteArray& text) {
+        while (!log_.contains(text) && tappix_.waitForReadyRead(10000))
+            log_ += tappix_.readAll();
+        return log_.contains(text);
     }
 
     void TearDown() override {
@@ -83,6 +87,7 @@ protected:
     static PulseServer* pulse_;
     QTemporaryDir home_;
     QProcess tappix_;
+    QByteArray log_;
 };
 
 XvfbServer* EndToEnd::x_ = nullptr;
@@ -138,4 +143,19 @@ TEST_F(EndToEnd, ReturnRingsTheBellWhenAsked) {
     // The bell (0.55 s) is still sounding after a key's own sound has died away.
     EXPECT_GT(test::energy(bell, 0, b + 350, b + 550),
               10 * test::energy(plain, 0, p + 350, p + 550) + 0.05);
+}
+
+TEST_F(EndToEnd, QuietWhileTheMicrophoneIsLive) {
+    QJsonObject prefs = kQuietExtras;
+    prefs["sleepEnabled"] = true;
+    prefs["sleepTriggerMicrophone"] = true;
+    prefs["sleepVolume"] = 0.0;
+    launch(prefs);
+    {
+        auto call = PulseServer::startRecording(); // someone starts a call
+        ASSERT_TRUE(waitForLog("sleeping: The microphone is live"));
+        EXPECT_TRUE(test::onsets(type({"a", "s"})).empty());
+    }
+    ASSERT_TRUE(waitForLog("awake"));
+    EXPECT_FALSE(test::onsets(type({"a"})).empty());
 }
