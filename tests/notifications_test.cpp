@@ -27,8 +27,8 @@ public:
     std::vector<Call> calls;
 
 public Q_SLOTS:
-    uint Notify(const QString& app, uint replaces, const QString&, const QString& title, const QString& body,
-                const QStringList&, const QVariantMap&, int) {
+    uint Notify(const QString& app, uint replaces, const QString&, const QString& title,
+                const QString& body, const QStringList&, const QVariantMap&, int) {
         calls.push_back({app, replaces, title, body});
         return replaces != 0 ? replaces : ++next_;
     }
@@ -60,9 +60,11 @@ TEST(Notifications, PostedToTheDesktopAndReplacedByTheNext) {
     while (settle.elapsed() < 300)
         QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
 
-    QDBusConnection serverBus = QDBusConnection::connectToBus(QDBusConnection::SessionBus, "desktop");
+    QDBusConnection serverBus =
+        QDBusConnection::connectToBus(QDBusConnection::SessionBus, "desktop");
     NotificationServer server;
-    ASSERT_TRUE(serverBus.registerObject("/org/freedesktop/Notifications", &server, QDBusConnection::ExportAllSlots));
+    ASSERT_TRUE(serverBus.registerObject("/org/freedesktop/Notifications", &server,
+                                         QDBusConnection::ExportAllSlots));
     ASSERT_TRUE(serverBus.registerService("org.freedesktop.Notifications"));
 
     notifier.post("tappix.sleep", "Sleeping", "The microphone is live");

@@ -4,6 +4,10 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <dirent.h>
+#include <map>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #ifdef TAPPIX_WITH_EVDEV
 #include "platform/evdev/evdev_capture.h"
@@ -38,12 +42,33 @@ CaptureBackends makeCaptureBackends() {
 namespace {
 
 #ifdef TAPPIX_WITH_EVDEV
+/// Whether some input device is a keyboard we may read. Polled every 2 s, so what a
+/// readable node reports is remembered by its inode: a poll costs a stat and an
+/// access check per node, and only new nodes are opened and asked.
 bool readableKeyboard() {
-    for (const auto& device : evdev::scanDevices()) {
-        if (device.error == 0 && device.keyboard)
-            return true;
+    static std::map<std::string, std::pair<ino_t, bool>> known;
+    std::map<std::string, std::pair<ino_t, bool>> seen;
+    bool found = false;
+    if (DIR* dir = ::opendir("/dev/input")) {
+        while (const dirent* entry = ::readdir(dir)) {
+            if (std::strncmp(entry->d_name, "event", 5) != 0)
+                continue;
+            const std::string path = std::string("/dev/input/") + entry->d_name;
+            struct stat info {};
+            if (::stat(path.c_str(), &info) != 0 || ::access(path.c_str(), R_OK) != 0)
+                continue;
+            bool keyboard = false;
+            if (auto it = known.find(path); it != known.end() && it->second.first == info.st_ino)
+                keyboard = it->second.second;
+            else
+                keyboard = evdev::probeDevice(path).keyboard;
+            seen[path] = {info.st_ino, keyboard};
+            found |= keyboard;
+        }
+        ::closedir(dir);
     }
-    return false;
+    known = std::move(seen);
+    return found;
 }
 #endif
 

@@ -81,20 +81,23 @@ std::vector<std::string> eventNodes(const std::string& directory) {
 
 } // namespace
 
+DeviceReport probeDevice(const std::string& path) {
+    DeviceReport report;
+    report.path = path;
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        report.error = errno;
+    } else {
+        describe(fd, report);
+        ::close(fd);
+    }
+    return report;
+}
+
 std::vector<DeviceReport> scanDevices(const std::string& directory) {
     std::vector<DeviceReport> reports;
-    for (const std::string& path : eventNodes(directory)) {
-        DeviceReport report;
-        report.path = path;
-        const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-        if (fd < 0) {
-            report.error = errno;
-        } else {
-            describe(fd, report);
-            ::close(fd);
-        }
-        reports.push_back(std::move(report));
-    }
+    for (const std::string& path : eventNodes(directory))
+        reports.push_back(probeDevice(path));
     return reports;
 }
 

@@ -23,6 +23,9 @@ struct DeviceReport {
     bool keyboard = false, media = false, pointer = false;
 };
 
+/// Opens one device node read-only just long enough to ask what it reports.
+DeviceReport probeDevice(const std::string& path);
+
 /// Lists every event device in `directory`, opening each read-only just long enough
 /// to ask what it reports. Any thread.
 std::vector<DeviceReport> scanDevices(const std::string& directory = "/dev/input");

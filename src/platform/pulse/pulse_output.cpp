@@ -191,7 +191,11 @@ void PulseOutput::onWrite(pa_stream* stream, std::size_t bytes, void* self) {
     auto* output = static_cast<PulseOutput*>(self);
 
     void* data = nullptr;
-    std::size_t size = bytes;
+    // Never queue more than the current target, whatever was requested under an
+    // earlier (idle) buffer size: what is queued is what a new key waits behind.
+    const std::size_t target =
+        (output->idle_.load() ? idleBufferAttributes() : bufferAttributes()).tlength;
+    std::size_t size = std::min(bytes, target);
     if (pa_stream_begin_write(stream, &data, &size) < 0 || !data)
         return;
     const std::size_t frames = size / kFrameBytes;
@@ -211,6 +215,8 @@ void PulseOutput::setIdle(pa_stream* stream, bool idle) {
         pa_operation_unref(op);
     idle_ = idle;
     quietFrames_ = 0;
+    if (!idle)
+        scheduleMeter();
     qCDebug(lcAudio, "output %s", idle ? "idle: large buffer" : "awake: small buffer");
 }
 
@@ -269,7 +275,9 @@ void PulseOutput::onMeter(pa_mainloop_api* api, pa_time_event* event, const time
     const float peak = output->mixer_->takePeak();
     if (peak > 0.01f)
         qCDebug(lcAudio, "output peak %f", static_cast<double>(peak));
-    output->scheduleMeter();
+    // Nothing to meter while idle; waking starts the meter again.
+    if (!output->idle_.load())
+        output->scheduleMeter();
 }
 
 } // namespace tappix

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <poll.h>
 #include <pthread.h>
+#include <string>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -47,12 +48,19 @@ void onConnectionLost(Display*, void* flag) {
 bool rawEventsAvailable() {
     if (isWaylandSession())
         return false;
+    // A display that had XInput2 keeps it: answer polls without reconnecting.
+    static std::string lastGood;
+    const char* name = std::getenv("DISPLAY");
+    if (name && *name && lastGood == name)
+        return true;
     Display* display = XOpenDisplay(nullptr);
     if (!display)
         return false;
     int opcode = 0;
     const bool ok = hasXInput2(display, &opcode);
     XCloseDisplay(display);
+    if (ok && name)
+        lastGood = name;
     return ok;
 }
 
