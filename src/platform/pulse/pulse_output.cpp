@@ -68,10 +68,10 @@ void PulseOutput::setDevice(const std::optional<std::string>& deviceName) {
 void PulseOutput::createStream(pa_context* context) {
     if (!mixer_ || stream_)
         return;
-    const pa_sample_spec spec{PA_SAMPLE_FLOAT32NE, Mixer::kSampleRate, 2};
+    const pa_sample_spec format{PA_SAMPLE_FLOAT32NE, Mixer::kSampleRate, 2};
     pa_proplist* props = pa_proplist_new();
     pa_proplist_sets(props, PA_PROP_MEDIA_ROLE, "event");
-    stream_ = pa_stream_new_with_proplist(context, "Keyboard sounds", &spec, nullptr, props);
+    stream_ = pa_stream_new_with_proplist(context, "Keyboard sounds", &format, nullptr, props);
     pa_proplist_free(props);
     if (!stream_) {
         qCWarning(lcAudio, "audio engine failed to start: %s",
@@ -94,11 +94,11 @@ void PulseOutput::createStream(pa_context* context) {
 }
 
 pa_buffer_attr PulseOutput::bufferAttributes() {
-    const pa_sample_spec spec{PA_SAMPLE_FLOAT32NE, Mixer::kSampleRate, 2};
+    const pa_sample_spec format{PA_SAMPLE_FLOAT32NE, Mixer::kSampleRate, 2};
     pa_buffer_attr attr{};
     attr.maxlength = static_cast<std::uint32_t>(-1);
     attr.tlength =
-        static_cast<std::uint32_t>(pa_usec_to_bytes(kTargetLatencyMs * PA_USEC_PER_MSEC, &spec));
+        static_cast<std::uint32_t>(pa_usec_to_bytes(kTargetLatencyMs * PA_USEC_PER_MSEC, &format));
     // No prebuffering: playback starts at once and an underrun never pauses the stream.
     attr.prebuf = 0;
     // Refill in halves: half as many wake-ups as the server's default, same latency.
@@ -108,10 +108,10 @@ pa_buffer_attr PulseOutput::bufferAttributes() {
 }
 
 pa_buffer_attr PulseOutput::idleBufferAttributes() {
-    const pa_sample_spec spec{PA_SAMPLE_FLOAT32NE, Mixer::kSampleRate, 2};
+    const pa_sample_spec format{PA_SAMPLE_FLOAT32NE, Mixer::kSampleRate, 2};
     pa_buffer_attr attr = bufferAttributes();
     attr.tlength =
-        static_cast<std::uint32_t>(pa_usec_to_bytes(kIdleBufferMs * PA_USEC_PER_MSEC, &spec));
+        static_cast<std::uint32_t>(pa_usec_to_bytes(kIdleBufferMs * PA_USEC_PER_MSEC, &format));
     attr.minreq = attr.tlength / 2;
     return attr;
 }
@@ -156,11 +156,11 @@ void PulseOutput::onStreamState(pa_stream* stream, void* self) {
         output->quietFrames_ = 0;
         output->streamFailureLogged_ = false;
         const pa_buffer_attr* attr = pa_stream_get_buffer_attr(stream);
-        const pa_sample_spec* spec = pa_stream_get_sample_spec(stream);
+        const pa_sample_spec* format = pa_stream_get_sample_spec(stream);
         pa_usec_t sinkLatency = 0;
         if (const pa_timing_info* timing = pa_stream_get_timing_info(stream))
             sinkLatency = timing->configured_sink_usec;
-        const double buffer = attr && spec ? pa_bytes_to_usec(attr->tlength, spec) / 1e6 : 0.0;
+        const double buffer = attr && format ? pa_bytes_to_usec(attr->tlength, format) / 1e6 : 0.0;
         output->latency_ = buffer + static_cast<double>(sinkLatency) / 1e6;
         qCInfo(lcAudio, "playing on %s (buffer %.1f ms)", pa_stream_get_device_name(stream),
                buffer * 1000);
