@@ -47,16 +47,9 @@ pa_context* PulseConnection::readyContext() const {
     return context_ && pa_context_get_state(context_) == PA_CONTEXT_READY ? context_ : nullptr;
 }
 
-pa_context* PulseConnection::waitReady(int timeoutMs) {
-    auto connecting = [this] {
-        if (!context_)
-            return false;
-        const pa_context_state_t state = pa_context_get_state(context_);
-        return state == PA_CONTEXT_UNCONNECTED || state == PA_CONTEXT_CONNECTING ||
-               state == PA_CONTEXT_AUTHORIZING || state == PA_CONTEXT_SETTING_NAME;
-    };
-    if (!connecting() || inLoopThread())
-        return readyContext();
+bool PulseConnection::waitFor(const std::function<bool()>& done, int timeoutMs) {
+    if (done() || timeoutMs <= 0 || inLoopThread())
+        return done();
     struct Timeout {
         PulseConnection* connection;
         bool expired = false;
@@ -72,10 +65,23 @@ pa_context* PulseConnection::waitReady(int timeoutMs) {
             t->connection->signal();
         },
         &timeout);
-    while (connecting() && !timeout.expired)
+    while (!done() && !timeout.expired)
         wait();
     if (!timeout.expired)
         api()->time_free(timer);
+    return done();
+}
+
+pa_context* PulseConnection::waitReady(int timeoutMs) {
+    waitFor(
+        [this] {
+            if (!context_)
+                return true;
+            const pa_context_state_t state = pa_context_get_state(context_);
+            return state != PA_CONTEXT_UNCONNECTED && state != PA_CONTEXT_CONNECTING &&
+                   state != PA_CONTEXT_AUTHORIZING && state != PA_CONTEXT_SETTING_NAME;
+        },
+        timeoutMs);
     return readyContext();
 }
 

@@ -51,6 +51,10 @@ public:
     /// Like `readyContext`, but while a connection is still being made waits for it
     /// up to `timeoutMs` (under the lock; never on the loop thread).
     pa_context* waitReady(int timeoutMs);
+
+    /// Waits until `done()` holds or `timeoutMs` pass, woken by `signal`; returns
+    /// `done()`. Under the lock; never on the loop thread.
+    bool waitFor(const std::function<bool()>& done, int timeoutMs);
     /// The loop's API, for timers (under the lock or on the loop thread).
     pa_mainloop_api* api() const { return pa_threaded_mainloop_get_api(mainloop_); }
     /// Whether the loop thread is the caller.

@@ -57,26 +57,9 @@ bool PulseDeviceManager::await(pa_operation* operation, const bool& done) {
         pa_operation_unref(operation);
         return false;
     }
-    bool timedOut = false;
-    struct Timeout {
-        PulseConnection* connection;
-        bool* flag;
-    } timeout{&connection_, &timedOut};
-    timeval when{};
-    pa_timeval_add(pa_gettimeofday(&when), deadline_ - now);
-    pa_time_event* timer = connection_.api()->time_new(
-        connection_.api(), &when,
-        [](pa_mainloop_api* api, pa_time_event* event, const timeval*, void* data) {
-            auto* t = static_cast<Timeout*>(data);
-            *t->flag = true;
-            api->time_free(event);
-            t->connection->signal();
-        },
-        &timeout);
-    while (!done && !timedOut && pa_operation_get_state(operation) == PA_OPERATION_RUNNING)
-        connection_.wait();
-    if (!timedOut)
-        connection_.api()->time_free(timer);
+    connection_.waitFor(
+        [&] { return done || pa_operation_get_state(operation) != PA_OPERATION_RUNNING; },
+        static_cast<int>((deadline_ - now + PA_USEC_PER_MSEC - 1) / PA_USEC_PER_MSEC));
     if (pa_operation_get_state(operation) == PA_OPERATION_RUNNING)
         pa_operation_cancel(operation);
     pa_operation_unref(operation);

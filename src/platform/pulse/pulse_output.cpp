@@ -3,8 +3,6 @@
 #include "audio/mixer.h"
 #include "core/log.h"
 
-#include <chrono>
-
 namespace tappix {
 namespace {
 constexpr std::size_t kFrameBytes = 2 * sizeof(float);
@@ -27,21 +25,8 @@ bool PulseOutput::start(Mixer& mixer) {
         return false;
     // Give the first connection a moment so sound is ready when start returns; the
     // loop keeps trying in the background either way.
-    const auto deadline =
-        std::chrono::steady_clock::now() + std::chrono::milliseconds(kStartWaitMs);
     connection_.lock();
-    while (!playing_ && std::chrono::steady_clock::now() < deadline) {
-        timeval when{};
-        pa_timeval_add(pa_gettimeofday(&when), 20 * PA_USEC_PER_MSEC);
-        connection_.api()->time_new(
-            connection_.api(), &when,
-            [](pa_mainloop_api* api, pa_time_event* event, const timeval*, void* self) {
-                api->time_free(event);
-                static_cast<PulseConnection*>(self)->signal();
-            },
-            &connection_);
-        connection_.wait();
-    }
+    connection_.waitFor([this] { return playing_.load(); }, kStartWaitMs);
     const bool ready = stream_ && pa_stream_get_state(stream_) == PA_STREAM_READY;
     connection_.unlock();
     return ready;
