@@ -218,6 +218,6 @@ TEST_F(PulsePlayer, TheFirstSoundAfterASilenceIsAsQuickAsAnyOther) {
     ASSERT_GE(second, 0);
     // Awake again: a small buffer, and both sounds as far apart as they were played.
     EXPECT_GE(bufferMs, 0);
-    EXPECT_LT(bufferMs, 30.0);
-    EXPECT_NEAR(second - first, static_cast<double>(gapMs), 15.0);
+    EXPECT_LT(bufferMs, 40.0);
+    EXPECT_NEAR(second - first, static_cast<double>(gapMs), 30.0);
 }
