@@ -11,7 +11,7 @@ packages=(
     libevdev-dev libx11-dev libxi-dev libxtst-dev
     # tests and benchmarks
     libgtest-dev libgmock-dev libbenchmark-dev
-    xvfb xauth xdotool pulseaudio pulseaudio-utils sox dbus
+    xvfb xauth xdotool pulseaudio pulseaudio-utils sox dbus bc
     # recordings the bundled buckling-spring kit is built from
     bucklespring-data
 )

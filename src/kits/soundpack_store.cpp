@@ -21,8 +21,7 @@ QString SoundpackStore::defaultBundleDirectory() {
             : QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath().section('/', 0, -2);
     // Installed: <prefix>/bin/tappix → <prefix>/share/…; build tree: build/tappix → build/share/….
     for (const QString& candidate : {exeDir + QStringLiteral("/../share/tappix/Soundpacks"),
-                                     exeDir + QStringLiteral("/share/tappix/Soundpacks"),
-                                     exeDir + QStringLiteral("/../../share/tappix/Soundpacks")}) {
+                                     exeDir + QStringLiteral("/share/tappix/Soundpacks")}) {
         if (QFileInfo(candidate).isDir())
             return QDir(candidate).canonicalPath();
     }
