@@ -42,20 +42,20 @@ void describeAudio() {
 }
 
 void describeKits() {
-    tappix::SoundpackStore store(tappix::SoundpackStore::defaultBundleDirectory(),
-                                 tappix::SoundpackStore::defaultUserDirectory());
-    for (const auto& [label, directory, user] :
-         {std::tuple{"bundled kits", store.bundleDirectory(), false},
-          {"your kits", store.userDirectory(), true}}) {
+    const QString bundle = tappix::SoundpackStore::defaultBundleDirectory();
+    const QString user = tappix::SoundpackStore::defaultUserDirectory();
+    for (const auto& [label, directory, isUser] :
+         {std::tuple{"bundled kits", bundle, false}, {"your kits", user, true}}) {
         if (directory.isEmpty()) {
             std::printf("kits: %s: no directory found\n", label);
             continue;
         }
-        tappix::SoundpackStore one(user ? QString() : directory, user ? directory : QString());
-        one.reload();
-        std::printf("kits: %s: %s: %zu kit%s\n", label, qPrintable(directory), one.packs().size(),
-                    one.packs().size() == 1 ? "" : "s");
-        for (const auto& pack : one.packs())
+        tappix::SoundpackStore store(isUser ? QString() : directory,
+                                     isUser ? directory : QString());
+        store.reload();
+        std::printf("kits: %s: %s: %zu kit%s\n", label, qPrintable(directory), store.packs().size(),
+                    store.packs().size() == 1 ? "" : "s");
+        for (const auto& pack : store.packs())
             std::printf("kits:   %s — %s\n", pack.config.id.c_str(),
                         pack.config.metadata.name.c_str());
     }

@@ -4,7 +4,6 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <future>
 #include <set>
 
 namespace tappix {
@@ -40,12 +39,8 @@ AudioPlayer::~AudioPlayer() {
 }
 
 void AudioPlayer::runSync(std::function<void()> task) {
-    std::promise<void> done;
-    queue_.post([&] {
-        task();
-        done.set_value();
-    });
-    done.get_future().wait();
+    queue_.post(std::move(task));
+    queue_.drain();
 }
 
 AudioPlayer::SampleMap AudioPlayer::decodeAll(const QString& directory,

@@ -32,6 +32,7 @@ void SoundEngine::loadPack(const Soundpack* pack) {
         currentPack_ = *pack;
     else
         currentPack_.reset();
+    mainConfig_ = pack ? std::make_shared<const SoundpackConfig>(pack->config) : nullptr;
     qCInfo(lcEngine, "main kit: %s", pack ? pack->config.id.c_str() : "(none)");
     rebuild();
     reloadSamples();
@@ -45,20 +46,22 @@ void SoundEngine::mixChanged() {
 void SoundEngine::rebuild() {
     auto next = std::make_shared<State>();
     next->settings = settings_;
-    std::shared_ptr<const SoundpackConfig> main;
-    if (currentPack_)
-        main = std::make_shared<const SoundpackConfig>(currentPack_->config);
+    // Manifests are shared between regions and snapshots, never copied per change.
+    std::map<std::string, std::shared_ptr<const SoundpackConfig>, std::less<>> assignedConfigs;
     for (KeyGroup::Value group : KeyGroup::allCases) {
         const auto& voice = settings_.voices[group];
         std::optional<Region> region;
         // A voice whose kit is not installed plays from the main kit.
         const Soundpack* assigned =
             voice && voice->packId ? store_.find(voice->packId->toStdString()) : nullptr;
-        if (assigned)
-            region = Region{
-                assigned->config.id, std::make_shared<const SoundpackConfig>(assigned->config), {}};
-        else if (main)
-            region = Region{main->id, main, {}};
+        if (assigned) {
+            auto& config = assignedConfigs[assigned->config.id];
+            if (!config)
+                config = std::make_shared<const SoundpackConfig>(assigned->config);
+            region = Region{assigned->config.id, config, {}};
+        } else if (mainConfig_) {
+            region = Region{mainConfig_->id, mainConfig_, {}};
+        }
         if (region && voice && voice->sound)
             region->sound = voice->sound->toStdString();
         next->regions[group] = std::move(region);

@@ -135,6 +135,7 @@ private:
 
     // Main thread.
     std::optional<Soundpack> currentPack_;
+    std::shared_ptr<const SoundpackConfig> mainConfig_;
     Settings settings_;
     std::optional<std::string> loadedMouseKitID_;
     std::shared_ptr<const SoundpackConfig> mouseKitConfig_;

@@ -102,6 +102,12 @@ QString slugFor(const QString& name) {
     return slug.isEmpty() ? QStringLiteral("mix") : slug;
 }
 
+/// The key a region's voice is stored under in a mix.
+QString assignmentKey(KeyGroup group) {
+    const std::string_view raw = group.rawValue();
+    return QString::fromLatin1(raw.data(), static_cast<qsizetype>(raw.size()));
+}
+
 /// Trims spaces and tabs (not line breaks) from both ends.
 QString trimSpacesAndTabs(const QString& text) {
     qsizetype begin = 0;
@@ -303,8 +309,7 @@ std::optional<SoundMix> SettingsStore::activeMix() const {
 std::optional<MixVoice> SettingsStore::voice(KeyGroup group) const {
     if (!activeMixId_)
         return std::nullopt;
-    const QString key = QString::fromLatin1(group.rawValue().data(),
-                                            static_cast<qsizetype>(group.rawValue().size()));
+    const QString key = assignmentKey(group);
     for (const SoundMix& mix : mixes_) {
         if (mix.id != *activeMixId_)
             continue;
@@ -350,8 +355,7 @@ void SettingsStore::setVoice(const std::optional<MixVoice>& voice, KeyGroup grou
                            [&](const SoundMix& m) { return m.id == mixId; });
     if (it == mixes_.end())
         return;
-    const QString key = QString::fromLatin1(group.rawValue().data(),
-                                            static_cast<qsizetype>(group.rawValue().size()));
+    const QString key = assignmentKey(group);
     if (voice && !voice->isEmpty())
         it->assignments[key] = *voice;
     else

@@ -10,7 +10,8 @@ constexpr int kMeterIntervalMs = 500;
 } // namespace
 
 PulseOutput::PulseOutput(int idleAfterMs)
-    : idleAfterFrames_(static_cast<std::size_t>(idleAfterMs) * Mixer::kSampleRate / 1000),
+    : awakeTarget_(bufferAttributes().tlength), idleTarget_(idleBufferAttributes().tlength),
+      idleAfterFrames_(static_cast<std::size_t>(idleAfterMs) * Mixer::kSampleRate / 1000),
       connection_(
           "Tappix", "tappix-pulse",
           {[this](pa_context* context) { createStream(context); }, [this] { dropStream(); }}) {}
@@ -178,8 +179,7 @@ void PulseOutput::onWrite(pa_stream* stream, std::size_t bytes, void* self) {
     void* data = nullptr;
     // Never queue more than the current target, whatever was requested under an
     // earlier (idle) buffer size: what is queued is what a new key waits behind.
-    const std::size_t target =
-        (output->idle_.load() ? idleBufferAttributes() : bufferAttributes()).tlength;
+    const std::size_t target = output->idle_.load() ? output->idleTarget_ : output->awakeTarget_;
     std::size_t size = std::min(bytes, target);
     if (pa_stream_begin_write(stream, &data, &size) < 0 || !data)
         return;
@@ -216,7 +216,7 @@ void PulseOutput::wake() {
         if (pa_operation* op = pa_stream_flush(stream_, nullptr, nullptr))
             pa_operation_unref(op);
         void* data = nullptr;
-        std::size_t size = bufferAttributes().tlength;
+        std::size_t size = awakeTarget_;
         if (pa_stream_begin_write(stream_, &data, &size) >= 0 && data) {
             const std::size_t frames = size / kFrameBytes;
             mixer_->render(static_cast<float*>(data), frames);

@@ -55,6 +55,9 @@ private:
     void scheduleMeter();
     void scheduleStreamRetry();
 
+    // Buffer sizes in bytes, worked out once rather than in every render callback.
+    const std::size_t awakeTarget_;
+    const std::size_t idleTarget_;
     std::size_t idleAfterFrames_;
     PulseConnection connection_;
     Mixer* mixer_ = nullptr;
