@@ -5,13 +5,20 @@ set -euo pipefail
 
 packages=(
     # toolchain and build
-    g++ cmake ninja-build pkg-config clang-format
+    g++ cmake ninja-build pkg-config clang-format ccache
     # libraries
     qt6-base-dev qt6-base-dev-tools libsndfile1-dev libsoxr-dev libpulse-dev
     libevdev-dev libx11-dev libxi-dev libxtst-dev
+    # the desktop application: Qt Quick, its QML modules, SVG icons
+    qt6-declarative-dev qt6-declarative-dev-tools qt6-svg-dev qt6-qpa-plugins
+    qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-templates
+    qml6-module-qtquick-layouts qml6-module-qtquick-window qml6-module-qtqml-workerscript
+    qml6-module-qtquick-dialogs qml6-module-qttest
     # tests and benchmarks
     libgtest-dev libgmock-dev libbenchmark-dev
     xvfb xauth xdotool pulseaudio pulseaudio-utils sox dbus bc
+    # windows driven through the accessibility tree, screenshots
+    at-spi2-core python3-pyatspi python3-gi gir1.2-atspi-2.0 python3-xlib imagemagick
     # recordings the bundled buckling-spring kit is built from
     bucklespring-data
 )
