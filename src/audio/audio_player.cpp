@@ -1,27 +1,11 @@
 #include "audio/audio_player.h"
 
 #include "core/log.h"
+#include "core/sample_files.h"
 
-#include <QDir>
-#include <QFileInfo>
 #include <set>
 
 namespace tappix {
-std::string AudioPlayer::fileProblem(const QString& directory, const std::string& name) {
-    const QString relative = QString::fromStdString(name);
-    if (relative.isEmpty() || QDir::isAbsolutePath(relative))
-        return "the name must be relative to the kit's sounds directory";
-    for (const QString& part : relative.split(QLatin1Char('/'))) {
-        if (part == QLatin1String(".."))
-            return "the name leaves the kit's sounds directory";
-    }
-    const QFileInfo info(directory + QLatin1Char('/') + relative);
-    if (!info.exists())
-        return "no such file";
-    if (!info.isFile())
-        return "not a regular file";
-    return {};
-}
 
 AudioPlayer::AudioPlayer(std::unique_ptr<AudioOutput> output,
                          std::unique_ptr<SampleDecoder> decoder, AudioDeviceManager& devices,
@@ -47,7 +31,7 @@ AudioPlayer::SampleMap AudioPlayer::decodeAll(const QString& directory,
                                               const std::vector<std::string>& files) {
     SampleMap map;
     for (const std::string& name : std::set<std::string>(files.begin(), files.end())) {
-        std::string error = fileProblem(directory, name);
+        std::string error = sampleFileProblem(directory, name);
         std::optional<SampleBuffer> buffer;
         if (error.empty())
             buffer = decoder_->decode(directory + QLatin1Char('/') + QString::fromStdString(name),

@@ -3,8 +3,8 @@
 #include "audio/audio_device_manager.h"
 #include "audio/audio_output.h"
 #include "audio/mixer.h"
-#include "audio/sample_buffer.h"
-#include "audio/sample_decoder.h"
+#include "core/sample_buffer.h"
+#include "core/sample_decoder.h"
 #include "audio/sample_player.h"
 #include "core/serial_queue.h"
 
@@ -78,11 +78,6 @@ public:
 
     /// Whether a kit has a decoded sample of that name (tests, diagnostics). Not from the queue.
     bool hasSample(std::string_view packId, std::string_view name);
-
-    /// Why a kit's sample name may not be opened, or empty when it may: names must stay
-    /// inside the kit's sounds directory and name a regular file, so no kit can read
-    /// elsewhere or hang the loader on a FIFO or a device. Any thread.
-    static std::string fileProblem(const QString& directory, const std::string& name);
 
     /// The output (for diagnostics: latency, state). Any thread.
     const AudioOutput& output() const { return *output_; }

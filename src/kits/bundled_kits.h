@@ -1,6 +1,6 @@
 #pragma once
 
-#include "audio/sample_decoder.h"
+#include "core/sample_decoder.h"
 #include "input/key_group.h"
 #include "kits/soundpack_config.h"
 

@@ -1,6 +1,6 @@
 #include "kits/kit_checker.h"
 
-#include "audio/audio_player.h"
+#include "core/sample_files.h"
 
 #include <QDir>
 #include <QFile>
@@ -27,7 +27,7 @@ KitReport checkKit(const QString& directory, SampleDecoder& decoder) {
     const QString sounds = directory + QStringLiteral("/sounds");
 
     for (const std::string& name : config.allFiles()) {
-        std::string problem = AudioPlayer::fileProblem(sounds, name);
+        std::string problem = sampleFileProblem(sounds, name);
         std::optional<SampleBuffer> buffer;
         if (problem.empty())
             buffer =

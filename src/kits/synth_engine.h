@@ -1,6 +1,6 @@
 #pragma once
 
-#include "audio/sample_buffer.h"
+#include "core/sample_buffer.h"
 
 #include <array>
 #include <cstdint>

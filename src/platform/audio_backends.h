@@ -2,7 +2,7 @@
 
 #include "audio/audio_device_manager.h"
 #include "audio/audio_output.h"
-#include "audio/sample_decoder.h"
+#include "core/sample_decoder.h"
 
 #include <memory>
 

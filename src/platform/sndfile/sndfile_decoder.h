@@ -1,6 +1,6 @@
 #pragma once
 
-#include "audio/sample_decoder.h"
+#include "core/sample_decoder.h"
 
 #include <string>
 #include <vector>
