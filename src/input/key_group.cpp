@@ -1,21 +1,26 @@
 #include "input/key_group.h"
 
+#include "input/key_codes.h"
+
 #include <algorithm>
 #include <cstdint>
 
 namespace tappix {
 namespace {
 
-constexpr KeyCode kFirstMediaCode = 1000;
-constexpr KeyCode kLastMediaCode = 1022;
+using namespace keys;
+
+constexpr KeyCode kFirstMediaCode = keys::mediaBase;
+constexpr KeyCode kLastMediaCode = keys::mediaLast;
 constexpr std::size_t kMediaCount = kLastMediaCode - kFirstMediaCode + 1;
 
-constexpr std::array<KeyCode, 12> kFunctionRow{122, 120, 99,  118, 96,  97,
-                                               98,  100, 101, 109, 103, 111};
-constexpr std::array<KeyCode, 13> kNumberRow{50, 18, 19, 20, 21, 23, 22, 26, 28, 25, 29, 27, 24};
-constexpr std::array<KeyCode, 23> kNonTyping{53,  48,  71,  96,  97,  98,  99,  100,
-                                             101, 103, 109, 111, 118, 120, 122, 115,
-                                             116, 119, 121, 123, 124, 125, 126};
+constexpr std::array<KeyCode, 12> kFunctionRow{f1, f2, f3, f4, f5, f6, f7, f8, f9, f10, f11, f12};
+constexpr std::array<KeyCode, 13> kNumberRow{grave,  digit1, digit2, digit3, digit4, digit5, digit6,
+                                             digit7, digit8, digit9, digit0, minus,  equal};
+constexpr std::array<KeyCode, 23> kNonTyping{
+    escape, tab, keypadClear, f5,        f6,         f7,        f3,     f8,
+    f9,     f11, f10,         f12,       f4,         f2,        f1,     home,
+    pageUp, end, pageDown,    leftArrow, rightArrow, downArrow, upArrow};
 
 struct NamedKey {
     KeyCode code;
@@ -24,51 +29,53 @@ struct NamedKey {
 
 // Both Command keys are "command" and both Return keys "enter"; right Control (62)
 // is "ctrlLeft" like left Control, and two pairs of media keys share "f7" and "f9".
+// clang-format off
 constexpr NamedKey kNames[] = {
-    {0, "a"},           {1, "s"},         {2, "d"},           {3, "f"},
-    {4, "h"},           {5, "g"},         {6, "z"},           {7, "x"},
-    {8, "c"},           {9, "v"},         {11, "b"},          {12, "q"},
-    {13, "w"},          {14, "e"},        {15, "r"},          {16, "y"},
-    {17, "t"},          {18, "1"},        {19, "2"},          {20, "3"},
-    {21, "4"},          {22, "6"},        {23, "5"},          {24, "="},
-    {25, "9"},          {26, "7"},        {27, "-"},          {28, "8"},
-    {29, "0"},          {30, "]"},        {31, "o"},          {32, "u"},
-    {33, "["},          {34, "i"},        {35, "p"},          {36, "enter"},
-    {37, "l"},          {38, "j"},        {39, "'"},          {40, "k"},
-    {41, ";"},          {42, "\\"},       {43, ","},          {44, "/"},
-    {45, "n"},          {46, "m"},        {47, "."},          {48, "tab"},
-    {49, "space"},      {50, "`"},        {51, "backspace"},  {53, "esc"},
-    {54, "command"},    {55, "command"},  {56, "shiftLeft"},  {57, "capsLock"},
-    {58, "optionLeft"}, {59, "ctrlLeft"}, {60, "shiftRight"}, {61, "optionRight"},
-    {62, "ctrlLeft"},   {63, "fn"},       {71, "clear"},      {76, "enter"},
-    {122, "f1"},        {120, "f2"},      {99, "f3"},         {118, "f4"},
-    {96, "f5"},         {97, "f6"},       {98, "f7"},         {100, "f8"},
-    {101, "f9"},        {109, "f10"},     {103, "f11"},       {111, "f12"},
-    {115, "home"},      {116, "pgUp"},    {117, "del"},       {119, "end"},
-    {121, "pgDn"},      {123, "arrLeft"}, {124, "arrRight"},  {125, "arrDown"},
-    {126, "arrUp"},     {1003, "f1"},     {1002, "f2"},       {1021, "f5"},
-    {1022, "f6"},       {1018, "f7"},     {1020, "f7"},       {1016, "f8"},
-    {1017, "f9"},       {1019, "f9"},     {1007, "f10"},      {1001, "f11"},
-    {1000, "f12"},
+    {a, "a"}, {s, "s"}, {d, "d"}, {f, "f"},
+    {h, "h"}, {g, "g"}, {z, "z"}, {x, "x"},
+    {c, "c"}, {v, "v"}, {b, "b"}, {q, "q"},
+    {w, "w"}, {e, "e"}, {r, "r"}, {y, "y"},
+    {t, "t"}, {digit1, "1"}, {digit2, "2"}, {digit3, "3"},
+    {digit4, "4"}, {digit6, "6"}, {digit5, "5"}, {equal, "="},
+    {digit9, "9"}, {digit7, "7"}, {minus, "-"}, {digit8, "8"},
+    {digit0, "0"}, {rightBracket, "]"}, {o, "o"}, {u, "u"},
+    {leftBracket, "["}, {i, "i"}, {p, "p"}, {returnKey, "enter"},
+    {l, "l"}, {j, "j"}, {quote, "'"}, {k, "k"},
+    {semicolon, ";"}, {backslash, "\\"}, {comma, ","}, {slash, "/"},
+    {n, "n"}, {m, "m"}, {period, "."}, {tab, "tab"},
+    {space, "space"}, {grave, "`"}, {backspace, "backspace"}, {escape, "esc"},
+    {rightCommand, "command"}, {command, "command"}, {shift, "shiftLeft"}, {capsLock, "capsLock"},
+    {option, "optionLeft"}, {control, "ctrlLeft"}, {rightShift, "shiftRight"}, {rightOption, "optionRight"},
+    {rightControl, "ctrlLeft"}, {function, "fn"}, {keypadClear, "clear"}, {keypadEnter, "enter"},
+    {f1, "f1"}, {f2, "f2"}, {f3, "f3"}, {f4, "f4"},
+    {f5, "f5"}, {f6, "f6"}, {f7, "f7"}, {f8, "f8"},
+    {f9, "f9"}, {f10, "f10"}, {f11, "f11"}, {f12, "f12"},
+    {home, "home"}, {pageUp, "pgUp"}, {forwardDelete, "del"}, {end, "end"},
+    {pageDown, "pgDn"}, {leftArrow, "arrLeft"}, {rightArrow, "arrRight"}, {downArrow, "arrDown"},
+    {upArrow, "arrUp"}, {brightnessDown, "f1"}, {brightnessUp, "f2"}, {illuminationUp, "f5"},
+    {illuminationDown, "f6"}, {previous, "f7"}, {rewind, "f7"}, {play, "f8"},
+    {next, "f9"}, {fastForward, "f9"}, {mute, "f10"}, {volumeDown, "f11"},
+    {volumeUp, "f12"},
 };
+// clang-format on
 static_assert(std::size(kNames) == 97);
 
 // Columns 0 (far left) to 13 (far right), one row of codes each.
 constexpr std::array<std::initializer_list<KeyCode>, 14> kColumns{{
-    {50, 48, 57, 56, 53},
-    {18, 12, 0, 6, 59, 63, 122, 1003},
-    {19, 13, 1, 7, 58, 120, 1002},
-    {20, 14, 2, 8, 55, 99},
-    {21, 15, 3, 9, 118},
-    {23, 17, 5, 11, 96, 1021},
-    {22, 16, 4, 45, 49, 97, 1022},
-    {26, 32, 38, 46, 98, 1018, 1020},
-    {28, 34, 40, 43, 61, 100, 1016},
-    {25, 31, 37, 47, 54, 101, 1017, 1019},
-    {29, 35, 41, 44, 62, 109, 1007},
-    {27, 33, 39, 123, 103, 1001},
-    {24, 30, 36, 60, 125, 126, 111, 1000},
-    {51, 42, 124, 117, 76},
+    {grave, tab, capsLock, shift, escape},
+    {digit1, q, a, z, control, function, f1, brightnessDown},
+    {digit2, w, s, x, option, f2, brightnessUp},
+    {digit3, e, d, c, command, f3},
+    {digit4, r, f, v, f4},
+    {digit5, t, g, b, f5, illuminationUp},
+    {digit6, y, h, n, space, f6, illuminationDown},
+    {digit7, u, j, m, f7, previous, rewind},
+    {digit8, i, k, comma, rightOption, f8, play},
+    {digit9, o, l, period, rightCommand, f9, next, fastForward},
+    {digit0, p, semicolon, slash, rightControl, f10, mute},
+    {minus, leftBracket, quote, leftArrow, f11, volumeDown},
+    {equal, rightBracket, returnKey, rightShift, downArrow, upArrow, f12, volumeUp},
+    {backspace, backslash, rightArrow, forwardDelete, keypadEnter},
 }};
 
 /// Dense per-code tables, built once at compile time from the lists above.
@@ -171,11 +178,11 @@ constexpr UpperLabels kUpperLabels;
 } // namespace
 
 KeyGroup KeyGroup::of(KeyCode code) {
-    if (code > 999 || contains(kFunctionRow, code))
+    if (code >= mediaBase || contains(kFunctionRow, code))
         return functionRow;
     if (contains(kNumberRow, code))
         return numberRow;
-    if (code >= 123 && code <= 126)
+    if (code >= leftArrow && code <= upArrow)
         return arrows;
     return coarseGroup(code);
 }
@@ -211,13 +218,13 @@ std::string_view KeyGroup::rawValue() const {
 }
 
 KeyGroup coarseGroup(KeyCode code) {
-    if (code == 36 || code == 76)
+    if (code == returnKey || code == keypadEnter)
         return KeyGroup::enter;
-    if (code == 49)
+    if (code == space)
         return KeyGroup::space;
-    if (code == 51 || code == 117)
+    if (code == backspace || code == forwardDelete)
         return KeyGroup::backspace;
-    if (code >= 54 && code <= 63)
+    if (isModifier(code))
         return KeyGroup::modifier;
     return KeyGroup::letters;
 }
@@ -279,11 +286,11 @@ float panPosition(KeyCode code) {
 }
 
 bool isTypingKey(KeyCode code) {
-    if (code > 999)
+    if (code >= mediaBase)
         return false;
-    if (code == 36 || code == 49 || code == 76)
+    if (code == returnKey || code == space || code == keypadEnter)
         return true;
-    if (code == 51 || code == 117 || (code >= 54 && code <= 63))
+    if (code == backspace || code == forwardDelete || isModifier(code))
         return false;
     return !contains(kNonTyping, code);
 }

@@ -1,26 +1,17 @@
 #include "monitors/typing_monitor.h"
 
+#include "input/key_codes.h"
+
 #include <algorithm>
-#include <array>
 
 namespace tappix {
-namespace {
-
-constexpr std::array<KeyCode, 23> kNonText{53,  48,  71,  122, 120, 99,  118, 96,
-                                           97,  98,  100, 101, 109, 103, 111, 115,
-                                           116, 119, 121, 123, 124, 125, 126};
-
-} // namespace
 
 TypingMonitor::KeyKind TypingMonitor::classify(KeyCode code) {
-    if (code == 51 || code == 117)
+    // Every key-down of Backspace or Forward Delete is one correction (a word deleted
+    // with Ctrl+Backspace is one key-down, so one correction).
+    if (code == keys::backspace || code == keys::forwardDelete)
         return KeyKind::correction;
-    if (code == 36 || code == 49 || code == 76)
-        return KeyKind::text;
-    if (code < 0 || code >= 1000 || (code >= 54 && code <= 63) ||
-        std::find(kNonText.begin(), kNonText.end(), code) != kNonText.end())
-        return KeyKind::ignored;
-    return KeyKind::text;
+    return isTypingKey(code) ? KeyKind::text : KeyKind::ignored;
 }
 
 TypingMonitor::TypingMonitor(SettingsStore& settings, const Clock& clock, Scheduler& scheduler,
