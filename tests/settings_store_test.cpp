@@ -8,6 +8,7 @@
 
 #include <QMetaProperty>
 #include <QSignalSpy>
+#include <limits>
 #include <memory>
 
 using namespace tappix;
@@ -55,6 +56,7 @@ TEST(SettingsStore, FreshStoreHasDefaultsAndWritesNothing) {
     EXPECT_FLOAT_EQ(s.tonePitch(), 1.0f);
     EXPECT_FLOAT_EQ(s.effectsVolume(), 1.0f);
     EXPECT_EQ(s.mouseSoundId(), QStringLiteral("synth-soft"));
+    EXPECT_EQ(s.toggleSoundsShortcut(), QStringLiteral("Ctrl+Super+K"));
     EXPECT_FLOAT_EQ(s.sleepVolume(), 0.0f);
     EXPECT_EQ(s.visualizerSize(), QStringLiteral("medium"));
     EXPECT_EQ(s.visualizerPosition(), QStringLiteral("bottomCenter"));
@@ -239,7 +241,7 @@ TEST(SettingsStore, EverySettingRoundTripsWithItsType) {
         ASSERT_TRUE(property.write(&s, value)) << property.name();
         expected[QString::fromLatin1(property.name())] = value;
     }
-    EXPECT_EQ(expected.size(), 34u);
+    EXPECT_EQ(expected.size(), 35u);
     s.setTuning(QStringLiteral("velvet"), PackTuning{1.2f, 0.8f, 0.0f, 2.0f});
     const SoundMix mix = s.createMix(QStringLiteral("Night"));
     s.setVoice(MixVoice{QStringLiteral("velvet"), QStringLiteral("enter")}, KeyGroup::enter,
@@ -259,4 +261,45 @@ TEST(SettingsStore, EverySettingRoundTripsWithItsType) {
     EXPECT_EQ(t.tuning(QStringLiteral("velvet")), (PackTuning{1.2f, 0.8f, 0.0f, 2.0f}));
     EXPECT_EQ(t.mixes(), mixes);
     EXPECT_EQ(t.activeMixId(), mix.id);
+}
+
+TEST(SettingsStore, NumbersThatAreNotFiniteNeverReachTheFile) {
+    Fixture f;
+    SettingsStore& s = *f.store;
+    const PackTuning good{1.2f, 0.8f, 0.1f, 1.5f};
+    s.setTuning(QStringLiteral("velvet"), good);
+    s.recordWPM(40.0);
+    s.addTypingSeconds(10.0);
+
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float inf = std::numeric_limits<float>::infinity();
+    s.setVolume(nan);
+    s.setTonePitch(inf);
+    s.setSleepVolume(-inf);
+    s.setTuning(QStringLiteral("velvet"), PackTuning{nan, 1.0f, 0.04f, 1.0f});
+    s.setTuning(QStringLiteral("crisp-click"), PackTuning{1.0f, inf, 0.04f, 1.0f});
+    s.recordWPM(std::numeric_limits<double>::infinity());
+    s.addTypingSeconds(std::numeric_limits<double>::quiet_NaN());
+    EXPECT_FLOAT_EQ(s.volume(), 0.6f);
+    EXPECT_FLOAT_EQ(s.tonePitch(), 1.0f);
+
+    f.reopen();
+    SettingsStore& t = *f.store;
+    EXPECT_FLOAT_EQ(t.volume(), 0.6f);
+    EXPECT_FLOAT_EQ(t.tonePitch(), 1.0f);
+    EXPECT_FLOAT_EQ(t.sleepVolume(), 0.0f);
+    EXPECT_EQ(t.tuning(QStringLiteral("velvet")), good);
+    EXPECT_EQ(t.tunings().size(), 1u);
+    EXPECT_EQ(t.bestWPM(), 40.0);
+    EXPECT_EQ(t.typingSeconds(), 10.0);
+}
+
+TEST(SettingsStore, OutOfRangeNumbersInTheFileLoadAsDefaults) {
+    Fixture f;
+    f.store.reset();
+    f.prefs.reset();
+    f.file.writeRaw(R"({"volume": 1e300, "tonePitch": 1.5})");
+    f.open();
+    EXPECT_FLOAT_EQ(f.store->volume(), 0.6f);
+    EXPECT_FLOAT_EQ(f.store->tonePitch(), 1.5f);
 }

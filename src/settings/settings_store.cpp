@@ -7,6 +7,7 @@
 #include <QJsonObject>
 #include <QRegularExpression>
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 namespace tappix {
@@ -48,7 +49,8 @@ namespace {
     X(STRING, visualizerSize, VisualizerSize, QStringLiteral("medium"))                            \
     X(STRING, visualizerPosition, VisualizerPosition, QStringLiteral("bottomCenter"))              \
     X(BOOL, notificationsEnabled, NotificationsEnabled, false)                                     \
-    X(BOOL, statsEnabled, StatsEnabled, true)
+    X(BOOL, statsEnabled, StatsEnabled, true)                                                      \
+    X(STRING, toggleSoundsShortcut, ToggleSoundsShortcut, QStringLiteral("Ctrl+Super+K"))
 
 QJsonValue toJson(bool value) {
     return value;
@@ -68,7 +70,8 @@ bool readBOOL(const QJsonValue& stored, bool fallback) {
     return stored.isBool() ? stored.toBool() : fallback;
 }
 float readFLOAT(const QJsonValue& stored, float fallback) {
-    return stored.isDouble() ? static_cast<float>(stored.toDouble()) : fallback;
+    const float value = stored.isDouble() ? static_cast<float>(stored.toDouble()) : fallback;
+    return std::isfinite(value) ? value : fallback;
 }
 QString readSTRING(const QJsonValue& stored, const QString& fallback) {
     return stored.isString() ? stored.toString() : fallback;
@@ -77,6 +80,21 @@ std::optional<QString> readOPTIONAL_STRING(const QJsonValue& stored, std::nullop
     if (stored.isString())
         return stored.toString();
     return std::nullopt;
+}
+
+// Only finite numbers are stored: a NaN or infinity would be written as null and the
+// next start would drop the setting, or a whole stored object around it.
+bool storable(bool) {
+    return true;
+}
+bool storable(float value) {
+    return std::isfinite(value);
+}
+bool storable(const QString&) {
+    return true;
+}
+bool storable(const std::optional<QString>&) {
+    return true;
 }
 
 std::int64_t readCounter(const QJsonValue& stored) {
@@ -193,6 +211,10 @@ void SettingsStore::writeBack(const QString& key, const QJsonValue& value) {
 
 #define TAPPIX_SETTER(kind, name, Name, fallback)                                                  \
     void SettingsStore::set##Name(decltype(name##_) value) {                                       \
+        if (!storable(value)) {                                                                    \
+            qCWarning(lcApp, "refusing a value that is not a number for %s", #name);               \
+            return;                                                                                \
+        }                                                                                          \
         const bool changed = name##_ != value;                                                     \
         name##_ = std::move(value);                                                                \
         if (changed)                                                                               \
@@ -250,14 +272,14 @@ void SettingsStore::incrementCorrections() {
 }
 
 void SettingsStore::addTypingSeconds(double seconds) {
-    if (!statsEnabled_)
+    if (!statsEnabled_ || !std::isfinite(seconds) || seconds <= 0.0)
         return;
     typingSeconds_ += seconds;
     Q_EMIT statsChanged();
 }
 
 void SettingsStore::recordWPM(double wpm) {
-    if (!statsEnabled_ || !(wpm > bestWPM_))
+    if (!statsEnabled_ || !std::isfinite(wpm) || !(wpm > bestWPM_))
         return;
     bestWPM_ = wpm;
     Q_EMIT statsChanged();
@@ -385,6 +407,12 @@ PackTuning SettingsStore::tuning(const QString& packId) const {
 }
 
 void SettingsStore::setTuning(const QString& packId, const PackTuning& tuning) {
+    if (!std::isfinite(tuning.pitch) || !std::isfinite(tuning.gain) ||
+        !std::isfinite(tuning.variation) || !std::isfinite(tuning.panWidth)) {
+        qCWarning(lcApp, "refusing a tuning for %s with a value that is not a number",
+                  qPrintable(packId));
+        return;
+    }
     tunings_[packId] = tuning;
     QJsonObject object;
     for (const auto& [id, stored] : tunings_)

@@ -64,6 +64,8 @@ class SettingsStore final : public QObject {
                    mouseClickSoundsChanged)
     Q_PROPERTY(
         QString mouseSoundId READ mouseSoundId WRITE setMouseSoundId NOTIFY mouseSoundIdChanged)
+    Q_PROPERTY(QString toggleSoundsShortcut READ toggleSoundsShortcut WRITE setToggleSoundsShortcut
+                   NOTIFY toggleSoundsShortcutChanged)
     Q_PROPERTY(bool dingOnReturn READ dingOnReturn WRITE setDingOnReturn NOTIFY dingOnReturnChanged)
     Q_PROPERTY(bool sleepEnabled READ sleepEnabled WRITE setSleepEnabled NOTIFY sleepEnabledChanged)
     Q_PROPERTY(float sleepVolume READ sleepVolume WRITE setSleepVolume NOTIFY sleepVolumeChanged)
@@ -222,6 +224,11 @@ public:
     QString mouseSoundId() const { return mouseSoundId_; }
     /// Sets it and writes it back. Main thread.
     void setMouseSoundId(QString value);
+    /// The combination that turns the sounds on and off, as text ("Ctrl+Super+K");
+    /// empty turns the shortcut off. Main thread.
+    QString toggleSoundsShortcut() const { return toggleSoundsShortcut_; }
+    /// Stores it. Main thread.
+    void setToggleSoundsShortcut(QString value);
 
     /// Typewriter bell on Return. Main thread.
     bool dingOnReturn() const { return dingOnReturn_; }
@@ -405,6 +412,8 @@ Q_SIGNALS:
     void mouseClickSoundsChanged();
     /// `mouseSoundId` changed.
     void mouseSoundIdChanged();
+    /// `toggleSoundsShortcut` changed.
+    void toggleSoundsShortcutChanged();
     /// `dingOnReturn` changed.
     void dingOnReturnChanged();
     /// `sleepEnabled` changed.
@@ -464,6 +473,7 @@ private:
     float effectsVolume_ = 1.0f;
     bool mouseClickSounds_ = false;
     QString mouseSoundId_ = QStringLiteral("synth-soft");
+    QString toggleSoundsShortcut_ = QStringLiteral("Ctrl+Super+K");
     bool dingOnReturn_ = false;
     bool sleepEnabled_ = false;
     float sleepVolume_ = 0.0f;
