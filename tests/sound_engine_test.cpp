@@ -1,5 +1,6 @@
 #include "audio/sound_engine.h"
 
+#include "input/key_codes.h"
 #include "support/fake_time.h"
 
 #include <gtest/gtest.h>
@@ -7,7 +8,9 @@
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
+#include <atomic>
 #include <cmath>
+#include <thread>
 
 using namespace tappix;
 using namespace std::chrono_literals;
@@ -251,4 +254,63 @@ TEST(SoundEngine, PreviewsIgnoreTheEventRules) {
     EXPECT_EQ(f.player.plays[1].rate, 1.0f);
     EXPECT_EQ(f.player.plays[1].pan, 0.0f);
     EXPECT_EQ(f.player.plays[1].gain, 0.8f);
+}
+
+namespace {
+thread_local bool tIsTypist = false;
+} // namespace
+
+// The key queue's draws must not depend on previews made meanwhile from the panel:
+// the variants typed keys pick are the same with and without a previewing thread.
+TEST(SoundEngine, PreviewsFromAnotherThreadLeaveTheKeyPathAlone) {
+    struct CountingPlayer final : SamplePlayer {
+        std::vector<std::string> keyNames; // written by the typing thread only
+        std::atomic<int> previews{0};
+        void loadSampleSets(std::vector<SampleSet>) override {}
+        void loadMouseKit(const QString&, std::vector<std::string>) override {}
+        void play(std::string, std::string name, float, float, float) override {
+            if (tIsTypist)
+                keyNames.push_back(std::move(name));
+            else
+                ++previews;
+        }
+        void playMouse(std::string, float, float, float) override {}
+        void playBuffer(SampleRef, float, float, float) override {}
+    };
+    QTemporaryDir dir;
+    writeKit(dir.path(), "many",
+             R"({"id":"many","metadata":{"name":"Many","brand":"B","author":"A"},
+      "license":{"type":"t","url":""},"sounds":{"alpha":{"down":["1.wav","2.wav","3.wav","4.wav",
+      "5.wav","6.wav","7.wav","8.wav"],"up":[]}}})");
+    SoundpackStore store(dir.path(), QString());
+    store.reload();
+    test::FakeTime time;
+
+    auto typeAll = [&](bool withPreviews) {
+        CountingPlayer player;
+        SoundEngine engine(store, player, time, 99);
+        engine.setSettings({});
+        engine.loadPack(store.find("many"));
+        std::atomic<bool> typing{true};
+        std::thread previewer;
+        if (withPreviews)
+            previewer = std::thread([&] {
+                while (typing)
+                    engine.previewKit(keys::a), engine.previewKey(keys::s);
+            });
+        std::thread typist([&] {
+            tIsTypist = true;
+            for (int i = 0; i < 2000; ++i)
+                engine.handleKey(keys::a, true);
+        });
+        typist.join();
+        typing = false;
+        if (previewer.joinable())
+            previewer.join();
+        EXPECT_EQ(withPreviews, player.previews > 0);
+        return player.keyNames;
+    };
+    const auto alone = typeAll(false);
+    ASSERT_EQ(alone.size(), 2000u);
+    EXPECT_EQ(typeAll(true), alone);
 }

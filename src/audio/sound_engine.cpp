@@ -14,7 +14,7 @@ constexpr std::uint32_t kGrid = 1u << 24;
 
 SoundEngine::SoundEngine(const SoundpackStore& store, SamplePlayer& player, const Clock& clock,
                          std::uint64_t seed)
-    : store_(store), player_(player), clock_(clock), random_(seed) {
+    : store_(store), player_(player), clock_(clock), previewSeed_(~seed), random_(seed) {
     rebuild();
 }
 
@@ -128,8 +128,16 @@ const std::vector<std::string>* SoundEngine::variants(const ResolvedVoice& voice
     return nullptr;
 }
 
-const std::string& SoundEngine::pick(const std::vector<std::string>& list) {
-    return list[random_.uniform(static_cast<std::uint32_t>(list.size()))];
+const std::string& SoundEngine::pick(const std::vector<std::string>& list,
+                                     SynthEngine::Random& random) {
+    return list[random.uniform(static_cast<std::uint32_t>(list.size()))];
+}
+
+SynthEngine::Random SoundEngine::previewRandom() {
+    // Each preview draws from a generator of its own, so previews from the main thread
+    // never share state with the key queue's generator.
+    return SynthEngine::Random(
+        previewSeed_.fetch_add(0x9E3779B97F4A7C15ULL, std::memory_order_relaxed));
 }
 
 PackTuning SoundEngine::tuningFor(const State& state, const std::string& packId) {
@@ -179,7 +187,7 @@ void SoundEngine::handleKey(KeyCode code, bool down) {
     const auto* list = variants(*voice, down);
     if (!list)
         return;
-    const std::string& variant = pick(*list);
+    const std::string& variant = pick(*list, random_);
     const PackTuning tuning = tuningFor(*current, voice->packId);
 
     float multiplier = 1.0f;
@@ -223,7 +231,7 @@ void SoundEngine::handleMouse(MouseButton, bool down) {
         if (kit) {
             ResolvedVoice voice{kit->id, kit, std::nullopt, soundCandidates(0)};
             if (const auto* list = variants(voice, down)) {
-                player_.playMouse(pick(*list), 1.0f, 0.0f, level);
+                player_.playMouse(pick(*list, random_), 1.0f, 0.0f, level);
                 played = true;
             }
         }
@@ -232,7 +240,8 @@ void SoundEngine::handleMouse(MouseButton, bool down) {
         if (down || voice->config->metadata.supportsKeyUp) {
             if (const auto* list = variants(*voice, down)) {
                 const PackTuning tuning = tuningFor(*current, voice->packId);
-                player_.play(voice->packId, pick(*list), 1.0f, 0.0f, tuning.gain * s.effectsVolume);
+                player_.play(voice->packId, pick(*list, random_), 1.0f, 0.0f,
+                             tuning.gain * s.effectsVolume);
                 played = true;
             }
         }
@@ -253,7 +262,8 @@ void SoundEngine::previewKey(KeyCode code) {
     const float rate = std::clamp(tuning.pitch * current->settings.tonePitch, 0.5f, 2.0f);
     const float pan =
         panPosition(code) * (current->settings.stereoPanning ? tuning.panWidth : 0.0f);
-    player_.play(voice->packId, pick(*list), rate, pan, tuning.gain);
+    auto random = previewRandom();
+    player_.play(voice->packId, pick(*list, random), rate, pan, tuning.gain);
 }
 
 void SoundEngine::previewKit(KeyCode code) {
@@ -261,9 +271,11 @@ void SoundEngine::previewKit(KeyCode code) {
     const auto voice = resolveIn(*current, code);
     if (!voice)
         return;
-    if (const auto* list = variants(*voice, true))
-        player_.play(voice->packId, pick(*list), 1.0f, 0.0f,
+    if (const auto* list = variants(*voice, true)) {
+        auto random = previewRandom();
+        player_.play(voice->packId, pick(*list, random), 1.0f, 0.0f,
                      tuningFor(*current, voice->packId).gain);
+    }
 }
 
 } // namespace tappix

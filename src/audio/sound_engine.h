@@ -102,10 +102,10 @@ public:
     /// The kit and names that answer a key, or none. Any thread.
     std::optional<ResolvedVoice> resolve(KeyCode code) const;
     /// Plays a key as it would sound, without rapid-key, enable or key-up rules and
-    /// without pitch variation. Any one thread at a time.
+    /// without pitch variation. Any thread, also while keys are being handled.
     void previewKey(KeyCode code);
     /// A short audition of the kit answering a key: rate 1, centred, tuned gain.
-    /// Any one thread at a time.
+    /// Any thread, also while keys are being handled.
     void previewKit(KeyCode code);
 
 private:
@@ -124,7 +124,9 @@ private:
     std::shared_ptr<const State> state() const { return state_.load(); }
     static std::optional<ResolvedVoice> resolveIn(const State& state, KeyCode code);
     const std::vector<std::string>* variants(const ResolvedVoice& voice, bool down) const;
-    const std::string& pick(const std::vector<std::string>& list);
+    static const std::string& pick(const std::vector<std::string>& list,
+                                   SynthEngine::Random& random);
+    SynthEngine::Random previewRandom();
     static PackTuning tuningFor(const State& state, const std::string& packId);
     SampleRef mouseBuffer(SynthEngine::MouseProfile profile, bool press);
 
@@ -143,7 +145,10 @@ private:
     std::atomic<std::shared_ptr<const State>> state_;
     std::atomic<std::shared_ptr<const SoundpackConfig>> mouseKit_;
 
-    // Key queue (or the one previewing thread).
+    // Previews, from any thread.
+    std::atomic<std::uint64_t> previewSeed_;
+
+    // Key queue.
     SynthEngine::Random random_;
     std::optional<Clock::Duration> lastEventTime_;
     SampleRef dingBuffer_;
