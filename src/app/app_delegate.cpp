@@ -5,13 +5,17 @@
 
 #include <QCoreApplication>
 #include <QMetaObject>
+#include <QPointer>
 #include <random>
 
 namespace tappix {
 
 AppDelegate::AppDelegate(Platform platform, const QString& preferencesPath,
                          const QString& bundleKits, const QString& userKits, QObject* parent)
-    : QObject(parent), captureIsPossible_(std::move(platform.captureIsPossible)) {
+    : QObject(parent),
+      scheduler_(platform.scheduler ? *platform.scheduler : ownScheduler_),
+      clock_(platform.clock ? *platform.clock : ownClock_),
+      captureIsPossible_(std::move(platform.captureIsPossible)) {
     preferences_ = std::make_unique<JsonFilePreferences>(preferencesPath, scheduler_);
     settings_ = std::make_unique<SettingsStore>(*preferences_, scheduler_);
     themes_ = std::make_unique<ThemeStore>(*preferences_);
@@ -52,11 +56,10 @@ void AppDelegate::start() {
     const auto selected = settings_->selectedPackId();
     soundEngine_->loadPack(selected ? packStore_->find(selected->toStdString()) : nullptr);
 
-    SoundEngine* engine = soundEngine_.get();
-    keyService_->setOnKeyEvent(
-        [engine](KeyCode code, bool down) { engine->handleKey(code, down); });
-    keyService_->setOnMouseEvent(
-        [engine](MouseButton button, bool down) { engine->handleMouse(button, down); });
+    installCallbacks();
+    applyShortcut();
+    connect(settings_.get(), &SettingsStore::toggleSoundsShortcutChanged, this,
+            &AppDelegate::applyShortcut);
 
     // Re-apply on the main queue after any change, once per burst of changes.
     connect(settings_.get(), &SettingsStore::tappixSettingsChanged, this, [this] {
@@ -89,6 +92,61 @@ void AppDelegate::start() {
                          "checking again every 2 s");
     connect(&permissionTimer_, &QTimer::timeout, this, &AppDelegate::permissionTick);
     permissionTimer_.start(kPermissionPollMs);
+}
+
+void AppDelegate::installCallbacks() {
+    // The key fan-out: the sound engine first, so nothing delays the sound; then the
+    // shortcut, which only listens; then the typing statistics, on the main thread.
+    // Targets are held weakly where they live on the main thread; the engine outlives
+    // the key service (members below) and shutdown clears these before anything goes.
+    SoundEngine* engine = soundEngine_.get();
+    QPointer<TypingMonitor> typing = typingMonitor_.get();
+    QPointer<AppDelegate> self = this;
+    keyService_->setOnKeyEvent([engine, typing, self, this](KeyCode code, bool down) {
+        engine->handleKey(code, down);
+        if (shortcutMatcher_.feed(code, down)) {
+            QMetaObject::invokeMethod(
+                self,
+                [self] {
+                    if (self)
+                        self->toggleSounds();
+                },
+                Qt::QueuedConnection);
+        }
+        if (down && typing) {
+            QMetaObject::invokeMethod(
+                typing,
+                [typing, code] {
+                    if (typing)
+                        typing->keyDown(code);
+                },
+                Qt::QueuedConnection);
+        }
+    });
+    keyService_->setOnMouseEvent(
+        [engine](MouseButton button, bool down) { engine->handleMouse(button, down); });
+}
+
+void AppDelegate::applyShortcut() {
+    const QString text = settings_->toggleSoundsShortcut();
+    std::optional<Shortcut> shortcut;
+    if (!text.trimmed().isEmpty()) {
+        shortcut = Shortcut::parse(text);
+        if (!shortcut)
+            qCWarning(lcApp,
+                      "the shortcut \"%s\" is not a key combination Tappix knows; "
+                      "the sounds shortcut is off",
+                      qPrintable(text));
+    }
+    // The matcher lives on the key queue: hand it over there.
+    keyService_->post([this, shortcut] { shortcutMatcher_.setShortcut(shortcut); });
+}
+
+void AppDelegate::toggleSounds() {
+    if (shutDown_)
+        return;
+    settings_->setIsEnabled(!settings_->isEnabled());
+    qCInfo(lcApp, "sounds %s by the shortcut", settings_->isEnabled() ? "on" : "off");
 }
 
 void AppDelegate::chooseFirstKit() {
@@ -192,6 +250,8 @@ void AppDelegate::permissionTick() {
 }
 
 void AppDelegate::startCapture() {
+    // Modifiers held when capture last stopped never sent their key-ups.
+    keyService_->post([this] { shortcutMatcher_.reset(); });
     keyService_->start();
     // Possible but refused this time (a display busy at log-in, a device in flux):
     // the next poll tries again rather than believing capture runs.
@@ -206,10 +266,18 @@ void AppDelegate::shutdown() {
         return;
     shutDown_ = true;
     permissionTimer_.stop();
-    settings_->flushStats();
+    // No event may reach a service once it starts going away: stop capture, clear the
+    // callbacks and let the queue run dry before anything else.
     keyService_->stop();
-    sleepMonitor_->stop();
     keyService_->setMouseCapture(false);
+    keyService_->setOnKeyEvent({});
+    keyService_->setOnMouseEvent({});
+    keyService_->drain();
+    // Counts and key-downs already handed to the main thread still count.
+    QCoreApplication::sendPostedEvents(settings_.get(), QEvent::MetaCall);
+    QCoreApplication::sendPostedEvents(typingMonitor_.get(), QEvent::MetaCall);
+    settings_->flushStats();
+    sleepMonitor_->stop();
     preferences_->sync();
     qCInfo(lcApp, "stopped");
 }

@@ -6,6 +6,7 @@
 #include "core/clock.h"
 #include "core/qt_scheduler.h"
 #include "input/key_event_service.h"
+#include "input/shortcut_matcher.h"
 #include "kits/soundpack_store.h"
 #include "monitors/sleep_monitor.h"
 #include "monitors/typing_monitor.h"
@@ -43,6 +44,10 @@ public:
         CaptureBackends capture;
         std::function<bool()> captureIsPossible;
         std::unique_ptr<UserNotifier> notifier;
+        /// Time for the monitors and the preferences file; the system's when null.
+        const Clock* clock = nullptr;
+        /// Timers for the same; the Qt event loop's when null.
+        Scheduler* scheduler = nullptr;
     };
 
     /// Builds the services in order: settings, kits (scanned at once), player, capture
@@ -61,6 +66,9 @@ public:
     /// Pushes the current settings into the services. Main thread.
     void applySettings();
 
+    /// Flips `isEnabled`, as the sounds shortcut does. Main thread.
+    void toggleSounds();
+
     /// The settings store (tests, diagnostics). Main thread.
     SettingsStore& settings() { return *settings_; }
     /// The key service (tests, diagnostics). Main thread.
@@ -73,25 +81,34 @@ public:
     TypingMonitor& typingMonitor() { return *typingMonitor_; }
 
 private:
+    void installCallbacks();
+    void applyShortcut();
     void permissionTick();
     void startCapture();
     void sleepChanged(bool isSleeping, const std::optional<QString>& reason);
     void chooseFirstKit();
     SoundEngine::Settings engineSettings() const;
 
-    QtScheduler scheduler_;
-    SteadyClock clock_;
+    // Declared in dependency order, so destruction runs in reverse: the key service
+    // (whose callbacks reach the engine and the monitors) goes first, the preferences
+    // file last.
+    QtScheduler ownScheduler_;
+    SteadyClock ownClock_;
+    Scheduler& scheduler_;
+    const Clock& clock_;
     std::unique_ptr<JsonFilePreferences> preferences_;
     std::unique_ptr<SettingsStore> settings_;
     std::unique_ptr<ThemeStore> themes_;
     std::unique_ptr<SoundpackStore> packStore_;
     std::unique_ptr<AudioDeviceManager> devices_;
     std::unique_ptr<AudioPlayer> audioPlayer_;
-    std::unique_ptr<KeyEventService> keyService_;
     std::unique_ptr<UserNotifier> notifier_;
     std::unique_ptr<SleepMonitor> sleepMonitor_;
     std::unique_ptr<TypingMonitor> typingMonitor_;
     std::unique_ptr<SoundEngine> soundEngine_;
+    // Touched on the key queue only.
+    ShortcutMatcher shortcutMatcher_;
+    std::unique_ptr<KeyEventService> keyService_;
     std::function<bool()> captureIsPossible_;
     QTimer permissionTimer_;
     bool wasTrusted_ = false;
