@@ -1,3 +1,4 @@
+#include "input/key_codes.h"
 #include "input/key_event_service.h"
 
 #include "support/event_recorder.h"
@@ -137,6 +138,32 @@ TEST(KeyEventService, StartAlwaysPassesThroughStop) {
     f.service->start();
     f.keyboard->sink().keyDown(3, false);
     EXPECT_EQ(f.events(), (Events{"k 3 down", "k 3 down"}));
+}
+
+TEST(KeyEventService, KeysHeldAcrossARestartRepeatSilently) {
+    Fixture f;
+    auto media = [](KeyCode code, int state, bool repeat) {
+        return ((code - keys::mediaBase) << 16) | state | (repeat ? 1 : 0);
+    };
+    f.keyboard->sink().keyDown(keys::j, false);
+    f.media->sink().systemDefined(8, media(keys::volumeUp, 0x0A00, false));
+    EXPECT_EQ(f.events(), (Events{"k 38 down", "k 1000 down"}));
+
+    // Capture restarts with both keys still held: the service no longer knows them,
+    // so only the repeat marks keep their auto-repeat silent.
+    f.service->start();
+    for (int i = 0; i < 3; ++i) {
+        f.keyboard->sink().keyDown(keys::j, true);
+        f.media->sink().systemDefined(8, media(keys::volumeUp, 0x0A00, true));
+    }
+    EXPECT_EQ(f.events(), Events{});
+    f.keyboard->sink().keyUp(keys::j);
+    f.media->sink().systemDefined(8, media(keys::volumeUp, 0x0B00, false));
+    EXPECT_EQ(f.events(), (Events{"k 38 up", "k 1000 up"}));
+
+    // Pressed anew, the key sounds again.
+    f.keyboard->sink().keyDown(keys::j, false);
+    EXPECT_EQ(f.events(), (Events{"k 38 down"}));
 }
 
 TEST(KeyEventService, FallsBackWhenThePrimaryCaptureIsRefused) {

@@ -1,7 +1,10 @@
 #include "input/key_group.h"
 
+#include "input/key_codes.h"
+
 #include <gtest/gtest.h>
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -109,12 +112,47 @@ TEST(KeyTables, PanFollowsColumn) {
     EXPECT_NEAR(panPosition(49), -0.0269f, 0.0001f);
     EXPECT_EQ(panPosition(71), 0.0f);
     EXPECT_EQ(panPosition(10), 0.0f);
-    EXPECT_EQ(keyColumn(1000), 12);
-    EXPECT_EQ(keyColumn(55), 3);
-    EXPECT_EQ(keyColumn(54), 9);
-    for (KeyCode code = 0; code < 1100; ++code) {
-        EXPECT_GE(panPosition(code), -0.35f);
-        EXPECT_LE(panPosition(code), 0.35f);
+}
+
+TEST(KeyTables, EveryKeySitsInItsColumnAndPansFromThere) {
+    // The whole layout, left to right: a key one column off pans to the wrong place.
+    const std::vector<std::vector<KeyCode>> columns = {
+        {keys::grave, keys::tab, keys::capsLock, keys::shift, keys::escape},
+        {keys::digit1, keys::q, keys::a, keys::z, keys::control, keys::function, keys::f1,
+         keys::brightnessDown},
+        {keys::digit2, keys::w, keys::s, keys::x, keys::option, keys::f2, keys::brightnessUp},
+        {keys::digit3, keys::e, keys::d, keys::c, keys::command, keys::f3},
+        {keys::digit4, keys::r, keys::f, keys::v, keys::f4},
+        {keys::digit5, keys::t, keys::g, keys::b, keys::f5, keys::illuminationUp},
+        {keys::digit6, keys::y, keys::h, keys::n, keys::space, keys::f6, keys::illuminationDown},
+        {keys::digit7, keys::u, keys::j, keys::m, keys::f7, keys::previous, keys::rewind},
+        {keys::digit8, keys::i, keys::k, keys::comma, keys::rightOption, keys::f8, keys::play},
+        {keys::digit9, keys::o, keys::l, keys::period, keys::rightCommand, keys::f9, keys::next,
+         keys::fastForward},
+        {keys::digit0, keys::p, keys::semicolon, keys::slash, keys::rightControl, keys::f10,
+         keys::mute},
+        {keys::minus, keys::leftBracket, keys::quote, keys::leftArrow, keys::f11, keys::volumeDown},
+        {keys::equal, keys::rightBracket, keys::returnKey, keys::rightShift, keys::downArrow,
+         keys::upArrow, keys::f12, keys::volumeUp},
+        {keys::backspace, keys::backslash, keys::rightArrow, keys::forwardDelete,
+         keys::keypadEnter},
+    };
+    std::set<KeyCode> placed;
+    for (int column = 0; column < static_cast<int>(columns.size()); ++column) {
+        const float pan = (static_cast<float>(column) / 13.0f * 2.0f - 1.0f) * 0.35f;
+        for (KeyCode code : columns[static_cast<std::size_t>(column)]) {
+            EXPECT_EQ(keyColumn(code), column) << "code " << code;
+            EXPECT_EQ(panPosition(code), pan) << "code " << code;
+            EXPECT_TRUE(placed.insert(code).second) << "code " << code << " listed twice";
+        }
+    }
+    EXPECT_EQ(placed.size(), 92u);
+    // Every other code has no column and sits in the centre.
+    for (KeyCode code = -10; code < 1100; ++code) {
+        if (placed.count(code) == 0) {
+            EXPECT_FALSE(keyColumn(code)) << "code " << code;
+            EXPECT_EQ(panPosition(code), 0.0f) << "code " << code;
+        }
     }
 }
 

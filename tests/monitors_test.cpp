@@ -1,6 +1,7 @@
 #include "monitors/sleep_monitor.h"
 #include "monitors/typing_monitor.h"
 
+#include "input/key_codes.h"
 #include "settings/json_file_preferences.h"
 #include "support/fake_time.h"
 #include "support/temp_prefs.h"
@@ -142,6 +143,31 @@ TEST(TypingMonitor, BurstsEndAfterFourQuietSecondsAndSetTheBest) {
         EXPECT_GT(t.monitor.lastWPM(), 0.0);
         EXPECT_EQ(t.settings.bestWPM() > 0, keys == 25) << keys;
         EXPECT_EQ(t.time.pending(), 1u); // the counter flush; no more ticks while idle
+    }
+}
+
+TEST(TypingMonitor, APauseOfExactlyFourSecondsKeepsTheBurst) {
+    // The boundary holds whatever the clock read when typing began: 124.002 s is a
+    // reading whose seconds a double cannot hold exactly.
+    for (std::chrono::milliseconds start : {0ms, 24002ms}) {
+        Typing t;
+        t.time.advance(start);
+        t.type(keys::a);
+        t.type(keys::s, 4s);
+        EXPECT_EQ(t.monitor.sessionKeystrokes(), 2) << start.count();
+        EXPECT_DOUBLE_EQ(t.monitor.sessionWPM(), (2 / 5.0) / (4.0 / 60.0)) << start.count();
+        EXPECT_DOUBLE_EQ(t.settings.typingSeconds(), 4.0) << start.count();
+
+        t.time.advance(4s); // a tick lands exactly four seconds after the last key
+        EXPECT_TRUE(t.monitor.isTyping()) << start.count();
+        EXPECT_EQ(t.monitor.lastKeystrokes(), 0) << start.count();
+
+        t.type(keys::d, 1ms); // one millisecond more: a new burst, the pause not counted
+        EXPECT_EQ(t.monitor.sessionKeystrokes(), 1) << start.count();
+        EXPECT_EQ(t.monitor.lastKeystrokes(), 2) << start.count();
+        EXPECT_DOUBLE_EQ(t.settings.typingSeconds(), 4.0) << start.count();
+        t.time.advance(4500ms);
+        EXPECT_FALSE(t.monitor.isTyping()) << start.count();
     }
 }
 

@@ -6,10 +6,14 @@
 
 #include <gtest/gtest.h>
 
+#include <QMetaMethod>
 #include <QMetaProperty>
 #include <QSignalSpy>
+#include <algorithm>
 #include <limits>
 #include <memory>
+#include <string>
+#include <vector>
 
 using namespace tappix;
 using namespace std::chrono_literals;
@@ -35,6 +39,63 @@ struct Fixture {
         open();
     }
 };
+
+/// Reads the property being assigned whenever one of the store's signals fires, as a
+/// view bound to it would, and records whether it saw the new value.
+class ChangeProbe final : public QObject {
+    Q_OBJECT
+public:
+    ChangeProbe(const SettingsStore& store, const Preferences& prefs)
+        : store_(store), prefs_(prefs) {}
+
+    QMetaProperty property;
+    QVariant expected;
+    std::vector<std::string> seen;
+
+public Q_SLOTS:
+    void onPropertyChanged() { record("property signal", property.read(&store_) == expected); }
+
+    void onSettingsChanged() {
+        // Whoever re-applies settings on this signal may read the preferences too.
+        const QJsonValue saved = prefs_.value(QString::fromLatin1(property.name()));
+        bool savedNew = false;
+        switch (expected.metaType().id()) {
+        case QMetaType::Bool:
+            savedNew = saved.isBool() && saved.toBool() == expected.toBool();
+            break;
+        case QMetaType::Float:
+            savedNew =
+                saved.isDouble() && static_cast<float>(saved.toDouble()) == expected.toFloat();
+            break;
+        default:
+            savedNew = saved.toString() == expected.toString();
+        }
+        record("settings changed", property.read(&store_) == expected && savedNew);
+    }
+
+private:
+    void record(const char* signal, bool sawNewValue) {
+        seen.push_back(std::string(property.name()) + " " + signal +
+                       (sawNewValue ? "" : " saw the old value"));
+    }
+
+    const SettingsStore& store_;
+    const Preferences& prefs_;
+};
+
+/// A different value for a writable setting of the given property.
+QVariant flipped(const SettingsStore& store, const QMetaProperty& property) {
+    switch (property.metaType().id()) {
+    case QMetaType::Bool:
+        return !property.read(&store).toBool();
+    case QMetaType::Float:
+        return property.read(&store).toFloat() + 0.125f;
+    case QMetaType::QString:
+        return QStringLiteral("changed-") + property.name();
+    default:
+        return {};
+    }
+}
 
 } // namespace
 
@@ -86,6 +147,59 @@ TEST(SettingsStore, EachAssignmentWritesBackAndNotifiesOnce) {
     EXPECT_EQ(file.value(QStringLiteral("volume")),
               QJsonValue(0.3)); // shortest form, not 0.30000001
     EXPECT_EQ(file.value(QStringLiteral("isEnabled")), QJsonValue(false));
+}
+
+TEST(SettingsStore, HandlersOfChangeSignalsReadTheNewValue) {
+    Fixture f;
+    SettingsStore& s = *f.store;
+    ChangeProbe probe(s, *f.prefs);
+    const auto probeConnection = QObject::connect(&s, &SettingsStore::tappixSettingsChanged, &probe,
+                                                  &ChangeProbe::onSettingsChanged);
+    const QMetaMethod onPropertyChanged =
+        probe.metaObject()->method(probe.metaObject()->indexOfSlot("onPropertyChanged()"));
+    const QMetaObject* meta = s.metaObject();
+    int settings = 0;
+    for (int i = meta->propertyOffset(); i < meta->propertyCount(); ++i) {
+        probe.property = meta->property(i);
+        if (!probe.property.isWritable())
+            continue;
+        ++settings;
+        const std::string name = probe.property.name();
+        probe.expected = flipped(s, probe.property);
+        ASSERT_TRUE(probe.expected.isValid()) << "unexpected property type for " << name;
+        const auto connection =
+            QObject::connect(&s, probe.property.notifySignal(), &probe, onPropertyChanged);
+        ASSERT_TRUE(probe.property.write(&s, probe.expected)) << name;
+        QObject::disconnect(connection);
+        std::sort(probe.seen.begin(), probe.seen.end());
+        EXPECT_EQ(probe.seen, (std::vector<std::string>{name + " property signal",
+                                                        name + " settings changed"}));
+        probe.seen.clear();
+    }
+    EXPECT_EQ(settings, 35);
+    QObject::disconnect(probeConnection);
+
+    // Counters, mixes and tunings: the value is in place when their signal arrives.
+    s.setStatsEnabled(true); // the loop above turned statistics off
+    std::vector<std::string> seen;
+    const auto statsConnection = QObject::connect(&s, &SettingsStore::statsChanged, [&] {
+        seen.push_back("stats " + std::to_string(s.keystrokeCount()) + " " +
+                       std::to_string(s.bestWPM()));
+    });
+    s.incrementKeystrokes();
+    s.recordWPM(42.0);
+    QObject::disconnect(statsConnection);
+    QObject::connect(&s, &SettingsStore::tappixMixChanged, [&] {
+        seen.push_back("mix " + s.activeMix().value_or(SoundMix{}).name.toStdString());
+    });
+    QObject::connect(&s, &SettingsStore::tappixSettingsChanged, [&] {
+        seen.push_back("settings " + std::to_string(s.mixes().size()) + " " +
+                       std::to_string(s.tuning(QStringLiteral("velvet")).gain));
+    });
+    s.createMix(QStringLiteral("Night"));
+    s.setTuning(QStringLiteral("velvet"), PackTuning{1.0f, 0.5f, 0.0f, 1.0f});
+    EXPECT_EQ(seen, (std::vector<std::string>{"stats 1 0.000000", "stats 1 42.000000", "mix Night",
+                                              "settings 1 1.000000", "settings 1 0.500000"}));
 }
 
 TEST(SettingsStore, NoneRemovesOptionalKeys) {
@@ -303,3 +417,5 @@ TEST(SettingsStore, OutOfRangeNumbersInTheFileLoadAsDefaults) {
     EXPECT_FLOAT_EQ(f.store->volume(), 0.6f);
     EXPECT_FLOAT_EQ(f.store->tonePitch(), 1.5f);
 }
+
+#include "settings_store_test.moc"

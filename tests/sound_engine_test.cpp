@@ -1,4 +1,5 @@
 #include "audio/sound_engine.h"
+#include "input/key_codes.h"
 
 #include "input/key_codes.h"
 #include "support/fake_time.h"
@@ -8,6 +9,7 @@
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <thread>
@@ -191,13 +193,42 @@ TEST(SoundEngine, RatePanAndGainFormulas) {
     f.apply();
     f.key(51);
     EXPECT_EQ(f.player.plays.back().pan, 0.0f);
+}
 
+TEST(SoundEngine, PitchVariationNeverLeavesThePlayableRange) {
+    // Variation multiplies before the clamp, so the extremes of tone and kit pitch
+    // cannot push a key outside 0.5 … 2.0, and in between it still spreads the rate.
+    struct Case {
+        float tonePitch, kitPitch, variation, lowest, highest;
+    };
+    const Case cases[] = {
+        {1.0f, 1.0f, 0.04f, 0.96f, 1.04f}, {2.0f, 1.0f, 0.2f, 1.6f, 2.0f},
+        {0.5f, 1.0f, 0.2f, 0.5f, 0.6f},    {1.0f, 2.0f, 0.5f, 1.0f, 2.0f},
+        {1.0f, 0.5f, 0.5f, 0.5f, 0.75f},   {2.0f, 2.0f, 0.5f, 2.0f, 2.0f},
+        {0.5f, 0.5f, 0.5f, 0.5f, 0.5f},    {1.5f, 1.0f, 0.0f, 1.5f, 1.5f},
+    };
+    Fixture f;
     f.settings.pitchVariation = true;
-    f.apply();
-    for (int i = 0; i < 200; ++i) {
-        f.key(0);
-        EXPECT_GE(f.player.plays.back().rate, 0.96f);
-        EXPECT_LE(f.player.plays.back().rate, 1.04f);
+    for (const Case& c : cases) {
+        f.settings.tonePitch = c.tonePitch;
+        f.settings.tunings["main"] = PackTuning{c.kitPitch, 1.0f, c.variation, 1.0f};
+        f.apply();
+        float low = 3.0f, high = 0.0f;
+        for (int i = 0; i < 400; ++i) {
+            f.key(keys::a);
+            low = std::min(low, f.player.plays.back().rate);
+            high = std::max(high, f.player.plays.back().rate);
+        }
+        const std::string where = "tone " + std::to_string(c.tonePitch) + ", kit " +
+                                  std::to_string(c.kitPitch) + ", variation " +
+                                  std::to_string(c.variation);
+        EXPECT_GE(low, c.lowest - 1e-5f) << where;
+        EXPECT_LE(high, c.highest + 1e-5f) << where;
+        // 400 draws come within 2 % of either end of the range.
+        const float span = c.highest - c.lowest;
+        EXPECT_LE(low, c.lowest + span * 0.02f + 1e-5f) << where;
+        EXPECT_GE(high, c.highest - span * 0.02f - 1e-5f) << where;
+        f.player.plays.clear();
     }
 }
 

@@ -23,9 +23,19 @@ TypingMonitor::~TypingMonitor() {
         scheduler_.cancel(timer_);
 }
 
-double TypingMonitor::now() const {
-    return std::chrono::duration<double>(clock_.now()).count();
+namespace {
+
+// The burst gap and the window in the clock's own units, so boundaries compare exactly.
+constexpr auto kBurstGap = std::chrono::duration_cast<Clock::Duration>(
+    std::chrono::duration<double>(TypingMonitor::kBurstGapSeconds));
+constexpr auto kWindow = std::chrono::duration_cast<Clock::Duration>(
+    std::chrono::duration<double>(TypingMonitor::kWindowSeconds));
+
+double seconds(Clock::Duration duration) {
+    return std::chrono::duration<double>(duration).count();
 }
+
+} // namespace
 
 void TypingMonitor::keyDown(KeyCode code) {
     if (!settings_.statsEnabled())
@@ -33,16 +43,16 @@ void TypingMonitor::keyDown(KeyCode code) {
     const KeyKind kind = classify(code);
     if (kind == KeyKind::ignored)
         return;
-    const double t = now();
-    const double gap = anyKey_ ? t - lastKeyTime_ : kBurstGapSeconds + 1.0;
-    if (gap > kBurstGapSeconds) {
+    const Clock::Duration t = clock_.now();
+    const Clock::Duration gap = t - lastKeyTime_;
+    if (!anyKey_ || gap > kBurstGap) {
         // The pause's time is never counted; the first key of a burst starts the clock.
         endBurst();
         sessionProductive_ = sessionCorrections_ = 0;
         sessionActiveSeconds_ = 0;
     } else {
-        sessionActiveSeconds_ += gap;
-        settings_.addTypingSeconds(gap);
+        sessionActiveSeconds_ += seconds(gap);
+        settings_.addTypingSeconds(seconds(gap));
     }
     lastKeyTime_ = t;
     anyKey_ = true;
@@ -61,13 +71,13 @@ void TypingMonitor::keyDown(KeyCode code) {
         scheduleTick();
 }
 
-void TypingMonitor::recompute(double t) {
-    while (!window_.empty() && window_.front() < t - kWindowSeconds)
+void TypingMonitor::recompute(Clock::Duration t) {
+    while (!window_.empty() && window_.front() < t - kWindow)
         window_.pop_front();
     if (window_.size() < 3) {
         liveWPM_ = 0;
     } else {
-        const double span = std::max(window_.back() - window_.front(), 0.5);
+        const double span = std::max(seconds(window_.back() - window_.front()), 0.5);
         liveWPM_ = (static_cast<double>(window_.size()) / 5.0) / (span / 60.0);
     }
     sessionKeystrokes_ = sessionProductive_ + sessionCorrections_;
@@ -77,7 +87,7 @@ void TypingMonitor::recompute(double t) {
     sessionAccuracy_ = sessionKeystrokes_ < 1 ? 1.0
                                               : static_cast<double>(sessionProductive_) /
                                                     static_cast<double>(sessionKeystrokes_);
-    isTyping_ = anyKey_ && t - lastKeyTime_ <= kBurstGapSeconds && sessionKeystrokes_ > 0;
+    isTyping_ = anyKey_ && t - lastKeyTime_ <= kBurstGap && sessionKeystrokes_ > 0;
     Q_EMIT changed();
 }
 
@@ -103,10 +113,10 @@ void TypingMonitor::scheduleTick() {
 }
 
 void TypingMonitor::tick() {
-    const double t = now();
+    const Clock::Duration t = clock_.now();
     const bool wasTyping = isTyping_;
     recompute(t);
-    if (wasTyping && t - lastKeyTime_ > kBurstGapSeconds)
+    if (wasTyping && t - lastKeyTime_ > kBurstGap)
         endBurst();
     if (isTyping_)
         scheduleTick();

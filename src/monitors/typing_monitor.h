@@ -71,8 +71,7 @@ Q_SIGNALS:
     void changed();
 
 private:
-    double now() const;
-    void recompute(double now);
+    void recompute(Clock::Duration now);
     void endBurst();
     void tick();
     void scheduleTick();
@@ -88,8 +87,10 @@ private:
     double lastWPM_ = 0, lastAccuracy_ = 1.0;
     qint64 lastKeystrokes_ = 0;
 
-    std::deque<double> window_;
-    double lastKeyTime_ = 0;
+    // Times stay in the clock's integer units: as seconds in a double, a pause of
+    // exactly four seconds could come out a hair longer and end the burst.
+    std::deque<Clock::Duration> window_;
+    Clock::Duration lastKeyTime_{};
     bool anyKey_ = false;
     qint64 sessionProductive_ = 0, sessionCorrections_ = 0;
     double sessionActiveSeconds_ = 0;
