@@ -159,3 +159,33 @@ TEST_F(EndToEnd, QuietWhileTheMicrophoneIsLive) {
     ASSERT_TRUE(waitForLog("awake"));
     EXPECT_FALSE(test::onsets(type({"a"})).empty());
 }
+
+TEST_F(EndToEnd, TypingStatisticsReachTheFileAtSigterm) {
+    launch(kQuietExtras);
+    XvfbServer::xdotool({"type", "--delay", "90", "the quick brwn"});
+    XvfbServer::xdotool({"key", "--delay", "90", "BackSpace", "BackSpace", "BackSpace"});
+    XvfbServer::xdotool({"type", "--delay", "90", "rown fox"});
+    tappix_.terminate();
+    ASSERT_TRUE(tappix_.waitForFinished(5000));
+    EXPECT_EQ(tappix_.exitCode(), 0);
+
+    QFile file(home_.filePath("config/tappix/preferences.json"));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QJsonObject stored = QJsonDocument::fromJson(file.readAll()).object();
+    EXPECT_EQ(stored.value("productiveKeys").toInt(), 22);
+    EXPECT_EQ(stored.value("corrections").toInt(), 3);
+    EXPECT_GT(stored.value("typingSeconds").toDouble(), 1.0);
+    EXPECT_GE(stored.value("keystrokeCount").toInt(), 25);
+}
+
+TEST_F(EndToEnd, TheShortcutSilencesAndRestoresTheSounds) {
+    QJsonObject prefs = kQuietExtras;
+    prefs["keyUpSoundsEnabled"] = false;
+    launch(prefs);
+    XvfbServer::xdotool({"key", "ctrl+super+k"});
+    ASSERT_TRUE(waitForLog("sounds off by the shortcut")) << log_.constData();
+    EXPECT_TRUE(test::onsets(type({"a", "s"})).empty());
+    XvfbServer::xdotool({"key", "ctrl+super+k"});
+    ASSERT_TRUE(waitForLog("sounds on by the shortcut")) << log_.constData();
+    EXPECT_EQ(test::onsets(type({"a", "s"})).size(), 2u);
+}
