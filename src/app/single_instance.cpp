@@ -45,7 +45,8 @@ SingleInstance::Role SingleInstance::claim() {
     if (askRunningToReopen())
         return Role::handedOff;
 
-    // Nobody answers: any file there is left from a process that died.
+    // Nobody answers (and the lock keeps other launches from starting meanwhile): any
+    // file there was left by a process that died.
     if (QFileInfo::exists(socketPath_)) {
         qCInfo(lcApp, "removing a stale instance socket at %s", qPrintable(socketPath_));
         QLocalServer::removeServer(socketPath_);

@@ -62,7 +62,9 @@ public:
     /// The current value of every property, by name. Main thread.
     QVariantMap properties() const;
 
+    /// The control interface's introspection; the connection adds the standard ones.
     QString introspect(const QString& path) const override;
+    /// Answers the control interface and Properties; leaves the rest to the connection.
     bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override;
 
 private:
