@@ -28,7 +28,7 @@ mkdir -p "$dir/config/tappix"
 cat > "$dir/config/tappix/preferences.json" <<'JSON'
 {"selectedPackId": "crisp-click", "keyUpSoundsEnabled": false, "pitchVariation": false}
 JSON
-HOME=$dir XDG_CONFIG_HOME=$dir/config XDG_DATA_HOME=$dir/data "$build/tappix" 2>"$dir/tappix.log" &
+HOME=$dir XDG_CONFIG_HOME=$dir/config XDG_DATA_HOME=$dir/data XDG_RUNTIME_DIR=$dir "$build/tappix" 2>"$dir/tappix.log" &
 tappix=$!; pids+=($tappix)
 for _ in $(seq 100); do grep -q "global backend" "$dir/tappix.log" && break; sleep 0.1; done
 sleep 3

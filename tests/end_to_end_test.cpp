@@ -42,6 +42,8 @@ protected:
         env.insert("HOME", home_.path());
         env.insert("XDG_CONFIG_HOME", home_.filePath("config"));
         env.insert("XDG_DATA_HOME", home_.filePath("data"));
+        // Its own runtime directory, so tests running side by side are not one instance.
+        env.insert("XDG_RUNTIME_DIR", home_.path());
         tappix_.setProcessEnvironment(env);
         tappix_.setProcessChannelMode(QProcess::MergedChannels);
         tappix_.start(QStringLiteral(TAPPIX_PATH), {});

@@ -233,6 +233,19 @@ void AppDelegate::applySettings() {
 
 void AppDelegate::sleepChanged(bool isSleeping, const std::optional<QString>&) {
     audioPlayer_->setDuck(isSleeping, settings_->sleepVolume());
+    Q_EMIT sleepingChanged(isSleeping);
+}
+
+void AppDelegate::showPanel() {
+    qCInfo(lcApp, "show panel");
+}
+
+void AppDelegate::openSettings(const QString& page) {
+    qCInfo(lcApp, "open settings on \"%s\"", qPrintable(page));
+}
+
+void AppDelegate::reopen() {
+    qCInfo(lcApp, "reopen: the settings window on its last page");
 }
 
 void AppDelegate::permissionTick() {

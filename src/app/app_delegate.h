@@ -69,6 +69,15 @@ public:
     /// Flips `isEnabled`, as the sounds shortcut does. Main thread.
     void toggleSounds();
 
+    /// Opens the panel. Main thread.
+    void showPanel();
+    /// Opens the settings window on `page`, or on the last page when empty. Main thread.
+    void openSettings(const QString& page = {});
+    /// A later launch asked for Tappix: the settings window on its last page. Main thread.
+    void reopen();
+
+    /// The kits found at start. Main thread.
+    const SoundpackStore& packStore() const { return *packStore_; }
     /// The settings store (tests, diagnostics). Main thread.
     SettingsStore& settings() { return *settings_; }
     /// The key service (tests, diagnostics). Main thread.
@@ -79,6 +88,10 @@ public:
     SleepMonitor& sleepMonitor() { return *sleepMonitor_; }
     /// The typing monitor. Main thread.
     TypingMonitor& typingMonitor() { return *typingMonitor_; }
+
+Q_SIGNALS:
+    /// The sleep monitor quieted Tappix down (true) or woke it (false).
+    void sleepingChanged(bool isSleeping);
 
 private:
     void installCallbacks();

@@ -1,10 +1,13 @@
 // Tappix: plays a mechanical-keyboard sound for every key that moves.
 
 #include "app/app_delegate.h"
+#include "app/command_line.h"
+#include "app/single_instance.h"
 #include "core/log.h"
 #include "platform/audio_backends.h"
 #include "platform/capture_backends.h"
 #include "platform/dbus/freedesktop_notifier.h"
+#include "platform/dbus/remote_control_service.h"
 
 #include <QCoreApplication>
 #include <QSocketNotifier>
@@ -25,10 +28,19 @@ void onSignal(int) {
 } // namespace
 
 int main(int argc, char** argv) {
+    // --help, --version and the commands for a running Tappix never start one.
+    const tappix::CommandLine commandLine(tappix::CommandLine::fromArgv(argc, argv));
+    if (commandLine.mode() != tappix::CommandLine::Mode::start)
+        return commandLine.exec(argc, argv);
+
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("Tappix"));
     QCoreApplication::setOrganizationDomain(QStringLiteral("morvane.app"));
     QCoreApplication::setApplicationVersion(QStringLiteral(TAPPIX_VERSION));
+
+    tappix::SingleInstance instance;
+    if (instance.claim() == tappix::SingleInstance::Role::handedOff)
+        return 0;
 
     // SIGTERM (logout, systemd) and SIGINT (Ctrl+C) quit like the menu does: the
     // counters are written and capture stops before the process ends.
@@ -51,6 +63,16 @@ int main(int argc, char** argv) {
                                  tappix::SoundpackStore::defaultBundleDirectory(),
                                  tappix::SoundpackStore::defaultUserDirectory());
     delegate.start();
+    QObject::connect(&instance, &tappix::SingleInstance::reopenRequested, &delegate,
+                     &tappix::AppDelegate::reopen);
+    tappix::RemoteControlService remote(
+        delegate.settings(), delegate.packStore(),
+        {[&delegate] { delegate.showPanel(); },
+         [&delegate](const QString& page) { delegate.openSettings(page); }, &QCoreApplication::quit,
+         [&delegate] { return delegate.sleepMonitor().isSleeping(); }});
+    QObject::connect(&delegate, &tappix::AppDelegate::sleepingChanged, &remote,
+                     &tappix::RemoteControlService::sleepingChanged);
+    remote.publish(QDBusConnection::sessionBus());
     qCInfo(lcApp, "Tappix %s running", TAPPIX_VERSION);
     const int code = QCoreApplication::exec();
     delegate.shutdown();

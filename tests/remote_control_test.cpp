@@ -1,0 +1,365 @@
+// Driving a running tappix from outside, as scripts and desktop shortcuts do: a
+// second launch, the command line and the session bus. tappix runs against a
+// private X server, a private PulseAudio server and (through dbus-run-session) a
+// private session bus.
+
+#include "support/pulse_server.h"
+#include "support/sound_analysis.h"
+#include "support/xvfb_server.h"
+
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusVariant>
+#include <QElapsedTimer>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+using namespace tappix;
+using test::PulseServer;
+using test::XvfbServer;
+
+namespace {
+
+const char* const kService = "app.morvane.tappix";
+const char* const kPath = "/app/morvane/tappix";
+const char* const kInterface = "app.morvane.tappix.Control";
+
+/// Collects PropertiesChanged signals of Tappix's control interface.
+class ChangeListener final : public QObject {
+    Q_OBJECT
+public:
+    std::vector<QVariantMap> changes;
+
+public Q_SLOTS:
+    void changed(const QString& interface, const QVariantMap& properties, const QStringList&) {
+        if (interface == QLatin1String(kInterface))
+            changes.push_back(properties);
+    }
+};
+
+/// What one `tappix` command printed and how it ended.
+struct Outcome {
+    int code = -1;
+    QString out, err;
+};
+
+bool waitFor(const std::function<bool()>& condition, int timeoutMs = 5000) {
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition() && timer.elapsed() < timeoutMs)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    return condition();
+}
+
+/// Leaves a socket file behind at `path` with nobody listening, as a crash does.
+void leaveStaleSocket(const QString& path) {
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const QByteArray bytes = path.toLocal8Bit();
+    std::memcpy(address.sun_path, bytes.constData(), static_cast<std::size_t>(bytes.size()));
+    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ::close(fd);
+}
+
+class RemoteControl : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        static int argc = 1;
+        static char name[] = "remote_control_test";
+        static char* argv[] = {name, nullptr};
+        app_ = new QCoreApplication(argc, argv);
+        x_ = new XvfbServer;
+        pulse_ = new PulseServer;
+    }
+    static void TearDownTestSuite() {
+        delete pulse_;
+        delete x_;
+        delete app_;
+    }
+
+    void SetUp() override {
+        ASSERT_TRUE(QDBusConnection::sessionBus().isConnected()) << "run under dbus-run-session";
+        env_ = QProcessEnvironment::systemEnvironment();
+        env_.insert("HOME", home_.path());
+        env_.insert("XDG_CONFIG_HOME", home_.filePath("config"));
+        env_.insert("XDG_DATA_HOME", home_.filePath("data"));
+        env_.insert("XDG_RUNTIME_DIR", runtime_.path());
+    }
+
+    /// Starts tappix with these preferences and waits until it captures keys and
+    /// answers on the bus.
+    void launch(const QJsonObject& preferences) {
+        ASSERT_TRUE(x_->isRunning());
+        QDir().mkpath(home_.filePath("config/tappix"));
+        QFile file(prefsPath());
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(QJsonDocument(preferences).toJson());
+        file.close();
+        tappix_.setProcessEnvironment(env_);
+        tappix_.setProcessChannelMode(QProcess::MergedChannels);
+        tappix_.start(QStringLiteral(TAPPIX_PATH), {});
+        ASSERT_TRUE(tappix_.waitForStarted(5000));
+        ASSERT_TRUE(waitForLog("remote control on the session bus")) << log_.constData();
+        ASSERT_TRUE(waitForLog("global backend: X11 raw events")) << log_.constData();
+    }
+
+    /// Waits (up to 10 s) until tappix has logged `text`.
+    bool waitForLog(const QByteArray& text) {
+        QElapsedTimer timer;
+        timer.start();
+        while (!log_.contains(text) && timer.elapsed() < 10000) {
+            tappix_.waitForReadyRead(100);
+            log_ += tappix_.readAll();
+        }
+        return log_.contains(text);
+    }
+
+    /// Runs `tappix arguments` to its end.
+    Outcome command(const QStringList& arguments, int timeoutMs = 10000) {
+        QProcess process;
+        process.setProcessEnvironment(env_);
+        process.start(QStringLiteral(TAPPIX_PATH), arguments);
+        Outcome outcome;
+        if (!process.waitForFinished(timeoutMs)) {
+            process.kill();
+            process.waitForFinished(1000);
+            return outcome;
+        }
+        outcome.code = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+        outcome.out = QString::fromLocal8Bit(process.readAllStandardOutput());
+        outcome.err = QString::fromLocal8Bit(process.readAllStandardError());
+        return outcome;
+    }
+
+    QString prefsPath() const { return home_.filePath("config/tappix/preferences.json"); }
+
+    QJsonObject prefs() const {
+        QFile file(prefsPath());
+        file.open(QIODevice::ReadOnly);
+        return QJsonDocument::fromJson(file.readAll()).object();
+    }
+
+    /// One property read over the bus.
+    static QVariant property(const QString& name) {
+        QDBusMessage get = QDBusMessage::createMethodCall(kService, kPath,
+                                                          "org.freedesktop.DBus.Properties", "Get");
+        get << QString(kInterface) << name;
+        const QDBusMessage reply = QDBusConnection::sessionBus().call(get);
+        return reply.arguments().value(0).value<QDBusVariant>().variant();
+    }
+
+    /// Records the sink while pressing and releasing `key`.
+    std::vector<float> typeKey(const QString& key) {
+        return pulse_->record(
+            "tappix_a",
+            [&] {
+                XvfbServer::xdotool({"keydown", key});
+                QThread::msleep(100);
+                XvfbServer::xdotool({"keyup", key});
+            },
+            500);
+    }
+
+    void TearDown() override {
+        if (tappix_.state() != QProcess::NotRunning) {
+            tappix_.terminate();
+            EXPECT_TRUE(tappix_.waitForFinished(5000));
+            EXPECT_EQ(tappix_.exitCode(), 0);
+        }
+    }
+
+    static QCoreApplication* app_;
+    static XvfbServer* x_;
+    static PulseServer* pulse_;
+    QTemporaryDir home_;
+    QTemporaryDir runtime_;
+    QProcessEnvironment env_;
+    QProcess tappix_;
+    QByteArray log_;
+};
+
+QCoreApplication* RemoteControl::app_ = nullptr;
+XvfbServer* RemoteControl::x_ = nullptr;
+PulseServer* RemoteControl::pulse_ = nullptr;
+
+const QJsonObject kPlain{{"pitchVariation", false}, {"keyUpSoundsEnabled", false}};
+
+} // namespace
+
+TEST_F(RemoteControl, ASecondLaunchReopensTheFirstAndAStaleSocketBlocksNothing) {
+    const QString socket = runtime_.filePath("app.morvane.tappix.socket");
+    leaveStaleSocket(socket);
+    launch(kPlain);
+    EXPECT_TRUE(log_.contains("removing a stale instance socket"));
+
+    QElapsedTimer timer;
+    timer.start();
+    const Outcome second = command({}, 3000);
+    const qint64 ms = timer.elapsed();
+    RecordProperty("secondLaunchMs", static_cast<int>(ms));
+    EXPECT_EQ(second.code, 0) << second.err.toStdString();
+    EXPECT_TRUE(waitForLog("a second launch asked to reopen")) << log_.constData();
+    EXPECT_TRUE(waitForLog("reopen: the settings window"));
+    EXPECT_EQ(tappix_.state(), QProcess::Running);
+    // The first one still owns the socket: a third launch is handed over too.
+    EXPECT_EQ(command({}, 3000).code, 0);
+}
+
+TEST_F(RemoteControl, TheCommandLineChangesSettingsAndRefusesBadInput) {
+    QJsonObject preferences = kPlain;
+    preferences["soundMixes"] =
+        QJsonArray{QJsonObject{{"id", "night"}, {"name", "Night"}, {"assignments", QJsonObject{}}}};
+    launch(preferences);
+    ChangeListener listener;
+    ASSERT_TRUE(QDBusConnection::sessionBus().connect(
+        kService, kPath, "org.freedesktop.DBus.Properties", "PropertiesChanged", &listener,
+        SLOT(changed(QString, QVariantMap, QStringList))));
+
+    Outcome set = command({"--volume", "30"});
+    EXPECT_EQ(set.code, 0) << set.err.toStdString();
+    EXPECT_TRUE(waitFor([&] { return std::abs(prefs()["volume"].toDouble() - 0.3) < 1e-6; }));
+    ASSERT_TRUE(waitFor([&] { return !listener.changes.empty(); }));
+    EXPECT_DOUBLE_EQ(listener.changes.back().value("Volume").toDouble(), 0.3);
+    EXPECT_FALSE(listener.changes.back().contains("Kit")); // only what changed
+
+    EXPECT_EQ(command({"--kit", "gun-shotgun", "--mix", "night"}).code, 0);
+    EXPECT_TRUE(waitFor([&] {
+        const QJsonObject p = prefs();
+        return p["selectedPackId"].toString() == "gun-shotgun" &&
+               p["activeMixId"].toString() == "night";
+    }));
+    EXPECT_TRUE(waitFor([&] { return listener.changes.size() >= 3; }));
+
+    const Outcome status = command({"--status"});
+    EXPECT_EQ(status.code, 0);
+    EXPECT_EQ(status.out, "Enabled: true\nVolume: 30\nKit: gun-shotgun\nMix: night\n"
+                          "Sleeping: false\n");
+
+    // Refused, each with a message, and nothing changes.
+    const QJsonObject before = prefs();
+    const std::size_t signalsBefore = listener.changes.size();
+    for (const QStringList& bad :
+         {QStringList{"--volume", "150"}, QStringList{"--kit", "nosuch"},
+          QStringList{"--mix", "nosuch"}, QStringList{"--settings", "nosuch"},
+          QStringList{"--kit", "nosuch", "--volume", "10"}}) {
+        const Outcome refused = command(bad);
+        EXPECT_EQ(refused.code, 1) << bad.join(' ').toStdString();
+        EXPECT_TRUE(refused.err.contains("nosuch") || refused.err.contains("0 to 100"))
+            << refused.err.toStdString();
+    }
+    EXPECT_TRUE(command({"--kit", "nosuch"}).err.contains("gun-shotgun")); // lists the kits
+    EXPECT_EQ(command({"--mix", "none"}).code, 0);
+    EXPECT_TRUE(waitFor([&] { return !prefs().contains("activeMixId"); }));
+    const QJsonObject after = prefs();
+    EXPECT_EQ(after["volume"].toDouble(), before["volume"].toDouble());
+    EXPECT_EQ(after["selectedPackId"].toString(), before["selectedPackId"].toString());
+    EXPECT_EQ(listener.changes.size(), signalsBefore + 1); // the mix, nothing else
+
+    // The bus itself refuses with named errors.
+    QDBusMessage setVolume =
+        QDBusMessage::createMethodCall(kService, kPath, "org.freedesktop.DBus.Properties", "Set");
+    setVolume << QString(kInterface) << QString("Volume") << QVariant::fromValue(QDBusVariant(1.5));
+    EXPECT_EQ(QDBusConnection::sessionBus().call(setVolume).errorName(),
+              "app.morvane.tappix.Error.InvalidVolume");
+    QDBusMessage setSleeping =
+        QDBusMessage::createMethodCall(kService, kPath, "org.freedesktop.DBus.Properties", "Set");
+    setSleeping << QString(kInterface) << QString("Sleeping")
+                << QVariant::fromValue(QDBusVariant(true));
+    EXPECT_EQ(QDBusConnection::sessionBus().call(setSleeping).errorName(),
+              "org.freedesktop.DBus.Error.PropertyReadOnly");
+    EXPECT_EQ(property("Volume").toDouble(), 0.3);
+
+    EXPECT_EQ(command({"--panel"}).code, 0);
+    EXPECT_EQ(command({"--settings", "about"}).code, 0);
+    EXPECT_TRUE(waitForLog("show panel"));
+    EXPECT_TRUE(waitForLog("open settings on \"about\""));
+}
+
+TEST_F(RemoteControl, ToggleSilencesTypedKeysAndQuitWritesTheCounters) {
+    launch(kPlain);
+    // The null sink wakes lazily: let the output settle before listening for keys.
+    pulse_->record(
+        "tappix_a", [] {}, 0);
+    EXPECT_FALSE(test::onsets(typeKey("a")).empty());
+
+    EXPECT_EQ(command({"--toggle"}).code, 0);
+    EXPECT_EQ(property("Enabled").toBool(), false);
+    EXPECT_TRUE(waitFor([&] { return prefs()["isEnabled"].toBool(true) == false; }));
+    EXPECT_TRUE(test::onsets(typeKey("s")).empty());
+
+    EXPECT_EQ(command({"--toggle"}).code, 0);
+    EXPECT_EQ(property("Enabled").toBool(), true);
+    EXPECT_FALSE(test::onsets(typeKey("d")).empty());
+
+    // Counters are written ten seconds after the last key, or at quit: two keys sounded.
+    const Outcome quit = command({"--quit"});
+    EXPECT_EQ(quit.code, 0) << quit.err.toStdString();
+    ASSERT_TRUE(tappix_.waitForFinished(5000));
+    EXPECT_EQ(tappix_.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(tappix_.exitCode(), 0);
+    EXPECT_GE(prefs()["keystrokeCount"].toInteger(), 2);
+}
+
+TEST_F(RemoteControl, SleepingFollowsTheMonitor) {
+    QJsonObject preferences = kPlain;
+    preferences["sleepEnabled"] = true;
+    preferences["sleepTriggerMicrophone"] = true;
+    launch(preferences);
+    ChangeListener listener;
+    ASSERT_TRUE(QDBusConnection::sessionBus().connect(
+        kService, kPath, "org.freedesktop.DBus.Properties", "PropertiesChanged", &listener,
+        SLOT(changed(QString, QVariantMap, QStringList))));
+    EXPECT_EQ(property("Sleeping").toBool(), false);
+    {
+        auto call = PulseServer::startRecording(); // someone starts a call
+        ASSERT_TRUE(waitFor([&] { return !listener.changes.empty(); }, 10000));
+        EXPECT_EQ(listener.changes.back(), (QVariantMap{{"Sleeping", true}}));
+        EXPECT_EQ(property("Sleeping").toBool(), true);
+        EXPECT_TRUE(command({"--status"}).out.contains("Sleeping: true"));
+    }
+    ASSERT_TRUE(waitFor([&] { return listener.changes.size() == 2; }, 10000));
+    EXPECT_EQ(listener.changes.back(), (QVariantMap{{"Sleeping", false}}));
+}
+
+TEST_F(RemoteControl, WithoutARunningTappixCommandsFailAndHelpStillWorks) {
+    for (const QStringList& arguments :
+         {QStringList{"--toggle"}, QStringList{"--status"}, QStringList{"--volume", "30"},
+          QStringList{"--quit"}, QStringList{"--panel"}}) {
+        const Outcome outcome = command(arguments);
+        EXPECT_EQ(outcome.code, 1) << arguments.join(' ').toStdString();
+        EXPECT_TRUE(outcome.err.contains("Tappix is not running")) << outcome.err.toStdString();
+    }
+
+    const Outcome help = command({"--help"});
+    EXPECT_EQ(help.code, 0);
+    for (const char* option : {"--toggle", "--on", "--off", "--volume <N>", "--kit <ID>",
+                               "--mix <ID|none>", "--panel", "--settings", "--status", "--quit"})
+        EXPECT_TRUE(help.out.contains(option)) << option;
+    const Outcome version = command({"--version"});
+    EXPECT_EQ(version.code, 0);
+    EXPECT_EQ(version.out, "Tappix " TAPPIX_VERSION "\n");
+    const Outcome unknown = command({"--bogus"});
+    EXPECT_EQ(unknown.code, 2);
+    EXPECT_TRUE(unknown.out.isEmpty());
+    EXPECT_TRUE(unknown.err.contains("bogus"));
+    EXPECT_TRUE(unknown.err.contains("Usage:"));
+
+    // None of these started anything or left anything behind.
+    EXPECT_FALSE(QFile::exists(prefsPath()));
+    EXPECT_FALSE(QFile::exists(runtime_.filePath("app.morvane.tappix.socket")));
+}
+
+#include "remote_control_test.moc"
