@@ -74,22 +74,22 @@ struct Fixture {
 TEST(KeyEventService, RepeatsAndHeldKeysNeverDeliverTwice) {
     Fixture f;
     CaptureSink& in = f.keyboard->sink();
-    in.keyDown(0, false);
-    in.keyDown(0, true);  // marked repeat
-    in.keyDown(0, false); // unmarked repeat of a held key
-    in.keyUp(0);
-    in.keyUp(12); // never seen down: still delivered
-    in.keyDown(0, false);
+    in.keyDown(keys::a, false);
+    in.keyDown(keys::a, true);  // marked repeat
+    in.keyDown(keys::a, false); // unmarked repeat of a held key
+    in.keyUp(keys::a);
+    in.keyUp(keys::q); // never seen down: still delivered
+    in.keyDown(keys::a, false);
     EXPECT_EQ(f.events(), (Events{"k 0 down", "k 0 up", "k 12 up", "k 0 down"}));
 }
 
 TEST(KeyEventService, ModifiersAsPressesAndAsFlagToggles) {
     Fixture f;
     CaptureSink& in = f.keyboard->sink();
-    in.keyDown(56, false);
-    in.keyDown(60, false);
-    in.keyUp(56);
-    in.keyUp(60);
+    in.keyDown(keys::shift, false);
+    in.keyDown(keys::rightShift, false);
+    in.keyUp(keys::shift);
+    in.keyUp(keys::rightShift);
     EXPECT_EQ(f.events(), (Events{"k 56 down", "k 60 down", "k 56 up", "k 60 up"}));
 
     // Producers with only "flags changed": each code toggles on its own.
@@ -131,12 +131,12 @@ TEST(KeyEventService, StartAlwaysPassesThroughStop) {
     EXPECT_FALSE(f.fallback->isRunning());
 
     // Held keys are forgotten by stop, so a held key sounds again after a restart.
-    f.keyboard->sink().keyDown(3, false);
+    f.keyboard->sink().keyDown(keys::f, false);
     f.service->stop();
     EXPECT_FALSE(f.keyboard->isRunning());
     EXPECT_EQ(f.service->backend(), KeyEventService::Backend::stopped);
     f.service->start();
-    f.keyboard->sink().keyDown(3, false);
+    f.keyboard->sink().keyDown(keys::f, false);
     EXPECT_EQ(f.events(), (Events{"k 3 down", "k 3 down"}));
 }
 
@@ -170,9 +170,9 @@ TEST(KeyEventService, FallsBackWhenThePrimaryCaptureIsRefused) {
     Fixture f(/*keyboardAvailable=*/false);
     EXPECT_EQ(f.service->backend(), KeyEventService::Backend::fallback);
     ASSERT_TRUE(f.fallback->isRunning());
-    f.fallback->sink().keyDown(36, false);
-    f.fallback->sink().keyDown(36, false);
-    f.fallback->sink().keyUp(36);
+    f.fallback->sink().keyDown(keys::returnKey, false);
+    f.fallback->sink().keyDown(keys::returnKey, false);
+    f.fallback->sink().keyUp(keys::returnKey);
     EXPECT_EQ(f.events(), (Events{"k 36 down", "k 36 up"}));
 }
 
@@ -194,9 +194,9 @@ TEST(KeyEventService, MouseCaptureIsIndependentOfStartAndStop) {
 TEST(KeyEventService, CallbacksChangeInDeliveryOrder) {
     Fixture f;
     std::atomic<int> late{0};
-    f.keyboard->sink().keyDown(1, false);
+    f.keyboard->sink().keyDown(keys::s, false);
     f.service->setOnKeyEvent([&late](KeyCode, bool) { ++late; });
-    f.keyboard->sink().keyUp(1);
+    f.keyboard->sink().keyUp(keys::s);
     f.service->drain();
     EXPECT_EQ(f.recorder.take(), (Events{"k 1 down"}));
     EXPECT_EQ(late.load(), 1);

@@ -118,16 +118,16 @@ struct Typing {
 
 TEST(TypingMonitor, SpeedsFromKeyTiming) {
     Typing t;
-    t.type(0);
-    t.type(1, 1s);
+    t.type(keys::a);
+    t.type(keys::s, 1s);
     EXPECT_EQ(t.monitor.liveWPM(), 0.0); // fewer than three in the window
     EXPECT_DOUBLE_EQ(t.monitor.sessionWPM(), 24.0);
     EXPECT_DOUBLE_EQ(t.settings.typingSeconds(), 1.0);
 
     Typing fast;
-    fast.type(0);
-    fast.type(1, 50ms);
-    fast.type(2, 50ms);
+    fast.type(keys::a);
+    fast.type(keys::s, 50ms);
+    fast.type(keys::d, 50ms);
     EXPECT_DOUBLE_EQ(fast.monitor.liveWPM(), 72.0); // span clamped to 0.5 s
 }
 
@@ -135,7 +135,7 @@ TEST(TypingMonitor, BurstsEndAfterFourQuietSecondsAndSetTheBest) {
     for (int keys : {24, 25}) {
         Typing t;
         for (int i = 0; i < keys; ++i)
-            t.type(0, 100ms);
+            t.type(keys::a, 100ms);
         EXPECT_TRUE(t.monitor.isTyping());
         t.time.advance(4600ms); // ticks end the burst
         EXPECT_FALSE(t.monitor.isTyping());
@@ -173,7 +173,7 @@ TEST(TypingMonitor, APauseOfExactlyFourSecondsKeepsTheBurst) {
 
 TEST(TypingMonitor, CorrectionsAndIgnoredKeys) {
     Typing t;
-    t.type(51);
+    t.type(keys::backspace);
     EXPECT_EQ(t.monitor.sessionAccuracy(), 0.0);
     EXPECT_EQ(t.monitor.sessionWPM(), 0.0);
     t.time.advance(5s);
@@ -185,9 +185,9 @@ TEST(TypingMonitor, CorrectionsAndIgnoredKeys) {
     EXPECT_FALSE(t.monitor.isTyping());
     EXPECT_EQ(t.settings.typingSeconds(), before);
 
-    t.type(0, 1s);
-    t.type(1, 1s);
-    t.type(117, 1s);
+    t.type(keys::a, 1s);
+    t.type(keys::s, 1s);
+    t.type(keys::forwardDelete, 1s);
     EXPECT_DOUBLE_EQ(t.monitor.sessionAccuracy(), 2.0 / 3.0);
     EXPECT_EQ(t.settings.corrections(), 2);
     EXPECT_EQ(t.settings.productiveKeys(), 2);
@@ -197,7 +197,7 @@ TEST(TypingMonitor, StatisticsOffChangesNothing) {
     Typing t;
     t.settings.setStatsEnabled(false);
     for (int i = 0; i < 5; ++i)
-        t.type(0, 100ms);
+        t.type(keys::a, 100ms);
     EXPECT_FALSE(t.monitor.isTyping());
     EXPECT_EQ(t.monitor.sessionKeystrokes(), 0);
     EXPECT_EQ(t.settings.productiveKeys(), 0);

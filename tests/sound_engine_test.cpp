@@ -92,10 +92,10 @@ using Names = std::vector<std::string>;
 
 TEST(SoundEngine, ResolvesThroughTheMixAndTheMainKit) {
     Fixture f;
-    f.key(0);
-    f.key(36);
-    f.key(60);
-    f.key(10); // unnamed: alpha
+    f.key(keys::a);
+    f.key(keys::returnKey);
+    f.key(keys::rightShift);
+    f.key(keys::isoSection); // unnamed: alpha
     EXPECT_EQ(f.player.names(),
               (Names{"main/alpha.wav", "main/enter.wav", "main/shift.wav", "main/alpha.wav"}));
 
@@ -103,15 +103,15 @@ TEST(SoundEngine, ResolvesThroughTheMixAndTheMainKit) {
     f.settings.voices[KeyGroup::space] = MixVoice{QStringLiteral("not-installed"), std::nullopt};
     f.apply();
     f.engine->mixChanged();
-    f.key(36);
-    f.key(49);
+    f.key(keys::returnKey);
+    f.key(keys::space);
     EXPECT_EQ(f.player.names(), (Names{"up/clack.wav", "main/alpha.wav"}));
     ASSERT_FALSE(f.player.loads.empty());
     EXPECT_EQ(f.player.loads.back().size(), 2u); // main and up, each once
 
     f.engine->loadPack(nullptr);
-    f.key(0); // no main kit, no assignment: silent
-    f.key(36);
+    f.key(keys::a); // no main kit, no assignment: silent
+    f.key(keys::returnKey);
     EXPECT_EQ(f.player.names(), (Names{"up/clack.wav"}));
 }
 
@@ -119,27 +119,27 @@ TEST(SoundEngine, RapidKeysAreMeasuredOnEveryEvent) {
     Fixture f;
     f.settings.ignoreRapidKeys = true;
     f.apply();
-    f.key(0);
+    f.key(keys::a);
     f.time.advance(5ms);
-    f.key(1);
+    f.key(keys::s);
     EXPECT_EQ(f.player.names().size(), 1u);
     f.time.advance(1s);
     for (int i = 0; i < 3; ++i) {
-        f.key(0, i % 2 == 0);
+        f.key(keys::a, i % 2 == 0);
         f.time.advance(6ms);
     }
     EXPECT_EQ(f.player.names().size(), 1u); // each dropped event moved the time
 
     f.time.advance(1s);
-    f.key(64); // F17 has no sound in this kit… yet it still counts for the rule
+    f.key(keys::f17); // F17 has no sound in this kit… yet it still counts for the rule
     f.time.advance(5ms);
-    f.key(0);
+    f.key(keys::a);
     EXPECT_EQ(f.player.names().size(), 1u);
 
     f.settings.ignoreRapidKeys = false;
     f.apply();
     for (int i = 0; i < 4; ++i) {
-        f.key(0);
+        f.key(keys::a);
         f.time.advance(1ms);
     }
     EXPECT_EQ(f.player.names().size(), 4u);
@@ -147,27 +147,27 @@ TEST(SoundEngine, RapidKeysAreMeasuredOnEveryEvent) {
 
 TEST(SoundEngine, ModifierAndReleaseRules) {
     Fixture f;
-    f.key(0, false); // main kit does not declare release sounds
+    f.key(keys::a, false); // main kit does not declare release sounds
     EXPECT_TRUE(f.player.names().empty());
     f.settings.modifierSoundsEnabled = false;
     f.apply();
-    f.key(60, true);
-    f.key(60, false);
+    f.key(keys::rightShift, true);
+    f.key(keys::rightShift, false);
     EXPECT_TRUE(f.player.names().empty());
     EXPECT_EQ(f.keystrokes, 0);
 
     f.engine->loadPack(f.store.find("up"));
-    f.key(0, false);
+    f.key(keys::a, false);
     EXPECT_EQ(f.player.names(), (Names{"up/u.wav"}));
     f.settings.keyUpSoundsEnabled = false;
     f.apply();
-    f.key(0, false);
+    f.key(keys::a, false);
     EXPECT_TRUE(f.player.names().empty());
     EXPECT_EQ(f.keystrokes, 0); // releases are not keystrokes
 
     f.settings.isEnabled = false;
     f.apply();
-    f.key(0);
+    f.key(keys::a);
     EXPECT_TRUE(f.player.names().empty());
 }
 
@@ -175,23 +175,23 @@ TEST(SoundEngine, RatePanAndGainFormulas) {
     Fixture f;
     f.settings.tonePitch = 3.0f;
     f.apply();
-    f.key(0);
+    f.key(keys::a);
     EXPECT_EQ(f.player.plays.back().rate, 2.0f);
     f.settings.tonePitch = 0.2f;
     f.apply();
-    f.key(0);
+    f.key(keys::a);
     EXPECT_EQ(f.player.plays.back().rate, 0.5f);
 
     f.settings.tonePitch = 1.0f;
     f.settings.spatialAudio = true;
     f.settings.tunings["main"] = PackTuning{1.0f, 1.7f, 0.04f, 3.0f};
     f.apply();
-    f.key(51); // right-most column: 0.35 × 3 × 1.25 would be 1.3125
+    f.key(keys::backspace); // right-most column: 0.35 × 3 × 1.25 would be 1.3125
     EXPECT_EQ(f.player.plays.back().pan, 0.9f);
     EXPECT_EQ(f.player.plays.back().gain, 1.7f);
     f.settings.stereoPanning = false;
     f.apply();
-    f.key(51);
+    f.key(keys::backspace);
     EXPECT_EQ(f.player.plays.back().pan, 0.0f);
 }
 
@@ -237,9 +237,9 @@ TEST(SoundEngine, BellAndCountersOnPressesOnly) {
     f.settings.dingOnReturn = true;
     f.settings.effectsVolume = 0.5f;
     f.apply();
-    f.key(36);
-    f.key(36, false);
-    f.key(76);
+    f.key(keys::returnKey);
+    f.key(keys::returnKey, false);
+    f.key(keys::keypadEnter);
     EXPECT_EQ(f.player.names(), (Names{"buffer", "main/enter.wav", "buffer", "main/enter.wav"}));
     EXPECT_EQ(f.keystrokes, 2);
     EXPECT_EQ(f.dings, 2);
@@ -277,8 +277,8 @@ TEST(SoundEngine, PreviewsIgnoreTheEventRules) {
     f.settings.tonePitch = 1.5f;
     f.settings.tunings["main"] = PackTuning{1.0f, 0.8f, 0.04f, 2.0f};
     f.apply();
-    f.engine->previewKey(51);
-    f.engine->previewKit(51);
+    f.engine->previewKey(keys::backspace);
+    f.engine->previewKit(keys::backspace);
     ASSERT_EQ(f.player.plays.size(), 2u);
     EXPECT_EQ(f.player.plays[0].rate, 1.5f);
     EXPECT_FLOAT_EQ(f.player.plays[0].pan, 0.7f); // no clamp, no spatial factor
