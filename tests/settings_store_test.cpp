@@ -176,7 +176,7 @@ TEST(SettingsStore, HandlersOfChangeSignalsReadTheNewValue) {
                                                         name + " settings changed"}));
         probe.seen.clear();
     }
-    EXPECT_EQ(settings, 35);
+    EXPECT_EQ(settings, 36);
     QObject::disconnect(probeConnection);
 
     // Counters, mixes and tunings: the value is in place when their signal arrives.
@@ -355,7 +355,7 @@ TEST(SettingsStore, EverySettingRoundTripsWithItsType) {
         ASSERT_TRUE(property.write(&s, value)) << property.name();
         expected[QString::fromLatin1(property.name())] = value;
     }
-    EXPECT_EQ(expected.size(), 35u);
+    EXPECT_EQ(expected.size(), 36u);
     s.setTuning(QStringLiteral("velvet"), PackTuning{1.2f, 0.8f, 0.0f, 2.0f});
     const SoundMix mix = s.createMix(QStringLiteral("Night"));
     s.setVoice(MixVoice{QStringLiteral("velvet"), QStringLiteral("enter")}, KeyGroup::enter,

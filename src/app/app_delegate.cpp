@@ -12,8 +12,7 @@ namespace tappix {
 
 AppDelegate::AppDelegate(Platform platform, const QString& preferencesPath,
                          const QString& bundleKits, const QString& userKits, QObject* parent)
-    : QObject(parent),
-      scheduler_(platform.scheduler ? *platform.scheduler : ownScheduler_),
+    : QObject(parent), scheduler_(platform.scheduler ? *platform.scheduler : ownScheduler_),
       clock_(platform.clock ? *platform.clock : ownClock_),
       captureIsPossible_(std::move(platform.captureIsPossible)) {
     preferences_ = std::make_unique<JsonFilePreferences>(preferencesPath, scheduler_);
@@ -28,6 +27,11 @@ AppDelegate::AppDelegate(Platform platform, const QString& preferencesPath,
     notifier_ = std::move(platform.notifier);
     sleepMonitor_ = std::make_unique<SleepMonitor>(*settings_, *devices_, *notifier_, scheduler_);
     typingMonitor_ = std::make_unique<TypingMonitor>(*settings_, clock_, scheduler_);
+    feedFetcher_ = std::move(platform.feedFetcher);
+    if (feedFetcher_)
+        updateChecker_ =
+            std::make_unique<UpdateChecker>(*settings_, *feedFetcher_, *notifier_, scheduler_,
+                                            platform.updateFeed, QStringLiteral(TAPPIX_VERSION));
     qCInfo(lcApp, "preferences at %s; %zu kits found", qPrintable(preferencesPath),
            packStore_->packs().size());
 }
@@ -83,6 +87,8 @@ void AppDelegate::start() {
     });
     sleepMonitor_->start();
     applySettings();
+    if (updateChecker_)
+        updateChecker_->start();
 
     wasTrusted_ = captureIsPossible_ && captureIsPossible_();
     if (wasTrusted_)
@@ -147,6 +153,11 @@ void AppDelegate::toggleSounds() {
         return;
     settings_->setIsEnabled(!settings_->isEnabled());
     qCInfo(lcApp, "sounds %s by the shortcut", settings_->isEnabled() ? "on" : "off");
+}
+
+void AppDelegate::checkForUpdates() {
+    if (updateChecker_)
+        updateChecker_->checkNow();
 }
 
 void AppDelegate::chooseFirstKit() {

@@ -10,6 +10,7 @@
 #include "kits/soundpack_store.h"
 #include "monitors/sleep_monitor.h"
 #include "monitors/typing_monitor.h"
+#include "monitors/update_checker.h"
 #include "monitors/user_notifier.h"
 #include "settings/json_file_preferences.h"
 #include "settings/settings_store.h"
@@ -44,6 +45,10 @@ public:
         CaptureBackends capture;
         std::function<bool()> captureIsPossible;
         std::unique_ptr<UserNotifier> notifier;
+        /// Fetches the release feed; no update checks when null.
+        std::unique_ptr<FeedFetcher> feedFetcher;
+        /// The release feed's address.
+        QUrl updateFeed;
         /// Time for the monitors and the preferences file; the system's when null.
         const Clock* clock = nullptr;
         /// Timers for the same; the Qt event loop's when null.
@@ -68,6 +73,11 @@ public:
 
     /// Flips `isEnabled`, as the sounds shortcut does. Main thread.
     void toggleSounds();
+
+    /// Asks the release feed now ("Check for Updates…"). Main thread.
+    void checkForUpdates();
+    /// The update checker, or null in a build or test without one. Main thread.
+    UpdateChecker* updateChecker() { return updateChecker_.get(); }
 
     /// Opens the panel. Main thread.
     void showPanel();
@@ -118,6 +128,8 @@ private:
     std::unique_ptr<UserNotifier> notifier_;
     std::unique_ptr<SleepMonitor> sleepMonitor_;
     std::unique_ptr<TypingMonitor> typingMonitor_;
+    std::unique_ptr<FeedFetcher> feedFetcher_;
+    std::unique_ptr<UpdateChecker> updateChecker_;
     std::unique_ptr<SoundEngine> soundEngine_;
     // Touched on the key queue only.
     ShortcutMatcher shortcutMatcher_;

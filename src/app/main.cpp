@@ -8,6 +8,7 @@
 #include "platform/capture_backends.h"
 #include "platform/dbus/freedesktop_notifier.h"
 #include "platform/dbus/remote_control_service.h"
+#include "platform/network/https_feed_fetcher.h"
 
 #include <QCoreApplication>
 #include <QSocketNotifier>
@@ -55,10 +56,14 @@ int main(int argc, char** argv) {
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGHUP, &action, nullptr);
 
-    tappix::AppDelegate::Platform platform{
-        tappix::makeAudioOutput(),        tappix::makeSampleDecoder(),
-        tappix::makeAudioDeviceManager(), tappix::makeCaptureBackends(),
-        tappix::captureIsPossible,        std::make_unique<tappix::FreedesktopNotifier>()};
+    tappix::AppDelegate::Platform platform{tappix::makeAudioOutput(),
+                                           tappix::makeSampleDecoder(),
+                                           tappix::makeAudioDeviceManager(),
+                                           tappix::makeCaptureBackends(),
+                                           tappix::captureIsPossible,
+                                           std::make_unique<tappix::FreedesktopNotifier>(),
+                                           std::make_unique<tappix::HttpsFeedFetcher>(),
+                                           QUrl(QStringLiteral(TAPPIX_UPDATE_FEED))};
     tappix::AppDelegate delegate(std::move(platform), tappix::JsonFilePreferences::defaultPath(),
                                  tappix::SoundpackStore::defaultBundleDirectory(),
                                  tappix::SoundpackStore::defaultUserDirectory());

@@ -50,7 +50,8 @@ namespace {
     X(STRING, visualizerPosition, VisualizerPosition, QStringLiteral("bottomCenter"))              \
     X(BOOL, notificationsEnabled, NotificationsEnabled, false)                                     \
     X(BOOL, statsEnabled, StatsEnabled, true)                                                      \
-    X(STRING, toggleSoundsShortcut, ToggleSoundsShortcut, QStringLiteral("Ctrl+Super+K"))
+    X(STRING, toggleSoundsShortcut, ToggleSoundsShortcut, QStringLiteral("Ctrl+Super+K"))          \
+    X(BOOL, automaticUpdateChecks, AutomaticUpdateChecks, true)
 
 QJsonValue toJson(bool value) {
     return value;

@@ -66,6 +66,8 @@ class SettingsStore final : public QObject {
         QString mouseSoundId READ mouseSoundId WRITE setMouseSoundId NOTIFY mouseSoundIdChanged)
     Q_PROPERTY(QString toggleSoundsShortcut READ toggleSoundsShortcut WRITE setToggleSoundsShortcut
                    NOTIFY toggleSoundsShortcutChanged)
+    Q_PROPERTY(bool automaticUpdateChecks READ automaticUpdateChecks WRITE setAutomaticUpdateChecks
+                   NOTIFY automaticUpdateChecksChanged)
     Q_PROPERTY(bool dingOnReturn READ dingOnReturn WRITE setDingOnReturn NOTIFY dingOnReturnChanged)
     Q_PROPERTY(bool sleepEnabled READ sleepEnabled WRITE setSleepEnabled NOTIFY sleepEnabledChanged)
     Q_PROPERTY(float sleepVolume READ sleepVolume WRITE setSleepVolume NOTIFY sleepVolumeChanged)
@@ -229,6 +231,10 @@ public:
     QString toggleSoundsShortcut() const { return toggleSoundsShortcut_; }
     /// Stores it. Main thread.
     void setToggleSoundsShortcut(QString value);
+    /// Ask the release feed once a day whether a newer version exists. Main thread.
+    bool automaticUpdateChecks() const { return automaticUpdateChecks_; }
+    /// Sets it and writes it back. Main thread.
+    void setAutomaticUpdateChecks(bool value);
 
     /// Typewriter bell on Return. Main thread.
     bool dingOnReturn() const { return dingOnReturn_; }
@@ -414,6 +420,8 @@ Q_SIGNALS:
     void mouseSoundIdChanged();
     /// `toggleSoundsShortcut` changed.
     void toggleSoundsShortcutChanged();
+    /// `automaticUpdateChecks` changed.
+    void automaticUpdateChecksChanged();
     /// `dingOnReturn` changed.
     void dingOnReturnChanged();
     /// `sleepEnabled` changed.
@@ -474,6 +482,7 @@ private:
     bool mouseClickSounds_ = false;
     QString mouseSoundId_ = QStringLiteral("synth-soft");
     QString toggleSoundsShortcut_ = QStringLiteral("Ctrl+Super+K");
+    bool automaticUpdateChecks_ = true;
     bool dingOnReturn_ = false;
     bool sleepEnabled_ = false;
     float sleepVolume_ = 0.0f;

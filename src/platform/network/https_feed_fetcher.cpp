@@ -1,0 +1,56 @@
+#include "platform/network/https_feed_fetcher.h"
+
+#include "core/log.h"
+
+#include <QNetworkReply>
+#include <QSslConfiguration>
+#include <memory>
+
+namespace tappix {
+
+HttpsFeedFetcher::HttpsFeedFetcher(QList<QSslCertificate> extraAuthorities)
+    : extraAuthorities_(std::move(extraAuthorities)) {
+    network_.setRedirectPolicy(QNetworkRequest::NoLessSafeRedirectPolicy);
+}
+
+void HttpsFeedFetcher::fetch(const QUrl& url, Done done) {
+    QNetworkRequest request(url);
+    request.setTransferTimeout(kTimeoutMs);
+    request.setHeader(QNetworkRequest::UserAgentHeader,
+                      QStringLiteral("Tappix/%1").arg(QStringLiteral(TAPPIX_VERSION)));
+    if (!extraAuthorities_.isEmpty()) {
+        QSslConfiguration ssl = QSslConfiguration::defaultConfiguration();
+        ssl.addCaCertificates(extraAuthorities_);
+        request.setSslConfiguration(ssl);
+    }
+    QNetworkReply* reply = network_.get(request);
+    auto answered = std::make_shared<bool>(false);
+    auto finish = [reply, done, answered](std::optional<QByteArray> body, QString error) {
+        if (*answered)
+            return;
+        *answered = true;
+        reply->deleteLater();
+        done(std::move(body), std::move(error));
+    };
+    QObject::connect(reply, &QNetworkReply::downloadProgress, reply,
+                     [reply, finish](qint64 received, qint64) {
+                         if (received > kMaxBytes) {
+                             reply->abort();
+                             finish(std::nullopt, QStringLiteral("the feed is larger than 1 MB"));
+                         }
+                     });
+    QObject::connect(reply, &QNetworkReply::finished, reply, [reply, finish] {
+        if (reply->error() != QNetworkReply::NoError) {
+            finish(std::nullopt, reply->errorString());
+            return;
+        }
+        const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+        if (status != 200) {
+            finish(std::nullopt, QStringLiteral("the server answered %1").arg(status));
+            return;
+        }
+        finish(reply->readAll(), {});
+    });
+}
+
+} // namespace tappix

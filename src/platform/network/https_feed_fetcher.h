@@ -1,0 +1,31 @@
+#pragma once
+
+#include "monitors/feed_fetcher.h"
+
+#include <QList>
+#include <QNetworkAccessManager>
+#include <QSslCertificate>
+
+namespace tappix {
+
+/// Fetches feeds over HTTPS with Qt Network: certificates checked against the
+/// system's authorities (plus any given, for tests), at most `kMaxBytes`, given up
+/// after `kTimeoutMs`. Redirects are followed only to HTTPS. Main thread only.
+class HttpsFeedFetcher final : public FeedFetcher {
+public:
+    /// Larger answers are not a feed.
+    static constexpr qint64 kMaxBytes = 1 << 20;
+    /// A feed that has not arrived by then never will.
+    static constexpr int kTimeoutMs = 20000;
+
+    /// A fetcher trusting the system's authorities and `extraAuthorities`.
+    explicit HttpsFeedFetcher(QList<QSslCertificate> extraAuthorities = {});
+
+    void fetch(const QUrl& url, Done done) override;
+
+private:
+    QNetworkAccessManager network_;
+    QList<QSslCertificate> extraAuthorities_;
+};
+
+} // namespace tappix
