@@ -209,7 +209,7 @@ void report(tappix::SndfileDecoder& decoder, const Kit& kit) {
 
 // --- The spectrogram page -------------------------------------------------------------
 
-constexpr int kCellW = 150, kCellH = 160, kLabelW = 170, kHeaderH = 34, kGap = 6;
+constexpr int kCellW = 150, kCellH = 160, kLabelW = 200, kHeaderH = 34, kGap = 6;
 constexpr int kStftSize = 512, kHop = 96; // 10.7 ms windows every 2 ms
 constexpr double kMinHz = 100, kMaxHz = 20000, kRangeDb = 70;
 
