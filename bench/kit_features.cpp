@@ -192,6 +192,8 @@ void report(tappix::SndfileDecoder& decoder, const Kit& kit) {
             }
         }
     }
+    if (flatness.empty())
+        return; // not a keyboard of keys (the gun kits answer every key with "default")
     double spread = 0;
     if (keyCentroids.size() > 1) {
         const double mean = std::accumulate(keyCentroids.begin(), keyCentroids.end(), 0.0) /
@@ -373,7 +375,12 @@ int main(int argc, char** argv) {
     for (const Kit& kit : kits)
         report(decoder, kit);
     if (!png.isEmpty()) {
-        if (!drawPage(decoder, kits, png)) {
+        std::vector<Kit> keyboards; // kits with sounds for ordinary keys
+        for (const Kit& kit : kits) {
+            if (kit.config.sounds.contains("a") || kit.config.sounds.contains("alpha"))
+                keyboards.push_back(kit);
+        }
+        if (!drawPage(decoder, keyboards, png)) {
             std::fprintf(stderr, "kit_features: cannot write %s\n", qPrintable(png));
             return 1;
         }

@@ -30,6 +30,9 @@
 //   wire     a stabiliser's wire, struck by the rattle impacts of Space, Return,
 //            Backspace and Shift.
 //
+// After each impact the stem and cap buzz in their play for some ms: a faint band of
+// high noise that outlasts the click.
+//
 // Every key draws its own small detuning and level offsets of all modes from a key seed
 // (no two keys alike) and every stroke its own force, contact time and timing from a
 // press seed. The signal is dry (no room): DC removed, optionally low-passed for boards
@@ -160,7 +163,7 @@ constexpr std::array<double, 3> kRattleLevel{1.0, 0.55, 0.3};
 /// Rendering limits: resonators stop once rung down by e^-kRingOut; sounds are trimmed
 /// where they fall this far below their peak, then faded out.
 constexpr double kRingOut = 12.0;
-constexpr double kTrimDb = -72.0;
+constexpr double kTrimDb = -60.0;
 constexpr double kFadeMs = 3.0;
 constexpr double kMaxSeconds = 0.8;
 /// Filtered noise has far less peak than the modes a unit impact rings; this brings a
@@ -444,6 +447,8 @@ std::vector<float> render(const SwitchProfile& p, const KeyPlacement& key, std::
                      noiseLevel);
     }
 
+    stroke.noise(pressRandom, impactMs, 0.5, p.buzzDecayMs, 2500, 16000,
+                 pm::gainOfDb(p.buzzDb) * impactLevel);
     for (const Mode& mode : modes)
         stroke.ring(mode);
     finish(stroke.output(), p.muteHz);

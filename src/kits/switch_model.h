@@ -16,6 +16,9 @@ struct SwitchProfile {
     double noiseDb = -6, noiseDecayMs = 1.2;
     /// Corners of the band the impact noise is shaped to.
     double noiseLowHz = 600, noiseHighHz = 9000;
+    /// The stem and cap buzzing in their play after the impact: a faint, high noise
+    /// that outlasts the click.
+    double buzzDb = -26, buzzDecayMs = 10;
     /// Lowest plate mode, its decay time constant and level.
     double plateHz = 420, plateDecayMs = 14, plateDb = 0;
     /// Case cavity modes (the low "thock"): lowest frequency, decay, level.
