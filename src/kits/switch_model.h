@@ -69,7 +69,8 @@ std::optional<KeyPlacement> placementOf(std::string_view keyName);
 
 /// One press (`release` false) or release of the key at `key`. `keySeed` fixes what
 /// makes this key differ from the others; `pressSeed` what makes this stroke differ
-/// from other strokes of the same key. Unnormalised: a press peaks near 1.
+/// from other strokes of the same key. Not normalised: a kit scales all its sounds
+/// by one gain, which keeps keys, presses and releases in proportion.
 std::vector<float> render(const SwitchProfile& profile, const KeyPlacement& key,
                           std::uint64_t keySeed, std::uint64_t pressSeed, bool release);
 
