@@ -176,9 +176,9 @@ std::vector<std::string> allKeyNames() {
     return {names.begin(), names.end()};
 }
 
-BundledKit modelledKit(const ModelledKit& spec) {
-    BundledKit kit{manifest(std::string(spec.id).c_str(), spec.name, spec.blurb), {}};
-    kit.config.metadata.family = spec.family;
+BundledKit modelledKit(const ModelledKit& model) {
+    BundledKit kit{manifest(std::string(model.id).c_str(), model.name, model.blurb), {}};
+    kit.config.metadata.family = model.family;
     for (const std::string& name : allKeyNames()) {
         const auto placement = SwitchModel::placementOf(name);
         if (!placement)
@@ -186,7 +186,7 @@ BundledKit modelledKit(const ModelledKit& spec) {
         const bool isGroup = name == "space" || name == "enter" || name == "backspace";
         const int presses = isGroup ? kGroupKeyPresses : kKeyPresses;
         const int releases = isGroup ? kGroupKeyReleases : kKeyReleases;
-        const std::uint64_t keySeed = spec.seed * 1000003ULL ^ nameHash(name);
+        const std::uint64_t keySeed = model.seed * 1000003ULL ^ nameHash(name);
         for (int v = 0; v < presses + releases; ++v) {
             const bool down = v < presses;
             const int variant = down ? v : v - presses;
@@ -195,7 +195,7 @@ BundledKit modelledKit(const ModelledKit& spec) {
             add(kit, name, down,
                 "key-" + fileStem(name) + (down ? "-down-" : "-up-") + std::to_string(variant) +
                     ".wav",
-                SwitchModel::render(spec.profile, *placement, keySeed, pressSeed, !down));
+                SwitchModel::render(model.profile, *placement, keySeed, pressSeed, !down));
         }
     }
     // The groups: the first press and release of the keys that stand for them.
