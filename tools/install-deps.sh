@@ -15,7 +15,7 @@ packages=(
     qml6-module-qtquick-layouts qml6-module-qtquick-window qml6-module-qtqml-workerscript
     qml6-module-qtquick-dialogs qml6-module-qttest
     # tests and benchmarks
-    libgtest-dev libgmock-dev libbenchmark-dev
+    libgtest-dev libgmock-dev libbenchmark-dev libfftw3-dev
     xvfb xauth xdotool pulseaudio pulseaudio-utils sox dbus bc
     # windows driven through the accessibility tree, screenshots
     at-spi2-core python3-pyatspi python3-gi gir1.2-atspi-2.0 python3-xlib imagemagick

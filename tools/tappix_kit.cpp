@@ -14,6 +14,7 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QThread>
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -63,10 +64,12 @@ constexpr const char* kHelp =
     "                once it has sounded. NAME is a sound key of the kit (default: the\n"
     "                first of alpha, default); --up plays a release sound.\n"
     "\n"
-    "  bundle OUTDIR [--recordings DIR]\n"
+    "  bundle OUTDIR [--recordings DIR] [--kit ID]...\n"
     "                Write the kits Tappix ships into OUTDIR (used by the build): the\n"
     "                synthesised kits, and the buckling-spring kit from the per-key\n"
     "                recordings in DIR (default /usr/share/buckle/wav) when present.\n"
+    "                Each --kit limits the output to the kits named; the same kit is\n"
+    "                the same bytes on every machine.\n"
     "\n"
     "  help          Show this text (also -h, --help).\n";
 
@@ -293,36 +296,53 @@ bool writeKit(const tappix::BundledKit& kit, const QString& root) {
 
 int bundle(const std::vector<std::string>& args) {
     QString out, recordings = QStringLiteral("/usr/share/buckle/wav");
+    std::vector<std::string> only;
     for (std::size_t i = 0; i < args.size(); ++i) {
         if (args[i] == "--recordings" && i + 1 < args.size())
             recordings = QString::fromStdString(args[++i]);
-        else if (out.isEmpty())
+        else if (args[i] == "--kit" && i + 1 < args.size())
+            only.push_back(args[++i]);
+        else if (out.isEmpty() && args[i].rfind("--", 0) != 0)
             out = QString::fromStdString(args[i]);
         else
             return usageError("bundle does not know '" + args[i] + "'");
     }
     if (out.isEmpty())
         return usageError("bundle needs an output directory");
+    const auto ids = tappix::synthesizedKitIds();
+    for (const std::string& id : only) {
+        if (id != "ibm-buckling-spring" && std::find(ids.begin(), ids.end(), id) == ids.end())
+            return usageError("bundle has no kit '" + id + "'");
+    }
+    const auto wanted = [&](const std::string& id) {
+        return only.empty() || std::find(only.begin(), only.end(), id) != only.end();
+    };
     int written = 0;
-    for (const auto& kit : tappix::synthesizedKits()) {
-        if (!writeKit(kit, out))
+    for (const std::string& id : ids) {
+        if (!wanted(id))
+            continue;
+        if (!writeKit(*tappix::synthesizedKit(id), out))
             return 1;
         ++written;
     }
-    tappix::SndfileDecoder decoder;
-    std::string error;
-    auto spring = tappix::bucklingSpringKit(
-        recordings, decoder,
-        [](int code) { return tappix::evdev::virtualKeyCode(static_cast<std::uint16_t>(code)); },
-        error);
-    if (spring) {
-        if (!writeKit(*spring, out))
-            return 1;
-        ++written;
-    } else {
-        std::fprintf(stderr, "tappix-kit: buckling-spring kit skipped: %s\n", error.c_str());
+    if (wanted("ibm-buckling-spring")) {
+        tappix::SndfileDecoder decoder;
+        std::string error;
+        auto spring = tappix::bucklingSpringKit(
+            recordings, decoder,
+            [](int code) {
+                return tappix::evdev::virtualKeyCode(static_cast<std::uint16_t>(code));
+            },
+            error);
+        if (spring) {
+            if (!writeKit(*spring, out))
+                return 1;
+            ++written;
+        } else {
+            std::fprintf(stderr, "tappix-kit: buckling-spring kit skipped: %s\n", error.c_str());
+        }
     }
-    std::printf("wrote %d kits to %s\n", written, qPrintable(out));
+    std::printf("wrote %d kit%s to %s\n", written, written == 1 ? "" : "s", qPrintable(out));
     return 0;
 }
 

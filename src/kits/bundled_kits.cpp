@@ -1,11 +1,15 @@
 #include "kits/bundled_kits.h"
 
+#include "input/key_codes.h"
 #include "input/key_group.h"
+#include "kits/switch_model.h"
 #include "kits/synth_engine.h"
 
 #include <QDir>
 #include <algorithm>
 #include <cmath>
+#include <set>
+#include <string_view>
 
 namespace tappix {
 namespace {
@@ -14,16 +18,6 @@ using Samples = std::vector<float>;
 constexpr float kRate = 48000.0f;
 constexpr float kTwoPi = 6.283185f;
 
-/// Groups every bundled kit fills, with how a group differs from ordinary keys.
-struct GroupShape {
-    const char* key;
-    float body, decay, click;
-};
-constexpr GroupShape kGroups[] = {
-    {"alpha", 1.0f, 1.0f, 1.0f},     {"space", 0.68f, 1.45f, 1.1f},
-    {"enter", 0.82f, 1.25f, 1.05f},  {"backspace", 0.9f, 1.1f, 1.0f},
-    {"modifier", 1.12f, 0.9f, 0.8f},
-};
 constexpr int kDownVariants = 4;
 constexpr int kUpVariants = 3;
 
@@ -55,22 +49,179 @@ void normalise(Samples& samples, float peakTarget) {
             s = s / peak * peakTarget;
 }
 
-/// A switch kit: every group rendered from one set of parameters, varied per variant.
-BundledKit switchKit(const char* id, const char* name, const char* blurb, SynthParams base,
-                     std::uint64_t seed) {
-    BundledKit kit{manifest(id, name, blurb), {}};
-    for (const GroupShape& group : kGroups) {
-        for (int v = 0; v < kDownVariants + kUpVariants; ++v) {
-            const bool down = v < kDownVariants;
-            SynthParams p = base;
-            const float spread = 1.0f + 0.025f * static_cast<float>((v % 4) - 1.5f);
-            p.bodyHz = base.bodyHz * group.body * spread;
-            p.decayMs = base.decayMs * group.decay;
-            p.click = base.click * group.click;
-            const std::string file = std::string(group.key) + (down ? "_down_" : "_up_") +
-                                     std::to_string(down ? v : v - kDownVariants) + ".wav";
-            add(kit, group.key, down, file,
-                SynthEngine::render(p, seed + static_cast<std::uint64_t>(v * 7919), !down));
+// --- Modelled keyboards ---------------------------------------------------------------
+//
+// Each keyboard kit is rendered key by key by the switch model (kits/switch_model.cpp,
+// which describes the model and its sources) from one profile: the table below. Every
+// key name Tappix knows gets its own presses and releases, placed where the key sits on
+// the board; the group sounds reuse them.
+
+struct ModelledKit {
+    std::string_view id;
+    const char* name;
+    const char* blurb;
+    const char* family;
+    SwitchProfile profile;
+    std::uint64_t seed;
+};
+
+// clang-format off
+const ModelledKit kModelledKits[] = {
+    // A clicky switch, tighter than the classic: hard contact, a loud bright leaf,
+    // short-lived modes.
+    {"crisp-click", "Crisp Click", "Sharper and tighter than the classic clicky", "clicky",
+     {.contactMs = 0.3, .noiseDb = -9, .noiseDecayMs = 1.5, .noiseLowHz = 1200,
+      .noiseHighHz = 12000, .plateHz = 520, .plateDecayMs = 18, .plateDb = -4, .caseHz = 230,
+      .caseDecayMs = 18, .caseDb = -14, .capHz = 2600, .capDecayMs = 10, .capDb = 0,
+      .housingHz = 4800, .housingDecayMs = 5, .housingDb = 0, .springHz = 3400,
+      .springDecayMs = 40, .springDb = -16, .clickDb = -3, .clickHz = 4300,
+      .clickDecayMs = 1.2, .clickLeadMs = 8, .rattleDb = -22, .releaseDb = -9,
+      .releaseContactMs = 0.25},
+     11},
+    // A lubricated linear: soft contact, little noise, almost no spring or wire.
+    {"silk-linear", "Silk Linear", "Smooth and rounded, with almost no rattle", "linear",
+     {.contactMs = 0.7, .noiseDb = -4, .noiseDecayMs = 1.5, .noiseLowHz = 500,
+      .noiseHighHz = 7000, .plateHz = 380, .plateDecayMs = 16, .plateDb = -5, .caseHz = 170,
+      .caseDecayMs = 30, .caseDb = -10, .capHz = 1700, .capDecayMs = 8, .capDb = 0,
+      .housingHz = 3600, .housingDecayMs = 3, .housingDb = -8, .springHz = 4800,
+      .springDecayMs = 40, .springDb = -34, .rattleDb = -34, .releaseDb = -8,
+      .releaseContactMs = 0.45, .muteHz = 12000},
+     23},
+    // A smooth linear with thin caps on a stiff plate: everything rings higher.
+    {"deep-linear", "Deep Linear", "Premium smoothness, higher pitched", "linear",
+     {.contactMs = 0.45, .noiseDb = -6, .noiseDecayMs = 1.4, .noiseLowHz = 800,
+      .noiseHighHz = 10000, .plateHz = 800, .plateDecayMs = 20, .plateDb = -4, .caseHz = 260,
+      .caseDecayMs = 24, .caseDb = -12, .capHz = 3400, .capDecayMs = 12, .capDb = 0,
+      .housingHz = 4600, .housingDecayMs = 3, .housingDb = -4, .springHz = 3600,
+      .springDecayMs = 40, .springDb = -22, .rattleDb = -30, .releaseDb = -9,
+      .releaseContactMs = 0.3},
+     37},
+    // Soft contact on a dampened board: low modes, high ones filtered away.
+    {"velvet", "Velvet", "Softer and rounder, a little muted", "linear",
+     {.contactMs = 1.0, .noiseDb = -3, .noiseDecayMs = 1.2, .noiseLowHz = 300,
+      .noiseHighHz = 6000, .plateHz = 300, .plateDecayMs = 12, .plateDb = -5, .caseHz = 150,
+      .caseDecayMs = 32, .caseDb = -10, .capHz = 1400, .capDecayMs = 6, .capDb = 0,
+      .housingHz = 3000, .housingDecayMs = 2, .housingDb = -6, .springHz = 4200,
+      .springDecayMs = 25, .springDb = -44, .rattleDb = -32, .releaseDb = -8,
+      .releaseContactMs = 0.6, .muteHz = 9000},
+     41},
+    // Thick caps over a heavy case with a deep cavity.
+    {"walnut-thock", "Walnut Thock", "Deep, full thock from a heavy, dampened case", "linear",
+     {.contactMs = 0.8, .noiseDb = -3, .noiseDecayMs = 1.1, .noiseLowHz = 400,
+      .noiseHighHz = 6500, .plateHz = 260, .plateDecayMs = 18, .plateDb = -6, .caseHz = 120,
+      .caseDecayMs = 45, .caseDb = -6, .capHz = 1100, .capDecayMs = 10, .capDb = 0,
+      .housingHz = 3200, .housingDecayMs = 3, .housingDb = -12, .springHz = 4500,
+      .springDecayMs = 35, .springDb = -38, .rattleDb = -26, .releaseDb = -7,
+      .releaseContactMs = 0.5, .muteHz = 10000},
+     53},
+    // Hard thin caps on a bare plate, with a tactile bump before each clack.
+    {"chalk-clack", "Chalk Clack", "Bright, hollow clack with a crisp tactile bump", "tactile",
+     {.contactMs = 0.25, .noiseDb = -8, .noiseDecayMs = 1.5, .noiseLowHz = 1500,
+      .noiseHighHz = 13000, .plateHz = 700, .plateDecayMs = 16, .plateDb = -4, .caseHz = 300,
+      .caseDecayMs = 15, .caseDb = -14, .capHz = 3200, .capDecayMs = 10, .capDb = 1,
+      .housingHz = 5200, .housingDecayMs = 5, .housingDb = -1, .springHz = 3800,
+      .springDecayMs = 45, .springDb = -16, .bumpDb = -14, .bumpLeadMs = 12,
+      .rattleDb = -18, .releaseDb = -8, .releaseContactMs = 0.2},
+     67},
+};
+// clang-format on
+
+/// Presses and releases rendered for every key, and for the keys that are groups too.
+constexpr int kKeyPresses = 3, kKeyReleases = 2;
+constexpr int kGroupKeyPresses = kDownVariants, kGroupKeyReleases = kUpVariants;
+/// The keys whose first press and release stand for the "alpha" (and "default") and
+/// "modifier" groups.
+constexpr std::string_view kAlphaKeys[] = {"a", "s", "d", "f", "j", "k", "l", ";"};
+constexpr std::string_view kModifierKeys[] = {"shiftLeft", "ctrlLeft",   "optionLeft",
+                                              "command",   "shiftRight", "optionRight"};
+/// Peak of the loudest sound of a modelled kit.
+constexpr float kKitPeak = 0.89f;
+
+/// File-name stems of the key names that are not letters or digits.
+constexpr std::pair<std::string_view, std::string_view> kFileStems[] = {
+    {"`", "grave"},        {"-", "minus"},      {"=", "equal"},     {"[", "bracketLeft"},
+    {"]", "bracketRight"}, {"\\", "backslash"}, {";", "semicolon"}, {"'", "quote"},
+    {",", "comma"},        {".", "period"},     {"/", "slash"},
+};
+
+std::string fileStem(std::string_view keyName) {
+    for (const auto& [name, stem] : kFileStems) {
+        if (name == keyName)
+            return std::string(stem);
+    }
+    return std::string(keyName);
+}
+
+/// FNV-1a: a stable hash of a key name, for its seed.
+std::uint64_t nameHash(std::string_view name) {
+    std::uint64_t h = 14695981039346656037ULL;
+    for (char c : name) {
+        h ^= static_cast<unsigned char>(c);
+        h *= 1099511628211ULL;
+    }
+    return h;
+}
+
+/// Every key name a key can look up, in sorted order.
+std::vector<std::string> allKeyNames() {
+    std::set<std::string> names;
+    const auto collect = [&](KeyCode code) {
+        if (const auto name = keyName(code))
+            names.emplace(*name);
+    };
+    for (KeyCode code = 0; code < 128; ++code)
+        collect(code);
+    for (KeyCode code = keys::mediaBase; code <= keys::mediaLast; ++code)
+        collect(code);
+    return {names.begin(), names.end()};
+}
+
+BundledKit modelledKit(const ModelledKit& model) {
+    BundledKit kit{manifest(std::string(model.id).c_str(), model.name, model.blurb), {}};
+    kit.config.metadata.family = model.family;
+    for (const std::string& name : allKeyNames()) {
+        const auto placement = SwitchModel::placementOf(name);
+        if (!placement)
+            continue; // every name has a place; a new one falls back to "alpha"
+        const bool isGroup = name == "space" || name == "enter" || name == "backspace";
+        const int presses = isGroup ? kGroupKeyPresses : kKeyPresses;
+        const int releases = isGroup ? kGroupKeyReleases : kKeyReleases;
+        const std::uint64_t keySeed = model.seed * 1000003ULL ^ nameHash(name);
+        for (int v = 0; v < presses + releases; ++v) {
+            const bool down = v < presses;
+            const int variant = down ? v : v - presses;
+            const std::uint64_t pressSeed =
+                keySeed + static_cast<std::uint64_t>(v + 1) * 0x9E3779B97F4A7C15ULL;
+            add(kit, name, down,
+                "key-" + fileStem(name) + (down ? "-down-" : "-up-") + std::to_string(variant) +
+                    ".wav",
+                SwitchModel::render(model.profile, *placement, keySeed, pressSeed, !down));
+        }
+    }
+    // The groups: the first press and release of the keys that stand for them.
+    auto& sounds = kit.config.sounds;
+    for (std::string_view key : kAlphaKeys) {
+        for (const char* group : {"alpha", "default"}) {
+            sounds[group].down.push_back(sounds[std::string(key)].down.front());
+            sounds[group].up.push_back(sounds[std::string(key)].up.front());
+        }
+    }
+    for (std::string_view key : kModifierKeys) {
+        sounds["modifier"].down.push_back(sounds[std::string(key)].down.front());
+        sounds["modifier"].up.push_back(sounds[std::string(key)].up.front());
+    }
+    // One gain for the whole kit keeps the differences between keys and between
+    // presses and releases.
+    float peak = 0.0f;
+    for (const auto& [file, samples] : kit.files) {
+        for (float s : samples)
+            peak = std::max(peak, std::fabs(s));
+    }
+    if (peak > 0.0f) {
+        const float gain = kKitPeak / peak;
+        for (auto& [file, samples] : kit.files) {
+            for (float& s : samples)
+                s *= gain;
         }
     }
     return kit;
@@ -192,9 +343,46 @@ Samples casing(std::uint64_t seed) {
     return out;
 }
 
-BundledKit gunKit(const char* id, const char* name, const char* blurb, const GunStyle& style,
-                  Samples (*reload)(std::uint64_t), float spaceHeaviness, std::uint64_t seed) {
-    BundledKit kit{manifest(id, name, blurb), {}};
+struct GunKit {
+    std::string_view id;
+    const char* name;
+    const char* blurb;
+    GunStyle style;
+    Samples (*reload)(std::uint64_t);
+    float spaceHeaviness;
+    std::uint64_t seed;
+};
+
+const GunKit kGunKits[] = {
+    {"gun-pistol",
+     "Pistol",
+     "A sharp crack per key, and a full reload on return",
+     {1.0f, 9000, 140, 0.02f, 0.5f, 0.06f, 2500, 0.35f, 0.85f},
+     pistolReload,
+     1.15f,
+     101},
+    {"gun-suppressed",
+     "Suppressed",
+     "Muted thumps, quiet enough to actually type with",
+     {0.25f, 1800, 95, 0.018f, 0.3f, 0.04f, 900, 0.25f, 0.45f},
+     pistolReload,
+     1.1f,
+     202},
+    {"gun-shotgun",
+     "Shotgun",
+     "A deep boom and a long tail; space hits hardest",
+     {0.9f, 6000, 62, 0.09f, 0.8f, 0.28f, 1400, 0.9f, 0.8f},
+     pumpReload,
+     1.2f,
+     303},
+};
+
+BundledKit gunKit(const GunKit& gun) {
+    const GunStyle& style = gun.style;
+    const auto reload = gun.reload;
+    const float spaceHeaviness = gun.spaceHeaviness;
+    const std::uint64_t seed = gun.seed;
+    BundledKit kit{manifest(std::string(gun.id).c_str(), gun.name, gun.blurb), {}};
     for (int v = 0; v < kDownVariants; ++v) {
         const auto s = seed + static_cast<std::uint64_t>(v) * 101;
         add(kit, "default", true, "shot_" + std::to_string(v) + ".wav", shot(style, s, 1.0f));
@@ -220,30 +408,31 @@ BundledKit gunKit(const char* id, const char* name, const char* blurb, const Gun
 
 } // namespace
 
+std::vector<std::string> synthesizedKitIds() {
+    std::vector<std::string> ids;
+    for (const ModelledKit& kit : kModelledKits)
+        ids.emplace_back(kit.id);
+    for (const GunKit& kit : kGunKits)
+        ids.emplace_back(kit.id);
+    return ids;
+}
+
+std::optional<BundledKit> synthesizedKit(std::string_view id) {
+    for (const ModelledKit& kit : kModelledKits) {
+        if (kit.id == id)
+            return modelledKit(kit);
+    }
+    for (const GunKit& kit : kGunKits) {
+        if (kit.id == id)
+            return gunKit(kit);
+    }
+    return std::nullopt;
+}
+
 std::vector<BundledKit> synthesizedKits() {
     std::vector<BundledKit> kits;
-    kits.push_back(switchKit("crisp-click", "Crisp Click",
-                             "Sharper and tighter than the classic clicky",
-                             {640, 1.0f, 7.0f, 12000, true}, 11));
-    kits.push_back(switchKit("silk-linear", "Silk Linear",
-                             "Smooth and rounded, with almost no rattle",
-                             {300, 0.3f, 12.0f, 4500, false}, 23));
-    kits.push_back(switchKit("deep-linear", "Deep Linear", "Premium smoothness, higher pitched",
-                             {540, 0.35f, 9.0f, 7000, false}, 37));
-    kits.push_back(switchKit("velvet", "Velvet", "Softer and rounder, a little muted",
-                             {230, 0.2f, 15.0f, 2800, false}, 41));
-    const GunStyle pistol{1.0f, 9000, 140, 0.02f, 0.5f, 0.06f, 2500, 0.35f, 0.85f};
-    const GunStyle suppressed{0.25f, 1800, 95, 0.018f, 0.3f, 0.04f, 900, 0.25f, 0.45f};
-    const GunStyle shotgun{0.9f, 6000, 62, 0.09f, 0.8f, 0.28f, 1400, 0.9f, 0.8f};
-    kits.push_back(gunKit("gun-pistol", "Pistol",
-                          "A sharp crack per key, and a full reload on return", pistol,
-                          pistolReload, 1.15f, 101));
-    kits.push_back(gunKit("gun-suppressed", "Suppressed",
-                          "Muted thumps, quiet enough to actually type with", suppressed,
-                          pistolReload, 1.1f, 202));
-    kits.push_back(gunKit("gun-shotgun", "Shotgun",
-                          "A deep boom and a long tail; space hits hardest", shotgun, pumpReload,
-                          1.2f, 303));
+    for (const std::string& id : synthesizedKitIds())
+        kits.push_back(*synthesizedKit(id));
     return kits;
 }
 

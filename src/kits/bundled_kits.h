@@ -9,6 +9,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tappix {
@@ -21,9 +22,16 @@ struct BundledKit {
     std::map<std::string, std::vector<float>> files;
 };
 
-/// The kits Tappix synthesises for itself: crisp-click, silk-linear, deep-linear,
-/// velvet, gun-pistol, gun-suppressed and gun-shotgun. Deterministic: the same build
-/// always writes the same samples.
+/// The ids of the kits Tappix synthesises for itself, in the order it makes them: the
+/// modelled keyboards (crisp-click, silk-linear, deep-linear, velvet, walnut-thock,
+/// chalk-clack) and the gun kits (gun-pistol, gun-suppressed, gun-shotgun).
+std::vector<std::string> synthesizedKitIds();
+
+/// One synthesised kit, or none for an id not in `synthesizedKitIds()`. Deterministic:
+/// the same id always gives the same samples, bit for bit, on every machine.
+std::optional<BundledKit> synthesizedKit(std::string_view id);
+
+/// Every synthesised kit, in the order of `synthesizedKitIds()`.
 std::vector<BundledKit> synthesizedKits();
 
 /// The "ibm-buckling-spring" kit from a directory of per-key recordings named

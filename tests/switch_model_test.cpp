@@ -1,0 +1,205 @@
+#include "input/key_codes.h"
+#include "input/key_group.h"
+#include "kits/bundled_kits.h"
+#include "kits/kit_catalog.h"
+#include "kits/portable_math.h"
+#include "kits/switch_model.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <set>
+
+using namespace tappix;
+
+namespace {
+
+/// FNV-1a over the bits of the samples: one number that changes with any sample.
+std::uint64_t fingerprint(const std::vector<float>& samples) {
+    std::uint64_t h = 14695981039346656037ULL;
+    for (float s : samples) {
+        std::uint32_t bits;
+        std::memcpy(&bits, &s, sizeof bits);
+        for (int i = 0; i < 4; ++i) {
+            h ^= (bits >> (8 * i)) & 0xffu;
+            h *= 1099511628211ULL;
+        }
+    }
+    return h;
+}
+
+double rmsDb(const std::vector<float>& x, std::size_t n = 1920) {
+    double e = 0;
+    for (std::size_t i = 0; i < std::min(n, x.size()); ++i)
+        e += double(x[i]) * x[i];
+    return 10 * std::log10(e / double(n) + 1e-30);
+}
+
+/// Share of the energy of the first 40 ms below about 500 Hz (a two-pole low-pass).
+double lowShare(const std::vector<float>& x, std::size_t n = 1920) {
+    const double a = 1 - std::exp(-2 * M_PI * 500 / 48000.0);
+    double l1 = 0, l2 = 0, low = 0, all = 0;
+    for (std::size_t i = 0; i < std::min(n, x.size()); ++i) {
+        l1 += a * (x[i] - l1);
+        l2 += a * (l1 - l2);
+        low += l2 * l2;
+        all += double(x[i]) * x[i];
+    }
+    return low / all;
+}
+
+/// Start (ms) of the loudest 2 ms block.
+double loudestMs(const std::vector<float>& x) {
+    double best = -1, at = 0;
+    for (std::size_t b = 0; b + 96 <= x.size(); b += 96) {
+        double e = 0;
+        for (std::size_t i = b; i < b + 96; ++i)
+            e += double(x[i]) * x[i];
+        if (e > best) {
+            best = e;
+            at = double(b) / 48.0;
+        }
+    }
+    return at;
+}
+
+const SwitchProfile kProfile{};
+
+} // namespace
+
+TEST(PortableMath, AgreesWithTheMathLibraryOverTheRangesUsed) {
+    for (double x = -60; x <= 5; x += 0.0137)
+        EXPECT_NEAR(PortableMath::exp(x) / std::exp(x), 1.0, 4e-16) << x;
+    for (double x = -200; x <= 200; x += 0.0113) {
+        const auto [s, c] = PortableMath::sinCos(x);
+        EXPECT_NEAR(s, std::sin(x), 2e-15) << x;
+        EXPECT_NEAR(c, std::cos(x), 2e-15) << x;
+    }
+    for (double x = 1e-4; x <= 1e4; x *= 1.037)
+        EXPECT_NEAR(PortableMath::log(x), std::log(x),
+                    2e-15 * std::max(1.0, std::fabs(std::log(x))))
+            << x;
+    EXPECT_NEAR(PortableMath::pow(6.25, -0.33), std::pow(6.25, -0.33), 1e-15);
+    EXPECT_NEAR(PortableMath::gainOfDb(-20), 0.1, 1e-16);
+    EXPECT_EQ(PortableMath::exp(0), 1.0);
+}
+
+TEST(SwitchModel, EveryKeyNameHasAPlaceOnTheBoard) {
+    std::set<std::string> missing;
+    const auto check = [&](KeyCode code) {
+        if (const auto name = keyName(code); name && !SwitchModel::placementOf(*name))
+            missing.emplace(*name);
+    };
+    for (KeyCode code = 0; code < 128; ++code)
+        check(code);
+    for (KeyCode code = keys::mediaBase; code <= keys::mediaLast; ++code)
+        check(code);
+    EXPECT_TRUE(missing.empty()) << *missing.begin();
+    EXPECT_FALSE(SwitchModel::placementOf("alpha"));
+    EXPECT_TRUE(SwitchModel::placementOf("space")->stabilised);
+    EXPECT_FALSE(SwitchModel::placementOf("a")->stabilised);
+}
+
+// The same bits on every build and machine: the value below was rendered by an
+// optimised build and must come out of the sanitised debug build unchanged.
+TEST(SwitchModel, RendersAreBitIdenticalAcrossBuilds) {
+    const auto a = SwitchModel::render(kProfile, *SwitchModel::placementOf("g"), 1, 2, false);
+    EXPECT_EQ(a, SwitchModel::render(kProfile, *SwitchModel::placementOf("g"), 1, 2, false));
+    EXPECT_EQ(fingerprint(a), 0xd94ca052ff12b2c5ULL) << std::hex << fingerprint(a);
+}
+
+TEST(SwitchModel, KeysStrokesAndReleasesDiffer) {
+    const KeyPlacement g = *SwitchModel::placementOf("g");
+    const auto press = SwitchModel::render(kProfile, g, 1, 2, false);
+    EXPECT_NE(press, SwitchModel::render(kProfile, g, 1, 3, false)); // another stroke
+    EXPECT_NE(press, SwitchModel::render(kProfile, g, 4, 2, false)); // another key seed
+    // Another place on the board, same seeds: other plate modes ring.
+    EXPECT_NE(press, SwitchModel::render(kProfile, *SwitchModel::placementOf("q"), 1, 2, false));
+
+    const auto release = SwitchModel::render(kProfile, g, 1, 2, true);
+    const double quieter = rmsDb(press) - rmsDb(release);
+    EXPECT_GT(quieter, 4.0);
+    EXPECT_LT(quieter, 18.0);
+    EXPECT_LT(lowShare(release), lowShare(press)); // a top-out rings the case less
+
+    // A stabilised Space: lower, longer, and louder in the low case modes.
+    const auto space =
+        SwitchModel::render(kProfile, *SwitchModel::placementOf("space"), 1, 2, false);
+    EXPECT_GT(lowShare(space), lowShare(press));
+    EXPECT_GT(space.size(), press.size());
+}
+
+TEST(SwitchModel, ClickAndBumpComeBeforeTheBottomOut) {
+    SwitchProfile clicky = kProfile;
+    clicky.clickDb = 0;
+    clicky.clickLeadMs = 10;
+    const KeyPlacement g = *SwitchModel::placementOf("g");
+    const auto linear = SwitchModel::render(kProfile, g, 1, 2, false);
+    const auto click = SwitchModel::render(clicky, g, 1, 2, false);
+    // A linear switch is loudest as it lands; a clicky one clicks at once and bottoms
+    // out about 10 ms later, the loudest moment.
+    EXPECT_LT(loudestMs(linear), 3.0);
+    EXPECT_GT(loudestMs(click), 8.0);
+    EXPECT_GT(rmsDb(click, 96), rmsDb(click) - 25); // the click itself is clearly there
+    // Tails are faded out, never cut off mid-swing.
+    EXPECT_LT(std::fabs(click.back()), 1e-4f);
+}
+
+TEST(SwitchModel, BadPlacementsAreClampedNotCrashed) {
+    const KeyPlacement odd{42, -7.0, 0.0, true};
+    const auto x = SwitchModel::render(kProfile, odd, 1, 2, false);
+    ASSERT_FALSE(x.empty());
+    for (float s : x)
+        ASSERT_TRUE(std::isfinite(s));
+}
+
+// One modelled kit end to end: a sound for every key name, enough variants, the
+// groups filled, a family the catalogue understands, and a level that never clips.
+TEST(BundledKits, AModelledKitCoversTheKeyboard) {
+    const auto ids = synthesizedKitIds();
+    for (const char* id : {"crisp-click", "silk-linear", "deep-linear", "velvet", "walnut-thock",
+                           "chalk-clack", "gun-pistol"})
+        EXPECT_NE(std::find(ids.begin(), ids.end(), id), ids.end()) << id;
+    EXPECT_FALSE(synthesizedKit("no-such-kit"));
+
+    const auto kit = synthesizedKit("walnut-thock");
+    ASSERT_TRUE(kit);
+    const SoundpackConfig& c = kit->config;
+    EXPECT_TRUE(c.metadata.supportsKeyUp);
+    ASSERT_TRUE(c.metadata.family && c.metadata.blurb);
+    EXPECT_EQ(KitCatalog::familyFrom(*c.metadata.family), KitCatalog::Family::linear);
+    for (KeyCode code = 0; code < 128; ++code) {
+        const auto name = keyName(code);
+        if (!name)
+            continue;
+        const auto found = c.sounds.find(*name);
+        ASSERT_NE(found, c.sounds.end()) << *name;
+        EXPECT_GE(found->second.down.size(), 3u) << *name;
+        EXPECT_GE(found->second.up.size(), 2u) << *name;
+    }
+    for (const char* group : {"alpha", "default", "space", "enter", "backspace", "modifier"}) {
+        const auto& sound = c.sounds.at(group);
+        EXPECT_GE(std::set(sound.down.begin(), sound.down.end()).size(), 3u) << group;
+        EXPECT_GE(std::set(sound.up.begin(), sound.up.end()).size(), 3u) << group;
+    }
+    // Space, Return, Backspace and the modifiers are sounds of their own.
+    const auto& alpha = c.sounds.at("alpha").down;
+    for (const char* special : {"space", "enter", "backspace", "modifier"}) {
+        for (const std::string& file : c.sounds.at(special).down)
+            EXPECT_EQ(std::find(alpha.begin(), alpha.end(), file), alpha.end()) << special;
+    }
+    float peak = 0;
+    std::size_t named = 0;
+    for (const auto& [file, samples] : kit->files) {
+        for (float s : samples)
+            peak = std::max(peak, std::fabs(s));
+        named += samples.empty() ? 0 : 1;
+    }
+    EXPECT_EQ(named, kit->files.size());
+    EXPECT_GT(peak, 0.8f);
+    EXPECT_LE(peak, 0.9f);
+    for (const std::string& file : c.allFiles())
+        EXPECT_TRUE(kit->files.contains(file)) << file;
+}
