@@ -50,11 +50,38 @@ protected:
     }
 
     bool waitUntilPlaying(int ms) {
+        return waitUntil([&] { return output_->isPlaying(); }, ms);
+    }
+
+    template <typename Condition> static bool waitUntil(Condition condition, int ms) {
         QElapsedTimer timer;
         timer.start();
-        while (!output_->isPlaying() && timer.elapsed() < ms)
+        while (!condition() && timer.elapsed() < ms)
             QThread::msleep(10);
-        return output_->isPlaying();
+        return condition();
+    }
+
+    /// Loads a null sink for one test and unloads it at the end, so the next tests
+    /// see the server's usual two sinks.
+    struct ExtraSink {
+        explicit ExtraSink(const QString& name) {
+            module = PulseServer::pactl({"load-module", "module-null-sink", "sink_name=" + name,
+                                         "rate=48000", "format=float32le", "channels=2",
+                                         "sink_properties=device.description=" + name})
+                         .trimmed();
+        }
+        ~ExtraSink() {
+            if (!module.isEmpty())
+                PulseServer::pactl({"unload-module", module});
+        }
+        QString module;
+    };
+
+    /// Peak of a short tone played now, as recorded from `sink`'s monitor.
+    double heardOn(const QString& sink) {
+        return test::levels(
+                   server_->record(sink, [&] { player_->playBuffer(tone(0.2f), 1, 0, 1); }))
+            .peakLeft;
     }
 
     static PulseServer* server_;
@@ -220,4 +247,42 @@ TEST_F(PulsePlayer, TheFirstSoundAfterASilenceIsAsQuickAsAnyOther) {
     EXPECT_GE(bufferMs, 0);
     EXPECT_LT(bufferMs, 40.0);
     EXPECT_NEAR(second - first, static_cast<double>(gapMs), 30.0);
+}
+
+// A device chosen before it exists (a headset not plugged in yet, a server that
+// comes up after login): sound plays on the default meanwhile and moves to the
+// device once it appears, with nothing more asked of the user.
+TEST_F(PulsePlayer, AChosenDeviceThatAppearsLaterTakesTheSound) {
+    player_->setOutputDevice(std::string("tappix_late"));
+    ASSERT_TRUE(waitUntil([&] { return output_->currentDevice() == "tappix_a"; }, 2000));
+    EXPECT_GT(heardOn("tappix_a"), 0.3) << "silent while the chosen device is missing";
+
+    ExtraSink late("tappix_late");
+    ASSERT_FALSE(late.module.isEmpty());
+    EXPECT_TRUE(waitUntil([&] { return output_->currentDevice() == "tappix_late"; }, 2000))
+        << "still on " << output_->currentDevice();
+    QThread::msleep(100);
+    EXPECT_GT(heardOn("tappix_late"), 0.3);
+    EXPECT_LT(heardOn("tappix_a"), 0.01) << "still heard on the default";
+}
+
+// The server restarts while the chosen device is gone: the stream must come up on
+// the default rather than keep asking for the missing sink, then return to the
+// device when it is back.
+TEST_F(PulsePlayer, AChosenDeviceMissingAfterARestartFallsBackToTheDefault) {
+    {
+        ExtraSink headset("tappix_c");
+        player_->setOutputDevice(std::string("tappix_c"));
+        ASSERT_TRUE(waitUntil([&] { return output_->currentDevice() == "tappix_c"; }, 2000));
+        server_->kill();
+        headset.module.clear(); // gone with the server
+    }
+    ASSERT_TRUE(server_->start());
+    PulseServer::pactl({"set-default-sink", "tappix_a"});
+    ASSERT_TRUE(waitUntil([&] { return output_->currentDevice() == "tappix_a"; }, 3000))
+        << "no stream on the default after the restart";
+    EXPECT_GT(heardOn("tappix_a"), 0.3);
+
+    ExtraSink back("tappix_c");
+    EXPECT_TRUE(waitUntil([&] { return output_->currentDevice() == "tappix_c"; }, 2000));
 }

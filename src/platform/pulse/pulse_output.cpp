@@ -14,7 +14,7 @@ PulseOutput::PulseOutput(int idleAfterMs)
       idleAfterFrames_(static_cast<std::size_t>(idleAfterMs) * Mixer::kSampleRate / 1000),
       connection_(
           "Tappix", "tappix-pulse",
-          {[this](pa_context* context) { createStream(context); }, [this] { dropStream(); }}) {}
+          {[this](pa_context* context) { onContextReady(context); }, [this] { dropStream(); }}) {}
 
 PulseOutput::~PulseOutput() {
     stop();
@@ -43,12 +43,79 @@ void PulseOutput::stop() {
 void PulseOutput::setDevice(const std::optional<std::string>& deviceName) {
     connection_.lock();
     device_ = deviceName;
-    deviceFailed_ = false;
+    deviceMissing_ = false;
     if (pa_context* context = connection_.readyContext()) {
         dropStream();
         createStream(context);
     }
     connection_.unlock();
+}
+
+std::string PulseOutput::currentDevice() {
+    connection_.lock();
+    const char* name = stream_ && pa_stream_get_state(stream_) == PA_STREAM_READY
+                           ? pa_stream_get_device_name(stream_)
+                           : nullptr;
+    std::string device = name ? name : "";
+    connection_.unlock();
+    return device;
+}
+
+void PulseOutput::onContextReady(pa_context* context) {
+    // A new connection (first start, or the server came back): try the chosen sink
+    // again, and hear about sinks that appear later.
+    deviceMissing_ = false;
+    pa_context_set_subscribe_callback(context, &PulseOutput::onSinkEvent, this);
+    if (pa_operation* op =
+            pa_context_subscribe(context, PA_SUBSCRIPTION_MASK_SINK, nullptr, nullptr))
+        pa_operation_unref(op);
+    createStream(context);
+}
+
+void PulseOutput::onSinkEvent(pa_context* context, pa_subscription_event_type_t type,
+                              std::uint32_t index, void* self) {
+    if ((type & PA_SUBSCRIPTION_EVENT_FACILITY_MASK) != PA_SUBSCRIPTION_EVENT_SINK ||
+        (type & PA_SUBSCRIPTION_EVENT_TYPE_MASK) != PA_SUBSCRIPTION_EVENT_NEW)
+        return;
+    static_cast<PulseOutput*>(self)->seekChosenDevice(context, index);
+}
+
+void PulseOutput::seekChosenDevice(pa_context* context, std::optional<std::uint32_t> sinkIndex) {
+    // Only while a chosen sink is wanted and the stream is elsewhere (or nowhere).
+    if (!device_)
+        return;
+    if (stream_ && pa_stream_get_state(stream_) == PA_STREAM_READY) {
+        const char* current = pa_stream_get_device_name(stream_);
+        if (current && *device_ == current)
+            return;
+    }
+    pa_operation* op = sinkIndex ? pa_context_get_sink_info_by_index(context, *sinkIndex,
+                                                                     &PulseOutput::onSinkInfo, this)
+                                 : pa_context_get_sink_info_by_name(context, device_->c_str(),
+                                                                    &PulseOutput::onSinkInfo, this);
+    if (op)
+        pa_operation_unref(op);
+}
+
+void PulseOutput::onSinkInfo(pa_context* context, const pa_sink_info* info, int eol, void* self) {
+    auto* output = static_cast<PulseOutput*>(self);
+    if (eol != 0 || !info || !info->name || !output->device_ || *output->device_ != info->name)
+        return;
+    // The chosen sink is here: go to it without any user action.
+    output->deviceMissing_ = false;
+    if (!output->stream_) {
+        output->createStream(context);
+        return;
+    }
+    if (pa_stream_get_state(output->stream_) != PA_STREAM_READY)
+        return; // the stream checks again once it is ready
+    const char* current = pa_stream_get_device_name(output->stream_);
+    if (current && *output->device_ == current)
+        return;
+    qCInfo(lcAudio, "output device %s appeared; moving to it", info->name);
+    if (pa_operation* op = pa_context_move_sink_input_by_name(
+            context, pa_stream_get_index(output->stream_), info->name, nullptr, nullptr))
+        pa_operation_unref(op);
 }
 
 void PulseOutput::createStream(pa_context* context) {
@@ -67,11 +134,13 @@ void PulseOutput::createStream(pa_context* context) {
     pa_stream_set_state_callback(stream_, &PulseOutput::onStreamState, this);
     pa_stream_set_write_callback(stream_, &PulseOutput::onWrite, this);
     pa_stream_set_moved_callback(stream_, &PulseOutput::onMoved, this);
+    pa_stream_set_underflow_callback(stream_, &PulseOutput::onUnderflow, this);
+    wroteSinceConnect_ = false;
 
     const pa_buffer_attr attr = bufferAttributes();
     const auto flags = static_cast<pa_stream_flags_t>(
         PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_INTERPOLATE_TIMING);
-    const char* device = device_ && !deviceFailed_ ? device_->c_str() : nullptr;
+    const char* device = device_ && !deviceMissing_ ? device_->c_str() : nullptr;
     if (pa_stream_connect_playback(stream_, device, &attr, flags, nullptr, nullptr) < 0) {
         qCWarning(lcAudio, "audio engine failed to start: %s",
                   pa_strerror(pa_context_errno(context)));
@@ -126,6 +195,7 @@ void PulseOutput::dropStream() {
     pa_stream_set_state_callback(stream_, nullptr, nullptr);
     pa_stream_set_write_callback(stream_, nullptr, nullptr);
     pa_stream_set_moved_callback(stream_, nullptr, nullptr);
+    pa_stream_set_underflow_callback(stream_, nullptr, nullptr);
     if (pa_stream_get_state(stream_) == PA_STREAM_READY ||
         pa_stream_get_state(stream_) == PA_STREAM_CREATING)
         pa_stream_disconnect(stream_);
@@ -151,20 +221,31 @@ void PulseOutput::onStreamState(pa_stream* stream, void* self) {
         qCInfo(lcAudio, "playing on %s (buffer %.1f ms)", pa_stream_get_device_name(stream),
                buffer * 1000);
         output->scheduleMeter();
+        // On the default while the chosen sink is away: it may have appeared meanwhile.
+        output->seekChosenDevice(pa_stream_get_context(stream), std::nullopt);
         output->connection_.signal();
         break;
     }
     case PA_STREAM_FAILED: {
-        // The named sink is missing or went away: play on the default from now on,
-        // retrying on a timer (not in a loop) while there is no sink at all.
         pa_context* context = pa_stream_get_context(stream);
-        if (!output->streamFailureLogged_)
-            qCWarning(lcAudio, "output stream failed (%s); reconnecting on the default output",
-                      pa_strerror(pa_context_errno(context)));
-        output->streamFailureLogged_ = true;
-        output->deviceFailed_ = true;
         output->dropStream();
-        output->scheduleStreamRetry();
+        if (pa_context_get_state(context) != PA_CONTEXT_READY)
+            break; // the server went away: the connection reconnects and starts anew
+        if (output->device_ && !output->deviceMissing_) {
+            // The chosen sink is not there (unplugged, or not back after a restart):
+            // play on the default at once, and move back when the sink appears.
+            qCInfo(lcAudio, "output device %s is not present (%s); using the default output",
+                   output->device_->c_str(), pa_strerror(pa_context_errno(context)));
+            output->deviceMissing_ = true;
+            output->createStream(context);
+        } else {
+            // No sink at all will take the stream: retry on a timer, not in a loop.
+            if (!output->streamFailureLogged_)
+                qCWarning(lcAudio, "output stream failed (%s); retrying",
+                          pa_strerror(pa_context_errno(context)));
+            output->streamFailureLogged_ = true;
+            output->scheduleStreamRetry();
+        }
         output->connection_.signal();
         break;
     }
@@ -186,10 +267,19 @@ void PulseOutput::onWrite(pa_stream* stream, std::size_t bytes, void* self) {
     const std::size_t frames = size / kFrameBytes;
     output->mixer_->render(static_cast<float*>(data), frames);
     pa_stream_write(stream, data, frames * kFrameBytes, nullptr, 0, PA_SEEK_RELATIVE);
+    output->wroteSinceConnect_ = true;
 
     output->quietFrames_ = output->mixer_->isQuiet() ? output->quietFrames_ + frames : 0;
     if (!output->idle_.load() && output->quietFrames_ >= output->idleAfterFrames_)
         output->setIdle(stream, true);
+}
+
+void PulseOutput::onUnderflow(pa_stream*, void* self) {
+    // The server found the stream empty: an audible gap. Before the first write the
+    // buffer is empty by design, so that one does not count.
+    auto* output = static_cast<PulseOutput*>(self);
+    if (output->wroteSinceConnect_)
+        output->underruns_.fetch_add(1, std::memory_order_relaxed);
 }
 
 void PulseOutput::setIdle(pa_stream* stream, bool idle) {

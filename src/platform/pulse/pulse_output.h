@@ -4,6 +4,7 @@
 #include "platform/pulse/pulse_connection.h"
 
 #include <atomic>
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -12,15 +13,20 @@ namespace tappix {
 /// The mixer's output as one PulseAudio playback stream: 48 kHz float stereo with a
 /// small target buffer, no prebuffering and never corked, so the sink never suspends
 /// under Tappix and a key after a long silence starts at once. The stream follows the
-/// default sink unless a device is named; it is recreated when the server restarts or
-/// its sink vanishes. The loop thread, "tappix-pulse", runs the render callback.
+/// default sink unless a device is named; it is recreated when the server restarts.
+/// The loop thread, "tappix-pulse", runs the render callback.
+///
+/// A named sink that is missing (unplugged, not loaded yet, gone after a server
+/// restart) is waited for on the default sink: the stream moves to it by itself as
+/// soon as the server announces a sink of that name.
+///
 /// After two seconds of silence the stream refills a large buffer a few times a
 /// second instead of a small one every few milliseconds; `wake` switches back and
 /// starts the new sound at the read position, so the first key after a silence is
 /// as quick as any other.
 class PulseOutput final : public AudioOutput {
 public:
-    /// The buffer the stream asks the server for.
+    /// The buffer the stream asks the server for while sounds play.
     static constexpr int kTargetLatencyMs = 10;
     /// After this much silence the stream switches to its idle buffer.
     static constexpr int kIdleAfterMs = 2000;
@@ -41,12 +47,23 @@ public:
     bool isIdle() const { return idle_.load(); }
     bool isPlaying() const override { return playing_.load(); }
     double latencySeconds() const override { return latency_.load(); }
+    std::uint64_t underruns() const override { return underruns_.load(); }
+
+    /// The sink the stream plays on now, or empty while there is no stream. Any thread
+    /// but the loop's own.
+    std::string currentDevice();
 
 private:
+    void onContextReady(pa_context* context);
     void createStream(pa_context* context);
     void dropStream();
+    void seekChosenDevice(pa_context* context, std::optional<std::uint32_t> sinkIndex);
     static void onStreamState(pa_stream* stream, void* self);
     static void onMoved(pa_stream* stream, void* self);
+    static void onUnderflow(pa_stream* stream, void* self);
+    static void onSinkEvent(pa_context* context, pa_subscription_event_type_t type,
+                            std::uint32_t index, void* self);
+    static void onSinkInfo(pa_context* context, const pa_sink_info* info, int eol, void* self);
     static pa_buffer_attr bufferAttributes();
     static pa_buffer_attr idleBufferAttributes();
     void setIdle(pa_stream* stream, bool idle);
@@ -67,10 +84,14 @@ private:
     bool streamFailureLogged_ = false;
     std::atomic<bool> idle_{false};
     std::size_t quietFrames_ = 0;
+    // The sink the user chose (none: the default), and whether it was missing when
+    // the stream last connected, so the stream runs on the default meanwhile.
     std::optional<std::string> device_;
+    bool deviceMissing_ = false;
     std::atomic<bool> playing_{false};
     std::atomic<double> latency_{0.0};
-    bool deviceFailed_ = false;
+    std::atomic<std::uint64_t> underruns_{0};
+    bool wroteSinceConnect_ = false;
 };
 
 } // namespace tappix
