@@ -286,3 +286,47 @@ TEST_F(PulsePlayer, AChosenDeviceMissingAfterARestartFallsBackToTheDefault) {
     ExtraSink back("tappix_c");
     EXPECT_TRUE(waitUntil([&] { return output_->currentDevice() == "tappix_c"; }, 2000));
 }
+
+// While a long tone plays on the left, short sounds keep arriving on the right: each
+// goes out by re-sending the unplayed part of the buffer. The tone must come through
+// sample for sample (a re-send put a frame off, or an underrun, shifts its phase) and
+// every short sound must be heard exactly once.
+TEST_F(PulsePlayer, SoundsAddedWhilePlayingLeaveTheOthersUntouched) {
+    constexpr int kShort = 12; // with the tone, fewer than the 16 voices
+    const std::uint64_t resendsBefore = output_->resends();
+    const auto recorded = server_->record(
+        "tappix_a",
+        [&] {
+            player_->playBuffer(tone(1.0f), 1, -1, 1);
+            QThread::msleep(100);
+            for (int i = 0; i < kShort; ++i) {
+                player_->playBuffer(tone(0.02f), 1, 1, 1);
+                QThread::msleep(40);
+            }
+        },
+        800);
+    const std::size_t frames = recorded.size() / 2;
+    std::size_t start = 0;
+    while (start < frames && std::fabs(recorded[2 * start]) < 1e-4f)
+        ++start;
+    ASSERT_GT(start, 0u);
+    ASSERT_LT(start + 48000, frames) << "the tone was not recorded whole";
+    --start; // the tone's first sample is a zero
+    double worst = 0;
+    for (std::size_t i = 0; i < 48000; ++i) {
+        const double expected = 0.5 * std::sin(2.0 * 3.14159265358979 * 1000.0 * i / 48000.0);
+        worst = std::max(worst, std::fabs(recorded[2 * (start + i)] - expected));
+    }
+    EXPECT_LT(worst, 0.01) << "the tone was disturbed";
+
+    int onsets = 0;
+    std::size_t quiet = 48 * 5;
+    for (std::size_t i = 0; i < frames; ++i) {
+        const float level = std::fabs(recorded[2 * i + 1]);
+        if (level > 0.05f && quiet >= 48 * 5)
+            ++onsets;
+        quiet = level < 0.01f ? quiet + 1 : 0;
+    }
+    EXPECT_EQ(onsets, kShort);
+    EXPECT_GT(output_->resends(), resendsBefore) << "no sound went out by a re-send";
+}

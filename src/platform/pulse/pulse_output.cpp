@@ -14,7 +14,8 @@ PulseOutput::PulseOutput(int idleAfterMs)
       idleAfterFrames_(static_cast<std::size_t>(idleAfterMs) * Mixer::kSampleRate / 1000),
       connection_(
           "Tappix", "tappix-pulse",
-          {[this](pa_context* context) { onContextReady(context); }, [this] { dropStream(); }}) {}
+          {[this](pa_context* context) { onContextReady(context); }, [this] { dropStream(); }}),
+      mirror_(2 * kMirrorFrames), resend_(2 * kMirrorFrames) {}
 
 PulseOutput::~PulseOutput() {
     stop();
@@ -136,6 +137,7 @@ void PulseOutput::createStream(pa_context* context) {
     pa_stream_set_moved_callback(stream_, &PulseOutput::onMoved, this);
     pa_stream_set_underflow_callback(stream_, &PulseOutput::onUnderflow, this);
     wroteSinceConnect_ = false;
+    mirrorEnd_ = -1;
 
     const pa_buffer_attr attr = bufferAttributes();
     const auto flags = static_cast<pa_stream_flags_t>(
@@ -174,9 +176,11 @@ pa_buffer_attr PulseOutput::idleBufferAttributes() {
 void PulseOutput::onMoved(pa_stream* stream, void* self) {
     // A move (the sink went away, or the user moved us) resets the buffer to the
     // server's large default: ask for the small one again and drop the queued silence.
-    static_cast<PulseOutput*>(self)->setIdle(stream, false);
+    auto* output = static_cast<PulseOutput*>(self);
+    output->setIdle(stream, false);
     if (pa_operation* op = pa_stream_flush(stream, nullptr, nullptr))
         pa_operation_unref(op);
+    output->forgetWritten();
     qCInfo(lcAudio, "now playing on %s", pa_stream_get_device_name(stream));
 }
 
@@ -265,7 +269,13 @@ void PulseOutput::onWrite(pa_stream* stream, std::size_t bytes, void* self) {
     if (pa_stream_begin_write(stream, &data, &size) < 0 || !data)
         return;
     const std::size_t frames = size / kFrameBytes;
+    // Where this lands in the stream; the library keeps the count as we write.
+    const pa_timing_info* timing = pa_stream_get_timing_info(stream);
+    const std::int64_t at = timing && !timing->write_index_corrupt
+                                ? timing->write_index / static_cast<std::int64_t>(kFrameBytes)
+                                : -1;
     output->mixer_->render(static_cast<float*>(data), frames);
+    output->remember(at, static_cast<const float*>(data), frames);
     pa_stream_write(stream, data, frames * kFrameBytes, nullptr, 0, PA_SEEK_RELATIVE);
     output->wroteSinceConnect_ = true;
 
@@ -296,25 +306,91 @@ void PulseOutput::setIdle(pa_stream* stream, bool idle) {
 }
 
 void PulseOutput::wake() {
-    if (!idle_.load())
-        return;
     connection_.lock();
-    if (idle_.load() && stream_ && pa_stream_get_state(stream_) == PA_STREAM_READY) {
-        setIdle(stream_, false);
-        // Drop the queued silence and put the new sound at the read position, so it
-        // starts as soon as after any other key.
-        if (pa_operation* op = pa_stream_flush(stream_, nullptr, nullptr))
-            pa_operation_unref(op);
-        void* data = nullptr;
-        std::size_t size = awakeTarget_;
-        if (pa_stream_begin_write(stream_, &data, &size) >= 0 && data) {
-            const std::size_t frames = size / kFrameBytes;
-            mixer_->render(static_cast<float*>(data), frames);
-            pa_stream_write(stream_, data, frames * kFrameBytes, nullptr, 0,
-                            PA_SEEK_RELATIVE_ON_READ);
-        }
+    if (!stream_ || pa_stream_get_state(stream_) != PA_STREAM_READY) {
+        connection_.unlock();
+        return;
     }
+    if (!idle_.load()) {
+        // Re-send the unplayed buffer with the new sound in it. When the sound already
+        // went out with a regular write, or the mirror is not in step, nothing happens
+        // and it plays at the end of the buffer.
+        resendWithNewSounds();
+        connection_.unlock();
+        return;
+    }
+    setIdle(stream_, false);
+    // Drop the queued silence and put the new sound at the read position, so it
+    // starts as soon as after any other key.
+    if (pa_operation* op = pa_stream_flush(stream_, nullptr, nullptr))
+        pa_operation_unref(op);
+    void* data = nullptr;
+    std::size_t size = awakeTarget_;
+    if (pa_stream_begin_write(stream_, &data, &size) >= 0 && data) {
+        const std::size_t frames = size / kFrameBytes;
+        mixer_->render(static_cast<float*>(data), frames);
+        pa_stream_write(stream_, data, frames * kFrameBytes, nullptr, 0, PA_SEEK_RELATIVE_ON_READ);
+    }
+    forgetWritten();
     connection_.unlock();
+}
+
+void PulseOutput::forgetWritten() {
+    // After a flush the write position is known again only from the server's next
+    // timing report: ask for it now rather than at the next automatic update.
+    mirrorEnd_ = -1;
+    if (stream_)
+        if (pa_operation* op = pa_stream_update_timing_info(stream_, nullptr, nullptr))
+            pa_operation_unref(op);
+}
+
+void PulseOutput::remember(std::int64_t frame, const float* data, std::size_t frames) noexcept {
+    // Render callback: copies only.
+    if (frame < 0) {
+        mirrorEnd_ = -1;
+        return;
+    }
+    if (frame != mirrorEnd_)
+        mirrorStart_ = frame;
+    for (std::size_t i = 0; i < frames; ++i) {
+        const std::size_t slot =
+            static_cast<std::size_t>(frame + static_cast<std::int64_t>(i)) % kMirrorFrames;
+        mirror_[2 * slot] = data[2 * i];
+        mirror_[2 * slot + 1] = data[2 * i + 1];
+    }
+    mirrorEnd_ = frame + static_cast<std::int64_t>(frames);
+    mirrorStart_ = std::max(mirrorStart_, mirrorEnd_ - static_cast<std::int64_t>(kMirrorFrames));
+}
+
+bool PulseOutput::resendWithNewSounds() {
+    const pa_timing_info* timing = pa_stream_get_timing_info(stream_);
+    if (!timing || timing->write_index_corrupt || timing->read_index_corrupt || !timing->playing ||
+        mirrorEnd_ < 0 ||
+        timing->write_index / static_cast<std::int64_t>(kFrameBytes) != mirrorEnd_)
+        return false;
+    // The server's read position now: its last report moved on by the time since.
+    const auto age = static_cast<std::int64_t>(pa_timeval_age(&timing->timestamp));
+    const std::int64_t readNow = timing->read_index / static_cast<std::int64_t>(kFrameBytes) +
+                                 (age + kResendMarginUs) * Mixer::kSampleRate / 1000000;
+    const std::int64_t from = std::max(readNow, mirrorStart_);
+    if (from >= mirrorEnd_)
+        return false; // the buffer is all but played: the next write is as soon
+    const auto frames = static_cast<std::size_t>(mirrorEnd_ - from);
+    for (std::size_t i = 0; i < frames; ++i) {
+        const std::size_t slot =
+            static_cast<std::size_t>(from + static_cast<std::int64_t>(i)) % kMirrorFrames;
+        resend_[2 * i] = mirror_[2 * slot];
+        resend_[2 * i + 1] = mirror_[2 * slot + 1];
+    }
+    if (!mixer_->mixNewSoundsInto(resend_.data(), frames))
+        return false;
+    remember(from, resend_.data(), frames);
+    // Written at its absolute place: sounds already there continue sample for sample.
+    // The write position is unchanged, so the server's accounting stays in step.
+    pa_stream_write(stream_, resend_.data(), frames * kFrameBytes, nullptr,
+                    from * static_cast<std::int64_t>(kFrameBytes), PA_SEEK_ABSOLUTE);
+    resends_.fetch_add(1, std::memory_order_relaxed);
+    return true;
 }
 
 void PulseOutput::scheduleStreamRetry() {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tappix {
 
@@ -20,6 +21,12 @@ namespace tappix {
 /// restart) is waited for on the default sink: the stream moves to it by itself as
 /// soon as the server announces a sink of that name.
 ///
+/// A new sound does not wait behind the buffer: `wake` re-sends the part of the
+/// buffer the server has not played yet, from just past its read position, with the
+/// new sound mixed into a copy of what was written there (kept in a mirror). Sounds
+/// already playing go on sample for sample, so there is no seam, and the buffer stays
+/// large enough to ride out a busy machine.
+///
 /// After two seconds of silence the stream refills a large buffer a few times a
 /// second instead of a small one every few milliseconds; `wake` switches back and
 /// starts the new sound at the read position, so the first key after a silence is
@@ -32,6 +39,11 @@ public:
     static constexpr int kIdleAfterMs = 2000;
     /// The idle buffer: a few wake-ups a second while nothing plays.
     static constexpr int kIdleBufferMs = 250;
+    /// How far past the server's estimated read position a re-sent sound starts: covers
+    /// the time the write takes to reach the server and the sink's read granularity.
+    static constexpr int kResendMarginUs = 1000;
+    /// How much of what was written the mirror keeps, in frames (at least the buffer).
+    static constexpr std::size_t kMirrorFrames = 4096;
     /// How long `start` waits for the stream before returning (it keeps trying after).
     static constexpr int kStartWaitMs = 1000;
 
@@ -48,6 +60,9 @@ public:
     bool isPlaying() const override { return playing_.load(); }
     double latencySeconds() const override { return latency_.load(); }
     std::uint64_t underruns() const override { return underruns_.load(); }
+    /// How many times new sounds went out by re-sending the unplayed buffer (rather
+    /// than waiting behind it). Any thread.
+    std::uint64_t resends() const { return resends_.load(); }
 
     /// The sink the stream plays on now, or empty while there is no stream. Any thread
     /// but the loop's own.
@@ -68,6 +83,9 @@ private:
     static pa_buffer_attr idleBufferAttributes();
     void setIdle(pa_stream* stream, bool idle);
     static void onWrite(pa_stream* stream, std::size_t bytes, void* self);
+    void remember(std::int64_t frame, const float* data, std::size_t frames) noexcept;
+    void forgetWritten();
+    bool resendWithNewSounds();
     static void onMeter(pa_mainloop_api*, pa_time_event*, const struct timeval*, void* self);
     void scheduleMeter();
     void scheduleStreamRetry();
@@ -91,7 +109,15 @@ private:
     std::atomic<bool> playing_{false};
     std::atomic<double> latency_{0.0};
     std::atomic<std::uint64_t> underruns_{0};
+    std::atomic<std::uint64_t> resends_{0};
     bool wroteSinceConnect_ = false;
+    // What was written, by absolute stream frame: [mirrorStart_, mirrorEnd_) is held
+    // in the ring `mirror_`; mirrorEnd_ < 0 while the write position is unknown (after
+    // a flush, until the server's timing report arrives). Loop thread or under the lock.
+    std::vector<float> mirror_;
+    std::vector<float> resend_;
+    std::int64_t mirrorStart_ = -1;
+    std::int64_t mirrorEnd_ = -1;
 };
 
 } // namespace tappix
