@@ -6,6 +6,9 @@
 namespace tappix {
 namespace {
 constexpr std::size_t kFrameBytes = 2 * sizeof(float);
+// After a connect or a restart at the read position, how long an empty buffer is
+// expected rather than a fault.
+constexpr pa_usec_t kExpectedGapUs = 50 * PA_USEC_PER_MSEC;
 constexpr int kMeterIntervalMs = 500;
 } // namespace
 
@@ -136,7 +139,8 @@ void PulseOutput::createStream(pa_context* context) {
     pa_stream_set_write_callback(stream_, &PulseOutput::onWrite, this);
     pa_stream_set_moved_callback(stream_, &PulseOutput::onMoved, this);
     pa_stream_set_underflow_callback(stream_, &PulseOutput::onUnderflow, this);
-    wroteSinceConnect_ = false;
+    // The stream starts empty: the server may find it so before the first write lands.
+    gapsExpectedUntil_ = pa_rtclock_now() + kExpectedGapUs;
     mirrorEnd_ = -1;
 
     const pa_buffer_attr attr = bufferAttributes();
@@ -175,12 +179,9 @@ pa_buffer_attr PulseOutput::idleBufferAttributes() {
 
 void PulseOutput::onMoved(pa_stream* stream, void* self) {
     // A move (the sink went away, or the user moved us) resets the buffer to the
-    // server's large default: ask for the small one again and drop the queued silence.
-    auto* output = static_cast<PulseOutput*>(self);
-    output->setIdle(stream, false);
-    if (pa_operation* op = pa_stream_flush(stream, nullptr, nullptr))
-        pa_operation_unref(op);
-    output->forgetWritten();
+    // server's large default: ask for the small one again and start over at the read
+    // position on the new sink.
+    static_cast<PulseOutput*>(self)->restartAtRead(stream);
     qCInfo(lcAudio, "now playing on %s", pa_stream_get_device_name(stream));
 }
 
@@ -260,36 +261,39 @@ void PulseOutput::onStreamState(pa_stream* stream, void* self) {
 
 void PulseOutput::onWrite(pa_stream* stream, std::size_t bytes, void* self) {
     auto* output = static_cast<PulseOutput*>(self);
+    // Everything the server asks for, always: what is left unwritten it still counts as
+    // on its way, so the real buffer would run short of what it believes and dry up.
+    // A deep buffer costs no latency, since new sounds are re-sent from the read side.
+    while (bytes >= kFrameBytes) {
+        void* data = nullptr;
+        std::size_t size = bytes;
+        if (pa_stream_begin_write(stream, &data, &size) < 0 || !data || size < kFrameBytes)
+            return;
+        const std::size_t frames = size / kFrameBytes;
+        // Where this lands in the stream; the library keeps the count as we write.
+        const pa_timing_info* timing = pa_stream_get_timing_info(stream);
+        const std::int64_t at = timing && !timing->write_index_corrupt
+                                    ? timing->write_index / static_cast<std::int64_t>(kFrameBytes)
+                                    : -1;
+        output->mixer_->render(static_cast<float*>(data), frames);
+        output->remember(at, static_cast<const float*>(data), frames);
+        pa_stream_write(stream, data, frames * kFrameBytes, nullptr, 0, PA_SEEK_RELATIVE);
+        bytes -= frames * kFrameBytes;
 
-    void* data = nullptr;
-    // Never queue more than the current target, whatever was requested under an
-    // earlier (idle) buffer size: what is queued is what a new key waits behind.
-    const std::size_t target = output->idle_.load() ? output->idleTarget_ : output->awakeTarget_;
-    std::size_t size = std::min(bytes, target);
-    if (pa_stream_begin_write(stream, &data, &size) < 0 || !data)
-        return;
-    const std::size_t frames = size / kFrameBytes;
-    // Where this lands in the stream; the library keeps the count as we write.
-    const pa_timing_info* timing = pa_stream_get_timing_info(stream);
-    const std::int64_t at = timing && !timing->write_index_corrupt
-                                ? timing->write_index / static_cast<std::int64_t>(kFrameBytes)
-                                : -1;
-    output->mixer_->render(static_cast<float*>(data), frames);
-    output->remember(at, static_cast<const float*>(data), frames);
-    pa_stream_write(stream, data, frames * kFrameBytes, nullptr, 0, PA_SEEK_RELATIVE);
-    output->wroteSinceConnect_ = true;
-
-    output->quietFrames_ = output->mixer_->isQuiet() ? output->quietFrames_ + frames : 0;
-    if (!output->idle_.load() && output->quietFrames_ >= output->idleAfterFrames_)
-        output->setIdle(stream, true);
+        output->quietFrames_ = output->mixer_->isQuiet() ? output->quietFrames_ + frames : 0;
+        if (!output->idle_.load() && output->quietFrames_ >= output->idleAfterFrames_)
+            output->setIdle(stream, true);
+    }
 }
 
 void PulseOutput::onUnderflow(pa_stream*, void* self) {
-    // The server found the stream empty: an audible gap. Before the first write the
-    // buffer is empty by design, so that one does not count.
+    // The server found the stream empty: an audible gap. Right after connecting or a
+    // restart at the read position that may happen by design (in silence): not counted.
     auto* output = static_cast<PulseOutput*>(self);
-    if (output->wroteSinceConnect_)
-        output->underruns_.fetch_add(1, std::memory_order_relaxed);
+    if (pa_rtclock_now() < output->gapsExpectedUntil_)
+        return;
+    const std::uint64_t count = output->underruns_.fetch_add(1, std::memory_order_relaxed) + 1;
+    qCDebug(lcAudio, "output underrun (%llu since start)", static_cast<unsigned long long>(count));
 }
 
 void PulseOutput::setIdle(pa_stream* stream, bool idle) {
@@ -319,25 +323,35 @@ void PulseOutput::wake() {
         connection_.unlock();
         return;
     }
-    setIdle(stream_, false);
-    // Drop the queued silence and put the new sound at the read position, so it
-    // starts as soon as after any other key.
-    if (pa_operation* op = pa_stream_flush(stream_, nullptr, nullptr))
-        pa_operation_unref(op);
-    void* data = nullptr;
-    std::size_t size = awakeTarget_;
-    if (pa_stream_begin_write(stream_, &data, &size) >= 0 && data) {
-        const std::size_t frames = size / kFrameBytes;
-        mixer_->render(static_cast<float*>(data), frames);
-        pa_stream_write(stream_, data, frames * kFrameBytes, nullptr, 0, PA_SEEK_RELATIVE_ON_READ);
-    }
-    forgetWritten();
+    // Put the new sound at the read position, over the queued silence, so it starts
+    // as soon as after any other key.
+    restartAtRead(stream_);
     connection_.unlock();
 }
 
+void PulseOutput::restartAtRead(pa_stream* stream) {
+    idle_ = false;
+    // A write placed at the read position, not a flush: the server then asks at once
+    // for what it dropped (a flush leaves it waiting for data it believes is on its
+    // way), and only then is the buffer made small, so the stream never runs dry. What
+    // lies beyond the new write position is silence or old sound that the next writes
+    // replace.
+    void* data = nullptr;
+    std::size_t size = awakeTarget_;
+    if (pa_stream_begin_write(stream, &data, &size) >= 0 && data) {
+        const std::size_t frames = size / kFrameBytes;
+        mixer_->render(static_cast<float*>(data), frames);
+        pa_stream_write(stream, data, frames * kFrameBytes, nullptr, 0, PA_SEEK_RELATIVE_ON_READ);
+    }
+    gapsExpectedUntil_ = pa_rtclock_now() + kExpectedGapUs;
+    setIdle(stream, false);
+    forgetWritten();
+}
+
 void PulseOutput::forgetWritten() {
-    // After a flush the write position is known again only from the server's next
-    // timing report: ask for it now rather than at the next automatic update.
+    // After a write placed at the read position the write position is known again only
+    // from the server's next timing report: ask for it now, not at the next automatic
+    // update (up to 1.5 s away).
     mirrorEnd_ = -1;
     if (stream_)
         if (pa_operation* op = pa_stream_update_timing_info(stream_, nullptr, nullptr))
@@ -369,9 +383,12 @@ bool PulseOutput::resendWithNewSounds() {
         timing->write_index / static_cast<std::int64_t>(kFrameBytes) != mirrorEnd_)
         return false;
     // The server's read position now: its last report moved on by the time since.
+    // The sink takes data up to its configured latency ahead of that, so start past it
+    // (measured on a null sink: writing within it costs occasional underruns).
     const auto age = static_cast<std::int64_t>(pa_timeval_age(&timing->timestamp));
+    const auto margin = static_cast<std::int64_t>(kResendMarginUs + timing->configured_sink_usec);
     const std::int64_t readNow = timing->read_index / static_cast<std::int64_t>(kFrameBytes) +
-                                 (age + kResendMarginUs) * Mixer::kSampleRate / 1000000;
+                                 (age + margin) * Mixer::kSampleRate / 1000000;
     const std::int64_t from = std::max(readNow, mirrorStart_);
     if (from >= mirrorEnd_)
         return false; // the buffer is all but played: the next write is as soon
@@ -390,6 +407,10 @@ bool PulseOutput::resendWithNewSounds() {
     pa_stream_write(stream_, resend_.data(), frames * kFrameBytes, nullptr,
                     from * static_cast<std::int64_t>(kFrameBytes), PA_SEEK_ABSOLUTE);
     resends_.fetch_add(1, std::memory_order_relaxed);
+    // A fresh read position for the next key rather than one extrapolated over the
+    // automatic updates' interval (up to 1.5 s).
+    if (pa_operation* op = pa_stream_update_timing_info(stream_, nullptr, nullptr))
+        pa_operation_unref(op);
     return true;
 }
 

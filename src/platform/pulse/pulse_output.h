@@ -39,11 +39,12 @@ public:
     static constexpr int kIdleAfterMs = 2000;
     /// The idle buffer: a few wake-ups a second while nothing plays.
     static constexpr int kIdleBufferMs = 250;
-    /// How far past the server's estimated read position a re-sent sound starts: covers
-    /// the time the write takes to reach the server and the sink's read granularity.
+    /// How far past the server's estimated read position, beyond the sink's configured
+    /// latency, a re-sent sound starts: the time the write takes to reach the server.
     static constexpr int kResendMarginUs = 1000;
-    /// How much of what was written the mirror keeps, in frames (at least the buffer).
-    static constexpr std::size_t kMirrorFrames = 4096;
+    /// How much of what was written the mirror keeps, in frames: more than the idle
+    /// buffer, which is still queued for a moment after waking.
+    static constexpr std::size_t kMirrorFrames = 16384;
     /// How long `start` waits for the stream before returning (it keeps trying after).
     static constexpr int kStartWaitMs = 1000;
 
@@ -85,6 +86,7 @@ private:
     static void onWrite(pa_stream* stream, std::size_t bytes, void* self);
     void remember(std::int64_t frame, const float* data, std::size_t frames) noexcept;
     void forgetWritten();
+    void restartAtRead(pa_stream* stream);
     bool resendWithNewSounds();
     static void onMeter(pa_mainloop_api*, pa_time_event*, const struct timeval*, void* self);
     void scheduleMeter();
@@ -110,7 +112,7 @@ private:
     std::atomic<double> latency_{0.0};
     std::atomic<std::uint64_t> underruns_{0};
     std::atomic<std::uint64_t> resends_{0};
-    bool wroteSinceConnect_ = false;
+    pa_usec_t gapsExpectedUntil_ = 0;
     // What was written, by absolute stream frame: [mirrorStart_, mirrorEnd_) is held
     // in the ring `mirror_`; mirrorEnd_ < 0 while the write position is unknown (after
     // a flush, until the server's timing report arrives). Loop thread or under the lock.
