@@ -404,6 +404,7 @@ bool PulseOutput::resendWithNewSounds() {
     remember(from, resend_.data(), frames);
     // Written at its absolute place: sounds already there continue sample for sample.
     // The write position is unchanged, so the server's accounting stays in step.
+    // pipewire-pulse (0.3.65) honours absolute seeks too: the re-send test passes there.
     pa_stream_write(stream_, resend_.data(), frames * kFrameBytes, nullptr,
                     from * static_cast<std::int64_t>(kFrameBytes), PA_SEEK_ABSOLUTE);
     resends_.fetch_add(1, std::memory_order_relaxed);
