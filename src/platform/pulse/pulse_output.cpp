@@ -13,7 +13,7 @@ constexpr int kMeterIntervalMs = 500;
 } // namespace
 
 PulseOutput::PulseOutput(int idleAfterMs)
-    : awakeTarget_(bufferAttributes().tlength), idleTarget_(idleBufferAttributes().tlength),
+    : awakeTarget_(bufferAttributes().tlength),
       idleAfterFrames_(static_cast<std::size_t>(idleAfterMs) * Mixer::kSampleRate / 1000),
       connection_(
           "Tappix", "tappix-pulse",
@@ -391,7 +391,7 @@ bool PulseOutput::resendWithNewSounds() {
                                  (age + margin) * Mixer::kSampleRate / 1000000;
     const std::int64_t from = std::max(readNow, mirrorStart_);
     if (from >= mirrorEnd_)
-        return false; // the buffer is all but played: the next write is as soon
+        return false; // the buffer is all but played: a regular write is as soon
     const auto frames = static_cast<std::size_t>(mirrorEnd_ - from);
     for (std::size_t i = 0; i < frames; ++i) {
         const std::size_t slot =

@@ -92,9 +92,8 @@ private:
     void scheduleMeter();
     void scheduleStreamRetry();
 
-    // Buffer sizes in bytes, worked out once rather than in every render callback.
+    // The small buffer in bytes, the size of the write that restarts at the read position.
     const std::size_t awakeTarget_;
-    const std::size_t idleTarget_;
     std::size_t idleAfterFrames_;
     PulseConnection connection_;
     Mixer* mixer_ = nullptr;
