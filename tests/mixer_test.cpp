@@ -129,3 +129,47 @@ TEST(Mixer, BrightnessFiltersHighsAndRoomLeavesATail) {
             EXPECT_EQ(tail, 0.0);
     }
 }
+
+// Mixing a new sound into frames already rendered must give, sample for sample, what
+// rendering it from that frame on would have given: same place, level and pan, and
+// a tone filter that carries on without a step. A sound counted twice, started at
+// the wrong frame or left out of the filter's memory shows here.
+TEST(Mixer, ANewSoundMixedIntoRenderedFramesMatchesRenderingIt) {
+    std::vector<float> sweep(9600);
+    for (std::size_t i = 0; i < sweep.size(); ++i)
+        sweep[i] = 0.4f * std::sin(0.002f * static_cast<float>(i * i) / 48.0f);
+    std::vector<float> hit(2400);
+    for (std::size_t i = 0; i < hit.size(); ++i)
+        hit[i] = 0.6f * std::sin(2.0f * 3.14159265f * 3000.0f * i / 48000.0f);
+    constexpr std::size_t kBefore = 700, kBack = 480, kAfter = 1500;
+
+    for (float brightness : {1.0f, 0.3f}) {
+        auto setUp = [&](Mixer& mixer) {
+            mixer.setMasterVolume(0.8f);
+            mixer.setToneBrightness(brightness);
+            mixer.enqueue(play(sweep, 1, -0.5f));
+        };
+        // As if the sound had been queued at the start of the last kBack frames.
+        Mixer direct;
+        setUp(direct);
+        auto expected = run(direct, kBefore - kBack).stereo;
+        direct.enqueue(play(hit, 2, 0.7f, 1.2f, 1.3f));
+        const auto rest = run(direct, kBack + kAfter).stereo;
+        expected.insert(expected.end(), rest.begin(), rest.end());
+
+        Mixer resent;
+        setUp(resent);
+        auto actual = run(resent, kBefore).stereo;
+        EXPECT_FALSE(resent.mixNewSoundsInto(actual.data(), kBack)) << "nothing was queued";
+        resent.enqueue(play(hit, 2, 0.7f, 1.2f, 1.3f));
+        ASSERT_TRUE(resent.mixNewSoundsInto(actual.data() + 2 * (kBefore - kBack), kBack));
+        const auto after = run(resent, kAfter).stereo;
+        actual.insert(actual.end(), after.begin(), after.end());
+
+        ASSERT_EQ(actual.size(), expected.size());
+        float worst = 0;
+        for (std::size_t i = 0; i < actual.size(); ++i)
+            worst = std::max(worst, std::fabs(actual[i] - expected[i]));
+        EXPECT_LT(worst, 1e-4f) << "brightness " << brightness;
+    }
+}

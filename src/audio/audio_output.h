@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -22,8 +23,9 @@ public:
     /// Stops rendering and disconnects. Controlling thread.
     virtual void stop() = 0;
 
-    /// Plays on the named device from now on; none follows the system default.
-    /// Asynchronous; any thread.
+    /// Plays on the named device from now on; none follows the system default. A
+    /// device that is not present plays on the default until it appears, then the
+    /// output moves to it by itself. Asynchronous, never waits on the server; any thread.
     virtual void setDevice(const std::optional<std::string>& deviceName) = 0;
 
     /// A sound was just queued on the mixer: leave any idle mode and start it at once.
@@ -36,6 +38,10 @@ public:
     /// The output latency as configured and reported by the server, in seconds
     /// (0 when unknown). Any thread.
     virtual double latencySeconds() const = 0;
+
+    /// Times the server ran out of sound to play since the output started (each one
+    /// an audible gap). Any thread.
+    virtual std::uint64_t underruns() const { return 0; }
 };
 
 } // namespace tappix

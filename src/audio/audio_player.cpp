@@ -8,9 +8,9 @@
 namespace tappix {
 
 AudioPlayer::AudioPlayer(std::unique_ptr<AudioOutput> output,
-                         std::unique_ptr<SampleDecoder> decoder, AudioDeviceManager& devices,
+                         std::unique_ptr<SampleDecoder> decoder, AudioDeviceManager& /*devices*/,
                          float masterVolume)
-    : output_(std::move(output)), decoder_(std::move(decoder)), devices_(devices) {
+    : output_(std::move(output)), decoder_(std::move(decoder)) {
     mixer_.setMasterVolume(masterVolume);
     if (!output_->start(mixer_))
         qCWarning(lcAudio,
@@ -130,15 +130,9 @@ void AudioPlayer::sweep() {
 }
 
 void AudioPlayer::setOutputDevice(std::optional<std::string> uid) {
-    queue_.post([this, uid = std::move(uid)] {
-        std::optional<std::string> device;
-        if (uid && devices_.deviceID(*uid))
-            device = uid;
-        else if (uid)
-            qCInfo(lcAudio, "output device %s is not present; using the default output",
-                   uid->c_str());
-        output_->setDevice(device);
-    });
+    // Straight to the output, which falls back and follows the device on its own
+    // thread: a device query here would hold up the sounds queued behind it.
+    output_->setDevice(uid);
 }
 
 bool AudioPlayer::hasSample(std::string_view packId, std::string_view name) {

@@ -29,7 +29,8 @@ namespace tappix {
 /// Replaced samples are freed on that queue only once the mixer no longer reads them.
 class AudioPlayer final : public SamplePlayer {
 public:
-    /// Builds the mixer at `masterVolume` and starts the output. Main thread.
+    /// Builds the mixer at `masterVolume` and starts the output. Main thread. The output
+    /// follows devices itself; `devices` is no longer consulted (callers still pass it).
     AudioPlayer(std::unique_ptr<AudioOutput> output, std::unique_ptr<SampleDecoder> decoder,
                 AudioDeviceManager& devices, float masterVolume);
 
@@ -69,8 +70,9 @@ public:
     /// The room reverb. Any thread.
     void setRoom(bool on) { mixer_.setRoom(on); }
 
-    /// Plays on the device with this uid; none or an unknown uid plays on the system
-    /// default. Asynchronous. Any thread.
+    /// Plays on the device with this uid; none plays on the system default. A device
+    /// not present now plays on the default until it appears, then the sound moves to
+    /// it. Asynchronous; never queries devices or waits on the server. Any thread.
     void setOutputDevice(std::optional<std::string> uid);
 
     /// Blocks until every request made so far has reached the mixer. Not from the queue.
@@ -97,7 +99,6 @@ private:
     Mixer mixer_;
     std::unique_ptr<AudioOutput> output_;
     std::unique_ptr<SampleDecoder> decoder_;
-    AudioDeviceManager& devices_;
 
     // Queue-only state.
     std::map<std::string, SampleMap, std::less<>> buffers_;

@@ -186,6 +186,82 @@ void Mixer::updateFilter() noexcept {
     }
 }
 
+void Mixer::applyFilter(Biquad& filter, float* left, float* right, std::size_t frames) noexcept {
+    for (int channel = 0; channel < 2; ++channel) {
+        float* samples = channel == 0 ? left : right;
+        float z1 = filter.z1[channel], z2 = filter.z2[channel];
+        for (std::size_t i = 0; i < frames; ++i) {
+            const float x = samples[i];
+            const float y = filter.b0 * x + z1;
+            z1 = filter.b1 * x - filter.a1 * y + z2;
+            z2 = filter.b2 * x - filter.a2 * y;
+            samples[i] = y;
+        }
+        filter.z1[channel] = z1;
+        filter.z2[channel] = z2;
+    }
+}
+
+bool Mixer::mixNewSoundsInto(float* out, std::size_t frames) noexcept {
+    FlushDenormals flush;
+    std::array<bool, kVoiceCount> fresh{};
+    bool started = false;
+    while (auto command = commands_.pop()) {
+        fresh[static_cast<std::size_t>(nextVoice_)] = true;
+        startSound(*command);
+        started = true;
+    }
+    if (!started)
+        return false;
+    updateFilter();
+    // The new sounds alone, through their own copy of the filter: the filter is linear,
+    // so adding that copy's state to the main one afterwards leaves the main filter
+    // exactly where it would be had it rendered old and new sounds together.
+    Biquad solo = filter_;
+    std::fill(std::begin(solo.z1), std::end(solo.z1), 0.0f);
+    std::fill(std::begin(solo.z2), std::end(solo.z2), 0.0f);
+    // Matches the output stage: the reverb's dry share and the output gain.
+    const float level =
+        (currentGain_ < 0.0f ? targetOutputGain() : currentGain_) * (1.0f - currentWet_ / 100.0f);
+    float* left = left_.data();
+    float* right = right_.data();
+    float peak = 0.0f;
+    for (std::size_t done = 0; done < frames;) {
+        const std::size_t block = std::min(kBlockFrames, frames - done);
+        std::fill_n(left, block, 0.0f);
+        std::fill_n(right, block, 0.0f);
+        for (std::size_t v = 0; v < voices_.size(); ++v) {
+            if (fresh[v] && voices_[v].current.active())
+                mixSound(voices_[v].current, left, right, block, false);
+        }
+        if (filterOn_)
+            applyFilter(solo, left, right, block);
+        float* frame = out + 2 * done;
+        for (std::size_t i = 0; i < block; ++i) {
+            frame[2 * i] += left[i] * level;
+            frame[2 * i + 1] += right[i] * level;
+            peak = std::max(peak, std::max(std::fabs(frame[2 * i]), std::fabs(frame[2 * i + 1])));
+        }
+        done += block;
+    }
+    if (filterOn_) {
+        for (int channel = 0; channel < 2; ++channel) {
+            filter_.z1[channel] += solo.z1[channel];
+            filter_.z2[channel] += solo.z2[channel];
+        }
+    }
+    int active = 0;
+    for (const Voice& voice : voices_)
+        active += voice.current.active() || voice.fading.active();
+    activeVoices_.store(active, std::memory_order_relaxed);
+    quiet_.store(false, std::memory_order_relaxed);
+    publishSafeSequence();
+    float previous = peak_.load(std::memory_order_relaxed);
+    while (peak > previous && !peak_.compare_exchange_weak(previous, peak)) {
+    }
+    return true;
+}
+
 void Mixer::processReverb(float* left, float* right, std::size_t frames, float wetFrom,
                           float wetTo) noexcept {
     for (std::size_t i = 0; i < frames; ++i) {
@@ -232,21 +308,8 @@ void Mixer::renderBlock(float* out, std::size_t frames) noexcept {
     }
     activeVoices_.store(active, std::memory_order_relaxed);
 
-    if (filterOn_) {
-        for (int channel = 0; channel < 2; ++channel) {
-            float* samples = channel == 0 ? left : right;
-            float z1 = filter_.z1[channel], z2 = filter_.z2[channel];
-            for (std::size_t i = 0; i < frames; ++i) {
-                const float x = samples[i];
-                const float y = filter_.b0 * x + z1;
-                z1 = filter_.b1 * x - filter_.a1 * y + z2;
-                z2 = filter_.b2 * x - filter_.a2 * y;
-                samples[i] = y;
-            }
-            filter_.z1[channel] = z1;
-            filter_.z2[channel] = z2;
-        }
-    }
+    if (filterOn_)
+        applyFilter(filter_, left, right, frames);
 
     const float wetTarget = roomOn_.load() ? kRoomWetPercent : 0.0f;
     if (wetTarget > 0.0f || currentWet_ > 0.0f) {

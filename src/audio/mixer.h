@@ -74,6 +74,17 @@ public:
     /// Renders `frames` of interleaved stereo into `out`. Render callback only.
     void render(float* out, std::size_t frames) noexcept;
 
+    /// Starts every queued sound now and mixes its first `frames` frames (panned, at its
+    /// gain, through the tone filter and at the output gain) into `out`, interleaved
+    /// stereo that already holds what the last renders produced for those frames. The
+    /// sounds then go on from there at the next `render`, and the filter carries on as
+    /// if it had rendered them all along. This lets an output re-send the part of its
+    /// buffer the server has not played yet with a new sound in it, so the sound does
+    /// not wait behind that buffer; only the room reverb hears the new sound from the
+    /// end of the re-sent part. Returns whether any sound started. Same thread as
+    /// `render`, never at the same time.
+    bool mixNewSoundsInto(float* out, std::size_t frames) noexcept;
+
     /// Every command numbered below this has been consumed and no voice reads its
     /// samples any more, so they may be freed. Any thread.
     std::uint64_t safeSequence() const noexcept {
@@ -124,6 +135,7 @@ private:
     void mixSound(Sound& sound, float* left, float* right, std::size_t frames,
                   bool fading) noexcept;
     void updateFilter() noexcept;
+    static void applyFilter(Biquad& filter, float* left, float* right, std::size_t frames) noexcept;
     void processReverb(float* left, float* right, std::size_t frames, float wetFrom,
                        float wetTo) noexcept;
     void publishSafeSequence() noexcept;

@@ -6,15 +6,19 @@
 namespace tappix {
 namespace {
 constexpr std::size_t kFrameBytes = 2 * sizeof(float);
+// After a connect or a restart at the read position, how long an empty buffer is
+// expected rather than a fault.
+constexpr pa_usec_t kExpectedGapUs = 50 * PA_USEC_PER_MSEC;
 constexpr int kMeterIntervalMs = 500;
 } // namespace
 
 PulseOutput::PulseOutput(int idleAfterMs)
-    : awakeTarget_(bufferAttributes().tlength), idleTarget_(idleBufferAttributes().tlength),
+    : awakeTarget_(bufferAttributes().tlength),
       idleAfterFrames_(static_cast<std::size_t>(idleAfterMs) * Mixer::kSampleRate / 1000),
       connection_(
           "Tappix", "tappix-pulse",
-          {[this](pa_context* context) { createStream(context); }, [this] { dropStream(); }}) {}
+          {[this](pa_context* context) { onContextReady(context); }, [this] { dropStream(); }}),
+      mirror_(2 * kMirrorFrames), resend_(2 * kMirrorFrames) {}
 
 PulseOutput::~PulseOutput() {
     stop();
@@ -43,12 +47,79 @@ void PulseOutput::stop() {
 void PulseOutput::setDevice(const std::optional<std::string>& deviceName) {
     connection_.lock();
     device_ = deviceName;
-    deviceFailed_ = false;
+    deviceMissing_ = false;
     if (pa_context* context = connection_.readyContext()) {
         dropStream();
         createStream(context);
     }
     connection_.unlock();
+}
+
+std::string PulseOutput::currentDevice() {
+    connection_.lock();
+    const char* name = stream_ && pa_stream_get_state(stream_) == PA_STREAM_READY
+                           ? pa_stream_get_device_name(stream_)
+                           : nullptr;
+    std::string device = name ? name : "";
+    connection_.unlock();
+    return device;
+}
+
+void PulseOutput::onContextReady(pa_context* context) {
+    // A new connection (first start, or the server came back): try the chosen sink
+    // again, and hear about sinks that appear later.
+    deviceMissing_ = false;
+    pa_context_set_subscribe_callback(context, &PulseOutput::onSinkEvent, this);
+    if (pa_operation* op =
+            pa_context_subscribe(context, PA_SUBSCRIPTION_MASK_SINK, nullptr, nullptr))
+        pa_operation_unref(op);
+    createStream(context);
+}
+
+void PulseOutput::onSinkEvent(pa_context* context, pa_subscription_event_type_t type,
+                              std::uint32_t index, void* self) {
+    if ((type & PA_SUBSCRIPTION_EVENT_FACILITY_MASK) != PA_SUBSCRIPTION_EVENT_SINK ||
+        (type & PA_SUBSCRIPTION_EVENT_TYPE_MASK) != PA_SUBSCRIPTION_EVENT_NEW)
+        return;
+    static_cast<PulseOutput*>(self)->seekChosenDevice(context, index);
+}
+
+void PulseOutput::seekChosenDevice(pa_context* context, std::optional<std::uint32_t> sinkIndex) {
+    // Only while a chosen sink is wanted and the stream is elsewhere (or nowhere).
+    if (!device_)
+        return;
+    if (stream_ && pa_stream_get_state(stream_) == PA_STREAM_READY) {
+        const char* current = pa_stream_get_device_name(stream_);
+        if (current && *device_ == current)
+            return;
+    }
+    pa_operation* op = sinkIndex ? pa_context_get_sink_info_by_index(context, *sinkIndex,
+                                                                     &PulseOutput::onSinkInfo, this)
+                                 : pa_context_get_sink_info_by_name(context, device_->c_str(),
+                                                                    &PulseOutput::onSinkInfo, this);
+    if (op)
+        pa_operation_unref(op);
+}
+
+void PulseOutput::onSinkInfo(pa_context* context, const pa_sink_info* info, int eol, void* self) {
+    auto* output = static_cast<PulseOutput*>(self);
+    if (eol != 0 || !info || !info->name || !output->device_ || *output->device_ != info->name)
+        return;
+    // The chosen sink is here: go to it without any user action.
+    output->deviceMissing_ = false;
+    if (!output->stream_) {
+        output->createStream(context);
+        return;
+    }
+    if (pa_stream_get_state(output->stream_) != PA_STREAM_READY)
+        return; // the stream checks again once it is ready
+    const char* current = pa_stream_get_device_name(output->stream_);
+    if (current && *output->device_ == current)
+        return;
+    qCInfo(lcAudio, "output device %s appeared; moving to it", info->name);
+    if (pa_operation* op = pa_context_move_sink_input_by_name(
+            context, pa_stream_get_index(output->stream_), info->name, nullptr, nullptr))
+        pa_operation_unref(op);
 }
 
 void PulseOutput::createStream(pa_context* context) {
@@ -67,11 +138,15 @@ void PulseOutput::createStream(pa_context* context) {
     pa_stream_set_state_callback(stream_, &PulseOutput::onStreamState, this);
     pa_stream_set_write_callback(stream_, &PulseOutput::onWrite, this);
     pa_stream_set_moved_callback(stream_, &PulseOutput::onMoved, this);
+    pa_stream_set_underflow_callback(stream_, &PulseOutput::onUnderflow, this);
+    // The stream starts empty: the server may find it so before the first write lands.
+    gapsExpectedUntil_ = pa_rtclock_now() + kExpectedGapUs;
+    mirrorEnd_ = -1;
 
     const pa_buffer_attr attr = bufferAttributes();
     const auto flags = static_cast<pa_stream_flags_t>(
         PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_INTERPOLATE_TIMING);
-    const char* device = device_ && !deviceFailed_ ? device_->c_str() : nullptr;
+    const char* device = device_ && !deviceMissing_ ? device_->c_str() : nullptr;
     if (pa_stream_connect_playback(stream_, device, &attr, flags, nullptr, nullptr) < 0) {
         qCWarning(lcAudio, "audio engine failed to start: %s",
                   pa_strerror(pa_context_errno(context)));
@@ -104,10 +179,9 @@ pa_buffer_attr PulseOutput::idleBufferAttributes() {
 
 void PulseOutput::onMoved(pa_stream* stream, void* self) {
     // A move (the sink went away, or the user moved us) resets the buffer to the
-    // server's large default: ask for the small one again and drop the queued silence.
-    static_cast<PulseOutput*>(self)->setIdle(stream, false);
-    if (pa_operation* op = pa_stream_flush(stream, nullptr, nullptr))
-        pa_operation_unref(op);
+    // server's large default: ask for the small one again and start over at the read
+    // position on the new sink.
+    static_cast<PulseOutput*>(self)->restartAtRead(stream);
     qCInfo(lcAudio, "now playing on %s", pa_stream_get_device_name(stream));
 }
 
@@ -126,6 +200,7 @@ void PulseOutput::dropStream() {
     pa_stream_set_state_callback(stream_, nullptr, nullptr);
     pa_stream_set_write_callback(stream_, nullptr, nullptr);
     pa_stream_set_moved_callback(stream_, nullptr, nullptr);
+    pa_stream_set_underflow_callback(stream_, nullptr, nullptr);
     if (pa_stream_get_state(stream_) == PA_STREAM_READY ||
         pa_stream_get_state(stream_) == PA_STREAM_CREATING)
         pa_stream_disconnect(stream_);
@@ -151,20 +226,31 @@ void PulseOutput::onStreamState(pa_stream* stream, void* self) {
         qCInfo(lcAudio, "playing on %s (buffer %.1f ms)", pa_stream_get_device_name(stream),
                buffer * 1000);
         output->scheduleMeter();
+        // On the default while the chosen sink is away: it may have appeared meanwhile.
+        output->seekChosenDevice(pa_stream_get_context(stream), std::nullopt);
         output->connection_.signal();
         break;
     }
     case PA_STREAM_FAILED: {
-        // The named sink is missing or went away: play on the default from now on,
-        // retrying on a timer (not in a loop) while there is no sink at all.
         pa_context* context = pa_stream_get_context(stream);
-        if (!output->streamFailureLogged_)
-            qCWarning(lcAudio, "output stream failed (%s); reconnecting on the default output",
-                      pa_strerror(pa_context_errno(context)));
-        output->streamFailureLogged_ = true;
-        output->deviceFailed_ = true;
         output->dropStream();
-        output->scheduleStreamRetry();
+        if (pa_context_get_state(context) != PA_CONTEXT_READY)
+            break; // the server went away: the connection reconnects and starts anew
+        if (output->device_ && !output->deviceMissing_) {
+            // The chosen sink is not there (unplugged, or not back after a restart):
+            // play on the default at once, and move back when the sink appears.
+            qCInfo(lcAudio, "output device %s is not present (%s); using the default output",
+                   output->device_->c_str(), pa_strerror(pa_context_errno(context)));
+            output->deviceMissing_ = true;
+            output->createStream(context);
+        } else {
+            // No sink at all will take the stream: retry on a timer, not in a loop.
+            if (!output->streamFailureLogged_)
+                qCWarning(lcAudio, "output stream failed (%s); retrying",
+                          pa_strerror(pa_context_errno(context)));
+            output->streamFailureLogged_ = true;
+            output->scheduleStreamRetry();
+        }
         output->connection_.signal();
         break;
     }
@@ -175,21 +261,39 @@ void PulseOutput::onStreamState(pa_stream* stream, void* self) {
 
 void PulseOutput::onWrite(pa_stream* stream, std::size_t bytes, void* self) {
     auto* output = static_cast<PulseOutput*>(self);
+    // Everything the server asks for, always: what is left unwritten it still counts as
+    // on its way, so the real buffer would run short of what it believes and dry up.
+    // A deep buffer costs no latency, since new sounds are re-sent from the read side.
+    while (bytes >= kFrameBytes) {
+        void* data = nullptr;
+        std::size_t size = bytes;
+        if (pa_stream_begin_write(stream, &data, &size) < 0 || !data || size < kFrameBytes)
+            return;
+        const std::size_t frames = size / kFrameBytes;
+        // Where this lands in the stream; the library keeps the count as we write.
+        const pa_timing_info* timing = pa_stream_get_timing_info(stream);
+        const std::int64_t at = timing && !timing->write_index_corrupt
+                                    ? timing->write_index / static_cast<std::int64_t>(kFrameBytes)
+                                    : -1;
+        output->mixer_->render(static_cast<float*>(data), frames);
+        output->remember(at, static_cast<const float*>(data), frames);
+        pa_stream_write(stream, data, frames * kFrameBytes, nullptr, 0, PA_SEEK_RELATIVE);
+        bytes -= frames * kFrameBytes;
 
-    void* data = nullptr;
-    // Never queue more than the current target, whatever was requested under an
-    // earlier (idle) buffer size: what is queued is what a new key waits behind.
-    const std::size_t target = output->idle_.load() ? output->idleTarget_ : output->awakeTarget_;
-    std::size_t size = std::min(bytes, target);
-    if (pa_stream_begin_write(stream, &data, &size) < 0 || !data)
+        output->quietFrames_ = output->mixer_->isQuiet() ? output->quietFrames_ + frames : 0;
+        if (!output->idle_.load() && output->quietFrames_ >= output->idleAfterFrames_)
+            output->setIdle(stream, true);
+    }
+}
+
+void PulseOutput::onUnderflow(pa_stream*, void* self) {
+    // The server found the stream empty: an audible gap. Right after connecting or a
+    // restart at the read position that may happen by design (in silence): not counted.
+    auto* output = static_cast<PulseOutput*>(self);
+    if (pa_rtclock_now() < output->gapsExpectedUntil_)
         return;
-    const std::size_t frames = size / kFrameBytes;
-    output->mixer_->render(static_cast<float*>(data), frames);
-    pa_stream_write(stream, data, frames * kFrameBytes, nullptr, 0, PA_SEEK_RELATIVE);
-
-    output->quietFrames_ = output->mixer_->isQuiet() ? output->quietFrames_ + frames : 0;
-    if (!output->idle_.load() && output->quietFrames_ >= output->idleAfterFrames_)
-        output->setIdle(stream, true);
+    const std::uint64_t count = output->underruns_.fetch_add(1, std::memory_order_relaxed) + 1;
+    qCDebug(lcAudio, "output underrun (%llu since start)", static_cast<unsigned long long>(count));
 }
 
 void PulseOutput::setIdle(pa_stream* stream, bool idle) {
@@ -206,25 +310,109 @@ void PulseOutput::setIdle(pa_stream* stream, bool idle) {
 }
 
 void PulseOutput::wake() {
-    if (!idle_.load())
-        return;
     connection_.lock();
-    if (idle_.load() && stream_ && pa_stream_get_state(stream_) == PA_STREAM_READY) {
-        setIdle(stream_, false);
-        // Drop the queued silence and put the new sound at the read position, so it
-        // starts as soon as after any other key.
-        if (pa_operation* op = pa_stream_flush(stream_, nullptr, nullptr))
-            pa_operation_unref(op);
-        void* data = nullptr;
-        std::size_t size = awakeTarget_;
-        if (pa_stream_begin_write(stream_, &data, &size) >= 0 && data) {
-            const std::size_t frames = size / kFrameBytes;
-            mixer_->render(static_cast<float*>(data), frames);
-            pa_stream_write(stream_, data, frames * kFrameBytes, nullptr, 0,
-                            PA_SEEK_RELATIVE_ON_READ);
-        }
+    if (!stream_ || pa_stream_get_state(stream_) != PA_STREAM_READY) {
+        connection_.unlock();
+        return;
     }
+    if (!idle_.load()) {
+        // Re-send the unplayed buffer with the new sound in it. When the sound already
+        // went out with a regular write, or the mirror is not in step, nothing happens
+        // and it plays at the end of the buffer.
+        resendWithNewSounds();
+        connection_.unlock();
+        return;
+    }
+    // Put the new sound at the read position, over the queued silence, so it starts
+    // as soon as after any other key.
+    restartAtRead(stream_);
     connection_.unlock();
+}
+
+void PulseOutput::restartAtRead(pa_stream* stream) {
+    idle_ = false;
+    // A write placed at the read position, not a flush: the server then asks at once
+    // for what it dropped (a flush leaves it waiting for data it believes is on its
+    // way), and only then is the buffer made small, so the stream never runs dry. What
+    // lies beyond the new write position is silence or old sound that the next writes
+    // replace.
+    void* data = nullptr;
+    std::size_t size = awakeTarget_;
+    if (pa_stream_begin_write(stream, &data, &size) >= 0 && data) {
+        const std::size_t frames = size / kFrameBytes;
+        mixer_->render(static_cast<float*>(data), frames);
+        pa_stream_write(stream, data, frames * kFrameBytes, nullptr, 0, PA_SEEK_RELATIVE_ON_READ);
+    }
+    gapsExpectedUntil_ = pa_rtclock_now() + kExpectedGapUs;
+    setIdle(stream, false);
+    forgetWritten();
+}
+
+void PulseOutput::forgetWritten() {
+    // After a write placed at the read position the write position is known again only
+    // from the server's next timing report: ask for it now, not at the next automatic
+    // update (up to 1.5 s away).
+    mirrorEnd_ = -1;
+    if (stream_)
+        if (pa_operation* op = pa_stream_update_timing_info(stream_, nullptr, nullptr))
+            pa_operation_unref(op);
+}
+
+void PulseOutput::remember(std::int64_t frame, const float* data, std::size_t frames) noexcept {
+    // Render callback: copies only.
+    if (frame < 0) {
+        mirrorEnd_ = -1;
+        return;
+    }
+    if (frame != mirrorEnd_)
+        mirrorStart_ = frame;
+    for (std::size_t i = 0; i < frames; ++i) {
+        const std::size_t slot =
+            static_cast<std::size_t>(frame + static_cast<std::int64_t>(i)) % kMirrorFrames;
+        mirror_[2 * slot] = data[2 * i];
+        mirror_[2 * slot + 1] = data[2 * i + 1];
+    }
+    mirrorEnd_ = frame + static_cast<std::int64_t>(frames);
+    mirrorStart_ = std::max(mirrorStart_, mirrorEnd_ - static_cast<std::int64_t>(kMirrorFrames));
+}
+
+bool PulseOutput::resendWithNewSounds() {
+    const pa_timing_info* timing = pa_stream_get_timing_info(stream_);
+    if (!timing || timing->write_index_corrupt || timing->read_index_corrupt || !timing->playing ||
+        mirrorEnd_ < 0 ||
+        timing->write_index / static_cast<std::int64_t>(kFrameBytes) != mirrorEnd_)
+        return false;
+    // The server's read position now: its last report moved on by the time since.
+    // The sink takes data up to its configured latency ahead of that, so start past it
+    // (measured on a null sink: writing within it costs occasional underruns).
+    const auto age = static_cast<std::int64_t>(pa_timeval_age(&timing->timestamp));
+    const auto margin = static_cast<std::int64_t>(kResendMarginUs + timing->configured_sink_usec);
+    const std::int64_t readNow = timing->read_index / static_cast<std::int64_t>(kFrameBytes) +
+                                 (age + margin) * Mixer::kSampleRate / 1000000;
+    const std::int64_t from = std::max(readNow, mirrorStart_);
+    if (from >= mirrorEnd_)
+        return false; // the buffer is all but played: a regular write is as soon
+    const auto frames = static_cast<std::size_t>(mirrorEnd_ - from);
+    for (std::size_t i = 0; i < frames; ++i) {
+        const std::size_t slot =
+            static_cast<std::size_t>(from + static_cast<std::int64_t>(i)) % kMirrorFrames;
+        resend_[2 * i] = mirror_[2 * slot];
+        resend_[2 * i + 1] = mirror_[2 * slot + 1];
+    }
+    if (!mixer_->mixNewSoundsInto(resend_.data(), frames))
+        return false;
+    remember(from, resend_.data(), frames);
+    // Written at its absolute place: sounds already there continue sample for sample.
+    // The write position is unchanged, so the server's accounting stays in step.
+    // pipewire-pulse (0.3.65) honours absolute seeks too: the re-send test passes there.
+    pa_stream_write(stream_, resend_.data(), frames * kFrameBytes, nullptr,
+                    from * static_cast<std::int64_t>(kFrameBytes), PA_SEEK_ABSOLUTE);
+    resends_.fetch_add(1, std::memory_order_relaxed);
+    // A fresh read position for the next key rather than one extrapolated over the
+    // automatic updates' interval (up to 1.5 s).
+    if (pa_operation* op = pa_stream_update_timing_info(stream_, nullptr, nullptr))
+        pa_operation_unref(op);
+    return true;
 }
 
 void PulseOutput::scheduleStreamRetry() {

@@ -4,28 +4,47 @@
 #include "platform/pulse/pulse_connection.h"
 
 #include <atomic>
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tappix {
 
 /// The mixer's output as one PulseAudio playback stream: 48 kHz float stereo with a
 /// small target buffer, no prebuffering and never corked, so the sink never suspends
 /// under Tappix and a key after a long silence starts at once. The stream follows the
-/// default sink unless a device is named; it is recreated when the server restarts or
-/// its sink vanishes. The loop thread, "tappix-pulse", runs the render callback.
+/// default sink unless a device is named; it is recreated when the server restarts.
+/// The loop thread, "tappix-pulse", runs the render callback.
+///
+/// A named sink that is missing (unplugged, not loaded yet, gone after a server
+/// restart) is waited for on the default sink: the stream moves to it by itself as
+/// soon as the server announces a sink of that name.
+///
+/// A new sound does not wait behind the buffer: `wake` re-sends the part of the
+/// buffer the server has not played yet, from just past its read position, with the
+/// new sound mixed into a copy of what was written there (kept in a mirror). Sounds
+/// already playing go on sample for sample, so there is no seam, and the buffer stays
+/// large enough to ride out a busy machine.
+///
 /// After two seconds of silence the stream refills a large buffer a few times a
 /// second instead of a small one every few milliseconds; `wake` switches back and
 /// starts the new sound at the read position, so the first key after a silence is
 /// as quick as any other.
 class PulseOutput final : public AudioOutput {
 public:
-    /// The buffer the stream asks the server for.
+    /// The buffer the stream asks the server for while sounds play.
     static constexpr int kTargetLatencyMs = 10;
     /// After this much silence the stream switches to its idle buffer.
     static constexpr int kIdleAfterMs = 2000;
     /// The idle buffer: a few wake-ups a second while nothing plays.
     static constexpr int kIdleBufferMs = 250;
+    /// How far past the server's estimated read position, beyond the sink's configured
+    /// latency, a re-sent sound starts: the time the write takes to reach the server.
+    static constexpr int kResendMarginUs = 1000;
+    /// How much of what was written the mirror keeps, in frames: more than the idle
+    /// buffer, which is still queued for a moment after waking.
+    static constexpr std::size_t kMirrorFrames = 16384;
     /// How long `start` waits for the stream before returning (it keeps trying after).
     static constexpr int kStartWaitMs = 1000;
 
@@ -41,23 +60,40 @@ public:
     bool isIdle() const { return idle_.load(); }
     bool isPlaying() const override { return playing_.load(); }
     double latencySeconds() const override { return latency_.load(); }
+    std::uint64_t underruns() const override { return underruns_.load(); }
+    /// How many times new sounds went out by re-sending the unplayed buffer (rather
+    /// than waiting behind it). Any thread.
+    std::uint64_t resends() const { return resends_.load(); }
+
+    /// The sink the stream plays on now, or empty while there is no stream. Any thread
+    /// but the loop's own.
+    std::string currentDevice();
 
 private:
+    void onContextReady(pa_context* context);
     void createStream(pa_context* context);
     void dropStream();
+    void seekChosenDevice(pa_context* context, std::optional<std::uint32_t> sinkIndex);
     static void onStreamState(pa_stream* stream, void* self);
     static void onMoved(pa_stream* stream, void* self);
+    static void onUnderflow(pa_stream* stream, void* self);
+    static void onSinkEvent(pa_context* context, pa_subscription_event_type_t type,
+                            std::uint32_t index, void* self);
+    static void onSinkInfo(pa_context* context, const pa_sink_info* info, int eol, void* self);
     static pa_buffer_attr bufferAttributes();
     static pa_buffer_attr idleBufferAttributes();
     void setIdle(pa_stream* stream, bool idle);
     static void onWrite(pa_stream* stream, std::size_t bytes, void* self);
+    void remember(std::int64_t frame, const float* data, std::size_t frames) noexcept;
+    void forgetWritten();
+    void restartAtRead(pa_stream* stream);
+    bool resendWithNewSounds();
     static void onMeter(pa_mainloop_api*, pa_time_event*, const struct timeval*, void* self);
     void scheduleMeter();
     void scheduleStreamRetry();
 
-    // Buffer sizes in bytes, worked out once rather than in every render callback.
+    // The small buffer in bytes, the size of the write that restarts at the read position.
     const std::size_t awakeTarget_;
-    const std::size_t idleTarget_;
     std::size_t idleAfterFrames_;
     PulseConnection connection_;
     Mixer* mixer_ = nullptr;
@@ -67,10 +103,22 @@ private:
     bool streamFailureLogged_ = false;
     std::atomic<bool> idle_{false};
     std::size_t quietFrames_ = 0;
+    // The sink the user chose (none: the default), and whether it was missing when
+    // the stream last connected, so the stream runs on the default meanwhile.
     std::optional<std::string> device_;
+    bool deviceMissing_ = false;
     std::atomic<bool> playing_{false};
     std::atomic<double> latency_{0.0};
-    bool deviceFailed_ = false;
+    std::atomic<std::uint64_t> underruns_{0};
+    std::atomic<std::uint64_t> resends_{0};
+    pa_usec_t gapsExpectedUntil_ = 0;
+    // What was written, by absolute stream frame: [mirrorStart_, mirrorEnd_) is held
+    // in the ring `mirror_`; mirrorEnd_ < 0 while the write position is unknown (after
+    // a flush, until the server's timing report arrives). Loop thread or under the lock.
+    std::vector<float> mirror_;
+    std::vector<float> resend_;
+    std::int64_t mirrorStart_ = -1;
+    std::int64_t mirrorEnd_ = -1;
 };
 
 } // namespace tappix
