@@ -314,6 +314,12 @@ void writeSmallPack(const QString& dir) {
                   QJsonObject{{"57", "space.wav"}, {"28", "enter.wav"}, {"57424", "down.wav"}}}});
 }
 
+QJsonObject readJson(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object()
+                                          : QJsonObject();
+}
+
 bool mentions(const std::vector<std::string>& lines, const std::string& text) {
     return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
         return line.find(text) != std::string::npos;
@@ -342,6 +348,17 @@ TEST(PackImport, ZipOfAFolderImportsLikeTheFolder) {
     ASSERT_TRUE(manifest.open(QIODevice::ReadOnly));
     EXPECT_EQ(QJsonDocument::fromJson(manifest.readAll())["origin"]["importedFrom"].toString(),
               "Small Pack.zip");
+
+    // The same pack again replaces its import; another of the same name gets its own id.
+    const PackImportResult again = w.import(w.pack);
+    EXPECT_TRUE(again.replaced);
+    EXPECT_EQ(again.config->id, "imported-small-pack");
+    QJsonObject config = readJson(w.pack + "/config.json");
+    config["id"] = "another";
+    writeConfig(w.pack, config);
+    const PackImportResult other = w.import(w.pack);
+    EXPECT_FALSE(other.replaced);
+    EXPECT_EQ(other.config->id, "imported-small-pack-2");
 }
 
 TEST(PackImport, BadPartsOfADirectoryPackAreReportedOneLineEach) {
@@ -499,12 +516,6 @@ QString runKit(const QString& home, const QStringList& arguments, int* exitCode)
     process.waitForFinished(60000);
     *exitCode = process.exitCode();
     return QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError());
-}
-
-QJsonObject readJson(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object()
-                                          : QJsonObject();
 }
 
 } // namespace

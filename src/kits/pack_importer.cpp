@@ -103,15 +103,23 @@ void fadeEdges(std::vector<float>& samples) {
     }
 }
 
-// Whether the kit directory at `path` was made by an earlier import.
-bool isEarlierImport(const QString& path) {
+// Where the kit at `path` was imported from; none when it was not imported.
+std::optional<QJsonObject> earlierImport(const QString& path) {
     QFile file(path + QStringLiteral("/config.json"));
-    if (!file.open(QIODevice::ReadOnly))
-        return false;
-    return QJsonDocument::fromJson(file.read(PackImporter::kMaxConfigBytes))
-        .object()
-        .value(QLatin1String("origin"))
-        .isObject();
+    if (QFileInfo(path).isSymLink() || !file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    const QJsonValue origin = QJsonDocument::fromJson(file.read(PackImporter::kMaxConfigBytes))
+                                  .object()
+                                  .value(QLatin1String("origin"));
+    return origin.isObject() ? std::optional(origin.toObject()) : std::nullopt;
+}
+
+// Whether an earlier import came from the same pack: same pack id, or for packs
+// without one, the same file name.
+bool samePack(const QJsonObject& origin, const SourcePackConfig& config, const QString& source) {
+    if (!config.id.empty())
+        return origin.value(QLatin1String("packId")).toString().toStdString() == config.id;
+    return origin.value(QLatin1String("importedFrom")).toString() == source;
 }
 
 /// One import: the decoded sources, the files written, and what went wrong.
@@ -320,7 +328,7 @@ PackImportResult PackImporter::importPack(PackSource& source, const Options& opt
     for (const std::string& problem : source.problems())
         result.problems.push_back(problem);
 
-    const std::string id = options.id.empty() ? kitIdFor(config->name) : options.id;
+    std::string id = options.id.empty() ? kitIdFor(config->name) : options.id;
     if (!isValidKitId(id))
         return refuse("\"" + id +
                       "\" cannot be a kit id: use 1 to 64 lower-case letters, digits, "
@@ -330,9 +338,20 @@ PackImportResult PackImporter::importPack(PackSource& source, const Options& opt
         return refuse("\"" + id + "\" is the id of a kit that comes with Tappix; choose another");
     if (!QDir().mkpath(options.kitDirectory))
         return refuse("cannot create the kit directory " + options.kitDirectory.toStdString());
-    const QString target = QDir(options.kitDirectory).absoluteFilePath(QString::fromStdString(id));
+    // Importing a pack again replaces its earlier import; another pack whose name gives
+    // the same id gets the next free one, unless the id was asked for.
+    const QDir kitDirectory(options.kitDirectory);
+    QString target = kitDirectory.absoluteFilePath(QString::fromStdString(id));
+    const std::string base = id;
+    for (int n = 2; options.id.empty() && QFileInfo::exists(target) && n < 100; ++n) {
+        const auto origin = earlierImport(target);
+        if (origin && samePack(*origin, *config, source.displayName()))
+            break;
+        id = base + "-" + std::to_string(n);
+        target = kitDirectory.absoluteFilePath(QString::fromStdString(id));
+    }
     const bool replacing = QFileInfo::exists(target);
-    if (replacing && (QFileInfo(target).isSymLink() || !isEarlierImport(target)))
+    if (replacing && !earlierImport(target))
         return refuse(target.toStdString() +
                       " already holds a kit that was not imported; choose another id");
 
