@@ -237,7 +237,7 @@ TEST(PackImport, Version2MultiPackKeepsRangesReleasesAndFallbacks) {
                          {"defines", QJsonObject{{"57", "press/SPACE.wav"},
                                                  {"57-up", "release/SPACE.wav"},
                                                  {"3612", "press/ENTER.wav"},
-                                                 {"57419", "press/LEFT.wav"},
+                                                 {"57419", "Press/left.WAV"}, // case differs
                                                  {"61003", "press/KP4.wav"},
                                                  {"14", QJsonValue()}}}});
     const PackImportResult result = w.import(w.pack);

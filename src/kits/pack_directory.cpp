@@ -56,7 +56,19 @@ std::optional<QByteArray> PackDirectory::read(const QString& name, qint64 maxByt
             error = "the name leaves the pack";
             return std::nullopt;
         }
-        path += QLatin1Char('/') + part;
+        QString next = path + QLatin1Char('/') + part;
+        if (!QFileInfo::exists(next) && !QFileInfo(next).isSymLink()) {
+            // Packs made on systems that ignore case often spell names differently.
+            QStringList matches;
+            for (const QString& entry : QDir(path).entryList(QDir::AllEntries | QDir::Hidden |
+                                                             QDir::System | QDir::NoDotAndDotDot)) {
+                if (entry.compare(part, Qt::CaseInsensitive) == 0)
+                    matches.push_back(entry);
+            }
+            if (matches.size() == 1)
+                next = path + QLatin1Char('/') + matches.front();
+        }
+        path = next;
         const QFileInfo info(path);
         if (info.isSymLink()) {
             error = "is a link; links are not followed";
