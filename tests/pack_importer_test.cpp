@@ -166,13 +166,17 @@ TEST(PackImport, SingleFilePackIsCutIntoFadedSlicesPerKey) {
     // Stretches of 100 ms: A, Enter, Space, arrow, keypad Enter.
     ASSERT_TRUE(
         writeTone(w.pack + "/sound.ogg", 44100, kOgg, {kA, kEnter, kSpace, kArrow, kKeypad}));
+    ASSERT_TRUE(writeTone(w.pack + "/release.wav", 48000, kWav16, {kUp}));
     writeConfig(w.pack, {{"id", "sp"},
                          {"name", "Slice Pack"},
                          {"key_define_type", "single"},
+                         {"version", 2},
                          {"includes_numpad", true},
                          {"sound", "sound.ogg"},
+                         {"soundup", "release.wav"},
                          {"defines", QJsonObject{{"30", QJsonArray{0, 100}},
                                                  {"28", QJsonArray{100, 100}},
+                                                 {"28-up", QJsonArray{0, 100}},
                                                  {"57", QJsonArray{200, 100}},
                                                  {"57416", QJsonArray{300, 100}},
                                                  {"3612", QJsonArray{400, 100}},
@@ -182,9 +186,11 @@ TEST(PackImport, SingleFilePackIsCutIntoFadedSlicesPerKey) {
     expectKitChecks(result);
     EXPECT_EQ(result.config->id, "imported-slice-pack");
     EXPECT_EQ(result.config->metadata.name, "Slice Pack");
-    EXPECT_FALSE(result.config->metadata.supportsKeyUp);
+    EXPECT_TRUE(result.config->metadata.supportsKeyUp);
     EXPECT_TRUE(result.problems.empty()) << result.problems.front();
     EXPECT_EQ(levels(result, "a"), just(kA));
+    // Release slices are cut from the release file.
+    EXPECT_EQ(levels(result, "enter", true), just(kUp));
     EXPECT_EQ(levels(result, "space"), just(kSpace));
     EXPECT_EQ(levels(result, "arrUp"), just(kArrow));
     // Both Enter keys share Tappix's "enter": the main one's sound wins.
