@@ -493,6 +493,11 @@ TEST(PackImport, RefusalsSayWhyAndLeaveNothingBehind) {
     options.kitDirectory = w.kits;
     options.reservedIds = {"imported-small-pack"};
     EXPECT_NE(importPack(w.pack, options).error.find("comes with Tappix"), std::string::npos);
+    // Cancelled from another thread (here, before it starts): no kit.
+    const std::atomic<bool> cancel{true};
+    options.reservedIds.clear();
+    options.cancel = &cancel;
+    EXPECT_NE(importPack(w.pack, options).error.find("cancelled"), std::string::npos);
     // Audio that does not decode at all leaves no kit.
     QFile::remove(w.pack + "/generic.wav");
     for (const char* name : {"space.wav", "enter.wav", "down.wav"}) {
