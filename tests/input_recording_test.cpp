@@ -138,6 +138,17 @@ TEST(InputRecording, LibinputRecordingOfTwoDevicesReplaysInTimeOrder) {
               (Events{"k 0 down", "k 0 up", "m right down", "m right up", "k 55 down", "k 55 up"}));
 }
 
+TEST(InputRecording, TimesNoClockCouldShowAreUnreadableLines) {
+    std::string error;
+    const auto recording = InputRecording::parse("N: kbd\n"
+                                                 "E: 9223372036854775807.0 0001 001c 0001\n"
+                                                 "E: 1700000000.250000 0001 001c 0001\n",
+                                                 error);
+    ASSERT_TRUE(recording) << error;
+    EXPECT_EQ(recording->problems, std::vector<std::string>{"1 event line could not be read"});
+    EXPECT_EQ(replay(*recording), Events{"k 36 down"});
+}
+
 TEST(InputRecording, WhatIsNoRecordingIsRefused) {
     for (const char* text : {"", "hello\nworld\n", "E: 0.1 0001 001e 0001\n- evdev:\n"}) {
         std::string error;

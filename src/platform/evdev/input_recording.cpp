@@ -16,9 +16,13 @@ std::string unquoted(QByteArray text) {
     return text.toStdString();
 }
 
+// Later than any real clock reading (seconds since 1970 fit ten times over), so every
+// time converts to the kernel's seconds and microseconds.
+constexpr double kLatestTime = 1e11;
+
 bool validEvent(long long type, long long code, long long value, double time) {
     return type >= 0 && type <= 0xFFFF && code >= 0 && code <= 0xFFFF && value >= INT32_MIN &&
-           value <= INT32_MAX && std::isfinite(time) && time >= 0;
+           value <= INT32_MAX && std::isfinite(time) && time >= 0 && time < kLatestTime;
 }
 
 } // namespace
