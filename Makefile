@@ -3,7 +3,10 @@ BUILD      ?= build
 TEST_BUILD ?= build-test
 JOBS       ?= $(shell nproc)
 
-.PHONY: all run test deps build build-test format clean
+FUZZ_BUILD   ?= build-fuzz
+FUZZ_SECONDS ?= 60
+
+.PHONY: all run test deps build build-test fuzz format clean
 
 all: build
 
@@ -24,8 +27,16 @@ build-test: deps
 test: build-test
 	ctest --test-dir $(TEST_BUILD) --output-on-failure -j $(JOBS)
 
+# libFuzzer targets (clang) for every decoder, each run for FUZZ_SECONDS.
+fuzz:
+	@tools/install-deps.sh --fuzz
+	@CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+		-DTAPPIX_FUZZ=ON -DTAPPIX_TESTS=OFF -DTAPPIX_BENCH=OFF >/dev/null
+	@cmake --build $(FUZZ_BUILD) -j $(JOBS) --target fuzz-targets
+	@tools/run-fuzzers.sh $(FUZZ_BUILD) $(FUZZ_SECONDS)
+
 format:
 	@git ls-files '*.cpp' '*.h' | xargs -r clang-format -i
 
 clean:
-	rm -rf $(BUILD) $(TEST_BUILD)
+	rm -rf $(BUILD) $(TEST_BUILD) $(FUZZ_BUILD)

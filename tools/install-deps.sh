@@ -8,7 +8,7 @@ packages=(
     g++ cmake ninja-build pkg-config clang-format ccache
     # libraries
     qt6-base-dev qt6-base-dev-tools libsndfile1-dev libsoxr-dev libpulse-dev
-    libevdev-dev libx11-dev libxi-dev libxtst-dev
+    libevdev-dev libx11-dev libxi-dev libxtst-dev libzip-dev
     # the desktop application: Qt Quick, its QML modules, SVG icons
     qt6-declarative-dev qt6-declarative-dev-tools qt6-svg-dev qt6-qpa-plugins
     qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-templates
@@ -22,6 +22,11 @@ packages=(
     # recordings the bundled buckling-spring kit is built from
     bucklespring-data
 )
+
+# The fuzz targets (make fuzz) also need clang and its libFuzzer runtime.
+if [ "${1:-}" = "--fuzz" ]; then
+    packages+=(clang libclang-rt-14-dev)
+fi
 
 missing=()
 for p in "${packages[@]}"; do

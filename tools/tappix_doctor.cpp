@@ -4,6 +4,10 @@
 #include "kits/soundpack_store.h"
 #include "platform/audio_backends.h"
 #include "platform/capture_backends.h"
+#include "platform/evdev/input_recording.h"
+#include "platform/evdev/recording_replay.h"
+
+#include <QFile>
 
 #include <QCoreApplication>
 #include <QTimer>
@@ -16,7 +20,7 @@
 namespace {
 
 constexpr const char* kHelp =
-    "Usage: tappix-doctor [--watch SECONDS]\n"
+    "Usage: tappix-doctor [--watch SECONDS] | --replay FILE\n"
     "\n"
     "Prints which way Tappix would capture keys on this machine and why: the readable\n"
     "keyboards by name, or the reason none is (with the command that fixes permissions),\n"
@@ -25,6 +29,12 @@ constexpr const char* kHelp =
     "\n"
     "  --watch SECONDS  then capture for that long and print each event as it arrives,\n"
     "                   e.g. \"key 0 a down\" or \"mouse other up\".\n"
+    "  --replay FILE    instead, feed an input recording through Tappix's capture and\n"
+    "                   print the events Tappix would deliver, with their times, e.g.\n"
+    "                   \"1.250 key 36 enter down\". FILE is what evemu-record or\n"
+    "                   libinput record wrote (the files attached to bug reports);\n"
+    "                   libinput record hides which letter keys moved unless it ran\n"
+    "                   with --show-keycodes.\n"
     "  -h, --help       show this text.\n";
 
 void describeAudio() {
@@ -89,6 +99,63 @@ int watch(QCoreApplication& app, double seconds) {
     return 0;
 }
 
+std::string keyLine(tappix::KeyCode code, bool down) {
+    const auto name = tappix::keyName(code);
+    return "key " + std::to_string(code) + " " + (name ? std::string(*name) : std::string("-")) +
+           (down ? " down" : " up");
+}
+
+// Largest recording read; hours of typing fit in far less.
+constexpr qint64 kMaxRecordingBytes = 256LL * 1024 * 1024;
+
+int replay(const char* path) {
+    QFile file(QString::fromLocal8Bit(path));
+    if (!file.open(QIODevice::ReadOnly)) {
+        std::fprintf(stderr, "tappix-doctor: cannot read %s: %s\n", path,
+                     qPrintable(file.errorString()));
+        return 1;
+    }
+    if (file.size() > kMaxRecordingBytes) {
+        std::fprintf(stderr, "tappix-doctor: %s is larger than 256 MiB\n", path);
+        return 1;
+    }
+    std::string error;
+    const auto recording = tappix::evdev::InputRecording::parse(file.readAll(), error);
+    if (!recording) {
+        std::fprintf(stderr, "tappix-doctor: %s: %s\n", path, error.c_str());
+        return 1;
+    }
+    const bool evemu = recording->format == tappix::evdev::InputRecording::Format::evemu;
+    std::printf("replaying %s: %s recording, %zu events", path,
+                evemu ? "evemu-record" : "libinput record", recording->events.size());
+    for (const std::string& device : recording->devices)
+        std::printf(", \"%s\"", device.c_str());
+    std::printf("\n");
+    for (const std::string& problem : recording->problems)
+        std::printf("problem: %s\n", problem.c_str());
+
+    // The same service the application uses, fed by the recording instead of devices.
+    tappix::KeyEventService service({});
+    double now = 0; // written before each event, read on the delivery queue after it
+    int delivered = 0;
+    service.setOnKeyEvent([&](tappix::KeyCode code, bool down) {
+        std::printf("%.3f %s\n", now, keyLine(code, down).c_str());
+        ++delivered;
+    });
+    service.setOnMouseEvent([&](tappix::MouseButton button, bool down) {
+        const auto name = tappix::mouseButtonName(button);
+        std::printf("%.3f mouse %.*s %s\n", now, static_cast<int>(name.size()), name.data(),
+                    down ? "down" : "up");
+        ++delivered;
+    });
+    tappix::evdev::replayRecording(
+        *recording, service.captureSink(), [&](double time) { now = time; },
+        [&] { service.drain(); });
+    service.drain();
+    std::printf("%d event%s delivered\n", delivered, delivered == 1 ? "" : "s");
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -109,6 +176,8 @@ int main(int argc, char** argv) {
             }
             continue;
         }
+        if (arg == "--replay" && i + 1 < argc)
+            return replay(argv[i + 1]);
         std::fprintf(stderr, "tappix-doctor: unknown argument '%s'\n\n%s", argv[i], kHelp);
         return 2;
     }

@@ -1,18 +1,26 @@
 // tappix-kit: a command-line companion for people who make Tappix kits.
 
 #include "audio/audio_player.h"
+#include "core/qt_scheduler.h"
 #include "input/key_group.h"
 #include "kits/bundled_kits.h"
 #include "kits/kit_checker.h"
+#include "kits/soundpack_store.h"
 #include "kits/synth_engine.h"
 #include "platform/audio_backends.h"
+#include "platform/dbus/remote_control_client.h"
 #include "platform/evdev/evdev_keymap.h"
+#include "platform/pack_import.h"
 #include "platform/sndfile/sndfile_decoder.h"
+#include "settings/json_file_preferences.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
+#include <QJsonObject>
+#include <QLocalSocket>
+#include <QStandardPaths>
 #include <QThread>
 #include <algorithm>
 #include <cmath>
@@ -70,6 +78,15 @@ constexpr const char* kHelp =
     "                recordings in DIR (default /usr/share/buckle/wav) when present.\n"
     "                Each --kit limits the output to the kits named; the same kit is\n"
     "                the same bytes on every machine.\n"
+    "\n"
+    "  import SRC [--id ID] [--no-select]\n"
+    "                Turn a keyboard-sound pack made for another program (a directory or\n"
+    "                a .zip holding its config.json and audio) into a Tappix kit in your\n"
+    "                kit directory, and select it. Parts of the pack that cannot be used\n"
+    "                are listed one per line; importing the same pack again replaces the\n"
+    "                earlier import.\n"
+    "                  --id ID       the kit's id (default: imported- and the pack's name)\n"
+    "                  --no-select   leave the selected kit as it is\n"
     "\n"
     "  help          Show this text (also -h, --help).\n";
 
@@ -346,6 +363,96 @@ int bundle(const std::vector<std::string>& args) {
     return 0;
 }
 
+// Whether a Tappix runs for this user: it owns its name on the session bus, or answers
+// on its instance socket (the same path the application listens on).
+bool isTappixRunning() {
+    if (tappix::RemoteControlClient().isRunning())
+        return true;
+    QString runtime = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
+    if (runtime.isEmpty())
+        runtime = QDir::tempPath();
+    QLocalSocket socket;
+    socket.connectToServer(runtime + QStringLiteral("/app.morvane.tappix.socket"));
+    const bool answered = socket.waitForConnected(500);
+    socket.abort();
+    return answered;
+}
+
+// Makes `id` the selected kit in the preferences file, unless that is unsafe: a
+// running Tappix keeps its own copy of the preferences and would write over the
+// change, and a file that does not parse is the user's to repair. Prints what it did.
+void selectImportedKit(const tappix::SoundpackConfig& kit) {
+    const QString id = QString::fromStdString(kit.id);
+    if (isTappixRunning()) {
+        std::printf("Tappix is running, so the kit is not selected yet: quit Tappix, start it "
+                    "again, and pick \"%s\" among the kits (or run: tappix --kit %s)\n",
+                    kit.metadata.name.c_str(), kit.id.c_str());
+        return;
+    }
+    const QString path = tappix::JsonFilePreferences::defaultPath();
+    QFile existing(path);
+    if (existing.exists()) {
+        if (!existing.open(QIODevice::ReadOnly) ||
+            !QJsonDocument::fromJson(existing.readAll()).isObject()) {
+            std::printf("%s does not read as Tappix preferences, so it is left alone: pick "
+                        "\"%s\" among the kits when Tappix runs (or run: tappix --kit %s)\n",
+                        qPrintable(path), kit.metadata.name.c_str(), kit.id.c_str());
+            return;
+        }
+    }
+    tappix::QtScheduler scheduler;
+    tappix::JsonFilePreferences preferences(path, scheduler);
+    preferences.setValue(QStringLiteral("selectedPackId"), id);
+    preferences.sync();
+    std::printf("selected \"%s\": Tappix plays it from its next start\n",
+                kit.metadata.name.c_str());
+}
+
+int importPack(const std::vector<std::string>& args) {
+    QString source;
+    tappix::PackImporter::Options options;
+    bool select = true;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--id" && i + 1 < args.size())
+            options.id = args[++i];
+        else if (args[i] == "--no-select")
+            select = false;
+        else if (source.isEmpty() && args[i].rfind("--", 0) != 0)
+            source = QString::fromStdString(args[i]);
+        else
+            return usageError("import does not know '" + args[i] + "'");
+    }
+    if (source.isEmpty())
+        return usageError("import needs a pack: a directory or a .zip file");
+    if (!options.id.empty() && !tappix::PackImporter::isValidKitId(options.id))
+        return usageError("--id needs 1 to 64 lower-case letters, digits, dots, dashes or "
+                          "underscores");
+    options.kitDirectory = tappix::SoundpackStore::defaultUserDirectory();
+    tappix::SoundpackStore bundled(tappix::SoundpackStore::defaultBundleDirectory(), QString());
+    bundled.reload();
+    for (const auto& pack : bundled.packs())
+        options.reservedIds.push_back(pack.config.id);
+
+    const tappix::PackImportResult result = tappix::importPack(source, options);
+    for (const std::string& problem : result.problems)
+        std::printf("problem: %s\n", problem.c_str());
+    if (!result.ok()) {
+        std::fprintf(stderr, "tappix-kit: cannot import %s: %s\n", qPrintable(source),
+                     result.error.c_str());
+        return 1;
+    }
+    for (const std::string& note : result.notes)
+        std::printf("note: %s\n", note.c_str());
+    const tappix::SoundpackConfig& kit = *result.config;
+    std::printf("%s \"%s\" as %s in %s (%zu sound keys%s)\n",
+                result.replaced ? "imported again" : "imported", kit.metadata.name.c_str(),
+                kit.id.c_str(), qPrintable(result.directory), kit.sounds.size(),
+                kit.metadata.supportsKeyUp ? ", with release sounds" : "");
+    if (select)
+        selectImportedKit(kit);
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -364,6 +471,8 @@ int main(int argc, char** argv) {
         return play(args);
     if (command == "bundle")
         return bundle(args);
+    if (command == "import")
+        return importPack(args);
     if (command == "help" || command == "-h" || command == "--help") {
         std::fputs(kHelp, stdout);
         return 0;

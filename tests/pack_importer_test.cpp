@@ -1,0 +1,578 @@
+#include "kits/kit_checker.h"
+#include "kits/source_pack_config.h"
+#include "platform/evdev/pack_key_codes.h"
+#include "platform/pack_import.h"
+#include "platform/sndfile/sndfile_decoder.h"
+#include "support/pack_builder.h"
+
+#include <gtest/gtest.h>
+
+#include <QDirIterator>
+#include <QJsonArray>
+#include <QLocalServer>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <linux/input-event-codes.h>
+
+using namespace tappix;
+using namespace tappix::test;
+
+namespace {
+
+// Loudness levels that tell the stretches of a test pack apart.
+constexpr double kA = 0.15, kEnter = 0.3, kSpace = 0.45, kArrow = 0.6, kKeypad = 0.75, kUp = 0.9;
+
+/// A pack directory and a kit directory in one temporary directory.
+struct Workspace {
+    QTemporaryDir temp;
+    QString pack = temp.filePath("pack");
+    QString kits = temp.filePath("kits");
+
+    PackImportResult import(const QString& source, std::string id = {}) {
+        PackImporter::Options options;
+        options.kitDirectory = kits;
+        options.id = std::move(id);
+        return importPack(source, options);
+    }
+
+    /// Every file below the temporary directory, relative to it.
+    QStringList files() const {
+        QStringList all;
+        QDirIterator it(temp.path(), QDir::Files | QDir::Hidden | QDir::System,
+                        QDirIterator::Subdirectories);
+        while (it.hasNext())
+            all << QDir(temp.path()).relativeFilePath(it.next());
+        return all;
+    }
+};
+
+/// Peak level of the middle half of a kit file (clear of fades and codec edges).
+double level(const QString& kitDir, const std::string& file, std::size_t* frames = nullptr) {
+    SndfileDecoder decoder;
+    std::string error;
+    const auto buffer = decoder.decode(kitDir + "/sounds/" + QString::fromStdString(file), error);
+    EXPECT_TRUE(buffer) << file << ": " << error;
+    if (!buffer)
+        return -1;
+    if (frames)
+        *frames = buffer->frames();
+    double peak = 0;
+    for (std::size_t i = buffer->frames() / 4; i < buffer->frames() * 3 / 4; ++i)
+        peak = std::max(peak, double(std::abs(buffer->samples[i])));
+    return peak;
+}
+
+/// The levels of every variant a kit plays for a sound key.
+std::vector<double> levels(const PackImportResult& result, const std::string& key,
+                           bool up = false) {
+    std::vector<double> found;
+    const auto it = result.config->sounds.find(key);
+    if (it == result.config->sounds.end())
+        return found;
+    for (const std::string& file : up ? it->second.up : it->second.down)
+        found.push_back(std::round(level(result.directory, file) * 20) / 20);
+    return found;
+}
+
+// Levels compare to the nearest 0.05: lossy codecs move them a little.
+std::vector<double> just(double value) {
+    return {std::round(value * 20) / 20};
+}
+
+/// The written manifest passes the same check as `tappix-kit check`.
+void expectKitChecks(const PackImportResult& result) {
+    ASSERT_TRUE(result.ok()) << result.error;
+    SndfileDecoder decoder;
+    const KitReport report = checkKit(result.directory, decoder);
+    for (const std::string& problem : report.problems)
+        ADD_FAILURE() << problem;
+    ASSERT_TRUE(report.config);
+    EXPECT_EQ(*report.config, *result.config);
+}
+
+} // namespace
+
+TEST(PackKeyCodes, ScanCodesReachTheKeysCaptureDelivers) {
+    using evdev::linuxCodeForPackKey;
+    const std::pair<std::int64_t, int> table[] = {
+        {1, KEY_ESC},       {28, KEY_ENTER},      {57, KEY_SPACE},       {86, KEY_102ND},
+        {88, KEY_F12},      {3612, KEY_KPENTER},  {3613, KEY_RIGHTCTRL}, {3637, KEY_KPSLASH},
+        {3639, KEY_SYSRQ},  {3640, KEY_RIGHTALT}, {3653, KEY_PAUSE},     {3655, KEY_HOME},
+        {3657, KEY_PAGEUP}, {3663, KEY_END},      {3665, KEY_PAGEDOWN},  {3666, KEY_INSERT},
+        {3667, KEY_DELETE}, {3675, KEY_LEFTMETA}, {3676, KEY_RIGHTMETA}, {3677, KEY_COMPOSE},
+        {57416, KEY_UP},    {57419, KEY_LEFT},    {57421, KEY_RIGHT},    {57424, KEY_DOWN},
+        {60999, KEY_HOME},  {61000, KEY_UP},      {61010, KEY_INSERT},   {61011, KEY_DELETE},
+    };
+    for (const auto& [pack, key] : table)
+        EXPECT_EQ(linuxCodeForPackKey(pack), std::optional<std::uint16_t>(key)) << pack;
+    for (std::int64_t unused : {0, 84, 85, 89, 3584, 3600 + 0x11, 57344, 99999})
+        EXPECT_FALSE(linuxCodeForPackKey(unused)) << unused;
+    // Through the capture table to Tappix's names.
+    EXPECT_EQ(keyName(*packKeyCode(3612)), "enter");
+    EXPECT_EQ(keyName(*packKeyCode(57424)), "arrDown");
+    EXPECT_EQ(keyName(*packKeyCode(3613)), "ctrlLeft");
+}
+
+TEST(SourcePackConfig, RangesExpandAndMalformedOnesAreRefused) {
+    std::string error;
+    using V = std::vector<std::string>;
+    EXPECT_EQ(SourcePackConfig::expandRange("press/R{0-2}.mp3", error),
+              (V{"press/R0.mp3", "press/R1.mp3", "press/R2.mp3"}));
+    EXPECT_EQ(SourcePackConfig::expandRange("k{09-11}.ogg", error),
+              (V{"k09.ogg", "k10.ogg", "k11.ogg"}));
+    EXPECT_EQ(SourcePackConfig::expandRange("k{2-1}", error), (V{"k2", "k1"}));
+    EXPECT_EQ(SourcePackConfig::expandRange("plain-name.wav", error), (V{"plain-name.wav"}));
+    for (const char* bad :
+         {"k{0-}.wav", "k{a-3}.wav", "k{3}.wav", "k}0-1{", "k{0-1}{2-3}", "k{0-100000}.wav"}) {
+        error.clear();
+        EXPECT_TRUE(SourcePackConfig::expandRange(bad, error).empty()) << bad;
+        EXPECT_FALSE(error.empty()) << bad;
+    }
+}
+
+TEST(SourcePackConfig, DecodesForgivinglyAndRefusesWhatIsNoPack) {
+    std::string error;
+    std::vector<std::string> problems;
+    const auto config = SourcePackConfig::decode(
+        R"({"id":"p1","name":"  Blue   Switch ","key_define_type":"multiple","version":"2",
+            "sound":"a{1-2}.wav","soundup":null,
+            "defines":{"30":"a.wav","30-up":"b.wav","x1":"c.wav","14":null,"15":"",
+                       "16":7,"17":["d.wav","e{1-2}.wav"]}})",
+        error, problems);
+    ASSERT_TRUE(config) << error;
+    EXPECT_EQ(config->name, "Blue Switch");
+    EXPECT_EQ(config->layout, SourcePackConfig::Layout::multi);
+    EXPECT_EQ(config->version, 2);
+    EXPECT_EQ(config->sound, (std::vector<std::string>{"a1.wav", "a2.wav"}));
+    ASSERT_EQ(config->defines.size(), 3u); // in key order: 17, 30, 30-up
+    EXPECT_EQ(config->defines[0].files, (std::vector<std::string>{"d.wav", "e1.wav", "e2.wav"}));
+    EXPECT_TRUE(config->defines[2].up);
+    EXPECT_EQ(config->defines[2].code, 30);
+    ASSERT_EQ(problems.size(), 2u); // "x1" and the number 7; null and "" are silent keys
+    EXPECT_NE(problems[0].find("\"16\""), std::string::npos);
+    EXPECT_NE(problems[1].find("\"x1\" is not a key code"), std::string::npos);
+
+    for (const char* refused : {"[1,2]", "{\"name\":\"no defines\"}", "not json",
+                                R"({"key_define_type":"chord","defines":{}})",
+                                R"({"key_define_type":"single","defines":{"30":[0,10]}})"}) {
+        error.clear();
+        EXPECT_FALSE(SourcePackConfig::decode(refused, error, problems)) << refused;
+        EXPECT_FALSE(error.empty()) << refused;
+    }
+}
+
+TEST(PackImport, SingleFilePackIsCutIntoFadedSlicesPerKey) {
+    Workspace w;
+    // Stretches of 100 ms: A, Enter, Space, arrow, keypad Enter.
+    ASSERT_TRUE(
+        writeTone(w.pack + "/sound.ogg", 44100, kOgg, {kA, kEnter, kSpace, kArrow, kKeypad}));
+    ASSERT_TRUE(writeTone(w.pack + "/release.wav", 48000, kWav16, {kUp}));
+    writeConfig(w.pack, {{"id", "sp"},
+                         {"name", "Slice Pack"},
+                         {"key_define_type", "single"},
+                         {"version", 2},
+                         {"includes_numpad", true},
+                         {"sound", "sound.ogg"},
+                         {"soundup", "release.wav"},
+                         {"defines", QJsonObject{{"30", QJsonArray{0, 100}},
+                                                 {"28", QJsonArray{100, 100}},
+                                                 {"28-up", QJsonArray{0, 100}},
+                                                 {"57", QJsonArray{200, 100}},
+                                                 {"57416", QJsonArray{300, 100}},
+                                                 {"3612", QJsonArray{400, 100}},
+                                                 {"3637", QJsonArray{400, 100}},
+                                                 {"84", QJsonArray{0, 100}}}}});
+    const PackImportResult result = w.import(w.pack);
+    expectKitChecks(result);
+    EXPECT_EQ(result.config->id, "imported-slice-pack");
+    EXPECT_EQ(result.config->metadata.name, "Slice Pack");
+    EXPECT_TRUE(result.config->metadata.supportsKeyUp);
+    EXPECT_TRUE(result.problems.empty()) << result.problems.front();
+    EXPECT_EQ(levels(result, "a"), just(kA));
+    // Release slices are cut from the release file.
+    EXPECT_EQ(levels(result, "enter", true), just(kUp));
+    EXPECT_EQ(levels(result, "space"), just(kSpace));
+    EXPECT_EQ(levels(result, "arrUp"), just(kArrow));
+    // Both Enter keys share Tappix's "enter": the main one's sound wins.
+    EXPECT_EQ(levels(result, "enter"), just(kEnter));
+    // Keys without a sound of their own (keypad /) and the groups play the letters.
+    EXPECT_EQ(levels(result, "default"), just(kA));
+    EXPECT_EQ(levels(result, "alpha"), just(kA));
+    EXPECT_EQ(levels(result, "modifier"), just(kA));
+    ASSERT_EQ(result.notes.size(), 2u);
+    EXPECT_NE(result.notes[0].find("(84)"), std::string::npos);
+    EXPECT_NE(result.notes[1].find("(3637)"), std::string::npos);
+
+    // Each slice is its own 100 ms file that starts and ends in silence.
+    const std::string file = result.config->sounds.at("space").down.front();
+    SndfileDecoder decoder;
+    std::string error;
+    const auto cut =
+        decoder.decode(result.directory + "/sounds/" + QString::fromStdString(file), error);
+    ASSERT_TRUE(cut) << error;
+    EXPECT_NEAR(double(cut->frames()), 4800, 2);
+    EXPECT_LT(std::abs(cut->samples.front()), 0.01f);
+    EXPECT_LT(std::abs(cut->samples.back()), 0.01f);
+
+    // The manifest records where the kit came from.
+    QFile manifest(result.directory + "/config.json");
+    ASSERT_TRUE(manifest.open(QIODevice::ReadOnly));
+    const QJsonObject origin = QJsonDocument::fromJson(manifest.readAll())["origin"].toObject();
+    EXPECT_EQ(origin["importedFrom"].toString(), "pack");
+    EXPECT_EQ(origin["packId"].toString(), "sp");
+    EXPECT_EQ(origin["layout"].toString(), "single");
+}
+
+TEST(PackImport, Version2MultiPackKeepsRangesReleasesAndFallbacks) {
+    Workspace w;
+    for (int i = 0; i < 5; ++i)
+        ASSERT_TRUE(writeTone(w.pack + QString("/press/GENERIC_R%1.wav").arg(i), 48000, kWav16,
+                              {0.05 + 0.05 * i}));
+    ASSERT_TRUE(writeTone(w.pack + "/press/SPACE.wav", 48000, kWav16, {kSpace}));
+    ASSERT_TRUE(writeTone(w.pack + "/press/ENTER.wav", 48000, kWav16, {kKeypad}));
+    ASSERT_TRUE(writeTone(w.pack + "/press/LEFT.wav", 48000, kWav16, {kArrow}));
+    ASSERT_TRUE(writeTone(w.pack + "/press/KP4.wav", 48000, kWav16, {kEnter}));
+    ASSERT_TRUE(writeTone(w.pack + "/release/GENERIC.wav", 48000, kWav16, {kUp}));
+    ASSERT_TRUE(writeTone(w.pack + "/release/SPACE.wav", 48000, kWav16, {kA}));
+    writeConfig(w.pack, {{"id", "v2"},
+                         {"name", "Range Pack"},
+                         {"key_define_type", "multi"},
+                         {"version", 2},
+                         {"sound", "press/GENERIC_R{0-4}.wav"},
+                         {"soundup", "release/GENERIC.wav"},
+                         {"defines", QJsonObject{{"57", "press/SPACE.wav"},
+                                                 {"57-up", "release/SPACE.wav"},
+                                                 {"3612", "press/ENTER.wav"},
+                                                 {"57419", "Press/left.WAV"}, // case differs
+                                                 {"61003", "press/KP4.wav"},
+                                                 {"14", QJsonValue()}}}});
+    const PackImportResult result = w.import(w.pack);
+    expectKitChecks(result);
+    EXPECT_TRUE(result.problems.empty()) << result.problems.front();
+    EXPECT_TRUE(result.config->metadata.supportsKeyUp);
+    EXPECT_EQ(levels(result, "default"), (std::vector<double>{0.05, 0.1, 0.15, 0.2, 0.25}));
+    EXPECT_EQ(levels(result, "default", true), just(kUp));
+    EXPECT_EQ(levels(result, "alpha"), levels(result, "default"));
+    EXPECT_EQ(levels(result, "space"), just(kSpace));
+    EXPECT_EQ(levels(result, "space", true), just(kA));
+    // Only the keypad Enter is defined, so it is Tappix's "enter".
+    EXPECT_EQ(levels(result, "enter"), just(kKeypad));
+    // The arrow's own code beats the keypad's Num Lock alias of it.
+    EXPECT_EQ(levels(result, "arrLeft"), just(kArrow));
+    // Backspace, defined as null, falls back like every undefined key.
+    EXPECT_EQ(levels(result, "backspace"), levels(result, "default"));
+}
+
+TEST(PackImport, Mp3At44kAndWavAt48kEachKeepTheirPitchAndLength) {
+    Workspace w;
+    if (!writeTone(w.pack + "/enter.mp3", 44100, kMp3, {kEnter, kEnter, kEnter}))
+        GTEST_SKIP() << "this libsndfile cannot write MP3, so no MP3 pack can be made";
+    ASSERT_TRUE(writeTone(w.pack + "/space.wav", 48000, kWav16, {kSpace, kSpace, kSpace}));
+    writeConfig(w.pack,
+                {{"name", "Mixed Rates"},
+                 {"key_define_type", "multi"},
+                 {"defines",
+                  QJsonObject{{"28", "enter.mp3"}, {"28-up", "space.wav"}, {"57", "space.wav"}}}});
+    const PackImportResult result = w.import(w.pack);
+    expectKitChecks(result);
+    EXPECT_TRUE(result.config->metadata.supportsKeyUp); // a version-1 pack with "-up"
+    for (const char* key : {"enter", "space"}) {
+        SCOPED_TRACE(key);
+        SndfileDecoder decoder;
+        std::string error;
+        const auto buffer =
+            decoder.decode(result.directory + "/sounds/" +
+                               QString::fromStdString(result.config->sounds.at(key).down.front()),
+                           error);
+        ASSERT_TRUE(buffer) << error;
+        // 300 ms; MP3 only adds its frame padding at the end, its lead is trimmed.
+        EXPECT_NEAR(double(buffer->frames()), 14400, key == std::string("enter") ? 1500 : 2);
+        int onsetFrame = 0;
+        while (std::abs(buffer->samples[onsetFrame]) < 0.02f)
+            ++onsetFrame;
+        EXPECT_LT(onsetFrame, 48) << "leading silence left in";
+        // A 1 kHz tone crosses zero 200 times in 100 ms at the right rate (218 if a
+        // 44.1 kHz file were taken for 48 kHz).
+        int crossings = 0;
+        for (int i = 4800; i < 9600; ++i)
+            crossings += (buffer->samples[i - 1] < 0) != (buffer->samples[i] < 0);
+        EXPECT_NEAR(crossings, 200, 3);
+    }
+}
+
+namespace {
+
+/// A version-2 pack with a release sound: Space, Enter and an arrow of their own.
+void writeSmallPack(const QString& dir) {
+    ASSERT_TRUE(writeTone(dir + "/generic.wav", 48000, kWav16, {kA}));
+    ASSERT_TRUE(writeTone(dir + "/space.wav", 48000, kWav16, {kSpace}));
+    ASSERT_TRUE(writeTone(dir + "/enter.wav", 48000, kWav16, {kEnter}));
+    ASSERT_TRUE(writeTone(dir + "/down.wav", 48000, kWav16, {kArrow}));
+    ASSERT_TRUE(writeTone(dir + "/up.wav", 48000, kWav16, {kUp}));
+    writeConfig(dir,
+                {{"id", "small"},
+                 {"name", "Small Pack"},
+                 {"key_define_type", "multi"},
+                 {"version", 2},
+                 {"sound", "generic.wav"},
+                 {"soundup", "up.wav"},
+                 {"defines",
+                  QJsonObject{{"57", "space.wav"}, {"28", "enter.wav"}, {"57424", "down.wav"}}}});
+}
+
+QJsonObject readJson(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object()
+                                          : QJsonObject();
+}
+
+bool mentions(const std::vector<std::string>& lines, const std::string& text) {
+    return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+        return line.find(text) != std::string::npos;
+    });
+}
+
+} // namespace
+
+TEST(PackImport, ZipOfAFolderImportsLikeTheFolder) {
+    Workspace w;
+    writeSmallPack(w.pack);
+    const QString zipPath = w.temp.filePath("Small Pack.zip");
+    {
+        ZipWriter zip(zipPath);
+        zip.addTree(w.pack, "Small Pack/");
+        zip.add("__MACOSX/Small Pack/._config.json", "junk");
+    }
+    const PackImportResult result = w.import(zipPath);
+    expectKitChecks(result);
+    EXPECT_TRUE(result.problems.empty()) << result.problems.front();
+    EXPECT_EQ(levels(result, "space"), just(kSpace));
+    EXPECT_EQ(levels(result, "enter"), just(kEnter));
+    EXPECT_EQ(levels(result, "arrDown"), just(kArrow));
+    EXPECT_EQ(levels(result, "default", true), just(kUp));
+    QFile manifest(result.directory + "/config.json");
+    ASSERT_TRUE(manifest.open(QIODevice::ReadOnly));
+    EXPECT_EQ(QJsonDocument::fromJson(manifest.readAll())["origin"]["importedFrom"].toString(),
+              "Small Pack.zip");
+
+    // The same pack again replaces its import; another of the same name gets its own id.
+    const PackImportResult again = w.import(w.pack);
+    EXPECT_TRUE(again.replaced);
+    EXPECT_EQ(again.config->id, "imported-small-pack");
+    QJsonObject config = readJson(w.pack + "/config.json");
+    config["id"] = "another";
+    writeConfig(w.pack, config);
+    const PackImportResult other = w.import(w.pack);
+    EXPECT_FALSE(other.replaced);
+    EXPECT_EQ(other.config->id, "imported-small-pack-2");
+}
+
+TEST(PackImport, BadPartsOfADirectoryPackAreReportedOneLineEach) {
+    Workspace w;
+    ASSERT_TRUE(writeTone(w.pack + "/sound.wav", 48000, kWav16, {kA, kEnter})); // 200 ms
+    // A file outside the pack, reached by name and through a link.
+    ASSERT_TRUE(writeTone(w.temp.filePath("secret.wav"), 48000, kWav16, {kUp}));
+    ASSERT_TRUE(QFile::link(w.temp.filePath("secret.wav"), w.pack + "/link.wav"));
+    writeConfig(w.pack, {{"name", "Broken"},
+                         {"key_define_type", "single"},
+                         {"sound", "sound.wav"},
+                         {"defines", QJsonObject{{"30", QJsonArray{0, 100}},
+                                                 {"28", QJsonArray{150, 100}}, // runs past
+                                                 {"57", QJsonArray{900, 50}},  // starts past
+                                                 {"enter", QJsonArray{0, 10}}, // not a code
+                                                 {"31", QJsonArray{"a", 10}}}}});
+    const PackImportResult single = w.import(w.pack);
+    expectKitChecks(single);
+    EXPECT_EQ(single.problems.size(), 4u);
+    EXPECT_TRUE(mentions(single.problems, "\"28\" runs past the end of the audio (200 ms)"));
+    EXPECT_TRUE(mentions(single.problems, "\"57\" starts at 900 ms"));
+    EXPECT_TRUE(mentions(single.problems, "\"enter\" is not a key code"));
+    EXPECT_TRUE(mentions(single.problems, "\"31\" is not [start, duration]"));
+    std::size_t frames = 0;
+    level(single.directory, single.config->sounds.at("enter").down.front(), &frames);
+    EXPECT_NEAR(double(frames), 2400, 2);         // cut short at the end
+    EXPECT_EQ(levels(single, "space"), just(kA)); // the skipped key plays the default
+
+    writeConfig(w.pack, {{"name", "Broken"},
+                         {"key_define_type", "multi"},
+                         {"defines", QJsonObject{{"30", "sound.wav"},
+                                                 {"28", "missing.wav"},
+                                                 {"57", "../secret.wav"},
+                                                 {"14", w.temp.filePath("secret.wav")},
+                                                 {"15", "link.wav"}}}});
+    const PackImportResult multi = w.import(w.pack);
+    expectKitChecks(multi);
+    EXPECT_TRUE(multi.replaced);
+    EXPECT_EQ(multi.problems.size(), 4u);
+    EXPECT_TRUE(mentions(multi.problems, "\"missing.wav\": no such file"));
+    EXPECT_TRUE(mentions(multi.problems, "\"../secret.wav\": the name leaves the pack"));
+    EXPECT_TRUE(mentions(multi.problems, "an absolute path"));
+    EXPECT_TRUE(mentions(multi.problems, "\"link.wav\": is a link"));
+    // Nothing of the secret reached the kit, and nothing was left anywhere else.
+    for (const QString& file : w.files())
+        EXPECT_TRUE(file.startsWith("pack/") || file == "secret.wav" ||
+                    file.startsWith("kits/imported-broken/"))
+            << file.toStdString();
+    for (const auto& [key, sound] : multi.config->sounds)
+        for (const std::string& file : sound.down)
+            EXPECT_LT(level(multi.directory, file), kUp - 0.05) << key;
+}
+
+TEST(PackImport, HostileArchivesNeverWriteOutsideTheKitDirectory) {
+    Workspace w;
+    writeSmallPack(w.pack);
+    const QString zipPath = w.temp.filePath("hostile.zip");
+    QFile secret(w.pack + "/up.wav");
+    ASSERT_TRUE(secret.open(QIODevice::ReadOnly));
+    const QByteArray wav = secret.readAll();
+    {
+        ZipWriter zip(zipPath);
+        zip.addTree(w.pack, "");
+        zip.add("../escape.wav", wav);
+        zip.add("/tmp/absolute.wav", wav);
+        zip.add("enter.wav", "/etc/passwd", true); // a link in place of a sound
+        // 80 MiB of zeros, a few hundred kilobytes packed.
+        zip.add("space.wav", QByteArray(80 * 1024 * 1024, '\0'));
+    }
+    const PackImportResult result = w.import(zipPath);
+    expectKitChecks(result);
+    EXPECT_TRUE(mentions(result.problems, "archive entry \"../escape.wav\" leaves the pack"));
+    EXPECT_TRUE(mentions(result.problems, "archive entry \"/tmp/absolute.wav\" leaves the pack"));
+    EXPECT_TRUE(mentions(result.problems, "archive entry \"enter.wav\" is a link"));
+    EXPECT_TRUE(mentions(result.problems, "\"space.wav\": unpacks to more than 64 MiB"));
+    EXPECT_EQ(result.problems.size(), 5u);              // the link again, when Enter asked for it
+    EXPECT_EQ(levels(result, "arrDown"), just(kArrow)); // the rest imports
+    EXPECT_FALSE(QFile::exists(w.temp.filePath("escape.wav")));
+    EXPECT_FALSE(QFile::exists("/tmp/absolute.wav"));
+    for (const QString& file : w.files())
+        EXPECT_TRUE(file.startsWith("pack/") || file == "hostile.zip" ||
+                    file.startsWith("kits/imported-small-pack/sounds/") ||
+                    file == "kits/imported-small-pack/config.json")
+            << file.toStdString();
+
+    // A pack past the total allowance stops reading instead of filling the disk.
+    PackImporter::Options options;
+    options.kitDirectory = w.kits;
+    options.id = "tiny";
+    options.maxTotalBytes = wav.size() * 2 + 1000;
+    const PackImportResult capped = importPack(w.pack, options);
+    EXPECT_TRUE(capped.ok()) << capped.error;
+    EXPECT_TRUE(mentions(capped.problems, "the rest is not read"));
+}
+
+TEST(PackImport, RefusalsSayWhyAndLeaveNothingBehind) {
+    Workspace w;
+    writeSmallPack(w.pack);
+    QDir().mkpath(w.temp.filePath("empty"));
+    QFile notZip(w.temp.filePath("notes.zip"));
+    ASSERT_TRUE(notZip.open(QIODevice::WriteOnly));
+    notZip.write("just text");
+    notZip.close();
+    struct Case {
+        QString source;
+        std::string id;
+        const char* says;
+    };
+    const Case cases[] = {
+        {w.temp.filePath("nowhere"), "", "no such file or directory"},
+        {w.temp.filePath("empty"), "", "no config.json"},
+        {notZip.fileName(), "", "not a readable zip file"},
+        {w.pack, "Bad Id", "cannot be a kit id"},
+    };
+    for (const Case& c : cases) {
+        const PackImportResult result = w.import(c.source, c.id);
+        EXPECT_FALSE(result.ok()) << c.says;
+        EXPECT_NE(result.error.find(c.says), std::string::npos) << result.error;
+    }
+    // A kit the user made is never replaced by an import.
+    QDir().mkpath(w.kits + "/mine/sounds");
+    writeConfig(w.kits + "/mine", {{"id", "mine"}});
+    const PackImportResult taken = w.import(w.pack, "mine");
+    EXPECT_NE(taken.error.find("was not imported"), std::string::npos) << taken.error;
+    PackImporter::Options options;
+    options.kitDirectory = w.kits;
+    options.reservedIds = {"imported-small-pack"};
+    EXPECT_NE(importPack(w.pack, options).error.find("comes with Tappix"), std::string::npos);
+    // Cancelled from another thread (here, before it starts): no kit.
+    const std::atomic<bool> cancel{true};
+    options.reservedIds.clear();
+    options.cancel = &cancel;
+    EXPECT_NE(importPack(w.pack, options).error.find("cancelled"), std::string::npos);
+    // Audio that does not decode at all leaves no kit.
+    QFile::remove(w.pack + "/generic.wav");
+    for (const char* name : {"space.wav", "enter.wav", "down.wav"}) {
+        QFile file(w.pack + "/" + name);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write("not audio");
+    }
+    const PackImportResult silent = w.import(w.pack);
+    EXPECT_NE(silent.error.find("nothing in the pack could be used"), std::string::npos)
+        << silent.error;
+    EXPECT_EQ(QDir(w.kits).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
+              QStringList{"mine"});
+}
+
+namespace {
+
+/// Runs tappix-kit with every per-user directory inside `home` and no session bus.
+QString runKit(const QString& home, const QStringList& arguments, int* exitCode) {
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("XDG_DATA_HOME", home + "/data");
+    env.insert("XDG_CONFIG_HOME", home + "/config");
+    env.insert("XDG_RUNTIME_DIR", home + "/run");
+    env.insert("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + home + "/no-bus");
+    process.setProcessEnvironment(env);
+    process.start(QStringLiteral(TAPPIX_KIT_PATH), arguments);
+    process.waitForFinished(60000);
+    *exitCode = process.exitCode();
+    return QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError());
+}
+
+} // namespace
+
+TEST(TappixKitImport, ImportsChecksAndSelectsOnlyWhenNoTappixRuns) {
+    Workspace w;
+    writeSmallPack(w.pack);
+    const QString home = w.temp.filePath("home");
+    QDir().mkpath(home + "/run");
+    QFile::setPermissions(home + "/run", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    QDir().mkpath(home + "/config/tappix");
+    const QString prefs = home + "/config/tappix/preferences.json";
+    QFile file(prefs);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(R"({"volume": 0.4, "selectedPackId": "crisp-click"})");
+    file.close();
+
+    int code = -1;
+    QString out = runKit(home, {"import", w.pack}, &code);
+    ASSERT_EQ(code, 0) << out.toStdString();
+    EXPECT_TRUE(out.contains("imported \"Small Pack\" as imported-small-pack"))
+        << out.toStdString();
+    const QString kit = home + "/data/Tappix/Soundpacks/imported-small-pack";
+    out = runKit(home, {"check", kit}, &code);
+    EXPECT_EQ(code, 0) << out.toStdString();
+    EXPECT_TRUE(out.endsWith("OK\n")) << out.toStdString();
+    // Selected, and the other preferences kept.
+    EXPECT_EQ(readJson(prefs)["selectedPackId"].toString(), "imported-small-pack");
+    EXPECT_EQ(readJson(prefs)["volume"].toDouble(), 0.4);
+
+    // With a Tappix listening on its instance socket the file is left to it.
+    file.open(QIODevice::WriteOnly);
+    file.write(R"({"selectedPackId": "crisp-click"})");
+    file.close();
+    QLocalServer running;
+    ASSERT_TRUE(running.listen(home + "/run/app.morvane.tappix.socket"));
+    out = runKit(home, {"import", w.pack, "--id", "again"}, &code);
+    EXPECT_EQ(code, 0) << out.toStdString();
+    EXPECT_TRUE(out.contains("Tappix is running")) << out.toStdString();
+    EXPECT_TRUE(out.contains("tappix --kit again")) << out.toStdString();
+    EXPECT_EQ(readJson(prefs)["selectedPackId"].toString(), "crisp-click");
+    running.close();
+
+    out = runKit(home, {"import", w.temp.filePath("nowhere")}, &code);
+    EXPECT_EQ(code, 1);
+    EXPECT_TRUE(out.contains("cannot import")) << out.toStdString();
+    runKit(home, {"import"}, &code);
+    EXPECT_EQ(code, 2);
+}
