@@ -13,7 +13,8 @@ namespace tappix {
 AppDelegate::AppDelegate(Platform platform, const QString& preferencesPath,
                          const QString& bundleKits, const QString& userKits, QObject* parent)
     : QObject(parent), scheduler_(platform.scheduler ? *platform.scheduler : ownScheduler_),
-      clock_(platform.clock ? *platform.clock : ownClock_),
+      clock_(platform.clock ? *platform.clock : ownClock_), withWindows_(platform.withWindows),
+      launchesAtLogin_(std::move(platform.launchesAtLogin)),
       captureIsPossible_(std::move(platform.captureIsPossible)) {
     preferences_ = std::make_unique<JsonFilePreferences>(preferencesPath, scheduler_);
     settings_ = std::make_unique<SettingsStore>(*preferences_, scheduler_);
@@ -61,6 +62,8 @@ void AppDelegate::start() {
     soundEngine_->loadPack(selected ? packStore_->find(selected->toStdString()) : nullptr);
 
     installCallbacks();
+    if (withWindows_)
+        makeShell();
     applyShortcut();
     connect(settings_.get(), &SettingsStore::toggleSoundsShortcutChanged, this,
             &AppDelegate::applyShortcut);
@@ -96,8 +99,64 @@ void AppDelegate::start() {
     else
         qCWarning(lcApp, "key capture is not possible yet: run tappix-doctor to see why; "
                          "checking again every 2 s");
+    if (shell_) {
+        shell_->panelModel().setCaptureIsPossible(wasTrusted_);
+        showWelcomeOrSettings();
+        // Once the launch has settled, build the panel so its first opening is quick.
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                if (shell_ && !shutDown_)
+                    shell_->preparePanel();
+            },
+            Qt::QueuedConnection);
+    }
     connect(&permissionTimer_, &QTimer::timeout, this, &AppDelegate::permissionTick);
     permissionTimer_.start(kPermissionPollMs);
+}
+
+void AppDelegate::makeShell() {
+    shell_ = std::make_unique<DesktopShell>(DesktopShell::Services{
+        *settings_, *themes_, *packStore_, soundEngine_.get(), *typingMonitor_});
+    auto quit = [] {
+        QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+    };
+    MenuBarController& menu = shell_->menuBar();
+    connect(&menu, &MenuBarController::aboutRequested, this,
+            [this] { openSettings(QStringLiteral("about")); });
+    connect(&menu, &MenuBarController::updateCheckRequested, this, &AppDelegate::checkForUpdates);
+    connect(&menu, &MenuBarController::settingsRequested, this, [this] { openSettings(); });
+    connect(&menu, &MenuBarController::studioRequested, this,
+            [this] { openSettings(QStringLiteral("create")); });
+    connect(&menu, &MenuBarController::quitRequested, this, quit);
+    MenuPanelModel& panel = shell_->panelModel();
+    // Leaving the panel for a window closes it.
+    connect(&panel, &MenuPanelModel::openPageRequested, this, [this](const QString& page) {
+        shell_->panelModel().dismiss();
+        openSettings(page);
+    });
+    connect(&panel, &MenuPanelModel::openSettingsRequested, this, [this] {
+        shell_->panelModel().dismiss();
+        openSettings();
+    });
+    connect(&panel, &MenuPanelModel::permissionRequested, this, [this] {
+        shell_->panelModel().dismiss();
+        showOnboarding();
+    });
+    connect(&panel, &MenuPanelModel::quitRequested, this, quit);
+}
+
+void AppDelegate::showWelcomeOrSettings() {
+    if (!settings_->hasSeenWelcome() || !wasTrusted_) {
+        showOnboarding();
+        return;
+    }
+    // A start at login stays quiet in the tray; a start by hand shows the settings.
+    if (launchesAtLogin_ && launchesAtLogin_()) {
+        qCInfo(lcApp, "started at login: no window");
+        return;
+    }
+    openSettings();
 }
 
 void AppDelegate::installCallbacks() {
@@ -240,23 +299,57 @@ void AppDelegate::applySettings() {
     // A new sleep volume takes effect at once while quiet.
     if (sleepMonitor_->isSleeping())
         audioPlayer_->setDuck(true, s.sleepVolume());
+
+    if (shell_)
+        shell_->menuBar().refresh();
 }
 
-void AppDelegate::sleepChanged(bool isSleeping, const std::optional<QString>&) {
+void AppDelegate::sleepChanged(bool isSleeping, const std::optional<QString>& reason) {
     audioPlayer_->setDuck(isSleeping, settings_->sleepVolume());
+    if (shell_) {
+        shell_->panelModel().setSleepReason(isSleeping ? reason.value_or(QString()) : QString());
+        shell_->menuBar().refresh();
+    }
     Q_EMIT sleepingChanged(isSleeping);
 }
 
 void AppDelegate::showPanel() {
-    qCInfo(lcApp, "show panel");
+    if (!shell_) {
+        qCInfo(lcApp, "no panel: Tappix runs without windows");
+        return;
+    }
+    shell_->menuBar().showPanel(MenuBarController::Placement::corner);
 }
 
 void AppDelegate::openSettings(const QString& page) {
-    qCInfo(lcApp, "open settings on \"%s\"", qPrintable(page));
+    if (!page.isEmpty())
+        settings_->setLastSettingsPage(page);
+    if (!shell_) {
+        qCInfo(lcApp, "no settings window: Tappix runs without windows");
+        return;
+    }
+    shell_->showSettings();
 }
 
 void AppDelegate::reopen() {
-    qCInfo(lcApp, "reopen: the settings window on its last page");
+    openSettings();
+}
+
+void AppDelegate::showOnboarding() {
+    openSettings();
+}
+
+void AppDelegate::finishOnboarding() {
+    if (settings_->hasSeenWelcome())
+        return;
+    settings_->setHasSeenWelcome(true);
+    // Show the user where Tappix lives now, once the first-run window has gone.
+    QPointer<AppDelegate> self = this;
+    scheduler_.schedule(kShowPanelAfterOnboarding, [self] {
+        if (self && self->shell_ && !self->shutDown_ && self->settings_->showMenuBarIcon() &&
+            self->shell_->menuBar().hasTray())
+            self->shell_->menuBar().showPanel();
+    });
 }
 
 void AppDelegate::permissionTick() {
@@ -271,6 +364,9 @@ void AppDelegate::permissionTick() {
         qCWarning(lcApp, "key capture is no longer possible; stopping");
         keyService_->stop();
     }
+    // The panel asks for access while keys cannot be heard.
+    if (shell_)
+        shell_->panelModel().setCaptureIsPossible(wasTrusted_);
 }
 
 void AppDelegate::startCapture() {

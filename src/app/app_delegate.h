@@ -15,9 +15,11 @@
 #include "settings/json_file_preferences.h"
 #include "settings/settings_store.h"
 #include "settings/theme_store.h"
+#include "ui/desktop_shell.h"
 
 #include <QObject>
 #include <QTimer>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -36,6 +38,8 @@ public:
     static constexpr int kPermissionPollMs = 2000;
     /// The kit a first launch selects when it is installed.
     static constexpr const char* kFirstKit = "ibm-buckling-spring";
+    /// How long after the first run ends the panel opens to show where Tappix lives.
+    static constexpr std::chrono::milliseconds kShowPanelAfterOnboarding{350};
 
     /// The platform parts the delegate runs on (real ones in `tappix`, others in tests).
     struct Platform {
@@ -53,6 +57,11 @@ public:
         const Clock* clock = nullptr;
         /// Timers for the same; the Qt event loop's when null.
         Scheduler* scheduler = nullptr;
+        /// Whether Tappix shows itself: the tray icon, the panel and the settings window.
+        /// Needs a QApplication from `DesktopShell::makeApplication`.
+        bool withWindows = false;
+        /// Whether the desktop starts Tappix at login; a launch then opens no window.
+        std::function<bool()> launchesAtLogin = {};
     };
 
     /// Builds the services in order: settings, kits (scanned at once), player, capture
@@ -79,12 +88,20 @@ public:
     /// The update checker, or null in a build or test without one. Main thread.
     UpdateChecker* updateChecker() { return updateChecker_.get(); }
 
-    /// Opens the panel. Main thread.
+    /// Opens the panel (by a command, so in the screen's top-right corner). Main thread.
     void showPanel();
-    /// Opens the settings window on `page`, or on the last page when empty. Main thread.
+    /// Opens the settings window on `page`, which becomes the stored last page, or on
+    /// the last page when empty. Main thread.
     void openSettings(const QString& page = {});
     /// A later launch asked for Tappix: the settings window on its last page. Main thread.
     void reopen();
+    /// The first-run window: until it exists, the settings window stands in. Main thread.
+    void showOnboarding();
+    /// The first run is over: remembered, and the panel shows where Tappix lives now.
+    /// Main thread.
+    void finishOnboarding();
+    /// The windows, when Tappix shows itself and has started. Main thread.
+    DesktopShell* shell() { return shell_.get(); }
 
     /// The kits found at start. Main thread.
     const SoundpackStore& packStore() const { return *packStore_; }
@@ -110,6 +127,8 @@ private:
     void startCapture();
     void sleepChanged(bool isSleeping, const std::optional<QString>& reason);
     void chooseFirstKit();
+    void makeShell();
+    void showWelcomeOrSettings();
     SoundEngine::Settings engineSettings() const;
 
     // Declared in dependency order, so destruction runs in reverse: the key service
@@ -134,6 +153,10 @@ private:
     // Touched on the key queue only.
     ShortcutMatcher shortcutMatcher_;
     std::unique_ptr<KeyEventService> keyService_;
+    // The views hold the services above; they go first.
+    std::unique_ptr<DesktopShell> shell_;
+    bool withWindows_ = false;
+    std::function<bool()> launchesAtLogin_;
     std::function<bool()> captureIsPossible_;
     QTimer permissionTimer_;
     bool wasTrusted_ = false;

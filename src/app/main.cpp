@@ -9,6 +9,8 @@
 #include "platform/dbus/freedesktop_notifier.h"
 #include "platform/dbus/remote_control_service.h"
 #include "platform/network/https_feed_fetcher.h"
+#include "platform/xdg/autostart_entry.h"
+#include "ui/desktop_shell.h"
 
 #include <QCoreApplication>
 #include <QSocketNotifier>
@@ -34,7 +36,7 @@ int main(int argc, char** argv) {
     if (commandLine.mode() != tappix::CommandLine::Mode::start)
         return commandLine.exec(argc, argv);
 
-    QCoreApplication app(argc, argv);
+    const std::unique_ptr<QCoreApplication> app = tappix::DesktopShell::makeApplication(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("Tappix"));
     QCoreApplication::setOrganizationDomain(QStringLiteral("morvane.app"));
     QCoreApplication::setApplicationVersion(QStringLiteral(TAPPIX_VERSION));
@@ -47,7 +49,7 @@ int main(int argc, char** argv) {
     // counters are written and capture stops before the process ends.
     ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, signalPipe);
     QSocketNotifier notifier(signalPipe[0], QSocketNotifier::Read);
-    QObject::connect(&notifier, &QSocketNotifier::activated, &app, &QCoreApplication::quit);
+    QObject::connect(&notifier, &QSocketNotifier::activated, app.get(), &QCoreApplication::quit);
     struct sigaction action {};
     action.sa_handler = onSignal;
     sigemptyset(&action.sa_mask);
@@ -64,6 +66,8 @@ int main(int argc, char** argv) {
                                            std::make_unique<tappix::FreedesktopNotifier>(),
                                            std::make_unique<tappix::HttpsFeedFetcher>(),
                                            QUrl(QStringLiteral(TAPPIX_UPDATE_FEED))};
+    platform.withWindows = true;
+    platform.launchesAtLogin = [] { return tappix::AutostartEntry().isEnabled(); };
     tappix::AppDelegate delegate(std::move(platform), tappix::JsonFilePreferences::defaultPath(),
                                  tappix::SoundpackStore::defaultBundleDirectory(),
                                  tappix::SoundpackStore::defaultUserDirectory());

@@ -50,7 +50,9 @@ AudioPlayer::SampleMap AudioPlayer::decodeAll(const QString& directory,
 }
 
 void AudioPlayer::loadSampleSets(std::vector<SampleSet> sets) {
-    runSync([this, &sets] {
+    // Decoding happens on the audio queue, never on the caller's thread: plays asked for
+    // after this wait behind it in the queue, so they hear the new kit.
+    queue_.post([this, sets = std::move(sets)] {
         for (auto& [id, map] : buffers_)
             retire(map);
         buffers_.clear();
@@ -65,7 +67,7 @@ void AudioPlayer::loadSampleSets(std::vector<SampleSet> sets) {
 }
 
 void AudioPlayer::loadMouseKit(const QString& directory, std::vector<std::string> files) {
-    runSync([this, &directory, &files] {
+    queue_.post([this, directory, files = std::move(files)] {
         retire(mouseBuffers_);
         mouseBuffers_ = decodeAll(directory, files);
         sweep();

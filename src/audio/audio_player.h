@@ -3,9 +3,9 @@
 #include "audio/audio_device_manager.h"
 #include "audio/audio_output.h"
 #include "audio/mixer.h"
+#include "audio/sample_player.h"
 #include "core/sample_buffer.h"
 #include "core/sample_decoder.h"
-#include "audio/sample_player.h"
 #include "core/serial_queue.h"
 
 #include <QString>
@@ -24,8 +24,9 @@ namespace tappix {
 /// Decides nothing about what to play: the sound engine names the kit, the sample,
 /// the rate, the pan and the gain.
 ///
-/// All buffer work runs on the serial queue "tappix-audio": loads synchronously for
-/// the caller, plays asynchronously, so a play never sees a half-replaced map.
+/// All buffer work runs on the serial queue "tappix-audio", in the order it was asked
+/// for: a play asked for after a load hears the loaded samples, and never sees a
+/// half-replaced map; callers never wait for decoding.
 /// Replaced samples are freed on that queue only once the mixer no longer reads them.
 class AudioPlayer final : public SamplePlayer {
 public:
@@ -41,10 +42,10 @@ public:
     AudioPlayer& operator=(const AudioPlayer&) = delete;
 
     /// Replaces every keyboard sample with those of `sets`; each distinct file is
-    /// decoded once; returns when done. Main or key queue.
+    /// decoded once. Asynchronous: later plays wait for it. Main or key queue.
     void loadSampleSets(std::vector<SampleSet> sets) override;
 
-    /// Replaces the mouse samples; returns when done. Main or key queue.
+    /// Replaces the mouse samples. Asynchronous: later plays wait for it. Main or key queue.
     void loadMouseKit(const QString& directory, std::vector<std::string> files) override;
 
     /// Plays `name` of kit `packId`; unknown names play nothing and take no voice.

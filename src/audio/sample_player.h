@@ -24,9 +24,9 @@ public:
 
     virtual ~SamplePlayer() = default;
 
-    /// Replaces every keyboard sample; returns when loaded. Main or key queue.
+    /// Replaces every keyboard sample; plays asked for afterwards hear them. Main or key queue.
     virtual void loadSampleSets(std::vector<SampleSet> sets) = 0;
-    /// Replaces the mouse samples; returns when loaded. Main or key queue.
+    /// Replaces the mouse samples; plays asked for afterwards hear them. Main or key queue.
     virtual void loadMouseKit(const QString& directory, std::vector<std::string> files) = 0;
     /// Plays a kit's sample. Any thread.
     virtual void play(std::string packId, std::string name, float rate, float pan, float gain) = 0;

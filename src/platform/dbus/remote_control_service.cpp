@@ -2,6 +2,7 @@
 
 #include "core/log.h"
 #include "kits/soundpack_store.h"
+#include "settings/settings_page.h"
 #include "settings/settings_store.h"
 
 #include <QDBusMessage>
@@ -38,13 +39,6 @@ bool hasSignature(const QDBusMessage& message, const char* signature) {
 }
 
 } // namespace
-
-const QStringList& RemoteControlService::settingsPages() {
-    static const QStringList pages{QStringLiteral("sounds"), QStringLiteral("mix"),
-                                   QStringLiteral("create"), QStringLiteral("behaviour"),
-                                   QStringLiteral("look"),   QStringLiteral("about")};
-    return pages;
-}
 
 RemoteControlService::RemoteControlService(SettingsStore& settings, const SoundpackStore& packs,
                                            Actions actions, QObject* parent)
@@ -202,10 +196,10 @@ QDBusMessage RemoteControlService::call(const QDBusMessage& message) {
     }
     if (member == QLatin1String("OpenSettings") && hasSignature(message, "s")) {
         const QString page = message.arguments().value(0).toString();
-        if (!page.isEmpty() && !settingsPages().contains(page))
+        if (!page.isEmpty() && !SettingsPage::isKnown(page))
             return error(message, kErrorUnknownPage,
                          QStringLiteral("No settings page \"%1\"; the pages are: %2")
-                             .arg(page, settingsPages().join(QStringLiteral(", "))));
+                             .arg(page, SettingsPage::ids().join(QStringLiteral(", "))));
         if (actions_.openSettings)
             actions_.openSettings(page);
         return message.createReply();

@@ -35,9 +35,6 @@ public:
     static constexpr const char* kErrorUnknownMix = "app.morvane.tappix.Error.UnknownMix";
     static constexpr const char* kErrorUnknownPage = "app.morvane.tappix.Error.UnknownPage";
 
-    /// The settings pages OpenSettings accepts ("" opens the last one).
-    static const QStringList& settingsPages();
-
     /// What the application does for the methods that are not a setting.
     struct Actions {
         std::function<void()> showPanel;

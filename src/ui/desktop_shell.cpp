@@ -1,0 +1,100 @@
+#include "ui/desktop_shell.h"
+
+#include "core/log.h"
+#include "monitors/typing_monitor.h"
+#include "settings/settings_store.h"
+#include "settings/theme_store.h"
+#include "ui/symbol_icons.h"
+
+#include <QApplication>
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickStyle>
+#include <QQuickWindow>
+
+namespace tappix {
+
+namespace {
+
+const QUrl kPanelUrl(QStringLiteral("qrc:/Tappix/Ui/Panel.qml"));
+const QUrl kSettingsUrl(QStringLiteral("qrc:/Tappix/Ui/SettingsWindow.qml"));
+
+} // namespace
+
+std::unique_ptr<QCoreApplication> DesktopShell::makeApplication(int& argc, char** argv) {
+    // A Wayland window cannot choose where it appears, so the panel could not drop from
+    // the tray. In a Wayland session with XWayland, Tappix's windows run through it;
+    // keys are captured through evdev either way. QT_QPA_PLATFORM still decides.
+    if (qgetenv("XDG_SESSION_TYPE") == "wayland" && !qEnvironmentVariableIsEmpty("DISPLAY") &&
+        qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "xcb");
+    // Every control is drawn by Tappix's own views in the theme's colours.
+    QQuickStyle::setStyle(QStringLiteral("Basic"));
+    auto app = std::make_unique<QApplication>(argc, argv);
+    // Closing the last window leaves Tappix running in the tray.
+    QApplication::setQuitOnLastWindowClosed(false);
+    QApplication::setWindowIcon(SymbolIcons::applicationIcon());
+    return app;
+}
+
+DesktopShell::DesktopShell(Services services, QObject* parent)
+    : QObject(parent), services_(services),
+      kits_(services.packs, services.settings, services.engine), mixes_(services.settings),
+      settingsWindow_(services.settings, [this] { return makeWindow(kSettingsUrl); }) {
+    panelModel_.setMixCount(mixes_.count());
+    panelModel_.setCurrentKitName(kits_.currentName());
+    connect(&mixes_, &MixListModel::countChanged, this,
+            [this] { panelModel_.setMixCount(mixes_.count()); });
+    connect(&kits_, &KitListModel::currentChanged, this,
+            [this] { panelModel_.setCurrentKitName(kits_.currentName()); });
+    menuBar_ = std::make_unique<MenuBarController>(services_.settings, panelModel_,
+                                                   [this] { return makeWindow(kPanelUrl); });
+}
+
+DesktopShell::~DesktopShell() {
+    // Windows go before the engine whose objects they show.
+    for (const QPointer<QQuickWindow>& window : windows_)
+        delete window.data();
+}
+
+void DesktopShell::preparePanel() {
+    menuBar_->preparePanel();
+}
+
+QQmlEngine& DesktopShell::engine() {
+    if (!engine_) {
+        engine_ = std::make_unique<QQmlEngine>();
+        // "Quit" in a view ends the run the way the tray menu does.
+        connect(engine_.get(), &QQmlEngine::quit, QCoreApplication::instance(),
+                &QCoreApplication::quit, Qt::QueuedConnection);
+    }
+    return *engine_;
+}
+
+QVariantMap DesktopShell::viewProperties() {
+    return {{QStringLiteral("settings"), QVariant::fromValue<QObject*>(&services_.settings)},
+            {QStringLiteral("theme"), QVariant::fromValue<QObject*>(&services_.themes)},
+            {QStringLiteral("typing"), QVariant::fromValue<QObject*>(&services_.typing)},
+            {QStringLiteral("panel"), QVariant::fromValue<QObject*>(&panelModel_)},
+            {QStringLiteral("kits"), QVariant::fromValue<QObject*>(&kits_)},
+            {QStringLiteral("mixes"), QVariant::fromValue<QObject*>(&mixes_)}};
+}
+
+QQuickWindow* DesktopShell::makeWindow(const QUrl& url) {
+    QQmlComponent component(&engine(), url);
+    QObject* object =
+        component.isReady() ? component.createWithInitialProperties(viewProperties()) : nullptr;
+    auto* window = qobject_cast<QQuickWindow*>(object);
+    if (!window) {
+        // A broken view is a build fault; say which and keep running without it.
+        qCCritical(lcApp, "could not make the window %s: %s", qPrintable(url.toString()),
+                   qPrintable(component.errorString()));
+        delete object;
+        return nullptr;
+    }
+    QQmlEngine::setObjectOwnership(window, QQmlEngine::CppOwnership);
+    windows_.emplace_back(window);
+    return window;
+}
+
+} // namespace tappix

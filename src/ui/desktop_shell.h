@@ -1,0 +1,77 @@
+#pragma once
+
+#include "ui/kit_list_model.h"
+#include "ui/menu_bar_controller.h"
+#include "ui/menu_panel_model.h"
+#include "ui/mix_list_model.h"
+#include "ui/settings_window_controller.h"
+
+#include <QCoreApplication>
+#include <QObject>
+#include <QPointer>
+#include <QUrl>
+#include <QVariantMap>
+#include <memory>
+#include <vector>
+
+class QQmlEngine;
+#include <QQuickWindow>
+
+namespace tappix {
+
+class SettingsStore;
+class SoundEngine;
+class SoundpackStore;
+class ThemeStore;
+class TypingMonitor;
+
+/// Everything a user sees: the tray icon with its panel and the settings window, their
+/// view models, and the QML engine that draws them, made on first need. The services
+/// are handed to the views as they are. Main thread only.
+class DesktopShell final : public QObject {
+    Q_OBJECT
+public:
+    /// The services the views show and change.
+    struct Services {
+        SettingsStore& settings;
+        ThemeStore& themes;
+        const SoundpackStore& packs;
+        SoundEngine* engine;
+        TypingMonitor& typing;
+    };
+
+    /// The application object a desktop Tappix runs in (widgets, for the tray icon).
+    static std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv);
+
+    explicit DesktopShell(Services services, QObject* parent = nullptr);
+    ~DesktopShell() override;
+
+    /// The tray icon and the panel.
+    MenuBarController& menuBar() { return *menuBar_; }
+    /// The panel's state.
+    MenuPanelModel& panelModel() { return panelModel_; }
+    /// The kits the panel lists.
+    KitListModel& kits() { return kits_; }
+    /// Shows the settings window on the page `lastSettingsPage` names.
+    void showSettings() { settingsWindow_.show(); }
+    /// Whether the settings window shows.
+    bool isSettingsVisible() const { return settingsWindow_.isVisible(); }
+    /// Builds the panel ahead of its first opening, so that opening shows it at once.
+    void preparePanel();
+
+private:
+    QQuickWindow* makeWindow(const QUrl& url);
+    QQmlEngine& engine();
+    QVariantMap viewProperties();
+
+    Services services_;
+    MenuPanelModel panelModel_;
+    KitListModel kits_;
+    MixListModel mixes_;
+    std::unique_ptr<QQmlEngine> engine_;
+    std::vector<QPointer<QQuickWindow>> windows_;
+    std::unique_ptr<MenuBarController> menuBar_;
+    SettingsWindowController settingsWindow_;
+};
+
+} // namespace tappix

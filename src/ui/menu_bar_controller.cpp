@@ -1,0 +1,172 @@
+#include "ui/menu_bar_controller.h"
+
+#include "core/log.h"
+#include "settings/settings_store.h"
+#include "ui/symbol_icons.h"
+
+#include <QCursor>
+#include <QGuiApplication>
+#include <QQuickWindow>
+#include <QScreen>
+
+namespace tappix {
+
+namespace {
+
+// A click on the icon while the panel shows first takes the panel's focus away, which
+// closes it; the click that follows must not open it again at once.
+constexpr qint64 kReopenGuardMs = 300;
+// Space between the panel and the icon or the screen's edge.
+constexpr int kMargin = 8;
+
+} // namespace
+
+MenuBarController::MenuBarController(SettingsStore& settings, MenuPanelModel& model,
+                                     PanelFactory makePanel, QObject* parent)
+    : QObject(parent), settings_(settings), model_(model), makePanel_(std::move(makePanel)) {
+    menu_.addAction(QStringLiteral("About Tappix"), this, &MenuBarController::aboutRequested);
+    menu_.addAction(QStringLiteral("Check for Updates…"), this,
+                    &MenuBarController::updateCheckRequested);
+    menu_.addSeparator();
+    menu_.addAction(QStringLiteral("Settings…"), this, &MenuBarController::settingsRequested);
+    menu_.addAction(QStringLiteral("Sound Studio…"), this, &MenuBarController::studioRequested);
+    menu_.addSeparator();
+    menu_.addAction(QStringLiteral("Quit Tappix"), this, &MenuBarController::quitRequested);
+    tray_.setContextMenu(&menu_);
+    connect(&tray_, &QSystemTrayIcon::activated, this, &MenuBarController::activated);
+    connect(&model_, &MenuPanelModel::dismissRequested, this, [this] {
+        if (panel_)
+            panel_->hide();
+    });
+    connect(&model_, &MenuPanelModel::panelHeightChanged, this, &MenuBarController::keepInPlace);
+    lastAutoHide_.invalidate();
+    refresh();
+}
+
+MenuBarController::~MenuBarController() {
+    tray_.hide();
+}
+
+bool MenuBarController::hasTray() const {
+    return QSystemTrayIcon::isSystemTrayAvailable();
+}
+
+void MenuBarController::refresh() {
+    const bool on = settings_.isEnabled();
+    const bool dimmed = !on && !settings_.menuIconDimDisabled();
+    tray_.setIcon(SymbolIcons::trayIcon(on, dimmed));
+    tray_.setToolTip(on ? QStringLiteral("Tappix: sounds on")
+                        : QStringLiteral("Tappix: sounds off"));
+    const bool wanted = settings_.showMenuBarIcon();
+    if (tray_.isVisible() != wanted)
+        tray_.setVisible(wanted);
+    if (wanted && !hasTray() && !loggedNoTray_) {
+        loggedNoTray_ = true;
+        qCWarning(lcApp, "no tray host is running: open the panel with `tappix --panel`, "
+                         "or launch Tappix again for its settings");
+    }
+}
+
+void MenuBarController::activated(QSystemTrayIcon::ActivationReason reason) {
+    switch (reason) {
+    case QSystemTrayIcon::Trigger:
+        if (settings_.clickTogglesSound()) {
+            settings_.setIsEnabled(!settings_.isEnabled());
+            refresh();
+        } else {
+            togglePanel(Placement::tray);
+        }
+        break;
+    case QSystemTrayIcon::MiddleClick:
+        // With a left click that mutes, the other button is the way to the panel.
+        togglePanel(Placement::tray);
+        break;
+    case QSystemTrayIcon::DoubleClick:
+    case QSystemTrayIcon::Context:
+    case QSystemTrayIcon::Unknown:
+        break;
+    }
+}
+
+QQuickWindow* MenuBarController::panel() {
+    if (!panel_ && makePanel_) {
+        panel_ = makePanel_();
+        if (panel_) {
+            connect(panel_, &QWindow::activeChanged, this, [this] {
+                if (panel_ && !panel_->isActive() && panel_->isVisible()) {
+                    panel_->hide();
+                    lastAutoHide_.start();
+                }
+            });
+        }
+    }
+    return panel_;
+}
+
+bool MenuBarController::isPanelVisible() const {
+    return panel_ && panel_->isVisible();
+}
+
+void MenuBarController::togglePanel(Placement placement) {
+    if (isPanelVisible()) {
+        panel_->hide();
+        return;
+    }
+    if (lastAutoHide_.isValid() && lastAutoHide_.elapsed() < kReopenGuardMs) {
+        lastAutoHide_.invalidate();
+        return;
+    }
+    showPanel(placement);
+}
+
+void MenuBarController::showPanel(Placement placement) {
+    QQuickWindow* window = panel();
+    if (!window)
+        return;
+    if (!window->isVisible()) {
+        model_.setPage(QStringLiteral("main"));
+        window->resize(MenuPanelModel::kWidth, model_.panelHeight());
+        place(placement);
+    }
+    window->show();
+    window->raise();
+    window->requestActivate();
+}
+
+void MenuBarController::place(Placement placement) {
+    QScreen* screen = nullptr;
+    QRect anchor;
+    if (placement == Placement::tray) {
+        anchor = tray_.geometry();
+        if (!anchor.isValid())
+            anchor = QRect(QCursor::pos(), QSize(1, 1));
+        screen = QGuiApplication::screenAt(anchor.center());
+    }
+    if (!screen)
+        screen = QGuiApplication::primaryScreen();
+    if (!screen)
+        return;
+    const QRect area = screen->availableGeometry();
+    if (placement == Placement::corner || !area.contains(anchor.center()))
+        anchor = QRect(area.right() - kMargin, area.top(), 1, 1);
+    // Drop below an icon in the top half, rise above one in the bottom half.
+    anchoredBelow_ = anchor.center().y() < area.center().y();
+    const int width = MenuPanelModel::kWidth, height = model_.panelHeight();
+    int x = anchor.center().x() - width / 2;
+    x = std::clamp(x, area.left() + kMargin, area.right() - kMargin - width);
+    int y = anchoredBelow_ ? anchor.bottom() + kMargin : anchor.top() - kMargin - height;
+    y = std::clamp(y, area.top() + kMargin, std::max(area.top() + kMargin, area.bottom() - height));
+    panel_->setPosition(x, y);
+}
+
+void MenuBarController::keepInPlace() {
+    // A page of another height grows away from the icon.
+    if (!panel_)
+        return;
+    const int height = model_.panelHeight();
+    if (!anchoredBelow_)
+        panel_->setY(panel_->y() + panel_->height() - height);
+    panel_->resize(MenuPanelModel::kWidth, height);
+}
+
+} // namespace tappix

@@ -1,0 +1,86 @@
+#pragma once
+
+#include "ui/menu_panel_model.h"
+
+#include <QElapsedTimer>
+#include <QMenu>
+#include <QObject>
+#include <QPointer>
+#include <QSystemTrayIcon>
+#include <functional>
+#include <memory>
+
+#include <QQuickWindow>
+
+namespace tappix {
+
+class SettingsStore;
+
+/// The tray icon and the panel that drops from it. The icon shows whether sounds are
+/// on; activating it opens the panel or flips the sounds, as the user chose; its menu
+/// holds the application's menu. The panel window is made by the caller's factory on
+/// first need and kept. Main thread only.
+class MenuBarController final : public QObject {
+    Q_OBJECT
+public:
+    /// Where the panel should appear.
+    enum class Placement {
+        /// By the tray icon, or by the pointer when the tray gives no geometry.
+        tray,
+        /// The top-right corner of the screen (a command, a shortcut, no tray at all).
+        corner,
+    };
+
+    /// Makes the panel window; called once, on first need.
+    using PanelFactory = std::function<QQuickWindow*()>;
+
+    /// Creates the tray icon (shown unless the settings hide it) and its menu.
+    MenuBarController(SettingsStore& settings, MenuPanelModel& model, PanelFactory makePanel,
+                      QObject* parent = nullptr);
+    ~MenuBarController() override;
+
+    /// Brings the icon up to date: shown or hidden, on or off, dimmed or not.
+    void refresh();
+    /// Opens the panel on its main page, or closes it when it is open.
+    void togglePanel(Placement placement = Placement::tray);
+    /// Opens the panel on its main page (already open: brings it forward).
+    void showPanel(Placement placement = Placement::tray);
+    /// Makes the panel without showing it, so that the first opening is quick.
+    void preparePanel() { panel(); }
+    /// Whether the panel shows now.
+    bool isPanelVisible() const;
+    /// Whether a tray host shows the icon.
+    bool hasTray() const;
+    /// The tray icon (tests).
+    QSystemTrayIcon& trayIcon() { return tray_; }
+
+Q_SIGNALS:
+    /// "About Tappix" was chosen.
+    void aboutRequested();
+    /// "Check for Updates…" was chosen.
+    void updateCheckRequested();
+    /// "Settings…" was chosen.
+    void settingsRequested();
+    /// "Sound Studio…" was chosen.
+    void studioRequested();
+    /// "Quit Tappix" was chosen.
+    void quitRequested();
+
+private:
+    void activated(QSystemTrayIcon::ActivationReason reason);
+    void place(Placement placement);
+    void keepInPlace();
+    QQuickWindow* panel();
+
+    SettingsStore& settings_;
+    MenuPanelModel& model_;
+    PanelFactory makePanel_;
+    QPointer<QQuickWindow> panel_;
+    QMenu menu_;
+    QSystemTrayIcon tray_;
+    QElapsedTimer lastAutoHide_;
+    bool anchoredBelow_ = true;
+    bool loggedNoTray_ = false;
+};
+
+} // namespace tappix
