@@ -4,9 +4,7 @@
 #include "app/app_delegate.h"
 
 #include "input/key_codes.h"
-#include "platform/null/null_output.h"
-#include "support/fake_time.h"
-#include "support/temp_prefs.h"
+#include "support/stand_in_app.h"
 
 #include <gtest/gtest.h>
 
@@ -23,122 +21,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-QCoreApplication& app() {
-    static int argc = 1;
-    static char name[] = "tappix_tests";
-    static char* argv[] = {name, nullptr};
-    static QCoreApplication* instance =
-        QCoreApplication::instance() ? nullptr : new QCoreApplication(argc, argv);
-    return instance ? *instance : *QCoreApplication::instance();
-}
-
-/// A keyboard at the platform boundary. `typeContinuously` makes it behave like a
-/// real backend thread that keeps reporting until `stop` joins it.
-class TestKeyboard final : public CaptureSource {
-public:
-    bool start(CaptureSink& sink) override {
-        sink_ = &sink;
-        if (continuous_) {
-            running_ = true;
-            thread_ = std::thread([this] {
-                for (KeyCode code = 0; running_; code = (code + 1) % 50) {
-                    sink_->keyDown(code, false);
-                    sink_->keyUp(code);
-                }
-            });
-        }
-        return true;
-    }
-    void stop() override {
-        running_ = false;
-        if (thread_.joinable())
-            thread_.join();
-        sink_ = nullptr;
-    }
-    void typeContinuously() { continuous_ = true; }
-    CaptureSink* sink() const { return sink_; }
-
-private:
-    CaptureSink* sink_ = nullptr;
-    bool continuous_ = false;
-    std::atomic<bool> running_{false};
-    std::thread thread_;
-};
-
-/// Every file decodes to a short click.
-class ClickDecoder final : public SampleDecoder {
-public:
-    std::optional<SampleBuffer> decode(const QString&, std::string&) override {
-        return SampleBuffer{std::vector<float>(64, 0.5f)};
-    }
-};
-
-class SilentNotifier final : public UserNotifier {
-public:
-    void post(const QString&, const QString&, const QString&) override {}
-};
-
-struct Harness {
-    QTemporaryDir kits;
-    test::TempPrefs prefs;
-    test::FakeTime time;
-    TestKeyboard* keyboard = nullptr;
-    std::unique_ptr<AppDelegate> delegate;
-
-    explicit Harness(bool continuous = false) {
-        app();
-        QDir().mkpath(kits.filePath("click/sounds"));
-        QFile(kits.filePath("click/sounds/a.wav")).open(QIODevice::WriteOnly);
-        QFile manifest(kits.filePath("click/config.json"));
-        manifest.open(QIODevice::WriteOnly);
-        manifest.write(R"({"id":"click","metadata":{"name":"Click","brand":"B","author":"A"},
-            "license":{"type":"t","url":"u"},"sounds":{"default":{"down":["a.wav"],"up":[]}}})");
-        manifest.close();
-
-        auto source = std::make_unique<TestKeyboard>();
-        keyboard = source.get();
-        if (continuous)
-            keyboard->typeContinuously();
-        AppDelegate::Platform platform;
-        platform.output = std::make_unique<NullOutput>();
-        platform.decoder = std::make_unique<ClickDecoder>();
-        platform.devices = std::make_unique<NullAudioDeviceManager>();
-        platform.capture.keyboard = std::move(source);
-        platform.captureIsPossible = [] { return true; };
-        platform.notifier = std::make_unique<SilentNotifier>();
-        platform.clock = &time;
-        platform.scheduler = &time;
-        delegate =
-            std::make_unique<AppDelegate>(std::move(platform), prefs.path, kits.path(), QString());
-        delegate->start();
-    }
-
-    /// Presses and releases each key, 150 ms apart, and lets every hop land.
-    void type(std::initializer_list<KeyCode> codes) {
-        for (KeyCode code : codes) {
-            keyboard->sink()->keyDown(code, false);
-            keyboard->sink()->keyUp(code);
-            settle();
-            time.advance(150ms);
-        }
-    }
-    void press(KeyCode code, bool down) {
-        if (down)
-            keyboard->sink()->keyDown(code, false);
-        else
-            keyboard->sink()->keyUp(code);
-        settle();
-    }
-    void settle() {
-        delegate->keyService().drain();
-        QCoreApplication::processEvents();
-    }
-    QJsonObject file() const {
-        QFile f(prefs.path);
-        f.open(QIODevice::ReadOnly);
-        return QJsonDocument::fromJson(f.readAll()).object();
-    }
-};
+using test::Harness;
 
 } // namespace
 

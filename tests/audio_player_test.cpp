@@ -83,6 +83,7 @@ TEST(AudioPlayer, LoadsReplaceTheWholeMapAndDecodeEachFileOnce) {
     Fixture f;
     f.player.loadSampleSets({{"a", f.dir.path(), {"click.wav", "click.wav", "clack.wav"}},
                              {"b", f.dir.path(), {"clack.wav"}}});
+    f.player.drain();
     EXPECT_EQ(f.decoder->count, 3);
     EXPECT_TRUE(f.player.hasSample("a", "click.wav"));
     EXPECT_TRUE(f.player.hasSample("b", "clack.wav"));
@@ -100,6 +101,7 @@ TEST(AudioPlayer, RefusesNamesThatEscapeOrAreNotFiles) {
                               f.dir.filePath("sub"),
                               {"../click.wav", f.dir.filePath("click.wav").toStdString(),
                                "../pipe.wav", "inner.wav", "missing.wav", ""}}});
+    f.player.drain();
     EXPECT_EQ(f.decoder->count, 1); // only inner.wav was ever opened
     EXPECT_TRUE(f.player.hasSample("k", "inner.wav"));
     EXPECT_FALSE(f.player.hasSample("k", "../click.wav"));

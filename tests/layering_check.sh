@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The logic folders depend one way (core <- input <- settings, kits <- audio <- monitors)
-# and never on the platform, the views or any GUI, sound-server or X11 header.
+# and never on the platform, the views or any GUI, sound-server or X11 header; the views
+# depend on the logic only.
 set -u
 src="$1/src"
 declare -A allowed=(
@@ -26,5 +27,13 @@ for folder in "${!allowed[@]}"; do
         status=1
     fi
 done
+# The views sit on the logic and never reach into the platform or the wiring above them.
+while IFS=: read -r file _ include; do
+    target=$(sed -E 's/.*#include "([a-z_]+)\/.*/\1/' <<<"$include")
+    if [[ "$target" == app || "$target" == platform ]]; then
+        echo "$file includes $target/: the views may use only the logic and ui/"
+        status=1
+    fi
+done < <(grep -rn '#include "[a-z_]*/' "$src/ui")
 [ $status -eq 0 ] && echo "layering OK"
 exit $status

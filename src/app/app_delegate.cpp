@@ -314,6 +314,7 @@ void AppDelegate::sleepChanged(bool isSleeping, const std::optional<QString>& re
 }
 
 void AppDelegate::showPanel() {
+    qCInfo(lcApp, "show panel");
     if (!shell_) {
         qCInfo(lcApp, "no panel: Tappix runs without windows");
         return;
@@ -322,6 +323,7 @@ void AppDelegate::showPanel() {
 }
 
 void AppDelegate::openSettings(const QString& page) {
+    qCInfo(lcApp, "open settings on \"%s\"", qPrintable(page));
     if (!page.isEmpty())
         settings_->setLastSettingsPage(page);
     if (!shell_) {
@@ -332,6 +334,7 @@ void AppDelegate::openSettings(const QString& page) {
 }
 
 void AppDelegate::reopen() {
+    qCInfo(lcApp, "reopen: the settings window on its last page");
     openSettings();
 }
 

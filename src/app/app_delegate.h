@@ -107,6 +107,8 @@ public:
     const SoundpackStore& packStore() const { return *packStore_; }
     /// The settings store (tests, diagnostics). Main thread.
     SettingsStore& settings() { return *settings_; }
+    /// The audio player (tests, diagnostics). Main thread.
+    AudioPlayer& audioPlayer() { return *audioPlayer_; }
     /// The key service (tests, diagnostics). Main thread.
     KeyEventService& keyService() { return *keyService_; }
     /// The engine, once started. Main thread.

@@ -56,6 +56,8 @@ public:
     void showSettings() { settingsWindow_.show(); }
     /// Whether the settings window shows.
     bool isSettingsVisible() const { return settingsWindow_.isVisible(); }
+    /// The settings window, once made (tests, screenshots).
+    QQuickWindow* settingsWindow() const { return settingsWindow_.window(); }
     /// Builds the panel ahead of its first opening, so that opening shows it at once.
     void preparePanel();
 

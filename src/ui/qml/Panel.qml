@@ -48,6 +48,7 @@ Window {
         PanelMain {
             settings: root.settings
             theme: root.theme
+            typing: root.typing
             panel: root.panel
             kits: root.kits
             mixes: root.mixes

@@ -10,6 +10,7 @@ ColumnLayout {
     required property var panel
     required property var kits
     required property var mixes
+    required property var typing
 
     function focusFirst() { soundsSwitch.forceActiveFocus() }
 
@@ -36,7 +37,8 @@ ColumnLayout {
         ColumnLayout {
             spacing: 1
             Layout.fillWidth: true
-            Label {
+            // A Text: Qt 6.4's Label reports itself as a plain label, whatever role it is given.
+            Text {
                 text: "Tappix"
                 color: page.theme.text
                 font.pixelSize: 15
@@ -146,6 +148,71 @@ ColumnLayout {
     }
 
     Item { Layout.fillHeight: true }
+
+    // Typing at a glance: the burst under way, else the last one.
+    Card {
+        id: typingCard
+        theme: page.theme
+        readonly property bool live: page.typing.isTyping
+        readonly property bool hasBurst: live || page.typing.lastKeystrokes > 0
+        readonly property real wpm: live ? page.typing.sessionWPM : page.typing.lastWPM
+        readonly property real accuracy: live ? page.typing.sessionAccuracy : page.typing.lastAccuracy
+        Layout.fillWidth: true
+        Layout.preferredHeight: 64
+        Layout.bottomMargin: 8
+        Accessible.role: Accessible.Grouping
+        Accessible.name: "Typing"
+
+        RowLayout {
+            anchors.fill: parent
+            anchors.margins: 12
+            spacing: 12
+            ColumnLayout {
+                spacing: 2
+                Layout.fillWidth: true
+                Text {
+                    text: typingCard.live ? "Typing now" : typingCard.hasBurst ? "Last burst" : "Waiting for keystrokes"
+                    color: page.theme.text
+                    font.pixelSize: 13
+                    font.weight: Font.DemiBold
+                    Accessible.name: text
+                }
+                Text {
+                    text: typingCard.hasBurst ? "Best " + Math.round(page.settings.bestWPM) + " wpm"
+                                              : "Type anywhere to see your speed."
+                    color: page.theme.mutedText
+                    font.pixelSize: 11
+                    elide: Text.ElideRight
+                    Layout.fillWidth: true
+                    Accessible.name: text
+                }
+            }
+            Repeater {
+                model: typingCard.hasBurst ? [
+                    { label: "wpm", value: Math.round(typingCard.wpm).toString() },
+                    { label: "accuracy", value: Math.round(typingCard.accuracy * 100) + "%" }
+                ] : []
+                delegate: ColumnLayout {
+                    required property var modelData
+                    spacing: 0
+                    Text {
+                        text: modelData.value
+                        color: page.theme.accent
+                        font.pixelSize: 18
+                        font.bold: true
+                        Layout.alignment: Qt.AlignRight
+                        Accessible.name: modelData.label + " " + text
+                    }
+                    Text {
+                        text: modelData.label
+                        color: page.theme.mutedText
+                        font.pixelSize: 10
+                        Layout.alignment: Qt.AlignRight
+                    }
+                }
+            }
+        }
+    }
 
     Rectangle {
         color: page.theme.divider

@@ -1,0 +1,294 @@
+// The views and their models on the offscreen platform: the lists the panel shows, the
+// panel's sizes, every window loading without a QML warning, and the wiring between
+// the delegate, the tray icon, the panel and the settings window.
+
+#include "audio/sound_engine.h"
+#include "settings/settings_page.h"
+#include "support/stand_in_app.h"
+#include "ui/desktop_shell.h"
+
+#include <gtest/gtest.h>
+
+#include <QAbstractItemModelTester>
+#include <QApplication>
+#include <QQuickWindow>
+#include <QSignalSpy>
+#include <cmath>
+#include <mutex>
+#include <vector>
+
+using namespace tappix;
+using test::Harness;
+using test::HarnessOptions;
+
+// Leaks are looked for with whole stacks (Qt is built without frame pointers), past the
+// caches Qt Quick never frees: decoded images and the software renderer's textures.
+extern "C" const char* __asan_default_options() {
+    return "fast_unwind_on_malloc=0";
+}
+extern "C" const char* __lsan_default_suppressions() {
+    return "leak:QQuickPixmap\nleak:QQuickImageBase::loadPixmap\n"
+           "leak:QSGRenderContext::textureForFactory\n";
+}
+
+namespace {
+
+// QML reports binding errors and missing properties as warnings; any from Tappix's
+// own views is a fault.
+std::mutex warningsLock;
+QStringList viewWarnings;
+
+void recordWarnings(QtMsgType type, const QMessageLogContext&, const QString& message) {
+    if (type != QtDebugMsg && type != QtInfoMsg && message.contains(QLatin1String("qrc:/Tappix"))) {
+        std::lock_guard lock(warningsLock);
+        viewWarnings << message;
+    }
+}
+
+QStringList takeWarnings() {
+    std::lock_guard lock(warningsLock);
+    return std::exchange(viewWarnings, {});
+}
+
+void settle() {
+    for (int i = 0; i < 5; ++i)
+        QCoreApplication::processEvents();
+}
+
+HarnessOptions windowed(QJsonObject preferences = {}) {
+    HarnessOptions options;
+    options.withWindows = true;
+    // A returning user, so that the launch itself opens the settings window only where
+    // a test asks for it.
+    preferences.insert("hasSeenWelcome", true);
+    options.preferences = preferences;
+    return options;
+}
+
+QStringList column(const QAbstractItemModel& model, const QByteArray& role) {
+    const int key = model.roleNames().key(role);
+    QStringList values;
+    for (int row = 0; row < model.rowCount(); ++row)
+        values << model.index(row, 0).data(key).toString();
+    return values;
+}
+
+} // namespace
+
+TEST(KitListModel, ShelvesInListingOrderWithTheUsersOwnLast) {
+    HarnessOptions options = windowed();
+    options.addKits = [](const QString& bundle, const QString& user) {
+        test::writeKit(bundle, "zz-linear", "Zed Linear", "linear");
+        test::writeKit(bundle, "aa-linear", "Alpha Linear", "linear");
+        test::writeKit(bundle, "tick", "Tick", "tactile");
+        test::writeKit(user, "mine", "My Board", "tactile");
+    };
+    Harness run(options);
+    KitListModel& kits = run.delegate->shell()->kits();
+    QAbstractItemModelTester tester(&kits, QAbstractItemModelTester::FailureReportingMode::Fatal);
+
+    EXPECT_EQ(column(kits, "kitId"),
+              (QStringList{"tick", "aa-linear", "zz-linear", "click", "mine"}));
+    EXPECT_EQ(column(kits, "section"),
+              (QStringList{"Tactile", "Linear", "Linear", KitListModel::kOtherSection,
+                           KitListModel::kYoursSection}));
+
+    // The mark follows the stored choice, however it was made.
+    run.delegate->settings().setSelectedPackIdText("mine");
+    EXPECT_EQ(column(kits, "isCurrent"), (QStringList{"false", "false", "false", "false", "true"}));
+    EXPECT_EQ(run.delegate->shell()->panelModel().currentKitName(), "My Board");
+    run.delegate->settings().setSelectedPackIdText("gone");
+    EXPECT_EQ(run.delegate->shell()->panelModel().currentKitName(), "None");
+}
+
+TEST(KitListModel, ChoosingAKitLoadsItAndAuditionsItUnlessPreviewsAreOff) {
+    HarnessOptions options = windowed();
+    options.addKits = [](const QString& bundle, const QString&) {
+        test::writeKit(bundle, "other", "Other", "clicky");
+    };
+    Harness run(options);
+    KitListModel& kits = run.delegate->shell()->kits();
+    AudioPlayer& player = run.delegate->audioPlayer();
+    // The stand-in output plays nowhere: the test renders the mix itself.
+    auto loudest = [&player](std::size_t frames) {
+        player.drain();
+        std::vector<float> out(2 * frames);
+        player.mixer().render(out.data(), frames);
+        float peak = 0;
+        for (float sample : out)
+            peak = std::max(peak, std::abs(sample));
+        return peak;
+    };
+
+    kits.choose("other");
+    EXPECT_GT(loudest(512), 0.01f) << "the audition plays";
+    EXPECT_EQ(run.delegate->settings().selectedPackIdText(), "other");
+    EXPECT_EQ(run.delegate->soundEngine()->currentPackId(), "other");
+    EXPECT_TRUE(player.hasSample("other", "a.wav"));
+
+    run.delegate->settings().setSwitchPreviewDisabled(true);
+    loudest(48000 * 2); // the audition and its room fade
+    kits.choose("click");
+    EXPECT_LT(loudest(512), 0.01f) << "previews are off";
+    EXPECT_EQ(run.delegate->soundEngine()->currentPackId(), "click");
+}
+
+TEST(MixListModel, SummariesMarksAndChoices) {
+    Harness run(windowed());
+    SettingsStore& settings = run.delegate->settings();
+    MixListModel model(settings);
+    QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal);
+    QSignalSpy counted(&model, &MixListModel::countChanged);
+
+    const SoundMix quiet = settings.createMix("Quiet");
+    const SoundMix loud = settings.createMix("Loud");
+    for (KeyGroup::Value group : {KeyGroup::letters, KeyGroup::space, KeyGroup::enter})
+        settings.setVoice(MixVoice{QStringLiteral("click"), std::nullopt}, KeyGroup(group),
+                          loud.id);
+    EXPECT_EQ(column(model, "name"), (QStringList{"Quiet", "Loud"}));
+    EXPECT_EQ(column(model, "summary"), (QStringList{"nothing changed", "3 of 8 parts"}));
+    EXPECT_EQ(column(model, "isActive"), (QStringList{"false", "true"}));
+    EXPECT_EQ(model.activeName(), "Loud");
+    EXPECT_GE(counted.count(), 2);
+
+    model.select(quiet.id);
+    EXPECT_EQ(settings.activeMixId(), quiet.id);
+    model.select("no-such-mix");
+    EXPECT_EQ(settings.activeMixId(), quiet.id);
+    model.select({});
+    EXPECT_FALSE(settings.activeMixId());
+    EXPECT_EQ(model.activeName(), "Off");
+
+    settings.deleteMix(quiet.id);
+    EXPECT_EQ(model.rowCount(), 1);
+}
+
+TEST(MenuPanelModel, EachPageHasItsHeightAndMixesGrowTheirs) {
+    struct Case {
+        const char* page;
+        int mixes;
+        int height;
+    };
+    for (const Case& c : {Case{"main", 3, 418}, Case{"kits", 3, 470}, Case{"mixes", 0, 168},
+                          Case{"mixes", 1, 208}, Case{"mixes", 6, 408}, Case{"mixes", 7, 420},
+                          Case{"mixes", 30, 420}, Case{"nonsense", 3, 418}}) {
+        MenuPanelModel model;
+        model.setMixCount(c.mixes);
+        model.setPage(c.page);
+        EXPECT_EQ(model.panelHeight(), c.height) << c.page << " with " << c.mixes << " mixes";
+    }
+    // A mix saved while the mixes page shows resizes the panel.
+    MenuPanelModel model;
+    model.setPage("mixes");
+    QSignalSpy resized(&model, &MenuPanelModel::panelHeightChanged);
+    model.setMixCount(2);
+    EXPECT_EQ(resized.count(), 1);
+    EXPECT_EQ(model.panelHeight(), 248);
+}
+
+TEST(DesktopShell, EveryWindowAndPageLoadsWithoutAWarning) {
+    takeWarnings();
+    Harness run(windowed({{"themeID", "milk"}}));
+    DesktopShell& shell = *run.delegate->shell();
+    run.delegate->showPanel();
+    settle();
+    ASSERT_TRUE(shell.menuBar().isPanelVisible());
+    for (const char* page : {"kits", "mixes", "main"}) {
+        shell.panelModel().setPage(page);
+        settle();
+    }
+    for (const QString& page : SettingsPage::ids()) {
+        run.delegate->openSettings(page);
+        settle();
+    }
+    EXPECT_TRUE(shell.isSettingsVisible());
+    EXPECT_EQ(takeWarnings(), QStringList());
+}
+
+TEST(DesktopShell, SettingsOpenOnTheAskedPageOrTheLastOne) {
+    Harness run(windowed({{"lastSettingsPage", "nonsense"}}));
+    DesktopShell& shell = *run.delegate->shell();
+    // A launch by hand opens the settings; a page it does not know shows Sound.
+    settle();
+    ASSERT_TRUE(shell.isSettingsVisible());
+    QQuickWindow* window = shell.settingsWindow();
+    EXPECT_EQ(window->property("page").toString(), "sounds");
+
+    run.delegate->openSettings("create");
+    EXPECT_EQ(run.delegate->settings().lastSettingsPage(), "create");
+    EXPECT_EQ(window->property("page").toString(), "create");
+
+    // Closing the window never quits; reopening shows the last page again.
+    window->close();
+    settle();
+    EXPECT_FALSE(shell.isSettingsVisible());
+    run.delegate->reopen();
+    settle();
+    EXPECT_TRUE(shell.isSettingsVisible());
+    EXPECT_EQ(window->property("page").toString(), "create");
+}
+
+TEST(DesktopShell, TheTrayFollowsTheSoundsAndTheChosenClick) {
+    Harness run(windowed());
+    MenuBarController& menu = run.delegate->shell()->menuBar();
+    SettingsStore& settings = run.delegate->settings();
+    QSystemTrayIcon& tray = menu.trayIcon();
+    EXPECT_EQ(tray.toolTip(), "Tappix: sounds on");
+
+    run.delegate->toggleSounds();
+    settle();
+    EXPECT_EQ(tray.toolTip(), "Tappix: sounds off");
+
+    // A left click opens the panel, or with the muting click flips the sounds instead.
+    Q_EMIT tray.activated(QSystemTrayIcon::Trigger);
+    settle();
+    EXPECT_TRUE(menu.isPanelVisible());
+    menu.togglePanel();
+    EXPECT_FALSE(menu.isPanelVisible());
+    settings.setClickTogglesSound(true);
+    Q_EMIT tray.activated(QSystemTrayIcon::Trigger);
+    settle();
+    EXPECT_TRUE(settings.isEnabled());
+    EXPECT_EQ(tray.toolTip(), "Tappix: sounds on");
+    EXPECT_FALSE(menu.isPanelVisible());
+    // The middle button still reaches the panel.
+    Q_EMIT tray.activated(QSystemTrayIcon::MiddleClick);
+    settle();
+    EXPECT_TRUE(menu.isPanelVisible());
+
+    settings.setShowMenuBarIcon(false);
+    settle();
+    EXPECT_FALSE(tray.isVisible());
+}
+
+TEST(DesktopShell, ThePanelsWaysOutReachTheDelegate) {
+    Harness run(windowed());
+    DesktopShell& shell = *run.delegate->shell();
+    MenuPanelModel& panel = shell.panelModel();
+    run.delegate->showPanel();
+    settle();
+    panel.setPage("mixes");
+
+    // A row that leads to a page closes the panel and opens that page.
+    panel.openPage("mix");
+    settle();
+    EXPECT_FALSE(shell.menuBar().isPanelVisible());
+    EXPECT_TRUE(shell.isSettingsVisible());
+    EXPECT_EQ(run.delegate->settings().lastSettingsPage(), "mix");
+
+    // The panel opens on its main page every time.
+    run.delegate->showPanel();
+    EXPECT_EQ(panel.page(), "main");
+
+    Q_EMIT shell.menuBar().studioRequested();
+    EXPECT_EQ(run.delegate->settings().lastSettingsPage(), "create");
+}
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qputenv("QT_QUICK_BACKEND", "software");
+    qInstallMessageHandler(recordWarnings);
+    const auto app = DesktopShell::makeApplication(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

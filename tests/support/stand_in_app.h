@@ -1,0 +1,178 @@
+#pragma once
+
+// Tappix's services on a platform made of stand-ins: a keyboard the test types on, an
+// output that plays nowhere, a preferences file in a private directory, and one kit
+// ("click") plus any the test adds.
+
+#include "app/app_delegate.h"
+
+#include "platform/null/null_output.h"
+#include "support/fake_time.h"
+#include "support/temp_prefs.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <thread>
+
+namespace tappix::test {
+
+QCoreApplication& app() {
+    static int argc = 1;
+    static char name[] = "tappix_tests";
+    static char* argv[] = {name, nullptr};
+    static QCoreApplication* instance =
+        QCoreApplication::instance() ? nullptr : new QCoreApplication(argc, argv);
+    return instance ? *instance : *QCoreApplication::instance();
+}
+
+/// A keyboard at the platform boundary. `typeContinuously` makes it behave like a
+/// real backend thread that keeps reporting until `stop` joins it.
+class TestKeyboard final : public CaptureSource {
+public:
+    bool start(CaptureSink& sink) override {
+        sink_ = &sink;
+        if (continuous_) {
+            running_ = true;
+            thread_ = std::thread([this] {
+                for (KeyCode code = 0; running_; code = (code + 1) % 50) {
+                    sink_->keyDown(code, false);
+                    sink_->keyUp(code);
+                }
+            });
+        }
+        return true;
+    }
+    void stop() override {
+        running_ = false;
+        if (thread_.joinable())
+            thread_.join();
+        sink_ = nullptr;
+    }
+    void typeContinuously() { continuous_ = true; }
+    CaptureSink* sink() const { return sink_; }
+
+private:
+    CaptureSink* sink_ = nullptr;
+    bool continuous_ = false;
+    std::atomic<bool> running_{false};
+    std::thread thread_;
+};
+
+/// Every file decodes to a short click.
+class ClickDecoder final : public SampleDecoder {
+public:
+    std::optional<SampleBuffer> decode(const QString&, std::string&) override {
+        return SampleBuffer{std::vector<float>(64, 0.5f)};
+    }
+};
+
+class SilentNotifier final : public UserNotifier {
+public:
+    void post(const QString&, const QString&, const QString&) override {}
+};
+
+/// Writes a one-sample kit `id` into `directory`, on the shelf `family` when given.
+inline void writeKit(const QString& directory, const QString& id, const QString& name,
+                     const QString& family = {}) {
+    QDir().mkpath(directory + "/" + id + "/sounds");
+    QFile(directory + "/" + id + "/sounds/a.wav").open(QIODevice::WriteOnly);
+    QFile manifest(directory + "/" + id + "/config.json");
+    manifest.open(QIODevice::WriteOnly);
+    QJsonObject metadata{{"name", name}, {"brand", "B"}, {"author", "A"}};
+    if (!family.isEmpty())
+        metadata.insert("family", family);
+    const QJsonObject sounds{
+        {"default", QJsonObject{{"down", QJsonArray{"a.wav"}}, {"up", QJsonArray{}}}}};
+    manifest.write(QJsonDocument(QJsonObject{{"id", id},
+                                             {"metadata", metadata},
+                                             {"license", QJsonObject{{"type", "t"}, {"url", "u"}}},
+                                             {"sounds", sounds}})
+                       .toJson());
+}
+
+/// How a harness starts.
+struct HarnessOptions {
+    /// The keyboard types on its own thread until capture stops.
+    bool continuous = false;
+    /// Tappix shows itself (needs a QApplication).
+    bool withWindows = false;
+    /// Preferences written before start.
+    QJsonObject preferences = {};
+    /// Writes more kits into the bundle and the user's directory before the store scans.
+    std::function<void(const QString& bundle, const QString& user)> addKits = {};
+};
+
+struct Harness {
+    QTemporaryDir kits;
+    QTemporaryDir userKits;
+    test::TempPrefs prefs;
+    test::FakeTime time;
+    TestKeyboard* keyboard = nullptr;
+    std::unique_ptr<AppDelegate> delegate;
+
+    explicit Harness(bool continuous = false) : Harness(HarnessOptions{continuous}) {}
+
+    explicit Harness(const HarnessOptions& options) {
+        app();
+        writeKit(kits.path(), "click", "Click");
+        if (options.addKits)
+            options.addKits(kits.path(), userKits.path());
+        if (!options.preferences.isEmpty())
+            prefs.write(options.preferences);
+        const bool continuous = options.continuous;
+
+        auto source = std::make_unique<TestKeyboard>();
+        keyboard = source.get();
+        if (continuous)
+            keyboard->typeContinuously();
+        AppDelegate::Platform platform;
+        platform.output = std::make_unique<NullOutput>();
+        platform.decoder = std::make_unique<ClickDecoder>();
+        platform.devices = std::make_unique<NullAudioDeviceManager>();
+        platform.capture.keyboard = std::move(source);
+        platform.captureIsPossible = [] { return true; };
+        platform.notifier = std::make_unique<SilentNotifier>();
+        platform.clock = &time;
+        platform.scheduler = &time;
+        platform.withWindows = options.withWindows;
+        delegate = std::make_unique<AppDelegate>(std::move(platform), prefs.path, kits.path(),
+                                                 userKits.path());
+        delegate->start();
+    }
+
+    /// Presses and releases each key, 150 ms apart, and lets every hop land.
+    void type(std::initializer_list<KeyCode> codes) {
+        for (KeyCode code : codes) {
+            keyboard->sink()->keyDown(code, false);
+            keyboard->sink()->keyUp(code);
+            settle();
+            time.advance(std::chrono::milliseconds(150));
+        }
+    }
+    void press(KeyCode code, bool down) {
+        if (down)
+            keyboard->sink()->keyDown(code, false);
+        else
+            keyboard->sink()->keyUp(code);
+        settle();
+    }
+    void settle() {
+        delegate->keyService().drain();
+        QCoreApplication::processEvents();
+    }
+    QJsonObject file() const {
+        QFile f(prefs.path);
+        f.open(QIODevice::ReadOnly);
+        return QJsonDocument::fromJson(f.readAll()).object();
+    }
+};
+
+} // namespace tappix::test
