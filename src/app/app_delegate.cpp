@@ -116,8 +116,17 @@ void AppDelegate::start() {
 }
 
 void AppDelegate::makeShell() {
-    shell_ = std::make_unique<DesktopShell>(DesktopShell::Services{
-        *settings_, *themes_, *packStore_, soundEngine_.get(), *typingMonitor_});
+    DesktopShell::Services services{*settings_,         *themes_,        *packStore_,
+                                    soundEngine_.get(), *typingMonitor_, audioPlayer_.get(),
+                                    devices_.get()};
+    services.launchesAtLogin = launchesAtLogin_;
+    services.setLaunchAtLogin = setLaunchAtLogin_;
+    services.checkForUpdates = [this] { checkForUpdates(); };
+    services.sendTestNotification = [this] {
+        notifier_->post(QStringLiteral("tappix.test"), QStringLiteral("Tappix"),
+                        QStringLiteral("This is how Tappix tells you it sleeps and wakes."));
+    };
+    shell_ = std::make_unique<DesktopShell>(services);
     auto quit = [] {
         QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection);
     };

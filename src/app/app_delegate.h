@@ -62,6 +62,8 @@ public:
         bool withWindows = false;
         /// Whether the desktop starts Tappix at login; a launch then opens no window.
         std::function<bool()> launchesAtLogin = {};
+        /// Starts Tappix at login, or stops; false when the desktop's files refused.
+        std::function<bool(bool)> setLaunchAtLogin = {};
     };
 
     /// Builds the services in order: settings, kits (scanned at once), player, capture
@@ -159,6 +161,7 @@ private:
     std::unique_ptr<DesktopShell> shell_;
     bool withWindows_ = false;
     std::function<bool()> launchesAtLogin_;
+    std::function<bool(bool)> setLaunchAtLogin_;
     std::function<bool()> captureIsPossible_;
     QTimer permissionTimer_;
     bool wasTrusted_ = false;

@@ -68,6 +68,10 @@ int main(int argc, char** argv) {
                                            QUrl(QStringLiteral(TAPPIX_UPDATE_FEED))};
     platform.withWindows = true;
     platform.launchesAtLogin = [] { return tappix::AutostartEntry().isEnabled(); };
+    platform.setLaunchAtLogin = [](bool enabled) {
+        return tappix::AutostartEntry().setEnabled(enabled,
+                                                   QCoreApplication::applicationFilePath());
+    };
     tappix::AppDelegate delegate(std::move(platform), tappix::JsonFilePreferences::defaultPath(),
                                  tappix::SoundpackStore::defaultBundleDirectory(),
                                  tappix::SoundpackStore::defaultUserDirectory());

@@ -77,7 +77,13 @@ QVariantMap DesktopShell::viewProperties() {
             {QStringLiteral("typing"), QVariant::fromValue<QObject*>(&services_.typing)},
             {QStringLiteral("panel"), QVariant::fromValue<QObject*>(&panelModel_)},
             {QStringLiteral("kits"), QVariant::fromValue<QObject*>(&kits_)},
-            {QStringLiteral("mixes"), QVariant::fromValue<QObject*>(&mixes_)}};
+            {QStringLiteral("mixes"), QVariant::fromValue<QObject*>(&mixes_)},
+            {QStringLiteral("models"), pageModels()}};
+}
+
+QVariantMap DesktopShell::pageModels() {
+    // Each settings page's own view model, by the name its page reads.
+    return {};
 }
 
 QQuickWindow* DesktopShell::makeWindow(const QUrl& url) {

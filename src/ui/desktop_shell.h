@@ -5,6 +5,7 @@
 #include "ui/menu_panel_model.h"
 #include "ui/mix_list_model.h"
 #include "ui/settings_window_controller.h"
+#include "ui/shell_services.h"
 
 #include <QCoreApplication>
 #include <QObject>
@@ -32,13 +33,7 @@ class DesktopShell final : public QObject {
     Q_OBJECT
 public:
     /// The services the views show and change.
-    struct Services {
-        SettingsStore& settings;
-        ThemeStore& themes;
-        const SoundpackStore& packs;
-        SoundEngine* engine;
-        TypingMonitor& typing;
-    };
+    using Services = ShellServices;
 
     /// The application object a desktop Tappix runs in (widgets, for the tray icon).
     static std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv);
@@ -65,6 +60,7 @@ private:
     QQuickWindow* makeWindow(const QUrl& url);
     QQmlEngine& engine();
     QVariantMap viewProperties();
+    QVariantMap pageModels();
 
     Services services_;
     MenuPanelModel panelModel_;

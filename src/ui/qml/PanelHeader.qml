@@ -39,7 +39,8 @@ RowLayout {
             }
         }
     }
-    Label {
+    // A Text: Qt 6.4's Label reports itself as a plain label, whatever role it is given.
+    Text {
         text: header.title
         color: header.theme.text
         font.pixelSize: 15

@@ -47,7 +47,8 @@ ColumnLayout {
         ScrollBar.vertical: ScrollBar { policy: ScrollBar.AsNeeded }
 
         section.property: "section"
-        section.delegate: Label {
+        // A Text: Qt 6.4's Label reports itself as a plain label, whatever role it is given.
+        section.delegate: Text {
             required property string section
             width: ListView.view.width
             text: section.toUpperCase()

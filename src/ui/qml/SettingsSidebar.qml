@@ -59,11 +59,19 @@ Rectangle {
                 hoverEnabled: true
                 implicitHeight: 36
                 Layout.fillWidth: true
-                Accessible.role: Accessible.PageTab
-                Accessible.name: text
-                Accessible.selected: selected
-                Accessible.onPressAction: sidebar.chosen(modelData.id)
+                // Qt 6.4's controls report their own role over the one given them, so
+                // the tab a screen reader sees is the item below.
+                Accessible.ignored: true
                 onClicked: sidebar.chosen(modelData.id)
+                Item {
+                    anchors.fill: parent
+                    Accessible.role: Accessible.PageTab
+                    Accessible.name: item.text
+                    Accessible.selected: item.selected
+                    Accessible.focusable: true
+                    Accessible.focused: item.activeFocus
+                    Accessible.onPressAction: sidebar.chosen(item.modelData.id)
+                }
                 Keys.onDownPressed: {
                     const next = repeater.itemAt(Math.min(index + 1, repeater.count - 1))
                     next.forceActiveFocus()

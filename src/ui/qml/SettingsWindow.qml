@@ -11,6 +11,8 @@ Window {
     required property var panel
     required property var kits
     required property var mixes
+    // The pages' own view models, by name.
+    required property var models
     // Set by the application from the stored page.
     property string page: "sounds"
 
@@ -57,28 +59,19 @@ Window {
                 anchors.fill: parent
                 anchors.margins: 28
                 anchors.rightMargin: 16
-                sourceComponent: root.current.id === "about" ? aboutPage : placeholderPage
+                sourceComponent: ({ sounds: soundPage, mix: mixPage, create: createPage,
+                                    behaviour: behaviourPage, look: lookPage,
+                                    about: aboutPage })[root.current.id]
             }
         }
     }
 
-    Component {
-        id: aboutPage
-        AboutPage {
-            settings: root.settings
-            theme: root.theme
-            typing: root.typing
-        }
-    }
-    Component {
-        id: placeholderPage
-        PlaceholderPage {
-            theme: root.theme
-            title: root.current.title
-            subtitle: root.current.subtitle
-            symbol: root.current.symbol
-        }
-    }
+    Component { id: soundPage; SoundPage { settings: root.settings; theme: root.theme; typing: root.typing; kits: root.kits; mixes: root.mixes; models: root.models } }
+    Component { id: mixPage; MixPage { settings: root.settings; theme: root.theme; typing: root.typing; kits: root.kits; mixes: root.mixes; models: root.models } }
+    Component { id: createPage; CreatePage { settings: root.settings; theme: root.theme; typing: root.typing; kits: root.kits; mixes: root.mixes; models: root.models } }
+    Component { id: behaviourPage; BehaviourPage { settings: root.settings; theme: root.theme; typing: root.typing; kits: root.kits; mixes: root.mixes; models: root.models } }
+    Component { id: lookPage; LookPage { settings: root.settings; theme: root.theme; typing: root.typing; kits: root.kits; mixes: root.mixes; models: root.models } }
+    Component { id: aboutPage; AboutPage { settings: root.settings; theme: root.theme; typing: root.typing } }
 
     WindowShortcuts { panel: root.panel }
 }

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <functional>
+
+namespace tappix {
+
+class AudioDeviceManager;
+class AudioPlayer;
+class SettingsStore;
+class SoundEngine;
+class SoundpackStore;
+class ThemeStore;
+class TypingMonitor;
+
+/// The services the views show and change, handed over as they are, and the few things
+/// the views ask of the platform, as calls. Null or empty parts are absent (tests).
+struct ShellServices {
+    SettingsStore& settings;
+    ThemeStore& themes;
+    SoundpackStore& packs;
+    SoundEngine* engine = nullptr;
+    TypingMonitor& typing;
+    AudioPlayer* player = nullptr;
+    AudioDeviceManager* devices = nullptr;
+    /// Whether the desktop starts Tappix at login.
+    std::function<bool()> launchesAtLogin = {};
+    /// Starts Tappix at login, or stops doing so; false when the file system refused.
+    std::function<bool(bool)> setLaunchAtLogin = {};
+    /// Asks the release feed now.
+    std::function<void()> checkForUpdates = {};
+    /// Shows a notification so the user sees what Tappix's look like.
+    std::function<void()> sendTestNotification = {};
+};
+
+} // namespace tappix
