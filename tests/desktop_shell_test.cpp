@@ -96,6 +96,7 @@ TEST(KitListModel, ShelvesInListingOrderWithTheUsersOwnLast) {
     // The mark follows the stored choice, however it was made.
     run.delegate->settings().setSelectedPackIdText("mine");
     EXPECT_EQ(column(kits, "isCurrent"), (QStringList{"false", "false", "false", "false", "true"}));
+    EXPECT_EQ(kits.currentRow(), 4);
     EXPECT_EQ(run.delegate->shell()->panelModel().currentKitName(), "My Board");
     run.delegate->settings().setSelectedPackIdText("gone");
     EXPECT_EQ(run.delegate->shell()->panelModel().currentKitName(), "None");

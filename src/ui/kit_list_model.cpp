@@ -47,6 +47,7 @@ void KitListModel::reload() {
         if (pack.isUserPack)
             add(pack, kYoursSection);
     endResetModel();
+    Q_EMIT currentChanged();
 }
 
 int KitListModel::rowCount(const QModelIndex& parent) const {
@@ -84,6 +85,13 @@ QHash<int, QByteArray> KitListModel::roleNames() const {
 QString KitListModel::currentName() const {
     const Soundpack* pack = packs_.find(current_.toStdString());
     return pack ? QString::fromStdString(pack->config.metadata.name) : QStringLiteral("None");
+}
+
+int KitListModel::currentRow() const {
+    for (std::size_t row = 0; row < rows_.size(); ++row)
+        if (rows_[row].id == current_)
+            return static_cast<int>(row);
+    return -1;
 }
 
 void KitListModel::choose(const QString& id) {

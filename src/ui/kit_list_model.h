@@ -16,6 +16,7 @@ class SoundpackStore;
 class KitListModel final : public QAbstractListModel {
     Q_OBJECT
     Q_PROPERTY(QString currentName READ currentName NOTIFY currentChanged)
+    Q_PROPERTY(int currentRow READ currentRow NOTIFY currentChanged)
 
 public:
     /// The roles views read.
@@ -44,6 +45,8 @@ public:
 
     /// The current kit's name, or "None".
     QString currentName() const;
+    /// The current kit's row, or -1 when it is not listed.
+    int currentRow() const;
 
     /// Makes the kit `id` the main kit and auditions it unless previews are off. An id
     /// no kit has loads no kit, as a stale id would.

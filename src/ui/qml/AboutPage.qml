@@ -2,6 +2,8 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 
+// Headings are Text, not Label: Qt 6.4 reports a Label as a plain label whatever
+// role it is given.
 // Who Tappix is, what it promises, and what it has counted.
 Flickable {
     id: page
@@ -35,7 +37,7 @@ Flickable {
             }
             ColumnLayout {
                 spacing: 3
-                Label {
+                Text {
                     text: "Tappix"
                     color: page.theme.text
                     font.pixelSize: 28
@@ -87,9 +89,9 @@ Flickable {
                     }
                     Label {
                         text: "Bugs, ideas, switch requests: all welcome — "
-                              + "<a href=\"mailto:hello@morvane.app\" style=\"color:" + page.theme.accent
-                              + "\">hello@morvane.app</a>"
+                              + "<a href=\"mailto:hello@morvane.app\">hello@morvane.app</a>"
                         textFormat: Text.StyledText
+                        linkColor: page.theme.accent
                         color: page.theme.mutedText
                         font.pixelSize: 12
                         wrapMode: Text.WordWrap
@@ -102,7 +104,7 @@ Flickable {
             }
         }
 
-        Label {
+        Text {
             text: "Your typing"
             color: page.theme.text
             font.pixelSize: 16

@@ -1,14 +1,495 @@
 import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
 
-// The Mix page.
-PlaceholderPage {
+// The Mix page: the saved mixes and which one plays, the board with the parts the
+// playing mix gives their own sound lit, and for the part clicked, its kit and sound.
+Flickable {
+    id: page
     required property var settings
+    required property var theme
     required property var typing
     required property var kits
     required property var mixes
     required property var models
+    readonly property var editor: models.mixEditor
+    readonly property bool playing: editor.activeMixId !== ""
 
-    title: "Mix"
-    subtitle: "Give any part of the board its own sound."
-    symbol: "sliders"
+    contentHeight: column.implicitHeight + 8
+    clip: true
+    boundsBehavior: Flickable.StopAtBounds
+    ScrollBar.vertical: ScrollBar { policy: ScrollBar.AsNeeded }
+
+    // Keyboard focus moving to a control out of view scrolls it into view.
+    function reveal(item) {
+        if (!item || contentHeight <= height)
+            return
+        let inside = item
+        while (inside && inside !== column)
+            inside = inside.parent
+        if (!inside)
+            return
+        const top = item.mapToItem(column, 0, 0).y
+        const bottom = top + item.height
+        if (top < contentY)
+            contentY = Math.max(0, top - 12)
+        else if (bottom > contentY + height)
+            contentY = Math.min(contentHeight - height, bottom - height + 12)
+    }
+    Connections {
+        target: page.Window.window
+        function onActiveFocusItemChanged() { page.reveal(page.Window.activeFocusItem) }
+    }
+
+    // One kit the part being edited can play.
+    component KitTile: AbstractButton {
+        id: tile
+        property string blurb
+        property bool selected: false
+        focusPolicy: Qt.StrongFocus
+        hoverEnabled: true
+        padding: 10
+        Accessible.role: Accessible.RadioButton
+        Accessible.name: text
+        Accessible.description: blurb
+        Accessible.checkable: true
+        Accessible.checked: selected
+        Accessible.onPressAction: tile.clicked()
+        Keys.onReturnPressed: tile.clicked()
+        Keys.onEnterPressed: tile.clicked()
+
+        background: Rectangle {
+            implicitHeight: 50
+            radius: 8
+            color: page.theme.background
+            border.width: tile.selected || tile.visualFocus ? 2 : 1
+            border.color: tile.visualFocus ? page.theme.text
+                          : tile.selected ? page.theme.accent : page.theme.divider
+            Rectangle {
+                anchors.fill: parent
+                radius: parent.radius
+                color: page.theme.text
+                opacity: tile.down ? 0.12 : tile.hovered ? 0.05 : 0
+            }
+        }
+        contentItem: RowLayout {
+            spacing: 8
+            ColumnLayout {
+                spacing: 1
+                Layout.fillWidth: true
+                Label {
+                    text: tile.text
+                    color: page.theme.text
+                    font.pixelSize: 13
+                    font.weight: tile.selected ? Font.DemiBold : Font.Normal
+                    elide: Text.ElideRight
+                    Layout.fillWidth: true
+                }
+                Label {
+                    visible: tile.blurb !== ""
+                    text: tile.blurb
+                    color: page.theme.mutedText
+                    font.pixelSize: 11
+                    elide: Text.ElideRight
+                    Layout.fillWidth: true
+                }
+            }
+            Symbol {
+                visible: tile.selected
+                symbol: "checkmark"
+                themeName: "object-select-symbolic"
+                size: 14
+                color: page.theme.accent
+            }
+        }
+    }
+
+    ColumnLayout {
+        id: column
+        width: page.width - 12
+        spacing: 16
+
+        PageHeader {
+            theme: page.theme
+            title: "Mix"
+            subtitle: "Give any part of the board its own sound."
+            Layout.fillWidth: true
+        }
+
+        Label {
+            text: "A mix lets one kit handle the letters while another takes Return, space or the function row — right down to which of its sounds each part uses."
+            color: page.theme.text
+            font.pixelSize: 13
+            lineHeight: 1.15
+            wrapMode: Text.WordWrap
+            Layout.fillWidth: true
+            Accessible.role: Accessible.StaticText
+            Accessible.name: text
+        }
+
+        // No mix saved yet: what mixes are for, and the way to make one.
+        Card {
+            theme: page.theme
+            visible: !page.editor.hasMixes
+            Layout.fillWidth: true
+            implicitHeight: emptyState.implicitHeight + 40
+            ColumnLayout {
+                id: emptyState
+                anchors.fill: parent
+                anchors.margins: 20
+                spacing: 8
+                Symbol {
+                    symbol: "sliders"
+                    themeName: "preferences-other-symbolic"
+                    size: 28
+                    color: page.theme.accent
+                    Layout.alignment: Qt.AlignHCenter
+                }
+                Text {
+                    text: page.editor.stateTitle
+                    color: page.theme.text
+                    font.pixelSize: 16
+                    font.bold: true
+                    Layout.alignment: Qt.AlignHCenter
+                    Accessible.role: Accessible.Heading
+                    Accessible.name: text
+                }
+                Text {
+                    text: page.editor.stateText
+                    color: page.theme.mutedText
+                    font.pixelSize: 13
+                    wrapMode: Text.WordWrap
+                    horizontalAlignment: Text.AlignHCenter
+                    Layout.fillWidth: true
+                    Layout.maximumWidth: 420
+                    Layout.alignment: Qt.AlignHCenter
+                    Accessible.role: Accessible.StaticText
+                    Accessible.name: text
+                }
+                MixButton {
+                    theme: page.theme
+                    primary: true
+                    text: "New mix"
+                    Layout.alignment: Qt.AlignHCenter
+                    Layout.topMargin: 6
+                    onClicked: nameDialog.create()
+                }
+            }
+        }
+
+        // The saved mixes: none of them, or one, plays.
+        Card {
+            theme: page.theme
+            visible: page.editor.hasMixes
+            Layout.fillWidth: true
+            implicitHeight: mixList.implicitHeight + 16
+            ColumnLayout {
+                id: mixList
+                anchors.fill: parent
+                anchors.margins: 8
+                spacing: 2
+
+                PanelRow {
+                    theme: page.theme
+                    text: "Off — main kit only"
+                    marked: !page.playing
+                    onClicked: page.editor.selectMix("")
+                    Layout.fillWidth: true
+                }
+                Repeater {
+                    model: page.editor.mixList
+                    delegate: PanelRow {
+                        required property var modelData
+                        theme: page.theme
+                        text: modelData.name
+                        detail: modelData.summary
+                        marked: page.editor.activeMixId === modelData.mixId
+                        onClicked: page.editor.selectMix(modelData.mixId)
+                        Layout.fillWidth: true
+                    }
+                }
+                Rectangle {
+                    color: page.theme.divider
+                    implicitHeight: 1
+                    Layout.fillWidth: true
+                    Layout.topMargin: 4
+                    Layout.bottomMargin: 4
+                }
+                RowLayout {
+                    spacing: 8
+                    Layout.fillWidth: true
+                    Layout.leftMargin: 4
+                    Layout.rightMargin: 4
+                    Layout.bottomMargin: 2
+                    MixButton {
+                        theme: page.theme
+                        text: "New mix"
+                        onClicked: nameDialog.create()
+                    }
+                    MixButton {
+                        theme: page.theme
+                        visible: page.playing
+                        text: "Rename"
+                        Accessible.name: "Rename " + page.editor.activeName
+                        onClicked: nameDialog.rename()
+                    }
+                    Item { Layout.fillWidth: true }
+                    MixButton {
+                        theme: page.theme
+                        visible: page.playing
+                        text: "Delete"
+                        Accessible.name: "Delete " + page.editor.activeName
+                        onClicked: deleteDialog.open()
+                    }
+                }
+            }
+        }
+
+        Text {
+            visible: page.editor.hasMixes && !page.playing
+            text: page.editor.stateText
+            color: page.theme.mutedText
+            font.pixelSize: 13
+            wrapMode: Text.WordWrap
+            Layout.fillWidth: true
+            Accessible.role: Accessible.StaticText
+            Accessible.name: text
+        }
+
+        // The board of the mix that plays.
+        Text {
+            visible: page.playing
+            text: "Click a key to change what it sounds like. Lit keys have their own sound."
+            color: page.theme.mutedText
+            font.pixelSize: 13
+            wrapMode: Text.WordWrap
+            Layout.fillWidth: true
+            Layout.bottomMargin: -6
+            Accessible.role: Accessible.StaticText
+            Accessible.name: text
+        }
+
+        Card {
+            theme: page.theme
+            visible: page.playing
+            Layout.fillWidth: true
+            implicitHeight: boardColumn.implicitHeight + 32
+            ColumnLayout {
+                id: boardColumn
+                anchors.fill: parent
+                anchors.margins: 16
+                spacing: 14
+
+                MixKeyboard {
+                    theme: page.theme
+                    editor: page.editor
+                    Layout.fillWidth: true
+                }
+
+                Flow {
+                    spacing: 6
+                    Layout.fillWidth: true
+                    Repeater {
+                        model: page.editor.regions
+                        delegate: MixChip {
+                            required property string region
+                            required property string label
+                            required property bool lit
+                            required property bool editing
+                            required property string voice
+                            theme: page.theme
+                            text: label
+                            selected: lit
+                            ringed: editing
+                            exclusive: false
+                            Accessible.name: label + ": " + voice
+                            description: editing ? "Being edited" : ""
+                            onClicked: page.editor.editRegion(region)
+                        }
+                    }
+                }
+            }
+        }
+
+        Text {
+            visible: page.playing && page.editor.changedParts === 0 && page.editor.editing === ""
+            text: page.editor.stateText
+            color: page.theme.mutedText
+            font.pixelSize: 13
+            wrapMode: Text.WordWrap
+            Layout.fillWidth: true
+            Accessible.role: Accessible.StaticText
+            Accessible.name: text
+        }
+
+        // The part being edited: its kit, from one source at a time, and its sound.
+        Card {
+            theme: page.theme
+            visible: page.playing && page.editor.editing !== ""
+            Layout.fillWidth: true
+            implicitHeight: editorColumn.implicitHeight + 32
+            ColumnLayout {
+                id: editorColumn
+                anchors.fill: parent
+                anchors.margins: 16
+                spacing: 12
+
+                RowLayout {
+                    spacing: 8
+                    Layout.fillWidth: true
+                    ColumnLayout {
+                        spacing: 2
+                        Layout.fillWidth: true
+                        Text {
+                            text: page.editor.editingLabel
+                            color: page.theme.text
+                            font.pixelSize: 16
+                            font.bold: true
+                            Accessible.role: Accessible.Heading
+                            Accessible.name: text
+                        }
+                        Text {
+                            text: "Plays " + page.editor.editingVoice
+                            color: page.theme.mutedText
+                            font.pixelSize: 12
+                            elide: Text.ElideRight
+                            Layout.fillWidth: true
+                            Accessible.role: Accessible.StaticText
+                            Accessible.name: text
+                        }
+                    }
+                    MixButton {
+                        theme: page.theme
+                        text: "Reset"
+                        enabled: page.editor.editingLit
+                        Accessible.name: "Reset " + page.editor.editingLabel + " to the main kit"
+                        onClicked: page.editor.resetRegion()
+                    }
+                    MixButton {
+                        theme: page.theme
+                        text: "Done"
+                        onClicked: page.editor.editRegion("")
+                    }
+                }
+
+                Flow {
+                    spacing: 6
+                    Layout.fillWidth: true
+                    Repeater {
+                        model: page.editor.sources
+                        delegate: MixChip {
+                            required property var modelData
+                            theme: page.theme
+                            text: modelData.title
+                            selected: page.editor.source === modelData.id
+                            onClicked: page.editor.chooseSource(modelData.id)
+                        }
+                    }
+                }
+
+                GridLayout {
+                    columns: 2
+                    rowSpacing: 8
+                    columnSpacing: 8
+                    Layout.fillWidth: true
+                    Repeater {
+                        model: page.editor.kitChoices
+                        delegate: KitTile {
+                            required property var modelData
+                            text: modelData.name
+                            blurb: modelData.blurb
+                            selected: page.editor.chosenKit === modelData.kitId
+                            onClicked: page.editor.chooseKit(modelData.kitId)
+                            Layout.fillWidth: true
+                            Layout.preferredWidth: 1
+                        }
+                    }
+                }
+                Text {
+                    visible: page.editor.kitChoices.length === 0
+                    text: page.editor.source === "yours"
+                          ? "Kits you design or import show up here."
+                          : "No main kit is chosen yet."
+                    color: page.theme.mutedText
+                    font.pixelSize: 12
+                    wrapMode: Text.WordWrap
+                    Layout.fillWidth: true
+                    Accessible.role: Accessible.StaticText
+                    Accessible.name: text
+                }
+
+                Text {
+                    text: "Which sound"
+                    color: page.theme.text
+                    font.pixelSize: 13
+                    font.bold: true
+                    Layout.topMargin: 4
+                    Accessible.role: Accessible.Heading
+                    Accessible.name: text
+                }
+                Flow {
+                    spacing: 6
+                    Layout.fillWidth: true
+                    Repeater {
+                        model: page.editor.soundChoices
+                        delegate: MixChip {
+                            required property var modelData
+                            theme: page.theme
+                            text: modelData.label
+                            selected: page.editor.chosenSound === modelData.key
+                            description: modelData.key === "" ? "The kit picks a sound by the key pressed" : ""
+                            onClicked: page.editor.chooseSound(modelData.key)
+                        }
+                    }
+                }
+                Text {
+                    text: "Auto lets the kit pick a sound for each key pressed."
+                    color: page.theme.mutedText
+                    font.pixelSize: 11
+                    wrapMode: Text.WordWrap
+                    Layout.fillWidth: true
+                    Accessible.role: Accessible.StaticText
+                    Accessible.name: text
+                }
+            }
+        }
+
+        MixButton {
+            theme: page.theme
+            visible: page.playing && page.editor.changedParts > 0
+            text: "Put every part back on the main kit"
+            onClicked: page.editor.resetAll()
+        }
+    }
+
+    MixDialog {
+        id: nameDialog
+        property bool renaming: false
+        function create() {
+            renaming = false
+            ask(page.editor.suggestedName)
+        }
+        function rename() {
+            renaming = true
+            ask(page.editor.activeName)
+        }
+        theme: page.theme
+        withName: true
+        title: renaming ? "Rename mix" : "New mix"
+        message: renaming ? "Give this mix a different name."
+                          : "Name it something you'll recognise in the tray panel."
+        acceptText: renaming ? "Save" : "Create"
+        rejectText: "Cancel"
+        onAnswered: text => renaming ? page.editor.renameActive(text) : page.editor.createMix(text)
+    }
+
+    MixDialog {
+        id: deleteDialog
+        theme: page.theme
+        title: "Delete “" + page.editor.activeName + "”?"
+        message: "The kits themselves are untouched — only this set of assignments goes."
+        acceptText: "Delete"
+        rejectText: "Keep"
+        onAnswered: page.editor.deleteActive()
+    }
 }

@@ -2,6 +2,8 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 
+// Headings are Text, not Label: Qt 6.4 reports a Label as a plain label whatever
+// role it is given.
 // A settings page's title and the sentence under it.
 ColumnLayout {
     required property var theme
@@ -9,7 +11,7 @@ ColumnLayout {
     property string subtitle
     spacing: 4
 
-    Label {
+    Text {
         text: parent.title
         color: parent.theme.text
         font.pixelSize: 24

@@ -2,6 +2,8 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 
+// Headings are Text, not Label: Qt 6.4 reports a Label as a plain label whatever
+// role it is given.
 // A sub-page's top: a back control and the page's title.
 RowLayout {
     id: header
@@ -39,7 +41,6 @@ RowLayout {
             }
         }
     }
-    // A Text: Qt 6.4's Label reports itself as a plain label, whatever role it is given.
     Text {
         text: header.title
         color: header.theme.text

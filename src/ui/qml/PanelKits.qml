@@ -2,6 +2,8 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 
+// Headings are Text, not Label: Qt 6.4 reports a Label as a plain label whatever
+// role it is given.
 // The kits, shelf by shelf, the user's own last; the current one checked.
 ColumnLayout {
     id: page
@@ -10,17 +12,11 @@ ColumnLayout {
     required property var panel
     required property var kits
 
+    // Opens on the current kit, so that Return keeps it rather than choosing another.
     function focusFirst() {
         list.forceActiveFocus()
-        for (let i = 0; i < list.count; ++i) {
-            const item = list.itemAtIndex(i)
-            if (item && item.marked) {
-                list.currentIndex = i
-                list.positionViewAtIndex(i, ListView.Contain)
-                return
-            }
-        }
-        list.currentIndex = 0
+        list.currentIndex = Math.max(page.kits.currentRow, 0)
+        list.positionViewAtIndex(list.currentIndex, ListView.Contain)
     }
 
     spacing: 6
@@ -47,7 +43,6 @@ ColumnLayout {
         ScrollBar.vertical: ScrollBar { policy: ScrollBar.AsNeeded }
 
         section.property: "section"
-        // A Text: Qt 6.4's Label reports itself as a plain label, whatever role it is given.
         section.delegate: Text {
             required property string section
             width: ListView.view.width

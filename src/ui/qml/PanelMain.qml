@@ -2,6 +2,8 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 
+// Headings are Text, not Label: Qt 6.4 reports a Label as a plain label whatever
+// role it is given.
 // The panel's main page.
 ColumnLayout {
     id: page
@@ -37,7 +39,6 @@ ColumnLayout {
         ColumnLayout {
             spacing: 1
             Layout.fillWidth: true
-            // A Text: Qt 6.4's Label reports itself as a plain label, whatever role it is given.
             Text {
                 text: "Tappix"
                 color: page.theme.text

@@ -1,0 +1,171 @@
+#!/usr/bin/python3
+"""The panel driven through its accessible controls, with no tray host running: what
+each control stores, and what the keys then sound like."""
+
+import unittest
+
+import tappix_ui as ui
+
+class Panel(unittest.TestCase):
+
+    @classmethod
+    def setUpClass(cls):
+        cls.s = ui.start(cls, dict(ui.STEADY_SOUND, volume=0.8, soundMixes=ui.MIXES,
+                                   selectedPackId="ibm-buckling-spring"), tray=False)
+        cls.windows_at_start = cls.s.windows()
+        cls.buckling = ui.kit_name(cls.s, "ibm-buckling-spring")
+        cls.pistol = ui.kit_name(cls.s, "gun-pistol")
+
+    def setUp(self):
+        self.panel = ui.open_panel(self, self.s)
+
+    def tearDown(self):
+        ui.close_panel(self.s)
+        if ui.showing(self.s, ui.SETTINGS):
+            ui.close_window(self.s, ui.SETTINGS)
+
+    def press(self, name):
+        self.s.press(ui.button(self.s, name, self.panel))
+
+    def test_runs_without_a_tray_host(self):
+        self.assertEqual(self.windows_at_start, [])
+        lines = [line for line in self.s.log().splitlines() if "tray" in line.lower()]
+        self.assertEqual(len(lines), 1, lines)
+        self.assertIn("no tray host", lines[0])
+        # `tappix --panel` puts it in the top right corner.
+        (window,) = [w for w in self.s.x_windows() if w["title"] == ui.PANEL]
+        self.assertLessEqual(window["y"], 16, window)
+        self.assertGreaterEqual(window["x"] + window["width"], 1280 - 16, window)
+
+    def test_escape_closes_and_each_opening_starts_on_the_main_page(self):
+        self.press("Sound kit: " + self.buckling)
+        ui.button(self.s, "Back", self.panel)
+        self.s.key("Escape")
+        ui.wait_gone(self.s, ui.PANEL)
+
+        self.panel = ui.open_panel(self, self.s)
+        ui.button(self.s, "Sound kit: " + self.buckling, self.panel)
+        self.assertFalse(self.s.find_all("push button", "Back", root=self.panel, showing=True))
+
+    def test_sounds_switch_flips_the_sounds(self):
+        switch = self.s.find("check box", "Sounds", root=self.panel)
+        ui.label(self.s, "Sounds on · " + ui.SHORTCUT, root=self.panel)
+        self.assertTrue(self.s.is_checked(switch))
+
+        self.s.press(switch)
+        self.s.wait_for_preference("isEnabled", False)
+        ui.label(self.s, "Sounds off · " + ui.SHORTCUT, root=self.panel)
+        self.s.wait_until(lambda: not self.s.is_checked(switch), 5, message="switch off")
+
+        self.s.press(switch)
+        self.s.wait_for_preference("isEnabled", True)
+        ui.label(self.s, "Sounds on · " + ui.SHORTCUT, root=self.panel)
+
+    def test_volume_slider_sets_the_level_heard(self):
+        s = self.s
+        slider = s.find("slider", "Volume", root=self.panel)
+        s.set_value(slider, 1.0)
+        s.wait_for_preference("volume", 1.0)
+        ui.label(s, "Volume 100%", root=self.panel)
+        ui.close_panel(s)
+        ui.wait_for_quiet(s)
+        loud = ui.record_typing(s)
+
+        self.panel = ui.open_panel(self, s)
+        slider = s.find("slider", "Volume", root=self.panel)
+        s.set_value(slider, 0.25)
+        s.wait_for_preference("volume", 0.25)
+        ui.label(s, "Volume 25%", root=self.panel)
+        ui.close_panel(s)
+        ui.wait_for_quiet(s)
+        quiet = ui.record_typing(s)
+
+        self.assertTrue(quiet.heard(), quiet)
+        self.assertLess(quiet.rms, 0.5 * loud.rms, (quiet, loud))
+
+        self.panel = ui.open_panel(self, s)
+        s.set_value(s.find("slider", "Volume", root=self.panel), 0.8)
+        s.wait_for_preference("volume", 0.8)
+
+    def test_kit_rows_choose_the_kit_heard(self):
+        s = self.s
+        ui.close_panel(s)
+        ui.wait_for_quiet(s)
+        spring = ui.record_typing(s)
+
+        self.panel = ui.open_panel(self, s)
+        self.press("Sound kit: " + self.buckling)
+        ui.button(s, "Back", self.panel)
+        ui.button(s, self.buckling + ", chosen", self.panel)
+        for section in ("Clicky", "Fun"):
+            s.find("heading", section, root=self.panel)
+        # Rows scrolled out of the list's view are there, but not showing.
+        pistol_row = s.find("push button", self.pistol, root=self.panel)
+        # Choosing plays a short audition of the kit.
+        audition = s.record(0.8, action=lambda: s.press(pistol_row))
+        s.wait_for_preference("selectedPackId", "gun-pistol")
+        self.assertTrue(audition.heard(), audition)
+        s.find("push button", self.pistol + ", chosen", root=self.panel)
+        ui.button(s, self.buckling, self.panel)
+
+        self.press("Back")
+        ui.button(s, "Sound kit: " + self.pistol, self.panel)
+        ui.close_panel(s)
+        ui.wait_for_quiet(s)
+        pistol = ui.record_typing(s)
+
+        self.assertTrue(pistol.heard(), pistol)
+        # The same keys: the pistol's crack carries about 1.7 times the spring's energy,
+        # the spring's rattle sits about 1.4 times higher.
+        spring_brightness, pistol_brightness = ui.brightness(spring), ui.brightness(pistol)
+        detail = (spring, pistol, spring_brightness, pistol_brightness)
+        self.assertGreater(pistol.rms, 1.3 * spring.rms, detail)
+        self.assertGreater(spring_brightness, 1.2 * pistol_brightness, detail)
+
+        ui.cli_ok(self, s, "--kit", "ibm-buckling-spring")
+        s.wait_for_preference("selectedPackId", "ibm-buckling-spring")
+
+    def test_mix_rows_set_and_clear_the_mix(self):
+        s = self.s
+        self.press("Mix: Off")
+        off = ui.button(s, "Off — main kit only, chosen", self.panel)
+        desk = ui.button(s, "Desk", self.panel)
+        quiet = ui.button(s, "Quiet", self.panel)
+        self.assertEqual(desk.get_description(), "3 of 8 parts")
+        self.assertEqual(quiet.get_description(), "nothing changed")
+
+        s.press(desk)
+        s.wait_for_preference("activeMixId", "desk")
+        ui.button(s, "Desk, chosen", self.panel)
+        ui.button(s, "Off — main kit only", self.panel)
+        self.press("Back")
+        ui.button(s, "Mix: Desk", self.panel)
+
+        self.press("Mix: Desk")
+        self.press("Off — main kit only")
+        s.wait_until(lambda: "activeMixId" not in s.preferences(), 10,
+                     message="activeMixId to be removed")
+        ui.button(s, "Off — main kit only, chosen", self.panel)
+        self.assertIsNotNone(off)
+
+        self.press("Edit this mix")
+        window = ui.settings_window(s)
+        ui.wait_gone(s, ui.PANEL)
+        s.wait_for_preference("lastSettingsPage", "mix")
+        ui.heading(s, "Mix", window)
+
+    def test_design_a_switch_opens_the_create_page(self):
+        self.press("Design a switch")
+        window = ui.settings_window(self.s)
+        ui.wait_gone(self.s, ui.PANEL)
+        self.s.wait_for_preference("lastSettingsPage", "create")
+        ui.heading(self.s, "Create", window)
+
+    def test_settings_row_opens_the_window_and_closes_the_panel(self):
+        self.press("Settings")
+        ui.settings_window(self.s)
+        ui.wait_gone(self.s, ui.PANEL)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,68 @@
+#!/usr/bin/python3
+"""Pictures of the panel's three pages and the About page in a dark and a light theme,
+saved under $TAPPIX_UI_ARTIFACTS for a person to look over (nothing compares them).
+Each run also walks the panel's pages and ends with its Quit row."""
+
+import os
+import unittest
+
+import tappix_ui as ui
+
+
+def focused_rows(s, panel):
+    return [b.get_name() for b in s.find_all("push button", root=panel)
+            if "focused" in s.states(b)]
+
+
+class Screenshots(unittest.TestCase):
+
+    def shoot(self, theme_id, suffix):
+        prefs = dict(ui.COUNTERS, soundMixes=ui.MIXES, activeMixId="desk",
+                     selectedPackId="ibm-buckling-spring")
+        if theme_id:
+            prefs["themeID"] = theme_id
+        s = ui.start(self, prefs, env={"LC_ALL": "C.UTF-8"})
+        shots = []
+
+        panel = ui.open_panel(self, s)
+        kit = ui.kit_name(s, "ibm-buckling-spring")
+        ui.button(s, "Sound kit: " + kit, panel)
+        shots.append(ui.screenshot(s, "panel-main-" + suffix))
+
+        s.press(ui.button(s, "Sound kit: " + kit, panel))
+        ui.button(s, kit + ", chosen", panel)
+        shots.append(ui.screenshot(s, "panel-kits-" + suffix))
+        # The kits page opens on the chosen kit, the first time too, so that Return
+        # right away keeps it (checked after the picture, which is wanted either way).
+        with self.subTest("the kits page opens with the chosen kit focused"):
+            s.wait_until(lambda: focused_rows(s, panel) == [kit + ", chosen"], 5,
+                         message=lambda: "the chosen kit's row to have the focus (focused: %s)"
+                         % focused_rows(s, panel))
+
+        s.press(ui.button(s, "Back", panel))
+        s.press(ui.button(s, "Mix: Desk", panel))
+        ui.button(s, "Desk, chosen", panel)
+        shots.append(ui.screenshot(s, "panel-mixes-" + suffix))
+        ui.close_panel(s)
+
+        ui.cli_ok(self, s, "--settings", "about")
+        window = ui.settings_window(s)
+        ui.label(s, "Waiting for keystrokes", root=window)
+        shots.append(ui.screenshot(s, "settings-about-" + suffix))
+        ui.close_window(s, ui.SETTINGS)
+
+        panel = ui.open_panel(self, s)
+        s.press(ui.button(s, "Quit", panel))
+        ui.assert_exits_cleanly(self, s)
+        for shot in filter(None, shots):
+            self.assertGreater(os.path.getsize(shot), 1000, shot)
+
+    def test_dark(self):
+        self.shoot(None, "dark")
+
+    def test_light(self):
+        self.shoot("milk", "light")
+
+
+if __name__ == "__main__":
+    unittest.main()

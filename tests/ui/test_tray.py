@@ -1,0 +1,135 @@
+#!/usr/bin/python3
+"""The tray icon as a StatusNotifier host sees it: its menu, what its clicks do, and
+its icon following the sounds' state however that changes."""
+
+import unittest
+
+import tappix_ui as ui
+from sni_host import plain_label
+
+MENU = ["About Tappix", "Check for Updates…", "Settings…", "Sound Studio…", "Quit Tappix"]
+
+
+def tooltip_title(tray):
+    return tray.item_property("ToolTip")[2]
+
+
+def icon(tray):
+    return [(w, h, bytes(data)) for w, h, data in tray.item_property("IconPixmap")]
+
+
+class TrayOpensThePanel(unittest.TestCase):
+    """A left click opens the panel (the default)."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.s = ui.start(cls, dict(ui.STEADY_SOUND, clickTogglesSound=False))
+        cls.tray = cls.s.tray
+        cls.item = cls.tray.wait_for_item()
+        cls.windows_at_start = cls.s.windows()
+
+    def tearDown(self):
+        ui.close_panel(self.s)
+
+    def test_login_start_opens_no_window(self):
+        self.assertEqual(self.windows_at_start, [])
+
+    def test_menu_holds_the_five_commands(self):
+        entries = [e for e in self.tray.menu() if e.parent == 0 and e.visible]
+        labels = [plain_label(e.label) for e in entries if e.kind != "separator"]
+        self.assertEqual(labels, MENU)
+        self.assertTrue(all(e.enabled for e in entries))
+
+    def test_clicks_open_the_panel_and_escape_closes_it(self):
+        self.tray.activate()
+        panel = ui.panel(self.s)
+        # Each opening lands on the main page.
+        ui.button(self.s, "Sound kit: " + ui.kit_name(self.s, "ibm-buckling-spring"), panel)
+        self.s.key("Escape")
+        ui.wait_gone(self.s, ui.PANEL)
+
+        self.tray.secondary_activate()
+        ui.panel(self.s)
+        self.s.key("Escape")
+        ui.wait_gone(self.s, ui.PANEL)
+        self.assertTrue(self.s.running())
+
+    def test_menu_opens_the_settings_window_on_its_pages(self):
+        self.tray.click("Sound Studio…")
+        window = ui.settings_window(self.s)
+        self.s.wait_for_preference("lastSettingsPage", "create")
+        ui.heading(self.s, "Create", window)
+
+        self.tray.click("About Tappix")
+        self.s.wait_for_preference("lastSettingsPage", "about")
+        ui.label(self.s, "Waiting for keystrokes", root=window)
+
+        ui.close_window(self.s, ui.SETTINGS)
+        self.tray.click("Settings…")
+        window = ui.settings_window(self.s)
+        # "Settings…" keeps the page last shown.
+        ui.label(self.s, "Waiting for keystrokes", root=window)
+        self.assertEqual(self.s.preferences().get("lastSettingsPage"), "about")
+        ui.close_window(self.s, ui.SETTINGS)
+
+    def test_toggle_command_silences_keys_and_the_icon_follows(self):
+        s, tray = self.s, self.tray
+        ui.wait_for_quiet(s)
+        before = ui.record_typing(s)
+        self.assertTrue(before.heard(), before)
+        on_icon, on_title = icon(tray), tooltip_title(tray)
+        self.assertEqual(on_title, "Tappix: sounds on")
+
+        mark = tray.mark()
+        ui.cli_ok(self, s, "--toggle")
+        s.wait_for_preference("isEnabled", False)
+        tray.wait_for_signal("NewIcon", since=mark)
+        s.wait_until(lambda: tooltip_title(tray) == "Tappix: sounds off", 5,
+                     message=lambda: "the tooltip to say off (%r)" % tooltip_title(tray))
+        self.assertNotEqual(icon(tray), on_icon)
+        muted = ui.record_typing(s)
+        self.assertFalse(muted.heard(), muted)
+
+        ui.cli_ok(self, s, "--toggle")
+        s.wait_for_preference("isEnabled", True)
+        s.wait_until(lambda: tooltip_title(tray) == on_title, 5, message="the tooltip to say on")
+        self.assertEqual(icon(tray), on_icon)
+        again = ui.record_typing(s)
+        self.assertTrue(again.heard(), again)
+
+
+class TrayClickTogglesSound(unittest.TestCase):
+    """With clickTogglesSound a left click turns the sounds on or off instead."""
+
+    def test_click_flips_the_sounds_never_the_panel_then_quit(self):
+        s = ui.start(self, {"clickTogglesSound": True})
+        tray = s.tray
+        tray.wait_for_item()
+        on_icon = icon(tray)
+
+        tray.activate()
+        s.wait_for_preference("isEnabled", False)
+        s.wait_until(lambda: tooltip_title(tray) == "Tappix: sounds off", 5,
+                     message="the tooltip to say off")
+        off_icon = icon(tray)
+        self.assertNotEqual(off_icon, on_icon)
+        # Activate is answered on the main thread, where the panel would be shown.
+        self.assertNotIn(ui.PANEL, s.windows())
+
+        tray.activate()
+        s.wait_for_preference("isEnabled", True)
+        s.wait_until(lambda: icon(tray) == on_icon, 5, message="the icon to turn back on")
+        self.assertNotIn(ui.PANEL, s.windows())
+
+        # The middle button still opens the panel.
+        tray.secondary_activate()
+        ui.panel(s)
+        s.key("Escape")
+        ui.wait_gone(s, ui.PANEL)
+
+        tray.click("Quit Tappix")
+        ui.assert_exits_cleanly(self, s)
+
+
+if __name__ == "__main__":
+    unittest.main()
