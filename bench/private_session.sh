@@ -1,0 +1,48 @@
+# Sourced by the bench scripts: a private X server and PulseAudio server for this run,
+# and a scratch home for tappix, all in $session_dir. Whatever is started here (and
+# whatever the script adds to session_pids) is stopped, and the directory removed, when
+# the script exits. Nothing system-wide is touched.
+#   private_x        Xvfb on a free display; exports DISPLAY
+#   private_pulse    PulseAudio with one 48 kHz float null sink "bench"; exports PULSE_SERVER
+#   tappix_home PREFERENCES_JSON
+#                    preferences and an autostart entry under $session_dir/home, so tappix
+#                    starts as it does at login: in the tray, no window. Sets tappix_env to
+#                    the HOME/XDG assignments to run it with (env $tappix_env tappix).
+session_dir=$(mktemp -d)
+session_pids=()
+session_stop() {
+    local p
+    for p in "${session_pids[@]}"; do kill "$p" 2>/dev/null || true; done
+    for p in "${session_pids[@]}"; do wait "$p" 2>/dev/null || true; done
+    rm -rf "$session_dir"
+}
+trap session_stop EXIT
+
+private_x() {
+    Xvfb -displayfd 1 -screen 0 "${1:-640x480x24}" -nolisten tcp >"$session_dir/display" 2>/dev/null &
+    session_pids+=($!)
+    for _ in $(seq 100); do [ -s "$session_dir/display" ] && break; sleep 0.05; done
+    export DISPLAY=":$(head -1 "$session_dir/display")" XDG_SESSION_TYPE=x11
+    unset WAYLAND_DISPLAY
+}
+
+private_pulse() {
+    HOME=$session_dir XDG_RUNTIME_DIR=$session_dir PULSE_RUNTIME_PATH=$session_dir/runtime \
+        pulseaudio -n --daemonize=no --exit-idle-time=-1 --use-pid-file=no --log-target=stderr \
+        -L "module-native-protocol-unix socket=$session_dir/native auth-anonymous=1" \
+        -L "module-null-sink sink_name=bench rate=48000 format=float32le channels=2 sink_properties=device.description=Bench" \
+        2>"$session_dir/pulse.log" &
+    session_pids+=($!)
+    export PULSE_SERVER=unix:$session_dir/native PULSE_CLIENTCONFIG=$session_dir/client.conf
+    for _ in $(seq 100); do pactl info >/dev/null 2>&1 && break; sleep 0.05; done
+}
+
+tappix_home() {
+    local home=$session_dir/home
+    mkdir -p "$home/.config/tappix" "$home/.config/autostart" "$home/.local/share" "$home/runtime"
+    chmod 700 "$home/runtime"
+    printf '%s\n' "$1" >"$home/.config/tappix/preferences.json"
+    printf '[Desktop Entry]\nType=Application\nName=Tappix\nExec=tappix\n' \
+        >"$home/.config/autostart/app.morvane.tappix.desktop"
+    tappix_env="HOME=$home XDG_CONFIG_HOME=$home/.config XDG_DATA_HOME=$home/.local/share XDG_RUNTIME_DIR=$home/runtime"
+}
