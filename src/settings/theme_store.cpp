@@ -1,5 +1,7 @@
 #include "settings/theme_store.h"
 
+#include <QVariantMap>
+
 namespace tappix {
 namespace {
 const QString kThemeIDKey = QStringLiteral("themeID");
@@ -28,6 +30,18 @@ void ThemeStore::setCustomColors(const QString& background, const QString& text,
     preferences_.setValue(kCustomThemeKey, custom_.toJson());
     resolve();
     Q_EMIT themeChanged();
+}
+
+QVariantList ThemeStore::palettes() const {
+    QVariantList out;
+    for (const ThemePalette& palette : ThemePalette::builtIns())
+        out.append(QVariantMap{{QStringLiteral("id"), palette.id},
+                               {QStringLiteral("name"), palette.name},
+                               {QStringLiteral("background"), palette.background},
+                               {QStringLiteral("text"), palette.text},
+                               {QStringLiteral("accent"), palette.accent()},
+                               {QStringLiteral("isLight"), palette.isLight()}});
+    return out;
 }
 
 void ThemeStore::resolve() {

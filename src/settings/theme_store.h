@@ -6,6 +6,7 @@
 #include <QObject>
 #include <QString>
 #include <QStringList>
+#include <QVariantList>
 
 namespace tappix {
 
@@ -24,6 +25,10 @@ class ThemeStore final : public QObject {
     Q_PROPERTY(QString divider READ divider NOTIFY themeChanged)
     Q_PROPERTY(QString mutedText READ mutedText NOTIFY themeChanged)
     Q_PROPERTY(bool isLight READ isLight NOTIFY themeChanged)
+    Q_PROPERTY(QVariantList palettes READ palettes CONSTANT)
+    Q_PROPERTY(QString customBackground READ customBackground NOTIFY themeChanged)
+    Q_PROPERTY(QString customText READ customText NOTIFY themeChanged)
+    Q_PROPERTY(QString customAccent READ customAccent NOTIFY themeChanged)
 
 public:
     /// The id that selects the custom palette.
@@ -63,6 +68,16 @@ public:
     QString mutedText() const { return palette_.mutedText(); }
     /// Whether the background is light. Main thread.
     bool isLight() const { return palette_.isLight(); }
+
+    /// The built-in palettes for a chooser, in their order, each a map of id, name,
+    /// background, text, accent and isLight. Main thread.
+    QVariantList palettes() const;
+    /// The custom palette's three base colours. Main thread.
+    QString customBackground() const { return custom_.background; }
+    /// The custom palette's text colour. Main thread.
+    QString customText() const { return custom_.text; }
+    /// The custom palette's accent base. Main thread.
+    QString customAccent() const { return custom_.accent(); }
 
 Q_SIGNALS:
     /// The palette in force, the selection or the custom palette changed.

@@ -40,6 +40,7 @@ std::unique_ptr<QCoreApplication> DesktopShell::makeApplication(int& argc, char*
 DesktopShell::DesktopShell(Services services, QObject* parent)
     : QObject(parent), services_(services),
       kits_(services.packs, services.settings, services.engine), mixes_(services.settings),
+      mixEditor_(services.settings, services.packs, services.engine),
       settingsWindow_(services.settings, [this] { return makeWindow(kSettingsUrl); }) {
     panelModel_.setMixCount(mixes_.count());
     panelModel_.setCurrentKitName(kits_.currentName());
@@ -83,7 +84,7 @@ QVariantMap DesktopShell::viewProperties() {
 
 QVariantMap DesktopShell::pageModels() {
     // Each settings page's own view model, by the name its page reads.
-    return {};
+    return {{QStringLiteral("mixEditor"), QVariant::fromValue<QObject*>(&mixEditor_)}};
 }
 
 QQuickWindow* DesktopShell::makeWindow(const QUrl& url) {

@@ -3,6 +3,7 @@
 #include "ui/kit_list_model.h"
 #include "ui/menu_bar_controller.h"
 #include "ui/menu_panel_model.h"
+#include "ui/mix_editor_model.h"
 #include "ui/mix_list_model.h"
 #include "ui/settings_window_controller.h"
 #include "ui/shell_services.h"
@@ -47,6 +48,8 @@ public:
     MenuPanelModel& panelModel() { return panelModel_; }
     /// The kits the panel lists.
     KitListModel& kits() { return kits_; }
+    /// The Mix page's editor.
+    MixEditorModel& mixEditor() { return mixEditor_; }
     /// Shows the settings window on the page `lastSettingsPage` names.
     void showSettings() { settingsWindow_.show(); }
     /// Whether the settings window shows.
@@ -66,6 +69,7 @@ private:
     MenuPanelModel panelModel_;
     KitListModel kits_;
     MixListModel mixes_;
+    MixEditorModel mixEditor_;
     std::unique_ptr<QQmlEngine> engine_;
     std::vector<QPointer<QQuickWindow>> windows_;
     std::unique_ptr<MenuBarController> menuBar_;

@@ -1,0 +1,105 @@
+#include "ui/behaviour_view_model.h"
+
+#include "input/shortcut.h"
+#include "settings/settings_store.h"
+
+#include <QKeySequence>
+
+namespace tappix {
+
+namespace {
+
+// Qt's short names for keys that the shortcut reads under their full names.
+QString keyName(int key) {
+    switch (key) {
+    case Qt::Key_Delete:
+        return QStringLiteral("Delete");
+    case Qt::Key_Insert:
+        return QStringLiteral("Insert");
+    case Qt::Key_PageUp:
+        return QStringLiteral("PageUp");
+    case Qt::Key_PageDown:
+        return QStringLiteral("PageDown");
+    case Qt::Key_Escape:
+        return QStringLiteral("Escape");
+    case Qt::Key_Enter:
+    case Qt::Key_Return:
+        return QStringLiteral("Return");
+    case Qt::Key_Backtab:
+        return QStringLiteral("Tab");
+    default:
+        return QKeySequence(key).toString(QKeySequence::PortableText);
+    }
+}
+
+bool isModifierKey(int key) {
+    return key == Qt::Key_Control || key == Qt::Key_Alt || key == Qt::Key_Shift ||
+           key == Qt::Key_Meta || key == Qt::Key_Super_L || key == Qt::Key_Super_R ||
+           key == Qt::Key_AltGr || key == Qt::Key_Hyper_L || key == Qt::Key_Hyper_R;
+}
+
+} // namespace
+
+BehaviourViewModel::BehaviourViewModel(const ShellServices& services, QObject* parent)
+    : QObject(parent), services_(services) {}
+
+bool BehaviourViewModel::launchAtLogin() const {
+    return services_.launchesAtLogin && services_.launchesAtLogin();
+}
+
+void BehaviourViewModel::setLaunchAtLogin(bool enabled) {
+    const bool done = services_.setLaunchAtLogin && services_.setLaunchAtLogin(enabled);
+    launchAtLoginProblem_ =
+        done ? QString()
+             : QStringLiteral("Tappix could not change your desktop's autostart folder.");
+    Q_EMIT launchAtLoginChanged();
+}
+
+void BehaviourViewModel::checkForUpdates() {
+    if (!services_.checkForUpdates)
+        return;
+    services_.checkForUpdates();
+    // A newer version is announced in a notification and on the About page.
+    updateStatus_ = QStringLiteral("Checked just now. A new version shows up as a notification.");
+    Q_EMIT updateStatusChanged();
+}
+
+void BehaviourViewModel::sendTestNotification() {
+    if (services_.sendTestNotification)
+        services_.sendTestNotification();
+}
+
+QString BehaviourViewModel::combinationText(int key, int modifiers) {
+    const QString name = keyName(key);
+    if (name.isEmpty())
+        return {};
+    QString text;
+    if (modifiers & Qt::ControlModifier)
+        text += QStringLiteral("Ctrl+");
+    if (modifiers & Qt::AltModifier)
+        text += QStringLiteral("Alt+");
+    if (modifiers & Qt::ShiftModifier)
+        text += QStringLiteral("Shift+");
+    if (modifiers & Qt::MetaModifier)
+        text += QStringLiteral("Super+");
+    return text + name;
+}
+
+QVariantMap BehaviourViewModel::recordShortcut(int key, int modifiers) {
+    if (isModifierKey(key))
+        return {};
+    const int held =
+        modifiers & (Qt::ControlModifier | Qt::AltModifier | Qt::ShiftModifier | Qt::MetaModifier);
+    // Shift alone still types: it takes one of the others.
+    if (!(held & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier)))
+        return {{QStringLiteral("problem"), kNeedsModifier}};
+    const auto shortcut = Shortcut::parse(combinationText(key, held));
+    if (!shortcut)
+        return {{QStringLiteral("problem"), kUnknownKey}};
+    // A combination the desktop uses too is fine: Tappix only listens.
+    const QString text = shortcut->toString();
+    services_.settings.setToggleSoundsShortcut(text);
+    return {{QStringLiteral("text"), text}};
+}
+
+} // namespace tappix

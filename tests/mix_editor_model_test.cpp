@@ -1,0 +1,281 @@
+// The Mix page's editor against the real store and engine: what a new mix starts with,
+// renaming, resetting and deleting, the voices a part is given, the lit parts, and the
+// engine playing what the editor chose.
+
+#include "audio/sound_engine.h"
+#include "input/key_codes.h"
+#include "support/stand_in_app.h"
+#include "ui/desktop_shell.h"
+
+#include <gtest/gtest.h>
+
+#include <QAbstractItemModelTester>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRectF>
+#include <set>
+
+using namespace tappix;
+using test::Harness;
+using test::HarnessOptions;
+
+namespace {
+
+// A kit with its own Return and space sounds besides the default one.
+void writeKitWithSounds(const QString& directory, const QString& id, const QString& name) {
+    QDir().mkpath(directory + "/" + id + "/sounds");
+    QFile(directory + "/" + id + "/sounds/a.wav").open(QIODevice::WriteOnly);
+    const QJsonObject sound{{"down", QJsonArray{"a.wav"}}, {"up", QJsonArray{}}};
+    QFile manifest(directory + "/" + id + "/config.json");
+    manifest.open(QIODevice::WriteOnly);
+    manifest.write(
+        QJsonDocument(
+            QJsonObject{
+                {"id", id},
+                {"metadata", QJsonObject{{"name", name}, {"brand", "B"}, {"author", "A"}}},
+                {"license", QJsonObject{{"type", "t"}, {"url", "u"}}},
+                {"sounds", QJsonObject{{"default", sound}, {"enter", sound}, {"space", sound}}}})
+            .toJson());
+}
+
+HarnessOptions windowed(const QStringList& bundledKits = {}) {
+    HarnessOptions options;
+    options.withWindows = true;
+    options.preferences = QJsonObject{{"hasSeenWelcome", true}, {"selectedPackId", "click"}};
+    options.addKits = [bundledKits](const QString& bundle, const QString&) {
+        for (const QString& id : bundledKits)
+            test::writeKit(bundle, id, id, "linear");
+        writeKitWithSounds(bundle, "multi", "Multi");
+    };
+    return options;
+}
+
+QStringList regionColumn(const QAbstractItemModel& model, const QByteArray& role) {
+    const int key = model.roleNames().key(role);
+    QStringList values;
+    for (int row = 0; row < model.rowCount(); ++row)
+        values << model.index(row, 0).data(key).toString();
+    return values;
+}
+
+QStringList litRegions(const MixEditorModel& editor) {
+    QStringList lit;
+    const auto& rows = editor.regionList().rows();
+    for (const auto& row : rows)
+        if (row.lit)
+            lit << row.region;
+    return lit;
+}
+
+QString summaryOf(const MixEditorModel& editor, int row) {
+    return editor.mixList().at(row).toMap().value("summary").toString();
+}
+
+} // namespace
+
+TEST(MixEditorModel, OnlyTheFirstMixStartsWithTheStarterVoices) {
+    struct Case {
+        QStringList installed;
+        QString mainKit;
+        std::optional<MixVoice> enter;
+        std::optional<MixVoice> space;
+    };
+    const MixVoice walnutReturn{QStringLiteral("walnut-thock"), QStringLiteral("enter")};
+    const MixVoice deepSpace{QStringLiteral("deep-linear"), std::nullopt};
+    for (const Case& c : {
+             // The first preferred kit is missing: the next ones stand in.
+             Case{{"walnut-thock", "deep-linear"}, "click", walnutReturn, deepSpace},
+             // The space bar never borrows the main kit.
+             Case{{"walnut-thock", "deep-linear"}, "deep-linear", walnutReturn, std::nullopt},
+             Case{{}, "click", std::nullopt, std::nullopt},
+         }) {
+        Harness run(windowed(c.installed));
+        SettingsStore& settings = run.delegate->settings();
+        settings.setSelectedPackIdText(c.mainKit);
+        MixEditorModel& editor = run.delegate->shell()->mixEditor();
+
+        editor.createMix("  Evening  ");
+        ASSERT_TRUE(settings.activeMix()) << c.installed.join(",").toStdString();
+        const SoundMix first = *settings.activeMix();
+        EXPECT_EQ(first.name, "Evening");
+        auto voiceOf = [](const SoundMix& mix, const char* region) -> std::optional<MixVoice> {
+            const auto it = mix.assignments.find(region);
+            return it == mix.assignments.end() ? std::nullopt : std::optional(it->second);
+        };
+        EXPECT_EQ(voiceOf(first, "enter"), c.enter) << c.mainKit.toStdString();
+        EXPECT_EQ(voiceOf(first, "space"), c.space) << c.mainKit.toStdString();
+        EXPECT_EQ(first.assignments.size(), std::size_t(c.enter.has_value() + c.space.has_value()));
+
+        editor.createMix("Later");
+        EXPECT_TRUE(settings.activeMix()->assignments.empty());
+        EXPECT_EQ(settings.mixes().size(), 2u);
+        // A blank name makes no mix.
+        editor.createMix(" \t ");
+        EXPECT_EQ(settings.mixes().size(), 2u);
+    }
+}
+
+TEST(MixEditorModel, RenamingResettingAndDeletingTheActiveMix) {
+    Harness run(windowed());
+    SettingsStore& settings = run.delegate->settings();
+    MixEditorModel& editor = run.delegate->shell()->mixEditor();
+    EXPECT_EQ(editor.stateTitle(), "Mix kits across the board");
+    EXPECT_EQ(editor.suggestedName(), "Mix");
+
+    editor.createMix("Quiet");
+    editor.createMix("Loud");
+    EXPECT_EQ(editor.suggestedName(), "Mix");
+    const QString loudId = editor.activeMixId();
+    editor.editRegion("letters");
+    editor.chooseKit("multi");
+    editor.editRegion("enter");
+    editor.chooseKit("click");
+    EXPECT_EQ(summaryOf(editor, 0), "all on the main kit");
+    EXPECT_EQ(summaryOf(editor, 1), "2 of 8 changed");
+    EXPECT_EQ(editor.stateText(), "");
+
+    // A blank name changes nothing; another mix's name is fine.
+    editor.renameActive("   ");
+    EXPECT_EQ(settings.activeMix()->name, "Loud");
+    editor.renameActive(" Quiet ");
+    EXPECT_EQ(settings.activeMix()->name, "Quiet");
+    EXPECT_EQ(settings.activeMix()->id, loudId);
+    EXPECT_EQ(settings.activeMix()->assignments.size(), 2u);
+
+    editor.resetAll();
+    ASSERT_TRUE(settings.activeMix());
+    EXPECT_EQ(settings.activeMix()->id, loudId);
+    EXPECT_EQ(settings.activeMix()->name, "Quiet");
+    EXPECT_TRUE(settings.activeMix()->assignments.empty());
+    EXPECT_EQ(summaryOf(editor, 1), "all on the main kit");
+    EXPECT_EQ(editor.stateText(), "Nothing yet — click a key above to give it its own sound.");
+
+    editor.deleteActive();
+    EXPECT_FALSE(settings.activeMixId());
+    EXPECT_EQ(editor.activeMixId(), "");
+    EXPECT_EQ(editor.editing(), "");
+    EXPECT_EQ(settings.mixes().size(), 1u);
+    EXPECT_TRUE(
+        editor.stateText().startsWith("No mix is playing, so every key is on the main kit."));
+    EXPECT_EQ(editor.stateTitle(), "");
+}
+
+TEST(MixEditorModel, APartGetsExactlyTheKitAndSoundChosen) {
+    Harness run(windowed());
+    SettingsStore& settings = run.delegate->settings();
+    MixEditorModel& editor = run.delegate->shell()->mixEditor();
+    editor.createMix("Mine");
+    const QString mixId = editor.activeMixId();
+    auto voice = [&] { return settings.voice(KeyGroup::enter); };
+
+    editor.editRegion("enter");
+    EXPECT_EQ(editor.editingLabel(), "Return");
+    EXPECT_EQ(editor.source(), MixEditorModel::kMainSource) << "a part on the main kit";
+    EXPECT_EQ(editor.chosenKit(), "click");
+
+    editor.chooseKit("multi");
+    EXPECT_EQ(voice(), (MixVoice{QStringLiteral("multi"), std::nullopt}));
+    QStringList soundKeys;
+    for (const QVariant& sound : editor.soundChoices())
+        soundKeys << sound.toMap().value("key").toString();
+    EXPECT_EQ(soundKeys, (QStringList{"", "default", "space", "enter"}));
+
+    editor.chooseSound("space");
+    EXPECT_EQ(voice(), (MixVoice{QStringLiteral("multi"), QStringLiteral("space")}));
+    EXPECT_EQ(editor.editingVoice(), "Multi · Space");
+    editor.chooseSound("");
+    EXPECT_EQ(voice(), (MixVoice{QStringLiteral("multi"), std::nullopt})) << "Auto names no sound";
+
+    // A named sound carries over only to a kit that has it.
+    editor.chooseSound("enter");
+    editor.chooseKit("click");
+    EXPECT_EQ(voice(), (MixVoice{QStringLiteral("click"), std::nullopt}));
+
+    // Reopening the part browses where its kit is; Reset puts it back on the main kit.
+    editor.chooseKit("multi");
+    editor.editRegion("space");
+    editor.editRegion("enter");
+    EXPECT_EQ(editor.source(), MixEditorModel::kMoreSource);
+    editor.resetRegion();
+    EXPECT_FALSE(voice());
+    EXPECT_TRUE(settings.activeMix()->assignments.empty());
+    EXPECT_EQ(settings.activeMixId(), mixId);
+}
+
+TEST(MixEditorModel, LitPartsFollowTheActiveMix) {
+    Harness run(windowed());
+    SettingsStore& settings = run.delegate->settings();
+    MixEditorModel& editor = run.delegate->shell()->mixEditor();
+    auto& regions = *qobject_cast<MixRegionListModel*>(editor.regions());
+    QAbstractItemModelTester tester(&regions,
+                                    QAbstractItemModelTester::FailureReportingMode::Fatal);
+    EXPECT_EQ(regionColumn(regions, "label"),
+              (QStringList{"Letters & symbols", "Space", "Return", "Backspace", "Modifiers",
+                           "Arrow keys", "Function row", "Number row"}));
+
+    editor.createMix("Plain");
+    const QString plain = editor.activeMixId();
+    editor.createMix("Loud");
+    const QString loud = editor.activeMixId();
+    settings.setVoice(MixVoice{QStringLiteral("multi"), std::nullopt}, KeyGroup::functionRow, loud);
+    editor.editRegion("arrows");
+    editor.chooseKit("multi");
+    EXPECT_EQ(litRegions(editor), (QStringList{"arrows", "functionRow"}));
+    EXPECT_EQ(editor.litRegions(), (QStringList{"arrows", "functionRow"}));
+    EXPECT_EQ(regionColumn(regions, "editing").indexOf("true"), 5);
+
+    // Another mix lights its own parts and ends the edit.
+    editor.selectMix(plain);
+    EXPECT_TRUE(litRegions(editor).isEmpty());
+    EXPECT_EQ(editor.editing(), "");
+    editor.editRegion("arrows");
+    editor.chooseSound("space");
+    EXPECT_EQ(settings.voice(KeyGroup::arrows), (MixVoice{std::nullopt, QStringLiteral("space")}))
+        << "a sound of the main kit";
+    EXPECT_EQ(litRegions(editor), (QStringList{"arrows"}));
+
+    editor.selectMix("");
+    EXPECT_TRUE(litRegions(editor).isEmpty());
+    editor.editRegion("letters");
+    EXPECT_EQ(editor.editing(), "") << "no mix plays, so there is nothing to edit";
+    editor.selectMix(loud);
+    EXPECT_EQ(litRegions(editor), (QStringList{"arrows", "functionRow"}));
+}
+
+TEST(MixEditorModel, TheEnginePlaysWhatTheEditorChose) {
+    Harness run(windowed());
+    MixEditorModel& editor = run.delegate->shell()->mixEditor();
+    SoundEngine& engine = *run.delegate->soundEngine();
+    ASSERT_EQ(engine.resolve(keys::returnKey)->packId, "click");
+
+    editor.createMix("Mine");
+    editor.editRegion("enter");
+    editor.chooseKit("multi");
+    editor.chooseSound("space");
+    const auto resolved = engine.resolve(keys::returnKey);
+    ASSERT_TRUE(resolved);
+    EXPECT_EQ(resolved->packId, "multi");
+    EXPECT_EQ(resolved->sound, "space");
+    EXPECT_EQ(engine.resolve(keys::j)->packId, "click");
+}
+
+TEST(MixEditorModel, TheDrawnBoardShowsEveryPartWithoutOverlaps) {
+    Harness run(windowed());
+    const QVariantList keyboard = run.delegate->shell()->mixEditor().keyboard();
+    std::set<QString> regions;
+    std::vector<QRectF> placed;
+    for (const QVariant& entry : keyboard) {
+        const QVariantMap key = entry.toMap();
+        const QRectF rect(key["x"].toDouble(), key["y"].toDouble(), key["width"].toDouble(),
+                          key["height"].toDouble());
+        EXPECT_LE(rect.right(), MixEditorModel::kBoardWidth)
+            << key["label"].toString().toStdString();
+        EXPECT_LE(rect.bottom(), MixEditorModel::kBoardHeight);
+        for (const QRectF& other : placed)
+            EXPECT_FALSE(rect.intersects(other)) << key["label"].toString().toStdString();
+        placed.push_back(rect);
+        regions.insert(key["region"].toString());
+    }
+    EXPECT_EQ(regions.size(), KeyGroup::kCount);
+}
