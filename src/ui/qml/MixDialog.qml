@@ -34,8 +34,6 @@ Dialog {
     closePolicy: Popup.CloseOnEscape
     padding: 20
     topPadding: 18
-    Accessible.role: Accessible.Dialog
-    Accessible.name: title
 
     onOpened: {
         field.text = name
@@ -47,7 +45,7 @@ Dialog {
         }
     }
 
-    Overlay.modal: Rectangle { color: "#000000"; opacity: 0.35 }
+    Overlay.modal: Rectangle { color: "#66000000" }
 
     background: Rectangle {
         radius: 12

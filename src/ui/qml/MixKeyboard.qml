@@ -36,10 +36,13 @@ Item {
                 readonly property bool editing: board.editor.editing === modelData.region
                 readonly property bool hovered: board.hovered === modelData.region
 
-                x: Math.round(modelData.x * board.unit) + board.gap / 2
-                y: Math.round(modelData.y * board.unit) + board.gap / 2
-                width: Math.round(modelData.width * board.unit) - board.gap
-                height: Math.round(modelData.height * board.unit) - board.gap
+                // Both edges rounded to whole pixels, so rows end flush.
+                readonly property int keyLeft: Math.round(modelData.x * board.unit)
+                readonly property int keyTop: Math.round(modelData.y * board.unit)
+                x: keyLeft + board.gap / 2
+                y: keyTop + board.gap / 2
+                width: Math.round((modelData.x + modelData.width) * board.unit) - keyLeft - board.gap
+                height: Math.round((modelData.y + modelData.height) * board.unit) - keyTop - board.gap
                 radius: Math.max(3, board.unit / 8)
                 color: lit ? board.theme.accent : board.theme.background
                 border.width: editing ? 2 : 1

@@ -189,23 +189,30 @@ Flickable {
                 anchors.margins: 8
                 spacing: 2
 
-                PanelRow {
-                    theme: page.theme
-                    text: "Off — main kit only"
-                    marked: !page.playing
-                    onClicked: page.editor.selectMix("")
+                // Lists whose rows come and go sit in positioners: Qt 6.4's layouts can
+                // trip over a repeated row deleted in the middle of arranging.
+                Column {
+                    id: mixRows
+                    spacing: 2
                     Layout.fillWidth: true
-                }
-                Repeater {
-                    model: page.editor.mixList
-                    delegate: PanelRow {
-                        required property var modelData
+                    PanelRow {
                         theme: page.theme
-                        text: modelData.name
-                        detail: modelData.summary
-                        marked: page.editor.activeMixId === modelData.mixId
-                        onClicked: page.editor.selectMix(modelData.mixId)
-                        Layout.fillWidth: true
+                        text: "Off — main kit only"
+                        marked: !page.playing
+                        onClicked: page.editor.selectMix("")
+                        width: mixRows.width
+                    }
+                    Repeater {
+                        model: page.editor.mixList
+                        delegate: PanelRow {
+                            required property var modelData
+                            theme: page.theme
+                            text: modelData.name
+                            detail: modelData.summary
+                            marked: page.editor.activeMixId === modelData.mixId
+                            onClicked: page.editor.selectMix(modelData.mixId)
+                            width: mixRows.width
+                        }
                     }
                 }
                 Rectangle {
@@ -387,10 +394,11 @@ Flickable {
                     }
                 }
 
-                GridLayout {
+                Grid {
+                    id: kitGrid
+                    visible: page.editor.kitChoices.length > 0
                     columns: 2
-                    rowSpacing: 8
-                    columnSpacing: 8
+                    spacing: 8
                     Layout.fillWidth: true
                     Repeater {
                         model: page.editor.kitChoices
@@ -400,8 +408,7 @@ Flickable {
                             blurb: modelData.blurb
                             selected: page.editor.chosenKit === modelData.kitId
                             onClicked: page.editor.chooseKit(modelData.kitId)
-                            Layout.fillWidth: true
-                            Layout.preferredWidth: 1
+                            width: (kitGrid.width - kitGrid.spacing) / 2
                         }
                     }
                 }
