@@ -1,0 +1,249 @@
+// The switch designer: ids from names, the kit it writes (files, seeds, manifest), the
+// same bytes for the same design, and how it fails.
+
+#include "kits/soundpack_config.h"
+#include "kits/switch_designer.h"
+#include "platform/sndfile/sndfile_decoder.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <map>
+
+using namespace tappix;
+
+namespace {
+
+bool writeFile(const std::vector<float>& samples, const QString& path, std::string& error) {
+    return writeWav(samples, QFile::encodeName(path).toStdString(), error);
+}
+
+QByteArray bytes(const QString& path) {
+    QFile file(path);
+    file.open(QIODevice::ReadOnly);
+    return file.readAll();
+}
+
+// Every file of a kit directory by its path inside it.
+std::map<QString, QByteArray> snapshot(const QString& directory) {
+    std::map<QString, QByteArray> files;
+    QDir dir(directory);
+    for (const QString& name : {QStringLiteral("config.json")})
+        files[name] = bytes(dir.filePath(name));
+    for (const QString& name : QDir(dir.filePath("sounds")).entryList(QDir::Files))
+        files["sounds/" + name] = bytes(dir.filePath("sounds/" + name));
+    return files;
+}
+
+constexpr SynthParams kDesign{410.0f, 0.85f, 9.5f, 8200.0f, true};
+
+} // namespace
+
+TEST(SwitchDesigner, IdsComeFromTheTrimmedLowerCasedName) {
+    EXPECT_EQ(SwitchDesigner::kitId("My Switch!"), "custom-my-switch");
+    EXPECT_EQ(SwitchDesigner::kitId(" \tMy Switch\t "), "custom-my-switch");
+    EXPECT_EQ(SwitchDesigner::kitId("my-switch"), "custom-my-switch");
+    EXPECT_EQ(SwitchDesigner::kitId("--A__b  9--"), "custom-a-b-9");
+    EXPECT_EQ(SwitchDesigner::kitId("Crème brûlée"), "custom-cr-me-br-l-e");
+    EXPECT_EQ(SwitchDesigner::kitId("!!!"), "custom-");
+    EXPECT_EQ(SwitchDesigner::kitId(""), "custom-");
+    // Only spaces and tabs are trimmed from the shown name.
+    EXPECT_EQ(SwitchDesigner::displayName(" \t Deep\n\t"), "Deep\n");
+}
+
+TEST(SwitchDesigner, GroupsDeriveFromTheDesign) {
+    const SynthParams p{400.0f, 1.0f, 10.0f, 6000.0f, true};
+    EXPECT_EQ(SwitchDesigner::groupParams("alpha", p), p);
+    EXPECT_EQ(SwitchDesigner::groupParams("space", p),
+              (SynthParams{400.0f * 0.63f, 1.0f, 10.0f * 1.55f, 6000.0f, true}));
+    EXPECT_EQ(SwitchDesigner::groupParams("enter", p),
+              (SynthParams{400.0f * 0.8f, 1.0f, 10.0f * 1.33f, 6000.0f, true}));
+    EXPECT_EQ(SwitchDesigner::groupParams("backspace", p),
+              (SynthParams{400.0f * 0.9f, 1.0f, 10.0f, 6000.0f, true}));
+    EXPECT_EQ(SwitchDesigner::groupParams("modifier", p),
+              (SynthParams{400.0f * 1.1f, 1.0f * 0.7f, 10.0f * 0.78f, 6000.0f, true}));
+}
+
+TEST(SwitchDesigner, PresetsAndTheDefaultLieWithinTheSliders) {
+    auto inside = [](const SynthParams& p) {
+        return p.bodyHz >= SwitchDesigner::kBodyHzRange.min &&
+               p.bodyHz <= SwitchDesigner::kBodyHzRange.max &&
+               p.click >= SwitchDesigner::kClickRange.min &&
+               p.click <= SwitchDesigner::kClickRange.max &&
+               p.decayMs >= SwitchDesigner::kDecayMsRange.min &&
+               p.decayMs <= SwitchDesigner::kDecayMsRange.max &&
+               p.toneHz >= SwitchDesigner::kToneHzRange.min &&
+               p.toneHz <= SwitchDesigner::kToneHzRange.max;
+    };
+    EXPECT_TRUE(inside(SwitchDesigner::kDefaultParams));
+    for (const auto& preset : SwitchDesigner::kPresets)
+        EXPECT_TRUE(inside(preset.params)) << preset.name;
+}
+
+TEST(SwitchDesigner, WritesFiveGroupsOfFourPressesAndThreeReleasesThatCheck) {
+    QTemporaryDir user;
+    const SwitchDesigner designer(writeFile);
+    const SwitchDesigner::Result result = designer.save(kDesign, "  My Switch! ", user.path());
+    ASSERT_TRUE(result.ok()) << result.error;
+    EXPECT_EQ(result.id, "custom-my-switch");
+    EXPECT_EQ(result.directory, user.path() + "/custom-my-switch");
+
+    const QByteArray json = bytes(result.directory + "/config.json");
+    std::string error;
+    const auto config = SoundpackConfig::decode(json, &error);
+    ASSERT_TRUE(config) << error;
+    EXPECT_EQ(config->id, "custom-my-switch");
+    EXPECT_EQ(config->metadata.name, "My Switch!");
+    EXPECT_EQ(config->metadata.brand, "Custom");
+    EXPECT_EQ(config->metadata.author, "Made in Tappix");
+    EXPECT_EQ(config->metadata.category, "keyboard");
+    EXPECT_TRUE(config->metadata.supportsKeyUp);
+    EXPECT_EQ(config->license.type, "user-created");
+    EXPECT_EQ(config->license.url, "");
+    // Pretty-printed, keys in order.
+    EXPECT_EQ(json, QJsonDocument::fromJson(json).toJson(QJsonDocument::Indented));
+    EXPECT_LT(json.indexOf("\"id\""), json.indexOf("\"license\""));
+
+    std::vector<std::string> groups;
+    for (const auto& [group, sound] : config->sounds) {
+        groups.push_back(group);
+        EXPECT_EQ(sound.down,
+                  (std::vector<std::string>{group + "_down_0.wav", group + "_down_1.wav",
+                                            group + "_down_2.wav", group + "_down_3.wav"}));
+        EXPECT_EQ(sound.up, (std::vector<std::string>{group + "_up_0.wav", group + "_up_1.wav",
+                                                      group + "_up_2.wav"}));
+    }
+    EXPECT_EQ(groups,
+              (std::vector<std::string>{"alpha", "backspace", "enter", "modifier", "space"}));
+    EXPECT_EQ(QDir(result.directory + "/sounds").entryList(QDir::Files).size(), 35);
+
+    SndfileDecoder decoder;
+    for (const std::string& file : config->allFiles()) {
+        const auto buffer =
+            decoder.decode(result.directory + "/sounds/" + QString::fromStdString(file), error);
+        ASSERT_TRUE(buffer) << file << ": " << error;
+        EXPECT_GT(buffer->samples.size(), 100u) << file;
+    }
+
+    QProcess check;
+    check.start(QStringLiteral(TAPPIX_KIT_PATH), {"check", result.directory});
+    ASSERT_TRUE(check.waitForFinished(30000));
+    const QString out = QString::fromUtf8(check.readAllStandardOutput());
+    EXPECT_TRUE(out.contains("\nOK\n")) << out.toStdString();
+}
+
+TEST(SwitchDesigner, SeedsRunAcrossGroupsInNameOrder) {
+    QTemporaryDir user;
+    const SwitchDesigner designer(writeFile);
+    const auto result = designer.save(kDesign, "Seeds", user.path());
+    ASSERT_TRUE(result.ok()) << result.error;
+
+    // Each file compared with the same render written here: group, file, seed, release.
+    struct Expected {
+        const char* group;
+        const char* file;
+        std::uint64_t seed;
+        bool isUp;
+    };
+    const Expected cases[] = {
+        {"alpha", "alpha_down_0.wav", 24301, false},
+        {"alpha", "alpha_down_3.wav", 24604, false},
+        {"alpha", "alpha_up_0.wav", 24705, true},
+        {"backspace", "backspace_down_0.wav", 25008, false},
+        {"modifier", "modifier_up_1.wav", 24301 + 101 * 26, true},
+        {"space", "space_up_2.wav", 27735, true},
+    };
+    QTemporaryDir mine;
+    for (const Expected& c : cases) {
+        const auto samples =
+            SynthEngine::render(SwitchDesigner::groupParams(c.group, kDesign), c.seed, c.isUp);
+        std::string error;
+        const QString path = mine.filePath(c.file);
+        ASSERT_TRUE(writeFile(samples, path, error)) << error;
+        EXPECT_EQ(bytes(result.directory + "/sounds/" + c.file), bytes(path)) << c.file;
+    }
+}
+
+TEST(SwitchDesigner, TheSameDesignAndNameSaveTheSameBytesAndOneIdReplacesItsKit) {
+    QTemporaryDir first;
+    QTemporaryDir second;
+    const SwitchDesigner designer(writeFile);
+    const auto a = designer.save(kDesign, "My Switch", first.path());
+    const auto b = designer.save(kDesign, "My Switch", second.path());
+    ASSERT_TRUE(a.ok() && b.ok());
+    const auto files = snapshot(a.directory);
+    EXPECT_EQ(files.size(), 36u);
+    EXPECT_EQ(files, snapshot(b.directory));
+
+    // "my-switch" is the same kit: the save replaces it whole, stray files and all.
+    QFile(a.directory + "/sounds/stray.wav").open(QIODevice::WriteOnly);
+    SynthParams other = kDesign;
+    other.bodyHz = 200.0f;
+    const auto replaced = designer.save(other, "my-switch", first.path());
+    ASSERT_TRUE(replaced.ok()) << replaced.error;
+    EXPECT_EQ(replaced.directory, a.directory);
+    EXPECT_EQ(QDir(first.path()).entryList(QDir::Dirs | QDir::NoDotAndDotDot),
+              QStringList{"custom-my-switch"});
+    const auto now = snapshot(a.directory);
+    EXPECT_EQ(now.size(), 36u);
+    EXPECT_NE(now.at("sounds/alpha_down_0.wav"), files.at("sounds/alpha_down_0.wav"));
+    EXPECT_EQ(SoundpackConfig::decode(now.at("config.json"))->metadata.name, "my-switch");
+}
+
+TEST(SwitchDesigner, FailuresGiveTheSystemsReasonAndNoManifest) {
+    QTemporaryDir dir;
+    const SwitchDesigner designer(writeFile);
+
+    // A user directory under a plain file can hold nothing, even for root.
+    QFile(dir.filePath("file")).open(QIODevice::WriteOnly);
+    const auto blocked = designer.save(kDesign, "Blocked", dir.filePath("file/kits"));
+    EXPECT_FALSE(blocked.ok());
+    EXPECT_EQ(blocked.error, std::string(std::strerror(ENOTDIR)));
+
+    // A writer that fails on the ninth file stops the save there: the files before it
+    // stay, and no manifest makes them a kit.
+    int written = 0;
+    const SwitchDesigner failing(
+        [&](const std::vector<float>& samples, const QString& path, std::string& error) {
+            if (++written == 9) {
+                error = "No space left on device";
+                return false;
+            }
+            return writeFile(samples, path, error);
+        });
+    const auto full = failing.save(kDesign, "Full", dir.path());
+    EXPECT_EQ(full.error, "backspace_down_1.wav: No space left on device");
+    EXPECT_EQ(QDir(full.directory + "/sounds").entryList(QDir::Files).size(), 8);
+    EXPECT_FALSE(QFile::exists(full.directory + "/config.json"));
+
+    const auto unnamed = designer.save(kDesign, " \t ", dir.path());
+    EXPECT_FALSE(unnamed.ok());
+    EXPECT_FALSE(QFile::exists(dir.filePath("custom-")));
+}
+
+TEST(SwitchDesigner, TheWaveformOutlinesThePressThenTheRelease) {
+    const auto peaks = SwitchDesigner::waveform(kDesign, 200);
+    ASSERT_EQ(peaks.size(), 200u);
+    for (float peak : peaks)
+        EXPECT_TRUE(peak >= 0.0f && peak <= 1.0f);
+    // The press at full height; then a silent pause; then the release, normalised alike.
+    const std::size_t press =
+        SynthEngine::render(kDesign, SwitchDesigner::kPreviewSeed, false).size();
+    const std::size_t total = SwitchDesigner::previewSamples(kDesign).size();
+    const auto pressBins = static_cast<long>(press * 200 / total);
+    const auto pauseBin = static_cast<long>((press + 1000) * 200 / total);
+    EXPECT_NEAR(*std::max_element(peaks.begin(), peaks.begin() + pressBins), 0.85f, 0.01f);
+    EXPECT_EQ(peaks[static_cast<std::size_t>(pauseBin)], 0.0f);
+    EXPECT_NEAR(*std::max_element(peaks.begin() + pauseBin, peaks.end()), 0.85f, 0.01f);
+    // A longer sustain draws a different outline.
+    SynthParams ringy = kDesign;
+    ringy.decayMs = 30.0f;
+    EXPECT_NE(SwitchDesigner::waveform(ringy, 200), peaks);
+}
