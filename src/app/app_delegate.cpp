@@ -2,8 +2,10 @@
 
 #include "core/log.h"
 #include "kits/kit_catalog.h"
+#include "platform/sndfile/sndfile_decoder.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QMetaObject>
 #include <QPointer>
 #include <random>
@@ -125,6 +127,10 @@ void AppDelegate::makeShell() {
     services.sendTestNotification = [this] {
         notifier_->post(QStringLiteral("tappix.test"), QStringLiteral("Tappix"),
                         QStringLiteral("This is how Tappix tells you it sleeps and wakes."));
+    };
+    services.writeSamples = [](const std::vector<float>& samples, const QString& path,
+                               std::string& error) {
+        return writeWav(samples, QFile::encodeName(path).toStdString(), error);
     };
     shell_ = std::make_unique<DesktopShell>(services);
     auto quit = [] {

@@ -41,6 +41,9 @@ DesktopShell::DesktopShell(Services services, QObject* parent)
     : QObject(parent), services_(services),
       kits_(services.packs, services.settings, services.engine), mixes_(services.settings),
       mixEditor_(services.settings, services.packs, services.engine),
+      designer_(services.packs, services.settings, services.engine, services.player,
+                services.writeSamples),
+      tuner_(services.packs, services.settings),
       settingsWindow_(services.settings, [this] { return makeWindow(kSettingsUrl); }) {
     panelModel_.setMixCount(mixes_.count());
     panelModel_.setCurrentKitName(kits_.currentName());
@@ -48,6 +51,11 @@ DesktopShell::DesktopShell(Services services, QObject* parent)
             [this] { panelModel_.setMixCount(mixes_.count()); });
     connect(&kits_, &KitListModel::currentChanged, this,
             [this] { panelModel_.setCurrentKitName(kits_.currentName()); });
+    // A designed kit, once saved, is listed at once under the user's own.
+    connect(&designer_, &DesignerViewModel::packsReloaded, this, [this] {
+        kits_.reload();
+        tuner_.kitsReloaded();
+    });
     menuBar_ = std::make_unique<MenuBarController>(services_.settings, panelModel_,
                                                    [this] { return makeWindow(kPanelUrl); });
 }
@@ -84,7 +92,9 @@ QVariantMap DesktopShell::viewProperties() {
 
 QVariantMap DesktopShell::pageModels() {
     // Each settings page's own view model, by the name its page reads.
-    return {{QStringLiteral("mixEditor"), QVariant::fromValue<QObject*>(&mixEditor_)}};
+    return {{QStringLiteral("mixEditor"), QVariant::fromValue<QObject*>(&mixEditor_)},
+            {QStringLiteral("designer"), QVariant::fromValue<QObject*>(&designer_)},
+            {QStringLiteral("tuner"), QVariant::fromValue<QObject*>(&tuner_)}};
 }
 
 QQuickWindow* DesktopShell::makeWindow(const QUrl& url) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ui/designer_view_model.h"
 #include "ui/kit_list_model.h"
 #include "ui/menu_bar_controller.h"
 #include "ui/menu_panel_model.h"
@@ -7,6 +8,7 @@
 #include "ui/mix_list_model.h"
 #include "ui/settings_window_controller.h"
 #include "ui/shell_services.h"
+#include "ui/tuner_view_model.h"
 
 #include <QCoreApplication>
 #include <QObject>
@@ -50,6 +52,10 @@ public:
     KitListModel& kits() { return kits_; }
     /// The Mix page's editor.
     MixEditorModel& mixEditor() { return mixEditor_; }
+    /// The Create page's switch designer.
+    DesignerViewModel& designer() { return designer_; }
+    /// The Create page's tuner for the main kit.
+    TunerViewModel& tuner() { return tuner_; }
     /// Shows the settings window on the page `lastSettingsPage` names.
     void showSettings() { settingsWindow_.show(); }
     /// Whether the settings window shows.
@@ -70,6 +76,8 @@ private:
     KitListModel kits_;
     MixListModel mixes_;
     MixEditorModel mixEditor_;
+    DesignerViewModel designer_;
+    TunerViewModel tuner_;
     std::unique_ptr<QQmlEngine> engine_;
     std::vector<QPointer<QQuickWindow>> windows_;
     std::unique_ptr<MenuBarController> menuBar_;

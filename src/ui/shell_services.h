@@ -1,6 +1,9 @@
 #pragma once
 
+#include <QString>
 #include <functional>
+#include <string>
+#include <vector>
 
 namespace tappix {
 
@@ -30,6 +33,10 @@ struct ShellServices {
     std::function<void()> checkForUpdates = {};
     /// Shows a notification so the user sees what Tappix's look like.
     std::function<void()> sendTestNotification = {};
+    /// Writes mono 48 kHz samples as a 16-bit PCM WAV file; false with the system's
+    /// reason. Any thread (kits designed in the views are written off the main thread).
+    std::function<bool(const std::vector<float>&, const QString& path, std::string& error)>
+        writeSamples = {};
 };
 
 } // namespace tappix

@@ -24,7 +24,7 @@
 
 namespace tappix::test {
 
-QCoreApplication& app() {
+inline QCoreApplication& app() {
     static int argc = 1;
     static char name[] = "tappix_tests";
     static char* argv[] = {name, nullptr};

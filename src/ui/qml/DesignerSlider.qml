@@ -60,7 +60,6 @@ RowLayout {
         text: row.valueText
         color: row.theme.text
         font.pixelSize: 12
-        font.features: { "tnum": 1 }
         horizontalAlignment: Text.AlignRight
         Layout.preferredWidth: 58
         Accessible.ignored: true
