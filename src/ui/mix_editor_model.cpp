@@ -564,15 +564,22 @@ void MixEditorModel::refreshChoices() {
         Q_EMIT kitChoicesChanged();
     }
 
+    // The sounds a kit has for whole groups of keys, as against one key's own.
+    static constexpr std::array<std::string_view, 6> kGeneralSounds{
+        "default", "alpha", "space", "enter", "backspace", "modifier"};
     QVariantList sounds{QVariantMap{{QStringLiteral("key"), QString()},
-                                    {QStringLiteral("label"), QStringLiteral("Auto")}}};
+                                    {QStringLiteral("label"), QStringLiteral("Auto")},
+                                    {QStringLiteral("general"), true}}};
     if (editing_)
         if (const Soundpack* pack = packs_.find(chosenKit().toStdString()))
             for (const std::string& key : pack->config.orderedSoundKeys())
-                sounds.append(QVariantMap{
-                    {QStringLiteral("key"), QString::fromStdString(key)},
-                    {QStringLiteral("label"),
-                     QString::fromStdString(KitCatalog::soundLabel(pack->config, key))}});
+                sounds.append(
+                    QVariantMap{{QStringLiteral("key"), QString::fromStdString(key)},
+                                {QStringLiteral("label"),
+                                 QString::fromStdString(KitCatalog::soundLabel(pack->config, key))},
+                                {QStringLiteral("general"),
+                                 std::find(kGeneralSounds.begin(), kGeneralSounds.end(), key) !=
+                                     kGeneralSounds.end()}});
     if (sounds != soundChoices_) {
         soundChoices_ = sounds;
         Q_EMIT soundChoicesChanged();

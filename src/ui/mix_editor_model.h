@@ -116,8 +116,9 @@ public:
     QVariantList sources() const { return sources_; }
     /// The kits of the source, as {kitId, name, blurb}.
     QVariantList kitChoices() const { return kitChoices_; }
-    /// The sounds of the chosen kit, as {key, label}: "Auto" (empty key) first, then
-    /// the kit's sound keys in their order.
+    /// The sounds of the chosen kit, as {key, label, general}: "Auto" (empty key) first,
+    /// then the kit's sound keys in their order; general ones serve groups of keys
+    /// ("default", "enter", …) rather than one key.
     QVariantList soundChoices() const { return soundChoices_; }
 
     /// "3 of 8 changed", or "all on the main kit" for a mix that changes no part.

@@ -44,11 +44,22 @@ Item {
                 width: Math.round((modelData.x + modelData.width) * board.unit) - keyLeft - board.gap
                 height: Math.round((modelData.y + modelData.height) * board.unit) - keyTop - board.gap
                 radius: Math.max(3, board.unit / 8)
+                z: editing ? 1 : 0
                 color: lit ? board.theme.accent : board.theme.background
-                border.width: editing ? 2 : 1
-                border.color: editing ? board.theme.text : lit ? board.theme.accent : board.theme.divider
+                border.width: 1
+                border.color: lit ? board.theme.accent : board.theme.divider
                 Accessible.ignored: true
 
+                // The part being edited: a ring just outside its keys.
+                Rectangle {
+                    visible: key.editing
+                    anchors.fill: parent
+                    anchors.margins: -Math.max(2, board.gap / 2 + 1)
+                    radius: key.radius + 2
+                    color: "transparent"
+                    border.width: 2
+                    border.color: board.theme.text
+                }
                 Rectangle {
                     anchors.fill: parent
                     anchors.margins: key.border.width

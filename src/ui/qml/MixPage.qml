@@ -14,6 +14,16 @@ Flickable {
     required property var models
     readonly property var editor: models.mixEditor
     readonly property bool playing: editor.activeMixId !== ""
+    // The part whose editor shows, and whether all of its kit's sounds are listed.
+    property string shownEditing: ""
+    property bool allSounds: false
+    // Per-key kits have dozens of sounds: the general ones and the one chosen are
+    // listed until the user asks for every key's own.
+    readonly property var shownSounds: {
+        const all = editor.soundChoices
+        const few = all.filter(s => s.general || s.key === editor.chosenSound)
+        return allSounds || all.length - few.length <= 2 ? all : few
+    }
 
     contentHeight: column.implicitHeight + 8
     clip: true
@@ -39,6 +49,35 @@ Flickable {
     Connections {
         target: page.Window.window
         function onActiveFocusItemChanged() { page.reveal(page.Window.activeFocusItem) }
+    }
+
+    // Opening a part's editor scrolls its kits into view, once laid out.
+    property bool revealEditor: false
+    onContentHeightChanged: if (revealEditor) showEditor()
+    function showEditor() {
+        // Until the column has placed it, the card sits at the top.
+        if (!editorCard.visible || editorCard.y <= 0)
+            return
+        revealEditor = false
+        const want = Math.min(editorCard.y + Math.min(editorCard.height, 320) + 16 - height,
+                              contentHeight - height)
+        if (want > contentY) {
+            scroll.to = want
+            scroll.restart()
+        }
+    }
+    NumberAnimation { id: scroll; target: page; property: "contentY"; duration: 180; easing.type: Easing.OutCubic }
+    Connections {
+        target: page.editor
+        function onEditingChanged() {
+            if (page.editor.editing === page.shownEditing)
+                return
+            page.shownEditing = page.editor.editing
+            page.allSounds = false
+            page.revealEditor = page.shownEditing !== ""
+            if (page.revealEditor)
+                Qt.callLater(page.showEditor)
+        }
     }
 
     // One kit the part being edited can play.
@@ -90,6 +129,8 @@ Flickable {
                     text: tile.blurb
                     color: page.theme.mutedText
                     font.pixelSize: 11
+                    wrapMode: Text.WordWrap
+                    maximumLineCount: 2
                     elide: Text.ElideRight
                     Layout.fillWidth: true
                 }
@@ -331,6 +372,7 @@ Flickable {
 
         // The part being edited: its kit, from one source at a time, and its sound.
         Card {
+            id: editorCard
             theme: page.theme
             visible: page.playing && page.editor.editing !== ""
             Layout.fillWidth: true
@@ -438,7 +480,7 @@ Flickable {
                     spacing: 6
                     Layout.fillWidth: true
                     Repeater {
-                        model: page.editor.soundChoices
+                        model: page.shownSounds
                         delegate: MixChip {
                             required property var modelData
                             theme: page.theme
@@ -447,6 +489,13 @@ Flickable {
                             description: modelData.key === "" ? "The kit picks a sound by the key pressed" : ""
                             onClicked: page.editor.chooseSound(modelData.key)
                         }
+                    }
+                    MixChip {
+                        theme: page.theme
+                        visible: page.shownSounds.length < page.editor.soundChoices.length
+                        exclusive: false
+                        text: "All " + (page.editor.soundChoices.length - 1) + " sounds…"
+                        onClicked: page.allSounds = true
                     }
                 }
                 Text {
