@@ -90,6 +90,10 @@ TEST(DesignerViewModel, SaveRunsOffTheMainThreadThenListsAndChoosesTheKit) {
     EXPECT_EQ(rowsIn(shell.kits(), KitListModel::kYoursSection), QStringList{"custom-my-switch"});
     EXPECT_EQ(shell.kits().currentName(), "My Switch");
     EXPECT_EQ(shell.tuner().kitName(), "My Switch");
+
+    // Once the design moves on, the sentence about the last save goes.
+    designer.setClick(0.2);
+    EXPECT_EQ(designer.status(), "");
 }
 
 TEST(DesignerViewModel, TheWriterRunsOnAnotherThread) {

@@ -94,6 +94,7 @@ void DesignerViewModel::changeParams(const SynthParams& next) {
         waveform_.append(static_cast<double>(peak));
     Q_EMIT paramsChanged();
     Q_EMIT waveformChanged();
+    clearStatus();
 }
 
 QVariantMap DesignerViewModel::ranges() const {
@@ -129,6 +130,7 @@ void DesignerViewModel::setName(const QString& value) {
     const bool could = canSave();
     name_ = value;
     Q_EMIT nameChanged();
+    clearStatus();
     if (could != canSave())
         Q_EMIT canSaveChanged();
 }
@@ -187,6 +189,12 @@ void DesignerViewModel::setBusy(bool value) {
     Q_EMIT busyChanged();
     if (could != canSave())
         Q_EMIT canSaveChanged();
+}
+
+void DesignerViewModel::clearStatus() {
+    // What the last save did no longer describes the design once it changes.
+    if (!busy_)
+        setStatus({});
 }
 
 void DesignerViewModel::setStatus(const QString& value) {

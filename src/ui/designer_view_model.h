@@ -88,7 +88,8 @@ public:
     bool canSave() const;
     /// Whether a save is under way.
     bool busy() const { return busy_; }
-    /// What the last save did, in a sentence; empty before the first.
+    /// What the last save did, in a sentence; empty before the first and once the
+    /// design or the name changes.
     QString status() const { return status_; }
 
     /// Loads preset `index`; an index out of range changes nothing.
@@ -116,6 +117,7 @@ private:
     void finishSave(const SwitchDesigner::Result& result);
     void setBusy(bool value);
     void setStatus(const QString& value);
+    void clearStatus();
 
     SoundpackStore& packs_;
     SettingsStore& settings_;

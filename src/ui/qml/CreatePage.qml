@@ -144,6 +144,8 @@ Flickable {
                     theme: page.theme
                     text: "Clicky resonance"
                     on: page.designer.clicky
+                    leftPadding: 0
+                    rightPadding: 0
                     Layout.fillWidth: true
                     onFlipped: value => page.designer.clicky = value
                     onActiveFocusChanged: if (activeFocus) page.reveal(this)

@@ -37,7 +37,8 @@ Button {
         color: control.filled ? control.theme.onAccent : control.theme.text
         opacity: control.enabled ? 1 : 0.6
         font.pixelSize: control.chip ? 12 : 13
-        font.weight: control.filled ? Font.DemiBold : Font.Normal
+        // Chips keep their weight when chosen, so the row never shifts.
+        font.weight: control.primary ? Font.DemiBold : Font.Normal
         horizontalAlignment: Text.AlignHCenter
         verticalAlignment: Text.AlignVCenter
         elide: Text.ElideRight

@@ -58,6 +58,8 @@ Card {
         DesignerSlider {
             theme: card.theme
             label: "Pitch"
+            lowWord: "low"
+            highWord: "high"
             range: card.tuner.ranges.pitch
             level: card.tuner.pitch
             valueText: card.tuner.pitch.toFixed(2) + "×"
@@ -69,6 +71,8 @@ Card {
         DesignerSlider {
             theme: card.theme
             label: "Gain"
+            lowWord: "quiet"
+            highWord: "loud"
             range: card.tuner.ranges.gain
             level: card.tuner.gain
             valueText: Math.round(card.tuner.gain * 100) + "%"
@@ -80,6 +84,8 @@ Card {
         DesignerSlider {
             theme: card.theme
             label: "Variation"
+            lowWord: "steady"
+            highWord: "loose"
             range: card.tuner.ranges.variation
             level: card.tuner.variation
             valueText: "±" + (card.tuner.variation * 100).toFixed(1) + "%"
@@ -91,6 +97,8 @@ Card {
         DesignerSlider {
             theme: card.theme
             label: "Pan width"
+            lowWord: "narrow"
+            highWord: "wide"
             range: card.tuner.ranges.panWidth
             level: card.tuner.panWidth
             valueText: Math.round(card.tuner.panWidth * 100) + "%"
