@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -45,6 +46,14 @@ public:
     virtual bool isServerReachable() = 0;
     /// The server's name and version, when reachable (for diagnostics).
     virtual std::string serverDescription() = 0;
+
+    /// Calls `onChanged` whenever the answers above may have changed: a device came or
+    /// went, a default changed, the server was reached again or lost. It runs on a
+    /// thread of the manager's own and must return quickly (post the work elsewhere).
+    /// Replaces any earlier callback; an empty one stops the calls, and once this
+    /// returns the earlier callback is no longer running. Managers that cannot tell
+    /// never call it. Any thread but the callback's own.
+    virtual void setOnDevicesChanged(std::function<void()> /*onChanged*/) {}
 };
 
 /// The answer when there is no audio system at all: nothing, false.

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <dirent.h>
+#include <mutex>
 #include <unistd.h>
 
 namespace tappix {
@@ -35,12 +36,50 @@ bool isDigits(const char* text) {
 } // namespace
 
 PulseDeviceManager::PulseDeviceManager(std::string procRoot)
-    : connection_("Tappix device queries", "tappix-devices", {}), procRoot_(std::move(procRoot)) {
+    : connection_(
+          "Tappix device queries", "tappix-devices",
+          {[this](pa_context* context) { onConnected(context); }, [this] { reportChange(); }}),
+      procRoot_(std::move(procRoot)) {
     connection_.start();
 }
 
 PulseDeviceManager::~PulseDeviceManager() {
     connection_.stop();
+}
+
+void PulseDeviceManager::setOnDevicesChanged(std::function<void()> onChanged) {
+    const std::lock_guard guard(onChangedMutex_);
+    onChanged_ = std::move(onChanged);
+}
+
+void PulseDeviceManager::reportChange() {
+    const std::lock_guard guard(onChangedMutex_);
+    if (onChanged_)
+        onChanged_();
+}
+
+void PulseDeviceManager::onConnected(pa_context* context) {
+    pa_context_set_subscribe_callback(context, &PulseDeviceManager::onEvent, this);
+    const auto mask = static_cast<pa_subscription_mask_t>(
+        PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SERVER | PA_SUBSCRIPTION_MASK_SINK_INPUT);
+    if (pa_operation* op = pa_context_subscribe(context, mask, nullptr, nullptr))
+        pa_operation_unref(op);
+    // Reached for the first time or after a restart: what was known may be stale.
+    reportChange();
+}
+
+void PulseDeviceManager::onEvent(pa_context*, pa_subscription_event_type_t type, std::uint32_t,
+                                 void* self) {
+    const auto facility = type & PA_SUBSCRIPTION_EVENT_FACILITY_MASK;
+    const auto kind = type & PA_SUBSCRIPTION_EVENT_TYPE_MASK;
+    // A sink's or a stream's own changes (volume, state) are frequent and change no
+    // answer; the server's change is a new default.
+    const bool relevant =
+        facility == PA_SUBSCRIPTION_EVENT_SERVER
+            ? kind == PA_SUBSCRIPTION_EVENT_CHANGE
+            : kind == PA_SUBSCRIPTION_EVENT_NEW || kind == PA_SUBSCRIPTION_EVENT_REMOVE;
+    if (relevant)
+        static_cast<PulseDeviceManager*>(self)->reportChange();
 }
 
 pa_context* PulseDeviceManager::begin() {

@@ -3,6 +3,8 @@
 #include "audio/audio_device_manager.h"
 #include "platform/pulse/pulse_connection.h"
 
+#include <functional>
+#include <mutex>
 #include <string>
 
 namespace tappix {
@@ -12,6 +14,11 @@ namespace tappix {
 /// sink's `device.bus` and `device.form_factor`; the microphone is in use when the
 /// default source (never a monitor) is running or has a recording client. Each query
 /// waits at most `kTimeoutMs` and answers none or false on any failure.
+///
+/// The connection subscribes to the server's events: sinks coming and going, the server's
+/// defaults changing, and playback streams coming and going (a remade stream reports a
+/// new latency) call the change callback on the loop thread "tappix-devices", as do
+/// reaching the server (again) and losing it.
 class PulseDeviceManager final : public AudioDeviceManager {
 public:
     /// Longest wait for the server's answers to one query, all its requests together,
@@ -31,6 +38,7 @@ public:
     bool isCameraInUse() override;
     bool isServerReachable() override;
     std::string serverDescription() override;
+    void setOnDevicesChanged(std::function<void()> onChanged) override;
 
 private:
     struct SinkFacts {
@@ -50,7 +58,16 @@ private:
     pa_context* begin();
     ServerFacts server();
     SinkFacts defaultSinkFacts();
+    /// Subscribes to the events that change the answers. Loop thread.
+    void onConnected(pa_context* context);
+    static void onEvent(pa_context* context, pa_subscription_event_type_t type, std::uint32_t index,
+                        void* self);
+    /// Calls the change callback. Loop thread.
+    void reportChange();
 
+    // The change callback; held while it runs, so replacing it waits for a running call.
+    std::mutex onChangedMutex_;
+    std::function<void()> onChanged_;
     PulseConnection connection_;
     std::string procRoot_;
     pa_usec_t deadline_ = 0;
