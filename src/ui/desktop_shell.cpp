@@ -1,5 +1,6 @@
 #include "ui/desktop_shell.h"
 
+#include "audio/audio_player.h"
 #include "core/log.h"
 #include "monitors/typing_monitor.h"
 #include "settings/settings_store.h"
@@ -44,6 +45,8 @@ DesktopShell::DesktopShell(Services services, QObject* parent)
       designer_(services.packs, services.settings, services.engine, services.player,
                 services.writeSamples),
       tuner_(services.packs, services.settings),
+      outputDevices_(services.settings, services.devices,
+                     services.player ? &services.player->output() : nullptr),
       settingsWindow_(services.settings, [this] { return makeWindow(kSettingsUrl); }) {
     panelModel_.setMixCount(mixes_.count());
     panelModel_.setCurrentKitName(kits_.currentName());
@@ -94,7 +97,8 @@ QVariantMap DesktopShell::pageModels() {
     // Each settings page's own view model, by the name its page reads.
     return {{QStringLiteral("mixEditor"), QVariant::fromValue<QObject*>(&mixEditor_)},
             {QStringLiteral("designer"), QVariant::fromValue<QObject*>(&designer_)},
-            {QStringLiteral("tuner"), QVariant::fromValue<QObject*>(&tuner_)}};
+            {QStringLiteral("tuner"), QVariant::fromValue<QObject*>(&tuner_)},
+            {QStringLiteral("devices"), QVariant::fromValue<QObject*>(&outputDevices_)}};
 }
 
 QQuickWindow* DesktopShell::makeWindow(const QUrl& url) {

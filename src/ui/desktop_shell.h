@@ -6,6 +6,7 @@
 #include "ui/menu_panel_model.h"
 #include "ui/mix_editor_model.h"
 #include "ui/mix_list_model.h"
+#include "ui/output_device_list_model.h"
 #include "ui/settings_window_controller.h"
 #include "ui/shell_services.h"
 #include "ui/tuner_view_model.h"
@@ -56,6 +57,8 @@ public:
     DesignerViewModel& designer() { return designer_; }
     /// The Create page's tuner for the main kit.
     TunerViewModel& tuner() { return tuner_; }
+    /// The Sound page's output device picker.
+    OutputDeviceListModel& outputDevices() { return outputDevices_; }
     /// Shows the settings window on the page `lastSettingsPage` names.
     void showSettings() { settingsWindow_.show(); }
     /// Whether the settings window shows.
@@ -78,6 +81,7 @@ private:
     MixEditorModel mixEditor_;
     DesignerViewModel designer_;
     TunerViewModel tuner_;
+    OutputDeviceListModel outputDevices_;
     std::unique_ptr<QQmlEngine> engine_;
     std::vector<QPointer<QQuickWindow>> windows_;
     std::unique_ptr<MenuBarController> menuBar_;
