@@ -104,14 +104,6 @@ void AppDelegate::start() {
     if (shell_) {
         shell_->panelModel().setCaptureIsPossible(wasTrusted_);
         showWelcomeOrSettings();
-        // Once the launch has settled, build the panel so its first opening is quick.
-        QMetaObject::invokeMethod(
-            this,
-            [this] {
-                if (shell_ && !shutDown_)
-                    shell_->preparePanel();
-            },
-            Qt::QueuedConnection);
     }
     connect(&permissionTimer_, &QTimer::timeout, this, &AppDelegate::permissionTick);
     permissionTimer_.start(kPermissionPollMs);

@@ -29,6 +29,14 @@ std::unique_ptr<QCoreApplication> DesktopShell::makeApplication(int& argc, char*
     if (qgetenv("XDG_SESSION_TYPE") == "wayland" && !qEnvironmentVariableIsEmpty("DISPLAY") &&
         qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "xcb");
+    // Tappix's windows are small and mostly still: the software renderer draws them
+    // quickly and keeps a graphics driver (tens of megabytes) out of a process that
+    // otherwise sits in the tray all day. The environment still decides when it says.
+    if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND")) {
+        QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+        if (qEnvironmentVariableIsEmpty("QT_XCB_GL_INTEGRATION"))
+            qputenv("QT_XCB_GL_INTEGRATION", "none");
+    }
     // Every control is drawn by Tappix's own views in the theme's colours.
     QQuickStyle::setStyle(QStringLiteral("Basic"));
     auto app = std::make_unique<QApplication>(argc, argv);
@@ -47,6 +55,7 @@ DesktopShell::DesktopShell(Services services, QObject* parent)
       tuner_(services.packs, services.settings),
       outputDevices_(services.settings, services.devices,
                      services.player ? &services.player->output() : nullptr),
+      behaviour_(services),
       settingsWindow_(services.settings, [this] { return makeWindow(kSettingsUrl); }) {
     panelModel_.setMixCount(mixes_.count());
     panelModel_.setCurrentKitName(kits_.currentName());
@@ -67,10 +76,6 @@ DesktopShell::~DesktopShell() {
     // Windows go before the engine whose objects they show.
     for (const QPointer<QQuickWindow>& window : windows_)
         delete window.data();
-}
-
-void DesktopShell::preparePanel() {
-    menuBar_->preparePanel();
 }
 
 QQmlEngine& DesktopShell::engine() {
@@ -98,7 +103,8 @@ QVariantMap DesktopShell::pageModels() {
     return {{QStringLiteral("mixEditor"), QVariant::fromValue<QObject*>(&mixEditor_)},
             {QStringLiteral("designer"), QVariant::fromValue<QObject*>(&designer_)},
             {QStringLiteral("tuner"), QVariant::fromValue<QObject*>(&tuner_)},
-            {QStringLiteral("devices"), QVariant::fromValue<QObject*>(&outputDevices_)}};
+            {QStringLiteral("devices"), QVariant::fromValue<QObject*>(&outputDevices_)},
+            {QStringLiteral("behaviour"), QVariant::fromValue<QObject*>(&behaviour_)}};
 }
 
 QQuickWindow* DesktopShell::makeWindow(const QUrl& url) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ui/behaviour_view_model.h"
 #include "ui/designer_view_model.h"
 #include "ui/kit_list_model.h"
 #include "ui/menu_bar_controller.h"
@@ -49,6 +50,8 @@ public:
     MenuBarController& menuBar() { return *menuBar_; }
     /// The panel's state.
     MenuPanelModel& panelModel() { return panelModel_; }
+    /// The Behaviour page's commands.
+    BehaviourViewModel& behaviour() { return behaviour_; }
     /// The kits the panel lists.
     KitListModel& kits() { return kits_; }
     /// The Mix page's editor.
@@ -65,8 +68,6 @@ public:
     bool isSettingsVisible() const { return settingsWindow_.isVisible(); }
     /// The settings window, once made (tests, screenshots).
     QQuickWindow* settingsWindow() const { return settingsWindow_.window(); }
-    /// Builds the panel ahead of its first opening, so that opening shows it at once.
-    void preparePanel();
 
 private:
     QQuickWindow* makeWindow(const QUrl& url);
@@ -82,6 +83,7 @@ private:
     DesignerViewModel designer_;
     TunerViewModel tuner_;
     OutputDeviceListModel outputDevices_;
+    BehaviourViewModel behaviour_;
     std::unique_ptr<QQmlEngine> engine_;
     std::vector<QPointer<QQuickWindow>> windows_;
     std::unique_ptr<MenuBarController> menuBar_;

@@ -19,7 +19,8 @@ class SettingsStore;
 /// The tray icon and the panel that drops from it. The icon shows whether sounds are
 /// on; activating it opens the panel or flips the sounds, as the user chose; its menu
 /// holds the application's menu. The panel window is made by the caller's factory on
-/// first need and kept. Main thread only.
+/// first need (so a Tappix that stays in the tray never loads the views) and kept.
+/// Main thread only.
 class MenuBarController final : public QObject {
     Q_OBJECT
 public:
@@ -45,8 +46,6 @@ public:
     void togglePanel(Placement placement = Placement::tray);
     /// Opens the panel on its main page (already open: brings it forward).
     void showPanel(Placement placement = Placement::tray);
-    /// Makes the panel without showing it, so that the first opening is quick.
-    void preparePanel() { panel(); }
     /// Whether the panel shows now.
     bool isPanelVisible() const;
     /// Whether a tray host shows the icon.
