@@ -17,8 +17,12 @@ packages=(
     # tests and benchmarks
     libgtest-dev libgmock-dev libbenchmark-dev libfftw3-dev
     xvfb xauth xdotool pulseaudio pulseaudio-utils sox dbus bc
+    # HTTPS feed servers with certificates made at test time
+    openssl python3
     # windows driven through the accessibility tree, screenshots
     at-spi2-core python3-pyatspi python3-gi gir1.2-atspi-2.0 python3-xlib imagemagick
+    # make package: the .deb, its icons, and the checks of what it installs
+    dpkg-dev librsvg2-bin appstream desktop-file-utils man-db
     # recordings the bundled buckling-spring kit is built from
     bucklespring-data
 )

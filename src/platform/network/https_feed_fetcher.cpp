@@ -8,14 +8,14 @@
 
 namespace tappix {
 
-HttpsFeedFetcher::HttpsFeedFetcher(QList<QSslCertificate> extraAuthorities)
-    : extraAuthorities_(std::move(extraAuthorities)) {
+HttpsFeedFetcher::HttpsFeedFetcher(QList<QSslCertificate> extraAuthorities, int timeoutMs)
+    : extraAuthorities_(std::move(extraAuthorities)), timeoutMs_(timeoutMs) {
     network_.setRedirectPolicy(QNetworkRequest::NoLessSafeRedirectPolicy);
 }
 
 void HttpsFeedFetcher::fetch(const QUrl& url, Done done) {
     QNetworkRequest request(url);
-    request.setTransferTimeout(kTimeoutMs);
+    request.setTransferTimeout(timeoutMs_);
     request.setHeader(QNetworkRequest::UserAgentHeader,
                       QStringLiteral("Tappix/%1").arg(QStringLiteral(TAPPIX_VERSION)));
     if (!extraAuthorities_.isEmpty()) {
@@ -35,11 +35,21 @@ void HttpsFeedFetcher::fetch(const QUrl& url, Done done) {
     QObject::connect(reply, &QNetworkReply::downloadProgress, reply,
                      [reply, finish](qint64 received, qint64) {
                          if (received > kMaxBytes) {
-                             reply->abort();
+                             // Aborting finishes the reply at once: the reason goes first.
                              finish(std::nullopt, QStringLiteral("the feed is larger than 1 MB"));
+                             reply->abort();
                          }
                      });
-    QObject::connect(reply, &QNetworkReply::finished, reply, [reply, finish] {
+    const int timeoutMs = timeoutMs_;
+    QObject::connect(reply, &QNetworkReply::finished, reply, [reply, finish, timeoutMs] {
+        // The size check answers before it aborts, so a reply cancelled by the time it
+        // gets here ran out of time.
+        if (reply->error() == QNetworkReply::OperationCanceledError ||
+            reply->error() == QNetworkReply::TimeoutError) {
+            finish(std::nullopt, QStringLiteral("the server sent nothing for %1 s")
+                                     .arg(QString::number(timeoutMs / 1000.0, 'g', 3)));
+            return;
+        }
         if (reply->error() != QNetworkReply::NoError) {
             finish(std::nullopt, reply->errorString());
             return;

@@ -10,7 +10,8 @@ namespace tappix {
 
 /// Fetches feeds over HTTPS with Qt Network: certificates checked against the
 /// system's authorities (plus any given, for tests), at most `kMaxBytes`, given up
-/// after `kTimeoutMs`. Redirects are followed only to HTTPS. Main thread only.
+/// after `kTimeoutMs` (or the timeout given) without progress. Redirects are followed
+/// only to HTTPS. Main thread only.
 class HttpsFeedFetcher final : public FeedFetcher {
 public:
     /// Larger answers are not a feed.
@@ -18,14 +19,17 @@ public:
     /// A feed that has not arrived by then never will.
     static constexpr int kTimeoutMs = 20000;
 
-    /// A fetcher trusting the system's authorities and `extraAuthorities`.
-    explicit HttpsFeedFetcher(QList<QSslCertificate> extraAuthorities = {});
+    /// A fetcher trusting the system's authorities and `extraAuthorities`, giving up on
+    /// a server silent for `timeoutMs`.
+    explicit HttpsFeedFetcher(QList<QSslCertificate> extraAuthorities = {},
+                              int timeoutMs = kTimeoutMs);
 
     void fetch(const QUrl& url, Done done) override;
 
 private:
     QNetworkAccessManager network_;
     QList<QSslCertificate> extraAuthorities_;
+    int timeoutMs_;
 };
 
 } // namespace tappix
