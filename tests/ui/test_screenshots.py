@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Pictures of the panel's three pages and the About page in a dark and a light theme,
+"""Pictures of the panel's three pages and the six settings pages in a dark and a light theme,
 saved under $TAPPIX_UI_ARTIFACTS for a person to look over (nothing compares them).
 Each run also walks the panel's pages and ends with its Quit row."""
 
@@ -7,6 +7,11 @@ import os
 import unittest
 
 import tappix_ui as ui
+
+
+# Each settings page by its tab, and the heading that shows it is on screen.
+SETTINGS_PAGES = [("Sound", "Sound"), ("Mix", "Mix"), ("Create", "Design your own switch"),
+                  ("Behaviour", "Behaviour"), ("Look", "Look"), ("About", "Tappix")]
 
 
 def focused_rows(s, panel):
@@ -45,10 +50,14 @@ class Screenshots(unittest.TestCase):
         shots.append(ui.screenshot(s, "panel-mixes-" + suffix))
         ui.close_panel(s)
 
-        ui.cli_ok(self, s, "--settings", "about")
+        ui.cli_ok(self, s, "--settings", "sounds")
         window = ui.settings_window(s)
-        ui.label(s, "Waiting for keystrokes", root=window)
-        shots.append(ui.screenshot(s, "settings-about-" + suffix))
+        for tab, heading in SETTINGS_PAGES:
+            s.press(s.find("page tab", tab, root=window), "Press")
+            ui.heading(s, heading, window)
+            if tab == "About":
+                ui.label(s, "Waiting for keystrokes", root=window)
+            shots.append(ui.screenshot(s, "settings-%s-%s" % (tab.lower(), suffix)))
         ui.close_window(s, ui.SETTINGS)
 
         panel = ui.open_panel(self, s)

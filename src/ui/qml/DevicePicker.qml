@@ -25,6 +25,7 @@ ComboBox {
         required property int index
         width: picker.width
         highlighted: picker.highlightedIndex === index
+        Accessible.name: row.name + (row.isAvailable ? "" : " — not connected")
         contentItem: Text {
             text: row.name + (row.isAvailable ? "" : " — not connected")
             color: row.isAvailable ? picker.theme.text : picker.theme.mutedText

@@ -1,0 +1,399 @@
+#!/usr/bin/python3
+"""The settings pages driven through their controls as a person would: what each one
+stores, what the keys then sound like, the autostart entry, the shortcut recorder,
+the palette on screen, a designed kit saved and played, and a mix that gives Return
+another kit."""
+
+import array
+import os
+import shutil
+import unittest
+import wave
+
+import tappix_ui as ui
+
+NEEDS_MODIFIER = "Hold Ctrl, Alt or Super with the key, so typing never sets it off."
+NO_MIX_PLAYING = ("No mix is playing, so every key is on the main kit. Pick one above to "
+                  "put it back on the board.")
+AUTOSTART_PROBLEM = "Tappix could not change your desktop's autostart folder."
+
+
+# ---- sound measures ---------------------------------------------------------------
+
+def envelope(recording, frame_ms=5):
+    """The recording's mean level (0 … 1) in frames of `frame_ms`, both channels summed."""
+    with wave.open(recording.path, "rb") as f:
+        samples = array.array("h")
+        samples.frombytes(f.readframes(f.getnframes()))
+    frame = 2 * ui.harness.SAMPLE_RATE * frame_ms // 1000
+    return [sum(map(abs, samples[i:i + frame])) / frame / 32768.0
+            for i in range(0, len(samples), frame)]
+
+
+def onsets(recording, loud=0.02, quiet=0.01, quiet_frames=16):
+    """How many separate sounds the recording holds: rises above `loud` that leave at
+    least `quiet_frames` frames (80 ms) below `quiet`."""
+    count, calm, armed = 0, quiet_frames, False
+    for level in envelope(recording):
+        if level < quiet:
+            calm += 1
+            continue
+        if calm:
+            # A rise: a new sound when the quiet before it lasted.
+            armed = calm >= quiet_frames
+            calm = 0
+        if armed and level >= loud:
+            count += 1
+            armed = False
+    return count
+
+
+def press_and_release(session, keys, hold=0.3):
+    """Each key down, held, up, then a pause as long: one xdotool run, so the spacing
+    is the same however loaded the machine is."""
+    steps = []
+    for key in keys:
+        steps += ["keydown", key, "sleep", hold, "keyup", key, "sleep", hold]
+    return session.record(0.4, action=lambda: session.xdotool(*steps))
+
+
+def record_returns(session):
+    return session.record(0.8, action=lambda: session.xdotool("key", "--delay", 250,
+                                                              "Return", "Return", "Return"))
+
+
+# ---- windows --------------------------------------------------------------------------
+
+def open_page(test, session, page, heading):
+    """Opens the settings window on `page` from the command line; returns the window."""
+    ui.cli_ok(test, session, "--settings", page)
+    window = ui.settings_window(session)
+    # The page may come back scrolled down, its heading out of sight.
+    session.find("heading", heading, root=window)
+    return window
+
+
+def focus(session, accessible):
+    """Gives `accessible` the keyboard focus, in a window that has the X input focus."""
+    ui.focus_window(session, ui.SETTINGS)
+    session.press(accessible, "SetFocus")
+    session.wait_until(lambda: "focused" in session.states(accessible), 5,
+                       message=lambda: "%s to take the focus" % accessible.get_name())
+
+
+def pixel(session, x, y):
+    """The screen's colour at (x, y) as (r, g, b)."""
+    from Xlib import X, display as xdisplay
+    connection = xdisplay.Display(session.display)
+    try:
+        image = connection.screen().root.get_image(x, y, 1, 1, X.ZPixmap, 0xFFFFFFFF)
+        blue, green, red = image.data[:3]
+        return (red, green, blue)
+    finally:
+        connection.close()
+
+
+def window_background(session):
+    """The colour just inside the settings window's bottom right corner, where no
+    control sits on any page."""
+    (window,) = [w for w in session.x_windows() if w["title"] == ui.SETTINGS]
+    return pixel(session, window["x"] + window["width"] - 4, window["y"] + window["height"] - 4)
+
+
+def device_rows(session, window):
+    """The names the open device list shows."""
+    return [item.get_name() for item in session.find_all("list item", root=window)]
+
+
+# ---- the pages ------------------------------------------------------------------------
+
+class SoundPage(unittest.TestCase):
+
+    def test_release_switch_tone_pad_and_device_list(self):
+        s = ui.start(self, dict(ui.STEADY_SOUND, volume=0.8, lastSettingsPage="sounds"),
+                     login_start=False)
+        window = ui.settings_window(s)
+        ui.heading(s, "Sound", window)
+
+        with self.subTest("switching off release sounds leaves the presses alone"):
+            keys = ("a", "s", "d")
+            ui.wait_for_quiet(s)
+            with_releases = press_and_release(s, keys)
+            switch = s.find("check box", "Key release sounds", root=window)
+            self.assertTrue(s.is_checked(switch))
+            s.press(switch)
+            s.wait_for_preference("keyUpSoundsEnabled", False)
+            ui.wait_for_quiet(s)
+            presses_only = press_and_release(s, keys)
+            counts = (onsets(with_releases), onsets(presses_only))
+            self.assertEqual(counts, (2 * len(keys), len(keys)), (with_releases, presses_only))
+
+        with self.subTest("a darker, deeper tone from the tone pad's arrow keys"):
+            ui.wait_for_quiet(s)
+            before = ui.record_typing(s)
+            pad = s.find("slider", "Tone pad", root=window)
+            focus(s, pad)
+            # Each arrow moves the dot by a 25th of the pad.
+            s.xdotool("key", "--delay", 40, *(["Down"] * 15 + ["Left"] * 6))
+            s.wait_until(lambda: pad.get_description() == "Pitch 72%, brightness 40%", 5,
+                         message=lambda: "the pad to say where it is (%r)"
+                         % pad.get_description())
+            s.wait_until(lambda: abs(s.preferences().get("toneBrightness", 1) - 0.40) < 0.005
+                         and abs(s.preferences().get("tonePitch", 1) - 0.72) < 0.005, 5,
+                         message=lambda: "the tone to be stored (%s, %s)" % (
+                             s.preferences().get("toneBrightness"),
+                             s.preferences().get("tonePitch")))
+            ui.wait_for_quiet(s)
+            after = ui.record_typing(s)
+            self.assertTrue(after.heard(), after)
+            detail = (before, after, ui.brightness(before), ui.brightness(after))
+            self.assertGreater(ui.brightness(before), 1.25 * ui.brightness(after), detail)
+
+        with self.subTest("the device list follows the sinks and the choice is stored"):
+            picker = s.find("combo box", "Play sound through", root=window)
+            s.pulse.pactl("load-module", "module-null-sink", "sink_name=tappix_desk",
+                          "rate=48000", "sink_properties=device.description=Desk-Speakers")
+            focus(s, picker)
+            s.key("space")
+            rows = s.wait_until(lambda: "Desk-Speakers" in device_rows(s, window)
+                                and device_rows(s, window), 10,
+                                message=lambda: "Desk-Speakers to be listed (%s)"
+                                % device_rows(s, window))
+            self.assertIn("Speakers-B", rows)
+            # The list opens on the device in use: the system default, first.
+            s.xdotool("key", "--delay", 60, *["Down"] * rows.index("Speakers-B"), "Return")
+            s.wait_for_preference("outputDeviceUID", "tappix_b")
+            # Letters typed at the list would pick a device by its first letter.
+            focus(s, s.find("slider", "Tone pad", root=window))
+            s.wait_until(lambda: not s.record(0.3, sink="tappix_b").heard(), 10,
+                         message="Speakers-B to fall silent")
+            typed = s.record(0.8, action=lambda: ui.type_keys(s), sink="tappix_b")
+            self.assertTrue(typed.heard(), typed)
+
+            module = next(line.split()[0] for line in s.pulse.pactl("list", "short", "modules")
+                          .splitlines() if "sink_name=tappix_desk" in line)
+            s.pulse.pactl("unload-module", module)
+            focus(s, picker)
+            s.key("space")
+            s.wait_until(lambda: "Speakers-B" in device_rows(s, window)
+                         and "Desk-Speakers" not in device_rows(s, window), 10,
+                         message=lambda: "Desk-Speakers to go (%s)" % device_rows(s, window))
+            s.key("Escape")
+
+
+class BehaviourAndLookPages(unittest.TestCase):
+
+    def test_autostart_switches_shortcut_palette_and_key_cast(self):
+        # Started by hand (no autostart entry), so the window opens.
+        s = ui.start(self, {"lastSettingsPage": "behaviour"}, login_start=False)
+        window = ui.settings_window(s)
+        ui.heading(s, "Behaviour", window)
+        entry = os.path.join(s.config_home, "autostart", "app.morvane.tappix.desktop")
+
+        with self.subTest("Launch at login writes and removes the autostart entry"):
+            switch = s.find("check box", "Launch at login", root=window)
+            self.assertFalse(s.is_checked(switch))
+            s.press(switch)
+            s.wait_until(lambda: os.path.exists(entry), 5, message=lambda: (
+                "%s to be written (problem shown: %s)" % (
+                    entry, bool(s.find_all("label", AUTOSTART_PROBLEM, root=window)))))
+            with open(entry, encoding="utf-8") as f:
+                text = f.read()
+            self.assertIn("Exec=" + os.path.realpath(s.program), text)
+            self.assertTrue(s.is_checked(switch))
+            s.press(switch)
+            s.wait_until(lambda: not os.path.exists(entry), 5, message="the entry to go")
+            self.assertFalse(s.find_all("label", AUTOSTART_PROBLEM, root=window))
+
+        with self.subTest("an autostart folder that cannot be written says so"):
+            switch = s.find("check box", "Launch at login", root=window)
+            if s.is_checked(switch):  # left on by a failure above
+                s.press(switch)
+                s.wait_until(lambda: not s.is_checked(switch), 5, message="the switch off")
+            # A file where the folder should be stops root too.
+            shutil.rmtree(os.path.dirname(entry), ignore_errors=True)
+            with open(os.path.dirname(entry), "w", encoding="utf-8") as f:
+                f.write("in the way\n")
+            s.press(switch)
+            ui.label(s, AUTOSTART_PROBLEM, root=window)
+            s.wait_until(lambda: not s.is_checked(switch), 5,
+                         message="the switch to go back off, as nothing starts at login")
+            os.remove(os.path.dirname(entry))
+
+        with self.subTest("switches store their preferences"):
+            for name, key, value in (("Keep icon bright when muted", "menuIconDimDisabled", True),
+                                     ("Sleep automatically", "sleepEnabled", True),
+                                     ("Preview when switching sounds", "switchPreviewDisabled",
+                                      True)):
+                s.press(s.find("check box", name, root=window))
+                s.wait_for_preference(key, value)
+
+        with self.subTest("the shortcut recorder takes a chord and refuses a bare letter"):
+            field = s.find("push button", "Toggle keystroke sounds: " + ui.SHORTCUT, root=window)
+            ui.focus_window(s, ui.SETTINGS)
+            s.press(field)
+            s.find("push button", "Toggle keystroke sounds: Type a shortcut…", root=window)
+            s.key("j")
+            ui.label(s, NEEDS_MODIFIER, root=window)
+            s.key("ctrl+alt+j")
+            s.wait_for_preference("toggleSoundsShortcut", "Ctrl+Alt+J")
+            s.find("push button", "Toggle keystroke sounds: Ctrl+Alt+J", root=window)
+
+            # Another try: a bare letter, then Escape, keeps the shortcut.
+            s.press(s.find("push button", "Toggle keystroke sounds: Ctrl+Alt+J", root=window))
+            s.find("push button", "Toggle keystroke sounds: Type a shortcut…", root=window)
+            s.key("k")
+            ui.label(s, NEEDS_MODIFIER, root=window)
+            s.key("Escape")
+            s.find("push button", "Toggle keystroke sounds: Ctrl+Alt+J", root=window)
+            self.assertEqual(s.preferences().get("toggleSoundsShortcut"), "Ctrl+Alt+J")
+
+        with self.subTest("typing a combination into the recorder does not also run it"):
+            # The round trips above leave the key queue plenty of time to act on it.
+            self.assertNotIn("by the shortcut", s.log())
+            self.assertNotEqual(s.preferences().get("isEnabled"), False)
+
+        with self.subTest("the new shortcut turns the sounds off and on"):
+            was = s.preferences().get("isEnabled", True)
+            s.key("ctrl+alt+j")
+            s.wait_for_preference("isEnabled", not was)
+            s.key("ctrl+alt+j")
+            s.wait_for_preference("isEnabled", was)
+
+        s.press(s.find("page tab", "Look", root=window), "Press")
+        ui.heading(s, "Look", window)
+
+        with self.subTest("a palette recolours the window"):
+            dark = window_background(s)
+            s.press(ui.button(s, "Milk", window))
+            s.wait_for_preference("themeID", "milk")
+            light = s.wait_until(lambda: window_background(s) != dark and window_background(s),
+                                 5, message=lambda: "the background to change from %s" % (dark,))
+            self.assertGreater(sum(light), sum(dark) + 300, (dark, light))
+
+        with self.subTest("key cast settings store their preferences"):
+            s.press(s.find("check box", "Cast my keys on screen", root=window))
+            s.wait_for_preference("visualizerEnabled", True)
+            s.press(s.find("push button", "Size: Large", root=window))
+            s.wait_for_preference("visualizerSize", "large")
+
+
+class CreatePage(unittest.TestCase):
+
+    def test_saved_design_is_chosen_listed_and_heard_and_a_failed_save_says_why(self):
+        s = ui.start(self, dict(ui.STEADY_SOUND, volume=0.8, lastSettingsPage="create",
+                                selectedPackId="ibm-buckling-spring"), login_start=False)
+        window = ui.settings_window(s)
+        ui.heading(s, "Design your own switch", window)
+        kits = os.path.join(s.data_home, "Tappix", "Soundpacks")
+
+        with self.subTest("Save makes a kit of one's own and chooses it"):
+            s.press(ui.button(s, "Preset Deep linear", window))
+            ui.button(s, "Preset Deep linear, chosen", window)
+            focus(s, s.find("text", "Pack name", root=window))
+            s.type_text("Desk Thock")
+            save = ui.button(s, "Save", window)
+            s.wait_until(lambda: s.is_enabled(save), 5, message="Save to be enabled")
+            s.press(save)
+            ui.label(s, "Saved and selected. Type anywhere to hear it.", root=window)
+            s.wait_for_preference("selectedPackId", "custom-desk-thock")
+            kit = os.path.join(kits, "custom-desk-thock")
+            self.assertTrue(os.path.isfile(os.path.join(kit, "config.json")), os.listdir(kits))
+            ui.label(s, "Pack: Desk Thock", root=window)
+
+        with self.subTest("the panel lists it under YOURS"):
+            ui.close_window(s, ui.SETTINGS)
+            panel = ui.open_panel(self, s)
+            s.press(ui.button(s, "Sound kit: Desk Thock", panel))
+            s.find("heading", "YOURS", root=panel)
+            s.find("push button", "Desk Thock, chosen", root=panel)
+            ui.close_panel(s)
+
+        with self.subTest("typing plays it"):
+            ui.wait_for_quiet(s)
+            designed = ui.record_typing(s)
+            self.assertTrue(designed.heard(), designed)
+            ui.cli_ok(self, s, "--kit", "ibm-buckling-spring")
+            s.wait_for_preference("selectedPackId", "ibm-buckling-spring")
+            ui.wait_for_quiet(s)
+            spring = ui.record_typing(s)
+            # The deep preset thuds well below the spring's rattle.
+            detail = (designed, spring, ui.brightness(designed), ui.brightness(spring))
+            self.assertGreater(ui.brightness(spring), 1.3 * ui.brightness(designed), detail)
+
+        with self.subTest("a kits folder that cannot be written: the reason, no change"):
+            shutil.move(kits, kits + ".aside")
+            with open(kits, "w", encoding="utf-8") as f:
+                f.write("in the way\n")
+            window = open_page(self, s, "create", "Design your own switch")
+            name = s.find("text", "Pack name", root=window)
+            focus(s, name)
+            s.key("ctrl+a")
+            s.type_text("Blocked")
+            s.press(ui.button(s, "Save", window))
+            status = s.find("label", lambda n: n.startswith("Could not save: "), root=window)
+            self.assertGreater(len(status.get_name()), len("Could not save: "))
+            self.assertEqual(s.preferences().get("selectedPackId"), "ibm-buckling-spring")
+            self.assertFalse(os.path.exists(kits + ".aside/custom-blocked"))
+            os.remove(kits)
+            shutil.move(kits + ".aside", kits)
+
+
+class MixPage(unittest.TestCase):
+
+    def test_return_on_another_kit_then_the_mix_deleted(self):
+        s = ui.start(self, dict(ui.STEADY_SOUND, volume=0.8, selectedPackId="ibm-buckling-spring",
+                                soundMixes=[{"id": "quiet", "name": "Quiet", "assignments": {}}],
+                                lastSettingsPage="mix"), login_start=False)
+        pistol = ui.kit_name(s, "gun-pistol")
+        # Return would press the focused button: the keys go nowhere with the window shut.
+        ui.close_window(s, ui.SETTINGS)
+        ui.wait_for_quiet(s)
+        spring = record_returns(s)
+
+        window = open_page(self, s, "mix", "Mix")
+        s.find("label", NO_MIX_PLAYING, root=window, showing=True)
+        s.press(ui.button(s, "New mix", window))
+        # The dialog offers a name that is free; Create takes it.
+        name_field = s.find("text", "Name", root=window, showing=True)
+        self.assertEqual(s.text(name_field), "Mix")
+        s.press(ui.button(s, "Create", window))
+        mix_id = s.wait_until(lambda: s.preferences().get("activeMixId"), 5,
+                              message="the new mix to play")
+        ui.button(s, "Mix, chosen", window)
+
+        s.press(ui.button(s, "Return: Main kit", window))
+        ui.heading(s, "Return", window)
+        s.press(ui.button(s, "Fun", window))
+        s.press(s.find("push button", pistol, root=window))
+        ui.button(s, "Return: " + pistol, window)
+
+        def assignments():
+            mix = next(m for m in s.preferences().get("soundMixes", []) if m["id"] == mix_id)
+            return mix.get("assignments", {})
+        s.wait_until(lambda: assignments().get("enter", {}).get("packId") == "gun-pistol", 5,
+                     message=lambda: "Return on the pistol (%s)" % assignments())
+        self.assertEqual(list(assignments()), ["enter"])
+
+        ui.close_window(s, ui.SETTINGS)
+        ui.wait_for_quiet(s)
+        shot = record_returns(s)
+        self.assertTrue(shot.heard(), shot)
+        # The spring's Return is a low clunk; the pistol's crack sits nearly twice as high.
+        detail = (spring, shot, ui.brightness(spring), ui.brightness(shot))
+        self.assertGreater(ui.brightness(shot), 1.3 * ui.brightness(spring), detail)
+
+        window = open_page(self, s, "mix", "Mix")
+        # Scrolled out of sight below the board, as the window left it.
+        s.press(s.find("push button", "Delete Mix", root=window))
+        ui.heading(s, "Delete “Mix”?", window)
+        s.press(ui.button(s, "Delete", window))
+        s.wait_until(lambda: "activeMixId" not in s.preferences(), 5,
+                     message="activeMixId to be removed")
+        self.assertEqual([m["id"] for m in s.preferences()["soundMixes"]], ["quiet"])
+        s.find("label", NO_MIX_PLAYING, root=window, showing=True)
+        ui.button(s, "Off — main kit only, chosen", window)
+
+
+if __name__ == "__main__":
+    unittest.main()
