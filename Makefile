@@ -3,10 +3,11 @@ BUILD      ?= build
 TEST_BUILD ?= build-test
 JOBS       ?= $(shell nproc)
 
+PACKAGE_BUILD ?= build-release
 FUZZ_BUILD   ?= build-fuzz
 FUZZ_SECONDS ?= 60
 
-.PHONY: all run test deps build build-test fuzz format clean
+.PHONY: all run test deps build build-test fuzz format clean package package-check
 
 all: build
 
@@ -27,6 +28,18 @@ build-test: deps
 test: build-test
 	ctest --test-dir $(TEST_BUILD) --output-on-failure -j $(JOBS)
 
+# A Debian package of a release build installed under /usr, checked by tools/check-package.sh.
+package: deps
+	@cmake -S . -B $(PACKAGE_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+		-DCMAKE_INSTALL_PREFIX=/usr -DTAPPIX_TESTS=OFF -DTAPPIX_BENCH=OFF >/dev/null
+	@cmake --build $(PACKAGE_BUILD) -j $(JOBS)
+	@rm -f $(PACKAGE_BUILD)/tappix_*.deb
+	@cd $(PACKAGE_BUILD) && cpack -G DEB >/dev/null
+	@$(MAKE) --no-print-directory package-check
+
+package-check:
+	@tools/check-package.sh $(PACKAGE_BUILD)/tappix_*.deb
+
 # libFuzzer targets (clang) for every decoder, each run for FUZZ_SECONDS.
 fuzz:
 	@tools/install-deps.sh --fuzz
@@ -39,4 +52,4 @@ format:
 	@git ls-files '*.cpp' '*.h' | xargs -r clang-format -i
 
 clean:
-	rm -rf $(BUILD) $(TEST_BUILD) $(FUZZ_BUILD)
+	rm -rf $(BUILD) $(TEST_BUILD) $(FUZZ_BUILD) $(PACKAGE_BUILD)
