@@ -203,6 +203,12 @@ TEST(DesktopShell, EveryWindowAndPageLoadsWithoutAWarning) {
         settle();
     }
     EXPECT_TRUE(shell.isSettingsVisible());
+    for (const bool keys : {false, true}) {
+        run.captureIsPossible = keys;
+        run.delegate->showOnboarding();
+        settle();
+    }
+    EXPECT_TRUE(shell.isOnboardingVisible());
     EXPECT_EQ(takeWarnings(), QStringList());
 }
 

@@ -124,6 +124,8 @@ void AppDelegate::makeShell() {
                                std::string& error) {
         return writeWav(samples, QFile::encodeName(path).toStdString(), error);
     };
+    services.captureIsPossible = [this] { return captureIsPossible_ && captureIsPossible_(); };
+    services.scheduler = &scheduler_;
     shell_ = std::make_unique<DesktopShell>(services);
     auto quit = [] {
         QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection);
@@ -151,6 +153,8 @@ void AppDelegate::makeShell() {
         showOnboarding();
     });
     connect(&panel, &MenuPanelModel::quitRequested, this, quit);
+    connect(&shell_->onboarding(), &OnboardingModel::finished, this,
+            &AppDelegate::finishOnboarding);
 }
 
 void AppDelegate::showWelcomeOrSettings() {
@@ -346,7 +350,12 @@ void AppDelegate::reopen() {
 }
 
 void AppDelegate::showOnboarding() {
-    openSettings();
+    qCInfo(lcApp, "show the first-run window");
+    if (!shell_) {
+        qCInfo(lcApp, "no first-run window: Tappix runs without windows");
+        return;
+    }
+    shell_->showOnboarding();
 }
 
 void AppDelegate::finishOnboarding() {

@@ -97,7 +97,7 @@ public:
     void openSettings(const QString& page = {});
     /// A later launch asked for Tappix: the settings window on its last page. Main thread.
     void reopen();
-    /// The first-run window: until it exists, the settings window stands in. Main thread.
+    /// The first-run window, on the step that holds now. Main thread.
     void showOnboarding();
     /// The first run is over: remembered, and the panel shows where Tappix lives now.
     /// Main thread.

@@ -19,6 +19,7 @@ namespace {
 
 const QUrl kPanelUrl(QStringLiteral("qrc:/Tappix/Ui/Panel.qml"));
 const QUrl kSettingsUrl(QStringLiteral("qrc:/Tappix/Ui/SettingsWindow.qml"));
+const QUrl kOnboardingUrl(QStringLiteral("qrc:/Tappix/Ui/OnboardingWindow.qml"));
 
 } // namespace
 
@@ -55,8 +56,10 @@ DesktopShell::DesktopShell(Services services, QObject* parent)
       tuner_(services.packs, services.settings),
       outputDevices_(services.settings, services.devices,
                      services.player ? &services.player->output() : nullptr),
-      behaviour_(services),
-      settingsWindow_(services.settings, [this] { return makeWindow(kSettingsUrl); }) {
+      behaviour_(services), onboarding_(services.scheduler ? *services.scheduler : ownScheduler_,
+                                        {.captureIsPossible = services.captureIsPossible}),
+      settingsWindow_(services.settings, [this] { return makeWindow(kSettingsUrl); }),
+      onboardingWindow_(onboarding_, [this] { return makeWindow(kOnboardingUrl); }) {
     panelModel_.setMixCount(mixes_.count());
     panelModel_.setCurrentKitName(kits_.currentName());
     connect(&mixes_, &MixListModel::countChanged, this,
@@ -104,7 +107,8 @@ QVariantMap DesktopShell::pageModels() {
             {QStringLiteral("designer"), QVariant::fromValue<QObject*>(&designer_)},
             {QStringLiteral("tuner"), QVariant::fromValue<QObject*>(&tuner_)},
             {QStringLiteral("devices"), QVariant::fromValue<QObject*>(&outputDevices_)},
-            {QStringLiteral("behaviour"), QVariant::fromValue<QObject*>(&behaviour_)}};
+            {QStringLiteral("behaviour"), QVariant::fromValue<QObject*>(&behaviour_)},
+            {QStringLiteral("onboarding"), QVariant::fromValue<QObject*>(&onboarding_)}};
 }
 
 QQuickWindow* DesktopShell::makeWindow(const QUrl& url) {

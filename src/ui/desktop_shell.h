@@ -7,10 +7,14 @@
 #include "ui/menu_panel_model.h"
 #include "ui/mix_editor_model.h"
 #include "ui/mix_list_model.h"
+#include "ui/onboarding_model.h"
+#include "ui/onboarding_window_controller.h"
 #include "ui/output_device_list_model.h"
 #include "ui/settings_window_controller.h"
 #include "ui/shell_services.h"
 #include "ui/tuner_view_model.h"
+
+#include "core/qt_scheduler.h"
 
 #include <QCoreApplication>
 #include <QObject>
@@ -68,6 +72,14 @@ public:
     bool isSettingsVisible() const { return settingsWindow_.isVisible(); }
     /// The settings window, once made (tests, screenshots).
     QQuickWindow* settingsWindow() const { return settingsWindow_.window(); }
+    /// The first-run window's steps and commands.
+    OnboardingModel& onboarding() { return onboarding_; }
+    /// Shows the first-run window on the step that holds now.
+    void showOnboarding() { onboardingWindow_.show(); }
+    /// Whether the first-run window shows.
+    bool isOnboardingVisible() const { return onboardingWindow_.isVisible(); }
+    /// The first-run window, once made (tests, screenshots).
+    QQuickWindow* onboardingWindow() const { return onboardingWindow_.window(); }
 
 private:
     QQuickWindow* makeWindow(const QUrl& url);
@@ -76,6 +88,7 @@ private:
     QVariantMap pageModels();
 
     Services services_;
+    QtScheduler ownScheduler_;
     MenuPanelModel panelModel_;
     KitListModel kits_;
     MixListModel mixes_;
@@ -84,10 +97,12 @@ private:
     TunerViewModel tuner_;
     OutputDeviceListModel outputDevices_;
     BehaviourViewModel behaviour_;
+    OnboardingModel onboarding_;
     std::unique_ptr<QQmlEngine> engine_;
     std::vector<QPointer<QQuickWindow>> windows_;
     std::unique_ptr<MenuBarController> menuBar_;
     SettingsWindowController settingsWindow_;
+    OnboardingWindowController onboardingWindow_;
 };
 
 } // namespace tappix

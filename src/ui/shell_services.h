@@ -9,6 +9,7 @@ namespace tappix {
 
 class AudioDeviceManager;
 class AudioPlayer;
+class Scheduler;
 class SettingsStore;
 class SoundEngine;
 class SoundpackStore;
@@ -37,6 +38,10 @@ struct ShellServices {
     /// reason. Any thread (kits designed in the views are written off the main thread).
     std::function<bool(const std::vector<float>&, const QString& path, std::string& error)>
         writeSamples = {};
+    /// Whether keys can be captured now (the first-run window's steps).
+    std::function<bool()> captureIsPossible = {};
+    /// Timers for the views' models; the Qt event loop's when null.
+    Scheduler* scheduler = nullptr;
 };
 
 } // namespace tappix

@@ -104,6 +104,8 @@ struct HarnessOptions {
     bool continuous = false;
     /// Tappix shows itself (needs a QApplication).
     bool withWindows = false;
+    /// Whether key capture is possible at start; `Harness::captureIsPossible` after.
+    bool captureIsPossible = true;
     /// Preferences written before start.
     QJsonObject preferences = {};
     /// Writes more kits into the bundle and the user's directory before the store scans.
@@ -115,6 +117,8 @@ struct Harness {
     QTemporaryDir userKits;
     test::TempPrefs prefs;
     test::FakeTime time;
+    /// What the platform answers when asked whether keys can be captured.
+    std::atomic<bool> captureIsPossible{true};
     TestKeyboard* keyboard = nullptr;
     std::unique_ptr<AppDelegate> delegate;
 
@@ -138,7 +142,8 @@ struct Harness {
         platform.decoder = std::make_unique<ClickDecoder>();
         platform.devices = std::make_unique<NullAudioDeviceManager>();
         platform.capture.keyboard = std::move(source);
-        platform.captureIsPossible = [] { return true; };
+        captureIsPossible = options.captureIsPossible;
+        platform.captureIsPossible = [this] { return captureIsPossible.load(); };
         platform.notifier = std::make_unique<SilentNotifier>();
         platform.clock = &time;
         platform.scheduler = &time;
