@@ -107,7 +107,8 @@ QByteArray feed(const char* version) {
 <title>Tappix</title><item><title>Tappix )") +
            version + "</title><sparkle:releaseNotesLink>https://morvane.app/tappix/notes/" +
            version + "</sparkle:releaseNotesLink><enclosure url=\"https://morvane.app/tappix-" +
-           version + ".deb\" sparkle:shortVersionString=\"" + version + "\"/></item></channel></rss>";
+           version + ".deb\" sparkle:shortVersionString=\"" + version +
+           "\"/></item></channel></rss>";
 }
 
 struct Notes final : UserNotifier {
@@ -149,8 +150,8 @@ protected:
             file.write(bytes);
         }
         server_ = new FeedServer;
-        ASSERT_TRUE(server_->start({"serve", trusted_->dir + "/server.pem",
-                                    trusted_->dir + "/server.key", root}));
+        ASSERT_TRUE(server_->start(
+            {"serve", trusted_->dir + "/server.pem", trusted_->dir + "/server.key", root}));
         rogueServer_ = new FeedServer;
         ASSERT_TRUE(rogueServer_->start(
             {"serve", rogue_->dir + "/server.pem", rogue_->dir + "/server.key", root}));

@@ -35,7 +35,8 @@ void HttpsFeedFetcher::fetch(const QUrl& url, Done done) {
     QObject::connect(reply, &QNetworkReply::downloadProgress, reply,
                      [reply, finish](qint64 received, qint64) {
                          if (received > kMaxBytes) {
-                             // Aborting finishes the reply at once: the reason goes first.
+                             // Answered before aborting: an aborted reply otherwise reads as
+                             // one that ran out of time.
                              finish(std::nullopt, QStringLiteral("the feed is larger than 1 MB"));
                              reply->abort();
                          }
