@@ -1,6 +1,7 @@
 #include "app/app_delegate.h"
 
 #include "core/log.h"
+#include "input/key_codes.h"
 #include "kits/kit_catalog.h"
 #include "platform/sndfile/sndfile_decoder.h"
 
@@ -30,6 +31,7 @@ AppDelegate::AppDelegate(Platform platform, const QString& preferencesPath,
     notifier_ = std::move(platform.notifier);
     sleepMonitor_ = std::make_unique<SleepMonitor>(*settings_, *devices_, *notifier_, scheduler_);
     typingMonitor_ = std::make_unique<TypingMonitor>(*settings_, clock_, scheduler_);
+    keyCast_ = std::make_unique<KeyCast>(clock_, scheduler_);
     feedFetcher_ = std::move(platform.feedFetcher);
     if (feedFetcher_)
         updateChecker_ =
@@ -113,6 +115,7 @@ void AppDelegate::makeShell() {
     DesktopShell::Services services{*settings_,         *themes_,        *packStore_,
                                     soundEngine_.get(), *typingMonitor_, audioPlayer_.get(),
                                     devices_.get()};
+    services.keyCast = keyCast_.get();
     services.launchesAtLogin = launchesAtLogin_;
     services.setLaunchAtLogin = setLaunchAtLogin_;
     services.checkForUpdates = [this] { checkForUpdates(); };
@@ -172,14 +175,27 @@ void AppDelegate::showWelcomeOrSettings() {
 
 void AppDelegate::installCallbacks() {
     // The key fan-out: the sound engine first, so nothing delays the sound; then the
-    // shortcut, which only listens; then the typing statistics, on the main thread.
+    // key-cast overlay and the typing statistics, on the main thread, with the shortcut,
+    // which only listens, between them. The overlay's keys stay on the key queue while it
+    // is off, and only key-downs and modifiers' releases ever leave.
     // Targets are held weakly where they live on the main thread; the engine outlives
     // the key service (members below) and shutdown clears these before anything goes.
     SoundEngine* engine = soundEngine_.get();
     QPointer<TypingMonitor> typing = typingMonitor_.get();
+    QPointer<KeyCast> cast = keyCast_.get();
     QPointer<AppDelegate> self = this;
-    keyService_->setOnKeyEvent([engine, typing, self, this](KeyCode code, bool down) {
+    keyService_->setOnKeyEvent([engine, typing, cast, self, this](KeyCode code, bool down) {
         engine->handleKey(code, down);
+        if (keyCastOn_.load(std::memory_order_relaxed) && (down || keys::isModifier(code)) &&
+            cast) {
+            QMetaObject::invokeMethod(
+                cast,
+                [cast, code, down] {
+                    if (cast)
+                        cast->key(code, down);
+                },
+                Qt::QueuedConnection);
+        }
         if (shortcutMatcher_.feed(code, down)) {
             QMetaObject::invokeMethod(
                 self,
@@ -286,6 +302,12 @@ void AppDelegate::applySettings() {
     audioPlayer_->setMasterVolume(s.volume());
     audioPlayer_->setToneBrightness(s.toneBrightness());
     audioPlayer_->setRoom(s.spatialAudio());
+    // Chips only where there are windows to show them in.
+    const bool cast = shell_ && s.visualizerEnabled();
+    keyCastOn_.store(cast, std::memory_order_relaxed);
+    keyCast_->setShortcutsOnly(s.visualizerShortcutsOnly());
+    if (!cast)
+        keyCast_->clear();
 
     // The output device only when it changed, so unrelated changes never move the stream.
     std::optional<std::string> uid;
@@ -415,6 +437,7 @@ void AppDelegate::shutdown() {
     // Counts and key-downs already handed to the main thread still count.
     QCoreApplication::sendPostedEvents(settings_.get(), QEvent::MetaCall);
     QCoreApplication::sendPostedEvents(typingMonitor_.get(), QEvent::MetaCall);
+    keyCast_->clear();
     settings_->flushStats();
     sleepMonitor_->stop();
     preferences_->sync();

@@ -8,6 +8,7 @@
 #include "input/key_event_service.h"
 #include "input/shortcut_matcher.h"
 #include "kits/soundpack_store.h"
+#include "monitors/key_cast.h"
 #include "monitors/sleep_monitor.h"
 #include "monitors/typing_monitor.h"
 #include "monitors/update_checker.h"
@@ -19,6 +20,7 @@
 
 #include <QObject>
 #include <QTimer>
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -119,6 +121,8 @@ public:
     SleepMonitor& sleepMonitor() { return *sleepMonitor_; }
     /// The typing monitor. Main thread.
     TypingMonitor& typingMonitor() { return *typingMonitor_; }
+    /// The key-cast chips. Main thread.
+    KeyCast& keyCast() { return *keyCast_; }
 
 Q_SIGNALS:
     /// The sleep monitor quieted Tappix down (true) or woke it (false).
@@ -151,6 +155,9 @@ private:
     std::unique_ptr<UserNotifier> notifier_;
     std::unique_ptr<SleepMonitor> sleepMonitor_;
     std::unique_ptr<TypingMonitor> typingMonitor_;
+    std::unique_ptr<KeyCast> keyCast_;
+    // Whether the key queue hands keys to the overlay; off, they never leave it.
+    std::atomic<bool> keyCastOn_{false};
     std::unique_ptr<FeedFetcher> feedFetcher_;
     std::unique_ptr<UpdateChecker> updateChecker_;
     std::unique_ptr<SoundEngine> soundEngine_;

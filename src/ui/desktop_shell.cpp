@@ -19,6 +19,7 @@ namespace {
 
 const QUrl kPanelUrl(QStringLiteral("qrc:/Tappix/Ui/Panel.qml"));
 const QUrl kSettingsUrl(QStringLiteral("qrc:/Tappix/Ui/SettingsWindow.qml"));
+const QUrl kKeyCastUrl(QStringLiteral("qrc:/Tappix/Ui/KeyCastOverlay.qml"));
 const QUrl kOnboardingUrl(QStringLiteral("qrc:/Tappix/Ui/OnboardingWindow.qml"));
 
 } // namespace
@@ -73,6 +74,15 @@ DesktopShell::DesktopShell(Services services, QObject* parent)
     });
     menuBar_ = std::make_unique<MenuBarController>(services_.settings, panelModel_,
                                                    [this] { return makeWindow(kPanelUrl); });
+    if (services_.keyCast) {
+        keyCast_ = std::make_unique<KeyCastOverlay>(
+            services_.settings, *services_.keyCast, [this](KeyCastOverlay& overlay) {
+                return makeWindow(
+                    kKeyCastUrl,
+                    {{QStringLiteral("theme"), QVariant::fromValue<QObject*>(&services_.themes)},
+                     {QStringLiteral("overlay"), QVariant::fromValue<QObject*>(&overlay)}});
+            });
+    }
 }
 
 DesktopShell::~DesktopShell() {
@@ -112,9 +122,13 @@ QVariantMap DesktopShell::pageModels() {
 }
 
 QQuickWindow* DesktopShell::makeWindow(const QUrl& url) {
+    return makeWindow(url, viewProperties());
+}
+
+QQuickWindow* DesktopShell::makeWindow(const QUrl& url, const QVariantMap& properties) {
     QQmlComponent component(&engine(), url);
     QObject* object =
-        component.isReady() ? component.createWithInitialProperties(viewProperties()) : nullptr;
+        component.isReady() ? component.createWithInitialProperties(properties) : nullptr;
     auto* window = qobject_cast<QQuickWindow*>(object);
     if (!window) {
         // A broken view is a build fault; say which and keep running without it.

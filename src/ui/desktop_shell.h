@@ -2,6 +2,7 @@
 
 #include "ui/behaviour_view_model.h"
 #include "ui/designer_view_model.h"
+#include "ui/key_cast_overlay.h"
 #include "ui/kit_list_model.h"
 #include "ui/menu_bar_controller.h"
 #include "ui/menu_panel_model.h"
@@ -72,6 +73,8 @@ public:
     bool isSettingsVisible() const { return settingsWindow_.isVisible(); }
     /// The settings window, once made (tests, screenshots).
     QQuickWindow* settingsWindow() const { return settingsWindow_.window(); }
+    /// The key-cast overlay, when the services have chips to show.
+    KeyCastOverlay* keyCastOverlay() { return keyCast_.get(); }
     /// The first-run window's steps and commands.
     OnboardingModel& onboarding() { return onboarding_; }
     /// Shows the first-run window on the step that holds now.
@@ -83,6 +86,7 @@ public:
 
 private:
     QQuickWindow* makeWindow(const QUrl& url);
+    QQuickWindow* makeWindow(const QUrl& url, const QVariantMap& properties);
     QQmlEngine& engine();
     QVariantMap viewProperties();
     QVariantMap pageModels();
@@ -102,6 +106,7 @@ private:
     std::vector<QPointer<QQuickWindow>> windows_;
     std::unique_ptr<MenuBarController> menuBar_;
     SettingsWindowController settingsWindow_;
+    std::unique_ptr<KeyCastOverlay> keyCast_;
     OnboardingWindowController onboardingWindow_;
 };
 

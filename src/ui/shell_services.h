@@ -9,6 +9,7 @@ namespace tappix {
 
 class AudioDeviceManager;
 class AudioPlayer;
+class KeyCast;
 class Scheduler;
 class SettingsStore;
 class SoundEngine;
@@ -26,6 +27,8 @@ struct ShellServices {
     TypingMonitor& typing;
     AudioPlayer* player = nullptr;
     AudioDeviceManager* devices = nullptr;
+    /// The key-cast chips the overlay shows; no overlay without.
+    KeyCast* keyCast = nullptr;
     /// Whether the desktop starts Tappix at login.
     std::function<bool()> launchesAtLogin = {};
     /// Starts Tappix at login, or stops doing so; false when the file system refused.

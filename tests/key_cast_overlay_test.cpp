@@ -1,0 +1,115 @@
+// The key-cast overlay wired to the delegate on the offscreen platform: keys typed on the
+// stand-in keyboard become chips in the overlay's model only while the overlay is on, and
+// its window loads without a warning and shows while there are chips.
+
+#include "input/key_codes.h"
+#include "support/stand_in_app.h"
+#include "ui/desktop_shell.h"
+
+#include <gtest/gtest.h>
+
+#include <QQuickWindow>
+
+using namespace tappix;
+using namespace std::chrono_literals;
+using test::Harness;
+using test::HarnessOptions;
+
+namespace {
+
+QStringList overlayWarnings;
+QtMessageHandler previousHandler = nullptr;
+
+void recordOverlayWarnings(QtMsgType type, const QMessageLogContext& context,
+                           const QString& message) {
+    if (type != QtDebugMsg && type != QtInfoMsg && message.contains(QLatin1String("KeyCast")))
+        overlayWarnings << message;
+    if (previousHandler)
+        previousHandler(type, context, message);
+}
+
+HarnessOptions withOverlay(bool enabled, QJsonObject preferences = {}) {
+    HarnessOptions options;
+    options.withWindows = true;
+    preferences.insert("hasSeenWelcome", true);
+    preferences.insert("visualizerEnabled", enabled);
+    options.preferences = preferences;
+    return options;
+}
+
+void settle(Harness& run) {
+    for (int i = 0; i < 5; ++i)
+        run.settle();
+}
+
+} // namespace
+
+TEST(KeyCastOverlay, TypedKeysBecomeChipsOnlyWhileTheOverlayIsOn) {
+    using namespace keys;
+    Harness run(withOverlay(false));
+    KeyCastOverlay* overlay = run.delegate->shell()->keyCastOverlay();
+    ASSERT_NE(overlay, nullptr);
+
+    run.type({h, i});
+    EXPECT_EQ(overlay->chips().rowCount(), 0);
+    // Nothing made while nothing was shown.
+    EXPECT_EQ(overlay->window(), nullptr);
+
+    run.delegate->settings().setVisualizerEnabled(true);
+    settle(run);
+    run.type({a, b, c, d, e, f, g, h});
+    EXPECT_EQ(overlay->chips().texts(), QStringList({"C", "D", "E", "F", "G", "H"}));
+    run.press(control, true);
+    run.type({s});
+    run.press(control, false);
+    EXPECT_EQ(overlay->chips().texts().last(), QStringLiteral("⌃S"));
+
+    // Turned off, the chips go at once and later keys add none.
+    run.delegate->settings().setVisualizerEnabled(false);
+    settle(run);
+    EXPECT_EQ(overlay->chips().rowCount(), 0);
+    run.type({x});
+    EXPECT_EQ(overlay->chips().rowCount(), 0);
+}
+
+TEST(KeyCastOverlay, TheWindowShowsInItsCornerWhileThereAreChips) {
+    using namespace keys;
+    overlayWarnings.clear();
+    previousHandler = qInstallMessageHandler(recordOverlayWarnings);
+    for (const char* size : {"small", "medium", "large"}) {
+        SCOPED_TRACE(size);
+        Harness run(withOverlay(true, {{"visualizerSize", size},
+                                       {"visualizerShortcutsOnly", true},
+                                       {"visualizerPosition", "topRight"}}));
+        KeyCastOverlay& overlay = *run.delegate->shell()->keyCastOverlay();
+        run.type({t, y, p, e});
+        EXPECT_EQ(overlay.window(), nullptr) << "plain typing shows nothing";
+
+        run.press(command, true);
+        run.type({k});
+        QQuickWindow* window = overlay.window();
+        ASSERT_NE(window, nullptr);
+        EXPECT_TRUE(window->isVisible());
+        EXPECT_TRUE(window->flags().testFlags(Qt::WindowTransparentForInput |
+                                              Qt::WindowDoesNotAcceptFocus |
+                                              Qt::WindowStaysOnTopHint | Qt::Tool));
+        EXPECT_EQ(overlay.chips().texts(), QStringList({"⌘K"}));
+        // In the top right corner of the screen, inside its margin, as tall as a chip.
+        const QRect area = overlay.area();
+        EXPECT_EQ(window->y(), area.y() + KeyCastOverlay::kMargin);
+        EXPECT_EQ(window->x() + window->width(), area.right() + 1 - KeyCastOverlay::kMargin);
+        EXPECT_GT(window->height(), overlay.chipHeight());
+        run.press(command, false);
+
+        // The last chip gone, the window follows once it has faded.
+        run.time.advance(KeyCast::kLifetime);
+        settle(run);
+        EXPECT_EQ(overlay.chips().rowCount(), 0);
+        EXPECT_TRUE(overlay.isVisible());
+        run.time.advance(KeyCastOverlay::kLinger);
+        settle(run);
+        EXPECT_FALSE(overlay.isVisible());
+    }
+    qInstallMessageHandler(previousHandler);
+    EXPECT_EQ(overlayWarnings, QStringList());
+}
