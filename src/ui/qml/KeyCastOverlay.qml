@@ -8,7 +8,9 @@ Window {
     required property var theme
     required property var overlay
 
-    readonly property int pad: Math.round(overlay.fontSize / 3)
+    // Just room for the chips' edges: where no compositor clears the window, the space
+    // around them shows black.
+    readonly property int pad: 2
     readonly property rect area: overlay.area
 
     title: "Tappix key cast"
