@@ -18,6 +18,7 @@ AppDelegate::AppDelegate(Platform platform, const QString& preferencesPath,
     : QObject(parent), scheduler_(platform.scheduler ? *platform.scheduler : ownScheduler_),
       clock_(platform.clock ? *platform.clock : ownClock_), withWindows_(platform.withWindows),
       launchesAtLogin_(std::move(platform.launchesAtLogin)),
+      setLaunchAtLogin_(std::move(platform.setLaunchAtLogin)),
       captureIsPossible_(std::move(platform.captureIsPossible)) {
     preferences_ = std::make_unique<JsonFilePreferences>(preferencesPath, scheduler_);
     settings_ = std::make_unique<SettingsStore>(*preferences_, scheduler_);
@@ -118,6 +119,9 @@ void AppDelegate::makeShell() {
     services.keyCast = keyCast_.get();
     services.launchesAtLogin = launchesAtLogin_;
     services.setLaunchAtLogin = setLaunchAtLogin_;
+    services.pauseShortcut = [this](bool paused) {
+        shortcutPaused_.store(paused, std::memory_order_relaxed);
+    };
     services.checkForUpdates = [this] { checkForUpdates(); };
     services.sendTestNotification = [this] {
         notifier_->post(QStringLiteral("tappix.test"), QStringLiteral("Tappix"),
@@ -196,7 +200,8 @@ void AppDelegate::installCallbacks() {
                 },
                 Qt::QueuedConnection);
         }
-        if (shortcutMatcher_.feed(code, down)) {
+        // Fed always, so held modifiers stay known; heard only while no recorder listens.
+        if (shortcutMatcher_.feed(code, down) && !shortcutPaused_.load(std::memory_order_relaxed)) {
             QMetaObject::invokeMethod(
                 self,
                 [self] {

@@ -163,6 +163,9 @@ private:
     std::unique_ptr<SoundEngine> soundEngine_;
     // Touched on the key queue only.
     ShortcutMatcher shortcutMatcher_;
+    // Set from the main thread while the shortcut recorder listens, so the combination
+    // being recorded does not also fire.
+    std::atomic<bool> shortcutPaused_{false};
     std::unique_ptr<KeyEventService> keyService_;
     // The views hold the services above; they go first.
     std::unique_ptr<DesktopShell> shell_;

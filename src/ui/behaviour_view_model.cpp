@@ -69,6 +69,11 @@ void BehaviourViewModel::sendTestNotification() {
         services_.sendTestNotification();
 }
 
+void BehaviourViewModel::setRecording(bool recording) {
+    if (services_.pauseShortcut)
+        services_.pauseShortcut(recording);
+}
+
 QString BehaviourViewModel::combinationText(int key, int modifiers) {
     const QString name = keyName(key);
     if (name.isEmpty())

@@ -40,6 +40,8 @@ public:
     Q_INVOKABLE void checkForUpdates();
     /// Shows a notification like those Tappix sends when it sleeps and wakes.
     Q_INVOKABLE void sendTestNotification();
+    /// While true the sounds shortcut does not fire, so recording one never sets it off.
+    Q_INVOKABLE void setRecording(bool recording);
     /// Turns a pressed key (Qt key and modifier codes) into the sounds shortcut. Returns
     /// {"text": the stored combination} when taken, {"problem": a hint} when refused,
     /// and an empty map for a modifier alone (the user is still pressing).

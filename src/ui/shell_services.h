@@ -37,6 +37,8 @@ struct ShellServices {
     std::function<void()> checkForUpdates = {};
     /// Shows a notification so the user sees what Tappix's look like.
     std::function<void()> sendTestNotification = {};
+    /// Holds the sounds shortcut back (true) while a new one is being recorded.
+    std::function<void(bool)> pauseShortcut = {};
     /// Writes mono 48 kHz samples as a 16-bit PCM WAV file; false with the system's
     /// reason. Any thread (kits designed in the views are written off the main thread).
     std::function<bool(const std::vector<float>&, const QString& path, std::string& error)>

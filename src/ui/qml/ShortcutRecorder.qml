@@ -88,10 +88,20 @@ ColumnLayout {
     function start() {
         hint = ""
         recording = true
+        resume.stop()
+        behaviour.setRecording(true)
         field.forceActiveFocus()
     }
     function stop() {
         recording = false
         hint = ""
+        // The keys of the new combination are still down: listen again once they are up.
+        resume.restart()
+    }
+
+    Timer {
+        id: resume
+        interval: 800
+        onTriggered: recorder.behaviour.setRecording(false)
     }
 }

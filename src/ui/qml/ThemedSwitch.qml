@@ -10,8 +10,15 @@ Switch {
     signal flipped(bool value)
 
     focusPolicy: Qt.StrongFocus
-    Binding on checked { value: control.on }
-    onCheckedChanged: if (checked !== on) flipped(checked)
+    checked: on
+    // A flip is a request: the switch shows what the store holds afterwards, so one the
+    // store refused springs back.
+    onCheckedChanged: {
+        if (checked === on)
+            return
+        flipped(checked)
+        checked = Qt.binding(() => control.on)
+    }
     Accessible.name: text
 
     indicator: Rectangle {
