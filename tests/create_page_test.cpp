@@ -22,13 +22,6 @@ using test::HarnessOptions;
 
 namespace {
 
-HarnessOptions withWindows() {
-    HarnessOptions options;
-    options.withWindows = true;
-    options.preferences = QJsonObject{{"hasSeenWelcome", true}};
-    return options;
-}
-
 // Waits for the save under way to report back (a bound for a hung save, not a figure).
 bool waitForSave(DesignerViewModel& designer) {
     QSignalSpy finished(&designer, &DesignerViewModel::saveFinished);
@@ -57,7 +50,7 @@ void collectNames(QAccessibleInterface* node, QStringList& names, int depth = 0)
 } // namespace
 
 TEST(DesignerViewModel, SaveRunsOffTheMainThreadThenListsAndChoosesTheKit) {
-    Harness run(withWindows());
+    Harness run(test::windowed());
     DesktopShell& shell = *run.delegate->shell();
     DesignerViewModel& designer = shell.designer();
     SettingsStore& settings = run.delegate->settings();
@@ -97,7 +90,7 @@ TEST(DesignerViewModel, SaveRunsOffTheMainThreadThenListsAndChoosesTheKit) {
 }
 
 TEST(DesignerViewModel, TheWriterRunsOnAnotherThread) {
-    Harness run(withWindows());
+    Harness run(test::windowed());
     SoundpackStore packs(run.kits.path(), run.userKits.path());
     packs.reload();
     std::atomic<int> onMain{0};
@@ -117,7 +110,7 @@ TEST(DesignerViewModel, TheWriterRunsOnAnotherThread) {
 }
 
 TEST(DesignerViewModel, AFailedSaveSaysWhyAndChoosesNothing) {
-    Harness run(withWindows());
+    Harness run(test::windowed());
     DesktopShell& shell = *run.delegate->shell();
     DesignerViewModel& designer = shell.designer();
     SettingsStore& settings = run.delegate->settings();
@@ -137,7 +130,7 @@ TEST(DesignerViewModel, AFailedSaveSaysWhyAndChoosesNothing) {
 }
 
 TEST(DesignerViewModel, NumbersStayInRangeAndRedrawTheWaveform) {
-    Harness run(withWindows());
+    Harness run(test::windowed());
     DesignerViewModel& designer = run.delegate->shell()->designer();
     ASSERT_EQ(designer.waveform().size(), DesignerViewModel::kWaveformPoints);
     EXPECT_EQ(designer.params(), SwitchDesigner::kDefaultParams);
@@ -168,7 +161,7 @@ TEST(DesignerViewModel, NumbersStayInRangeAndRedrawTheWaveform) {
 }
 
 TEST(TunerViewModel, WritesTheMainKitsTuningAndFollowsTheChoice) {
-    HarnessOptions options = withWindows();
+    HarnessOptions options = test::windowed();
     options.addKits = [](const QString& bundle, const QString&) {
         test::writeKit(bundle, "other", "Other");
     };
@@ -210,7 +203,7 @@ TEST(TunerViewModel, WritesTheMainKitsTuningAndFollowsTheChoice) {
 }
 
 TEST(CreatePage, EveryControlHasItsName) {
-    Harness run(withWindows());
+    Harness run(test::windowed());
     run.delegate->openSettings("create");
     for (int i = 0; i < 5; ++i)
         QCoreApplication::processEvents();

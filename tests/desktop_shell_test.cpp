@@ -20,6 +20,7 @@
 using namespace tappix;
 using test::Harness;
 using test::HarnessOptions;
+using test::windowed;
 
 // Leaks are looked for with whole stacks (Qt is built without frame pointers), past the
 // caches Qt Quick never frees: decoded images and the software renderer's textures.
@@ -53,16 +54,6 @@ QStringList takeWarnings() {
 void settle() {
     for (int i = 0; i < 5; ++i)
         QCoreApplication::processEvents();
-}
-
-HarnessOptions windowed(QJsonObject preferences = {}) {
-    HarnessOptions options;
-    options.withWindows = true;
-    // A returning user, so that the launch itself opens the settings window only where
-    // a test asks for it.
-    preferences.insert("hasSeenWelcome", true);
-    options.preferences = preferences;
-    return options;
 }
 
 QStringList column(const QAbstractItemModel& model, const QByteArray& role) {

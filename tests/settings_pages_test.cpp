@@ -10,18 +10,8 @@
 
 using namespace tappix;
 using test::Harness;
-using test::HarnessOptions;
 
-namespace {
-
-HarnessOptions windowed() {
-    HarnessOptions options;
-    options.withWindows = true;
-    options.preferences = QJsonObject{{"hasSeenWelcome", true}};
-    return options;
-}
-
-} // namespace
+using test::windowed;
 
 TEST(BehaviourViewModel, TheRecorderTakesOnlyCombinationsThatCannotFireWhileTyping) {
     Harness run(windowed());

@@ -112,6 +112,16 @@ struct HarnessOptions {
     std::function<void(const QString& bundle, const QString& user)> addKits = {};
 };
 
+/// Options for a Tappix that shows itself, to a returning user: the launch opens the
+/// settings window only where a test asks for it. `preferences` are written too.
+inline HarnessOptions windowed(QJsonObject preferences = {}) {
+    HarnessOptions options;
+    options.withWindows = true;
+    preferences.insert("hasSeenWelcome", true);
+    options.preferences = preferences;
+    return options;
+}
+
 struct Harness {
     QTemporaryDir kits;
     QTemporaryDir userKits;

@@ -4,6 +4,7 @@ stores, what the keys then sound like, the autostart entry, the shortcut recorde
 the palette on screen, a designed kit saved and played, and a mix that gives Return
 another kit."""
 
+import time
 import array
 import os
 import shutil
@@ -255,6 +256,8 @@ class BehaviourAndLookPages(unittest.TestCase):
 
         with self.subTest("the new shortcut turns the sounds off and on"):
             was = s.preferences().get("isEnabled", True)
+            # The recorder keeps the shortcut quiet until the recorded keys are up.
+            time.sleep(1.0)
             s.key("ctrl+alt+j")
             s.wait_for_preference("isEnabled", not was)
             s.key("ctrl+alt+j")

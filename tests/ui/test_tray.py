@@ -58,7 +58,7 @@ class TrayOpensThePanel(unittest.TestCase):
         self.tray.click("Sound Studio…")
         window = ui.settings_window(self.s)
         self.s.wait_for_preference("lastSettingsPage", "create")
-        ui.heading(self.s, "Create", window)
+        ui.heading(self.s, "Design your own switch", window)
 
         self.tray.click("About Tappix")
         self.s.wait_for_preference("lastSettingsPage", "about")
