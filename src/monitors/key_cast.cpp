@@ -1,6 +1,7 @@
 #include "monitors/key_cast.h"
 
 #include "input/key_codes.h"
+#include "input/shortcut.h"
 
 #include <algorithm>
 
@@ -14,35 +15,16 @@ KeyCast::~KeyCast() {
         scheduler_.cancel(timer_);
 }
 
-unsigned KeyCast::modifierOf(KeyCode code) {
-    switch (code) {
-    case keys::control:
-    case keys::rightControl:
-        return ctrl;
-    case keys::option:
-    case keys::rightOption:
-        return alt;
-    case keys::shift:
-    case keys::rightShift:
-        return shift;
-    case keys::command:
-    case keys::rightCommand:
-        return super;
-    default:
-        return 0;
-    }
-}
-
 QString KeyCast::symbols(unsigned modifiers) {
     // The order printed on menus and key caps alike.
     QString text;
-    if (modifiers & ctrl)
+    if (modifiers & Shortcut::ctrl)
         text += QChar(0x2303);
-    if (modifiers & alt)
+    if (modifiers & Shortcut::alt)
         text += QChar(0x2325);
-    if (modifiers & shift)
+    if (modifiers & Shortcut::shift)
         text += QChar(0x21E7);
-    if (modifiers & super)
+    if (modifiers & Shortcut::super)
         text += QChar(0x2318);
     return text;
 }
@@ -50,12 +32,12 @@ QString KeyCast::symbols(unsigned modifiers) {
 unsigned KeyCast::held() const {
     unsigned modifiers = 0;
     for (KeyCode code : heldKeys_)
-        modifiers |= modifierOf(code);
+        modifiers |= Shortcut::modifierOf(code);
     return modifiers;
 }
 
 bool KeyCast::shows(unsigned modifiers) const {
-    return !shortcutsOnly_ || (modifiers & (ctrl | alt | super)) != 0;
+    return !shortcutsOnly_ || (modifiers & (Shortcut::ctrl | Shortcut::alt | Shortcut::super)) != 0;
 }
 
 void KeyCast::setShortcutsOnly(bool shortcutsOnly) {
@@ -63,7 +45,7 @@ void KeyCast::setShortcutsOnly(bool shortcutsOnly) {
 }
 
 void KeyCast::key(KeyCode code, bool down) {
-    if (modifierOf(code) == 0) {
+    if (Shortcut::modifierOf(code) == 0) {
         if (down)
             keyDown(code);
         return;

@@ -70,8 +70,6 @@ public:
     Scheduler& scheduler() { return scheduler_; }
 
 private:
-    enum Modifier : unsigned { ctrl = 1, alt = 2, shift = 4, super = 8 };
-    static unsigned modifierOf(KeyCode code);
     static QString symbols(unsigned modifiers);
     unsigned held() const;
     bool shows(unsigned modifiers) const;
