@@ -14,7 +14,8 @@ script=${3:-$(dirname "$0")/../../shared/bench/key_latency_paired.py}
 private_x
 private_pulse
 export LAT_SINK=bench
-tappix_home '{"selectedPackId": "crisp-click", "keyUpSoundsEnabled": false, "pitchVariation": false, "hasSeenWelcome": true}'
+# EXTRA_PREFS adds preference members, e.g. EXTRA_PREFS='"visualizerEnabled": true'.
+tappix_home '{"selectedPackId": "crisp-click", "keyUpSoundsEnabled": false, "pitchVariation": false, "hasSeenWelcome": true'"${EXTRA_PREFS:+, $EXTRA_PREFS}"'}'
 run="env $tappix_env $build/tappix"
 for gap in ${GAPS:-0.35 3}; do
     n=$keys
