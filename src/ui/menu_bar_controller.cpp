@@ -54,9 +54,15 @@ bool MenuBarController::hasTray() const {
 void MenuBarController::refresh() {
     const bool on = settings_.isEnabled();
     const bool dimmed = !on && !settings_.menuIconDimDisabled();
-    tray_.setIcon(SymbolIcons::trayIcon(on, dimmed));
-    tray_.setToolTip(on ? QStringLiteral("Tappix: sounds on")
-                        : QStringLiteral("Tappix: sounds off"));
+    // Refresh follows every settings change (a volume drag makes many): draw and send the
+    // icon to the tray host only when what it shows changed.
+    const IconState state{on, dimmed};
+    if (state != shownIcon_) {
+        shownIcon_ = state;
+        tray_.setIcon(SymbolIcons::trayIcon(on, dimmed));
+        tray_.setToolTip(on ? QStringLiteral("Tappix: sounds on")
+                            : QStringLiteral("Tappix: sounds off"));
+    }
     const bool wanted = settings_.showMenuBarIcon();
     if (tray_.isVisible() != wanted)
         tray_.setVisible(wanted);

@@ -9,6 +9,7 @@
 #include <QSystemTrayIcon>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include <QQuickWindow>
 
@@ -80,6 +81,13 @@ private:
     QElapsedTimer lastAutoHide_;
     bool anchoredBelow_ = true;
     bool loggedNoTray_ = false;
+    // What the icon shows now; none before the first refresh.
+    struct IconState {
+        bool on = false;
+        bool dimmed = false;
+        friend bool operator==(const IconState&, const IconState&) = default;
+    };
+    std::optional<IconState> shownIcon_;
 };
 
 } // namespace tappix
