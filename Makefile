@@ -3,6 +3,10 @@ BUILD      ?= build
 TEST_BUILD ?= build-test
 JOBS       ?= $(shell nproc)
 
+# Lets clones and work trees of the project share ccache's compiled objects.
+export CCACHE_BASEDIR   ?= $(CURDIR)
+export CCACHE_NOHASHDIR ?= true
+
 PACKAGE_BUILD ?= build-release
 FUZZ_BUILD   ?= build-fuzz
 FUZZ_SECONDS ?= 60
