@@ -4,9 +4,13 @@
 #include "input/key_codes.h"
 #include "kits/kit_catalog.h"
 #include "platform/sndfile/sndfile_decoder.h"
+#ifdef TAPPIX_WITH_X11
+#include "platform/x11/x11_compositor.h"
+#endif
 
 #include <QCoreApplication>
 #include <QFile>
+#include <QGuiApplication>
 #include <QMetaObject>
 #include <QPointer>
 #include <random>
@@ -132,6 +136,15 @@ void AppDelegate::makeShell() {
         return writeWav(samples, QFile::encodeName(path).toStdString(), error);
     };
     services.captureIsPossible = [this] { return captureIsPossible_ && captureIsPossible_(); };
+    services.windowsDrawClear = [] {
+#ifdef TAPPIX_WITH_X11
+        // On X11 only a compositing manager shows a window's clear parts; Wayland always does.
+        if (auto* x11 =
+                qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr)
+            return x11CompositorIsRunning(x11->display());
+#endif
+        return true;
+    };
     services.scheduler = &scheduler_;
     shell_ = std::make_unique<DesktopShell>(services);
     auto quit = [] {

@@ -76,12 +76,14 @@ DesktopShell::DesktopShell(Services services, QObject* parent)
                                                    [this] { return makeWindow(kPanelUrl); });
     if (services_.keyCast) {
         keyCast_ = std::make_unique<KeyCastOverlay>(
-            services_.settings, *services_.keyCast, [this](KeyCastOverlay& overlay) {
+            services_.settings, *services_.keyCast,
+            [this](KeyCastOverlay& overlay) {
                 return makeWindow(
                     kKeyCastUrl,
                     {{QStringLiteral("theme"), QVariant::fromValue<QObject*>(&services_.themes)},
                      {QStringLiteral("overlay"), QVariant::fromValue<QObject*>(&overlay)}});
-            });
+            },
+            services_.windowsDrawClear);
     }
 }
 

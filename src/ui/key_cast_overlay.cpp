@@ -2,16 +2,19 @@
 
 #include "settings/settings_store.h"
 
+#include <QBitmap>
 #include <QGuiApplication>
+#include <QPainter>
+#include <QPainterPath>
 #include <QScreen>
 #include <QSurfaceFormat>
 
 namespace tappix {
 
 KeyCastOverlay::KeyCastOverlay(SettingsStore& settings, KeyCast& cast, WindowFactory makeWindow,
-                               QObject* parent)
+                               std::function<bool()> drawsClear, QObject* parent)
     : QObject(parent), settings_(settings), chips_(cast), makeWindow_(std::move(makeWindow)),
-      cast_(cast) {
+      cast_(cast), drawsClear_(std::move(drawsClear)) {
     connect(&chips_, &KeyCastModel::countChanged, this, &KeyCastOverlay::chipsChanged);
     connect(&settings_, &SettingsStore::visualizerSizeChanged, this, &KeyCastOverlay::looksChanged);
     connect(&settings_, &SettingsStore::visualizerPositionChanged, this,
@@ -81,8 +84,41 @@ void KeyCastOverlay::chipsChanged() {
             window_->setFormat(format);
         }
     }
-    if (window_ && !window_->isVisible())
+    if (window_ && !window_->isVisible()) {
+        cutToChips_ = drawsClear_ && !drawsClear_();
+        if (!cutToChips_)
+            window_->setMask(QRegion());
         window_->setVisible(true);
+    }
+}
+
+qreal KeyCastOverlay::inkMiddle(const QString& text, const QFont& font) const {
+    QPainterPath path;
+    path.addText(QPointF(0, 0), font, text);
+    const QRectF ink = path.boundingRect();
+    return ink.isEmpty() ? 0 : ink.center().y();
+}
+
+void KeyCastOverlay::shapeTo(const QVariantList& chips, qreal radius) {
+    if (!window_ || !cutToChips_)
+        return;
+    // A one-bit picture of the chips, corners included; an empty one would leave the
+    // window unshaped, so a window with no chip left keeps a single clear pixel.
+    QBitmap bits(window_->size());
+    bits.fill(Qt::color0);
+    QPainter painter(&bits);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(Qt::color1);
+    bool any = false;
+    for (const QVariant& chip : chips) {
+        const QRectF rect = chip.toRectF();
+        if (rect.isEmpty())
+            continue;
+        painter.drawRoundedRect(rect, radius, radius);
+        any = true;
+    }
+    painter.end();
+    window_->setMask(any ? QRegion(bits) : QRegion(0, 0, 1, 1));
 }
 
 } // namespace tappix

@@ -2,9 +2,11 @@
 
 #include "ui/key_cast_model.h"
 
+#include <QFont>
 #include <QObject>
 #include <QPointer>
 #include <QRect>
+#include <QVariantList>
 #include <functional>
 
 #include <QQuickWindow>
@@ -37,9 +39,11 @@ public:
     /// How long the window stays after the last chip went, for it to fade.
     static constexpr std::chrono::milliseconds kLinger{250};
 
-    /// Shows the chips of `cast`, which must outlive the overlay.
+    /// Shows the chips of `cast`, which must outlive the overlay. `drawsClear` tells
+    /// whether a compositor shows the window's clear parts; without it (or when it says
+    /// no) the window is cut to the shape of its chips.
     KeyCastOverlay(SettingsStore& settings, KeyCast& cast, WindowFactory makeWindow,
-                   QObject* parent = nullptr);
+                   std::function<bool()> drawsClear = {}, QObject* parent = nullptr);
     ~KeyCastOverlay() override;
 
     /// Whether the window shows now. Main thread.
@@ -57,6 +61,16 @@ public:
     QRect area() const;
     /// Space from the screen's edges. Main thread.
     int margin() const { return kMargin; }
+    /// Cuts the window to these chips (`QRectF`s in its own coordinates, corners of
+    /// `radius`) where nothing would draw the rest clear; does nothing where a compositor
+    /// does. Main thread.
+    Q_INVOKABLE void shapeTo(const QVariantList& chips, qreal radius);
+
+    /// How far below the baseline the middle of `text`'s ink lies when drawn in `font`
+    /// (negative: above it), found from the glyphs' outlines, fallback fonts included;
+    /// font metrics alone put a symbol such as ⌃ where a letter would be. Main thread.
+    Q_INVOKABLE qreal inkMiddle(const QString& text, const QFont& font) const;
+
     /// The window, once made (tests, screenshots). Main thread.
     QQuickWindow* window() const { return window_; }
 
@@ -75,6 +89,9 @@ private:
     WindowFactory makeWindow_;
     QPointer<QQuickWindow> window_;
     KeyCast& cast_;
+    std::function<bool()> drawsClear_;
+    /// Asked each time the window shows: a compositor may have started or stopped.
+    bool cutToChips_ = false;
     Scheduler::TaskId linger_ = 0;
 };
 

@@ -43,6 +43,9 @@ struct ShellServices {
     /// reason. Any thread (kits designed in the views are written off the main thread).
     std::function<bool(const std::vector<float>&, const QString& path, std::string& error)>
         writeSamples = {};
+    /// Whether the clear parts of a window show what lies below (a compositor runs);
+    /// assumed so when absent.
+    std::function<bool()> windowsDrawClear = {};
     /// Whether keys can be captured now (the first-run window's steps).
     std::function<bool()> captureIsPossible = {};
     /// Timers for the views' models; the Qt event loop's when null.

@@ -91,6 +91,15 @@ class Overlay(unittest.TestCase):
         self.assertEqual(overlay.shape_get_rectangles(shape.SK.Input).rectangles, [])
         # Nor the focus: it tells window managers it takes no keyboard input.
         self.assertEqual(overlay.get_wm_hints().input, 0)
+        # No compositor draws its clear parts here, so the window is cut to its chip: the
+        # chip's middle is in it, the rounded corner's outside is not.
+
+        def covered(x, y):
+            rectangles = overlay.shape_get_rectangles(shape.SK.Bounding).rectangles
+            return any(r.x <= x < r.x + r.width and r.y <= y < r.y + r.height
+                       for r in rectangles)
+        s.wait_until(lambda: not covered(1, 1), 5, message="the window cut to its chip")
+        self.assertTrue(covered(window["width"] // 2, window["height"] // 2))
         catcher.presses()
         s.click_at(window["x"] + window["width"] // 2, window["y"] + window["height"] // 2)
         s.wait_until(lambda: catcher.presses() > 0, 5, message="the click below the overlay")
@@ -99,7 +108,12 @@ class Overlay(unittest.TestCase):
         s.wait_until(lambda: self.chips(s) in ([], ["\u2303"]), 5)
 
     def test_small_in_the_top_right_corner(self):
-        s, _ = self.start("small", "topRight")
+        s, catcher = self.start("small", "topRight")
+        # A compositing manager (here just its selection) draws the clear parts, so the
+        # window keeps its whole shape and its chips' soft edges.
+        compositor = catcher.connection.intern_atom("_NET_WM_CM_S0")
+        catcher.window.set_selection_owner(compositor, X.CurrentTime)
+        catcher.connection.sync()
         s.key_down("Control_L")
         self.addCleanup(lambda: s.key_up("Control_L"))
         s.key("shift+z")
@@ -109,6 +123,12 @@ class Overlay(unittest.TestCase):
         window = self.overlay_window(s)
         self.assertEqual(window["y"], MARGIN, window)
         self.assertEqual(window["x"] + window["width"], 1280 - MARGIN, window)
+        connection = xdisplay.Display(s.display)
+        self.addCleanup(connection.close)
+        bounding = connection.create_resource_object("window", window["id"]).shape_get_rectangles(
+            shape.SK.Bounding).rectangles
+        self.assertEqual([(r.x, r.y, r.width, r.height) for r in bounding],
+                         [(0, 0, window["width"], window["height"])])
         ui.screenshot(s, "overlay-small")
 
 

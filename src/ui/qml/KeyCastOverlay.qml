@@ -1,8 +1,8 @@
 import QtQuick
 
 // The key-cast overlay: the latest keys as chips in a corner of the screen, above every
-// window, never taking focus or a click. The window is as large as its chips, so where
-// no compositor draws it clear it still covers nothing else.
+// window, never taking focus or a click. The window is as large as its chips, and where
+// no compositor draws it clear it is cut to their shape, so it covers nothing else.
 Window {
     id: root
     required property var theme
@@ -12,6 +12,23 @@ Window {
     // around them shows black.
     readonly property int pad: 2
     readonly property rect area: overlay.area
+
+    // The chips as they stand now, in window coordinates, for the window's shape. Asked
+    // once per turn of the event loop however many chips moved.
+    function reshape() { Qt.callLater(applyShape) }
+    function applyShape() {
+        const shown = []
+        for (let i = 0; i < chips.contentItem.children.length; ++i) {
+            const chip = chips.contentItem.children[i]
+            if (chip.radius === undefined || !chip.visible || chip.opacity < 0.05)
+                continue
+            const at = chip.mapToItem(root.contentItem, 0, 0)
+            shown.push(Qt.rect(at.x, at.y, chip.width, chip.height))
+        }
+        overlay.shapeTo(shown, Math.round(overlay.chipHeight / 4))
+    }
+    onWidthChanged: reshape()
+    onVisibleChanged: if (visible) reshape()
 
     title: "Tappix key cast"
     flags: Qt.Tool | Qt.FramelessWindowHint | Qt.WindowStaysOnTopHint
@@ -56,18 +73,32 @@ Window {
             Accessible.role: Accessible.StaticText
             Accessible.name: chip.text
             Accessible.ignored: chip.leaving
+            onXChanged: root.reshape()
+            onYChanged: root.reshape()
+            onWidthChanged: root.reshape()
+            onOpacityChanged: root.reshape()
+            Component.onDestruction: root.reshape()
 
             Row {
                 id: row
                 anchors.centerIn: parent
                 spacing: chip.modifiers && chip.key ? Math.round(root.overlay.fontSize / 8) : 0
                 Text {
+                    id: symbols
                     text: chip.modifiers
                     visible: text.length > 0
                     color: root.theme.accent
-                    font.pixelSize: root.overlay.fontSize
+                    // A modifier pressed alone fills its chip like a letter would, its
+                    // glyph centred by its ink: ⌃ and ⌥ sit high in their line.
+                    font.pixelSize: chip.key ? root.overlay.fontSize
+                                             : Math.round(root.overlay.fontSize * 1.4)
                     font.weight: Font.DemiBold
                     Accessible.ignored: true
+                    transform: Translate {
+                        y: chip.key ? 0 : Math.round(symbols.height / 2 - symbols.baselineOffset
+                                                     - root.overlay.inkMiddle(symbols.text,
+                                                                              symbols.font))
+                    }
                 }
                 Text {
                     text: chip.key
