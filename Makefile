@@ -32,7 +32,8 @@ build-test: deps
 test: build-test
 	ctest --test-dir $(TEST_BUILD) --output-on-failure -j $(JOBS)
 
-# A Debian package of a release build installed under /usr, checked by tools/check-package.sh.
+# A Debian package of a release build installed under /usr, checked by tools/check-package.sh
+# and installed into a fresh Debian 12 root by tools/check-package-install.sh.
 package: deps
 	@cmake -S . -B $(PACKAGE_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 		-DCMAKE_INSTALL_PREFIX=/usr -DTAPPIX_TESTS=OFF -DTAPPIX_BENCH=OFF >/dev/null
@@ -43,6 +44,7 @@ package: deps
 
 package-check:
 	@tools/check-package.sh $(PACKAGE_BUILD)/tappix_*.deb
+	@tools/check-package-install.sh $(PACKAGE_BUILD)/tappix_*.deb
 
 # libFuzzer targets (clang) for every decoder, each run for FUZZ_SECONDS.
 fuzz:

@@ -22,7 +22,7 @@ packages=(
     # windows driven through the accessibility tree, screenshots
     at-spi2-core python3-pyatspi python3-gi gir1.2-atspi-2.0 python3-xlib imagemagick
     # make package: the .deb, its icons, and the checks of what it installs
-    dpkg-dev librsvg2-bin appstream desktop-file-utils man-db
+    dpkg-dev librsvg2-bin appstream desktop-file-utils man-db mmdebstrap
     # recordings the bundled buckling-spring kit is built from
     bucklespring-data
 )
