@@ -1,5 +1,6 @@
 // Tappix's autostart entry as desktops read it: present and not Hidden means "start at
-// login".
+// login". A folder that cannot be written is driven through the Behaviour page in
+// tests/ui/test_settings_pages.py.
 
 #include "platform/xdg/autostart_entry.h"
 
@@ -35,15 +36,4 @@ TEST(AutostartEntry, WrittenReadAndRemovedAsDesktopsDo) {
 
     EXPECT_TRUE(entry.setEnabled(false, {}));
     EXPECT_FALSE(QFileInfo::exists(entry.path()));
-}
-
-TEST(AutostartEntry, AFolderThatCannotBeWrittenFailsWithoutThrowing) {
-    QTemporaryDir dir;
-    // A file where the autostart folder should be.
-    QFile blocker(dir.filePath("autostart"));
-    ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
-    blocker.close();
-    AutostartEntry entry(dir.filePath("autostart/app.morvane.tappix.desktop"));
-    EXPECT_FALSE(entry.setEnabled(true, "/usr/bin/tappix"));
-    EXPECT_FALSE(entry.isEnabled());
 }

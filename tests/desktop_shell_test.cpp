@@ -1,6 +1,5 @@
 // The views and their models on the offscreen platform: the lists the panel shows, the
-// panel's sizes, every window loading without a QML warning, and the wiring between
-// the delegate, the tray icon, the panel and the settings window.
+// panel's sizes, every window loading without a QML warning, and the tray icon hidden.
 
 #include "audio/sound_engine.h"
 #include "settings/settings_page.h"
@@ -11,7 +10,6 @@
 
 #include <QAbstractItemModelTester>
 #include <QApplication>
-#include <QQuickWindow>
 #include <QSignalSpy>
 #include <cmath>
 #include <mutex>
@@ -203,83 +201,15 @@ TEST(DesktopShell, EveryWindowAndPageLoadsWithoutAWarning) {
     EXPECT_EQ(takeWarnings(), QStringList());
 }
 
-TEST(DesktopShell, SettingsOpenOnTheAskedPageOrTheLastOne) {
-    Harness run(windowed({{"lastSettingsPage", "nonsense"}}));
-    DesktopShell& shell = *run.delegate->shell();
-    // A launch by hand opens the settings; a page it does not know shows Sound.
-    settle();
-    ASSERT_TRUE(shell.isSettingsVisible());
-    QQuickWindow* window = shell.settingsWindow();
-    EXPECT_EQ(window->property("page").toString(), "sounds");
-
-    run.delegate->openSettings("create");
-    EXPECT_EQ(run.delegate->settings().lastSettingsPage(), "create");
-    EXPECT_EQ(window->property("page").toString(), "create");
-
-    // Closing the window never quits; reopening shows the last page again.
-    window->close();
-    settle();
-    EXPECT_FALSE(shell.isSettingsVisible());
-    run.delegate->reopen();
-    settle();
-    EXPECT_TRUE(shell.isSettingsVisible());
-    EXPECT_EQ(window->property("page").toString(), "create");
-}
-
-TEST(DesktopShell, TheTrayFollowsTheSoundsAndTheChosenClick) {
+// Clicks, the tooltip and the panel's ways out are driven from outside by the UI tests
+// (test_tray.py, test_panel.py); hiding the icon is not.
+TEST(DesktopShell, TheTrayIconHidesWhenSwitchedOff) {
     Harness run(windowed());
-    MenuBarController& menu = run.delegate->shell()->menuBar();
-    SettingsStore& settings = run.delegate->settings();
-    QSystemTrayIcon& tray = menu.trayIcon();
+    QSystemTrayIcon& tray = run.delegate->shell()->menuBar().trayIcon();
     EXPECT_EQ(tray.toolTip(), "Tappix: sounds on");
-
-    run.delegate->toggleSounds();
-    settle();
-    EXPECT_EQ(tray.toolTip(), "Tappix: sounds off");
-
-    // A left click opens the panel, or with the muting click flips the sounds instead.
-    Q_EMIT tray.activated(QSystemTrayIcon::Trigger);
-    settle();
-    EXPECT_TRUE(menu.isPanelVisible());
-    menu.togglePanel();
-    EXPECT_FALSE(menu.isPanelVisible());
-    settings.setClickTogglesSound(true);
-    Q_EMIT tray.activated(QSystemTrayIcon::Trigger);
-    settle();
-    EXPECT_TRUE(settings.isEnabled());
-    EXPECT_EQ(tray.toolTip(), "Tappix: sounds on");
-    EXPECT_FALSE(menu.isPanelVisible());
-    // The middle button still reaches the panel.
-    Q_EMIT tray.activated(QSystemTrayIcon::MiddleClick);
-    settle();
-    EXPECT_TRUE(menu.isPanelVisible());
-
-    settings.setShowMenuBarIcon(false);
+    run.delegate->settings().setShowMenuBarIcon(false);
     settle();
     EXPECT_FALSE(tray.isVisible());
-}
-
-TEST(DesktopShell, ThePanelsWaysOutReachTheDelegate) {
-    Harness run(windowed());
-    DesktopShell& shell = *run.delegate->shell();
-    MenuPanelModel& panel = shell.panelModel();
-    run.delegate->showPanel();
-    settle();
-    panel.setPage("mixes");
-
-    // A row that leads to a page closes the panel and opens that page.
-    panel.openPage("mix");
-    settle();
-    EXPECT_FALSE(shell.menuBar().isPanelVisible());
-    EXPECT_TRUE(shell.isSettingsVisible());
-    EXPECT_EQ(run.delegate->settings().lastSettingsPage(), "mix");
-
-    // The panel opens on its main page every time.
-    run.delegate->showPanel();
-    EXPECT_EQ(panel.page(), "main");
-
-    Q_EMIT shell.menuBar().studioRequested();
-    EXPECT_EQ(run.delegate->settings().lastSettingsPage(), "create");
 }
 
 int main(int argc, char** argv) {

@@ -22,17 +22,7 @@ QStringList keptAside(const test::TempPrefs& prefs) {
 
 } // namespace
 
-TEST(JsonFilePreferences, MissingFileIsEmptyAndNotCreated) {
-    test::FakeTime time;
-    test::TempPrefs prefs;
-    {
-        JsonFilePreferences store(prefs.path, time);
-        EXPECT_FALSE(store.contains(QStringLiteral("volume")));
-        EXPECT_TRUE(store.value(QStringLiteral("volume")).isUndefined());
-    }
-    EXPECT_FALSE(prefs.exists());
-}
-
+// A missing file is not created by reading it: SettingsStore.FreshStoreHasDefaultsAndWritesNothing.
 TEST(JsonFilePreferences, WritesAreCoalescedAtomicAndPrivate) {
     test::FakeTime time;
     test::TempPrefs prefs;

@@ -50,13 +50,12 @@ TEST(KeyGroup, RegionRulesInPriorityOrder) {
 }
 
 TEST(KeyGroup, CoarseGroupIgnoresRowsArrowsAndMedia) {
-    EXPECT_EQ(coarseGroup(1000), KeyGroup::letters);
-    EXPECT_EQ(coarseGroup(122), KeyGroup::letters);
-    EXPECT_EQ(coarseGroup(123), KeyGroup::letters);
-    EXPECT_EQ(coarseGroup(18), KeyGroup::letters);
-    EXPECT_EQ(coarseGroup(76), KeyGroup::enter);
-    EXPECT_EQ(coarseGroup(117), KeyGroup::backspace);
-    EXPECT_EQ(coarseGroup(62), KeyGroup::modifier);
+    const std::pair<KeyCode, KeyGroup> cases[] = {
+        {1000, KeyGroup::letters}, {122, KeyGroup::letters}, {123, KeyGroup::letters},
+        {18, KeyGroup::letters},   {76, KeyGroup::enter},    {117, KeyGroup::backspace},
+        {62, KeyGroup::modifier}};
+    for (const auto& [code, group] : cases)
+        EXPECT_EQ(coarseGroup(code), group) << code;
 }
 
 TEST(KeyGroup, RawValuesDecodeStrictly) {
@@ -71,28 +70,17 @@ TEST(KeyGroup, RawValuesDecodeStrictly) {
 }
 
 TEST(KeyTables, NamesIncludingDeliberateSharing) {
-    EXPECT_EQ(str(keyName(62)), "ctrlLeft");
-    EXPECT_EQ(str(keyName(59)), "ctrlLeft");
-    EXPECT_EQ(str(keyName(54)), "command");
-    EXPECT_EQ(str(keyName(55)), "command");
-    EXPECT_EQ(str(keyName(76)), "enter");
-    EXPECT_EQ(str(keyName(42)), "\\");
-    EXPECT_EQ(str(keyName(1018)), "f7");
-    EXPECT_EQ(str(keyName(1020)), "f7");
-    EXPECT_EQ(str(keyName(1000)), "f12");
-    EXPECT_EQ(str(keyName(10)), "<none>");
-    EXPECT_EQ(str(keyName(52)), "<none>");
-    EXPECT_EQ(str(keyName(1005)), "<none>");
-    EXPECT_EQ(str(keyName(128)), "<none>");
-    EXPECT_EQ(str(keyName(-5)), "<none>");
+    const std::pair<KeyCode, const char*> names[] = {
+        {62, "ctrlLeft"}, {59, "ctrlLeft"}, {54, "command"}, {55, "command"}, {76, "enter"},
+        {42, "\\"},       {1018, "f7"},     {1020, "f7"},    {1000, "f12"},   {10, "<none>"},
+        {52, "<none>"},   {1005, "<none>"}, {128, "<none>"}, {-5, "<none>"}};
+    for (const auto& [code, name] : names)
+        EXPECT_EQ(str(keyName(code)), name) << code;
 
-    int named = 0, columned = 0;
-    for (KeyCode code = -10; code < 1100; ++code) {
+    int named = 0;
+    for (KeyCode code = -10; code < 1100; ++code)
         named += keyName(code).has_value();
-        columned += keyColumn(code).has_value();
-    }
     EXPECT_EQ(named, 97);
-    EXPECT_EQ(columned, 92);
 }
 
 TEST(KeyTables, CandidatesEndWithDefaultThenAlpha) {
@@ -104,14 +92,6 @@ TEST(KeyTables, CandidatesEndWithDefaultThenAlpha) {
     EXPECT_EQ(candidates(0), (V{"a", "alpha", "default", "alpha"}));
     EXPECT_EQ(candidates(117), (V{"del", "backspace", "default", "alpha"}));
     EXPECT_EQ(candidates(1000), (V{"f12", "alpha", "default", "alpha"}));
-}
-
-TEST(KeyTables, PanFollowsColumn) {
-    EXPECT_FLOAT_EQ(panPosition(50), -0.35f);
-    EXPECT_FLOAT_EQ(panPosition(51), 0.35f);
-    EXPECT_NEAR(panPosition(49), -0.0269f, 0.0001f);
-    EXPECT_EQ(panPosition(71), 0.0f);
-    EXPECT_EQ(panPosition(10), 0.0f);
 }
 
 TEST(KeyTables, EveryKeySitsInItsColumnAndPansFromThere) {
@@ -156,34 +136,16 @@ TEST(KeyTables, EveryKeySitsInItsColumnAndPansFromThere) {
     }
 }
 
-TEST(KeyTables, TypingKeys) {
-    EXPECT_TRUE(isTypingKey(0));
-    EXPECT_TRUE(isTypingKey(36));
-    EXPECT_TRUE(isTypingKey(49));
-    EXPECT_TRUE(isTypingKey(76));
-    EXPECT_TRUE(isTypingKey(10));
-    EXPECT_FALSE(isTypingKey(51));
-    EXPECT_FALSE(isTypingKey(117));
-    EXPECT_FALSE(isTypingKey(56));
-    EXPECT_FALSE(isTypingKey(71));
-    EXPECT_FALSE(isTypingKey(53));
-    EXPECT_FALSE(isTypingKey(123));
-    EXPECT_FALSE(isTypingKey(1000));
-    EXPECT_FALSE(isTypingKey(1005));
-}
+TEST(KeyTables, TypingKeysAndLabels) {
+    for (KeyCode code : {0, 36, 49, 76, 10})
+        EXPECT_TRUE(isTypingKey(code)) << code;
+    for (KeyCode code : {51, 117, 56, 71, 53, 123, 1000, 1005})
+        EXPECT_FALSE(isTypingKey(code)) << code;
 
-TEST(KeyTables, Labels) {
-    EXPECT_EQ(str(keyLabel(62)), "⌃");
-    EXPECT_EQ(str(keyLabel(117)), "⌦");
-    EXPECT_EQ(str(keyLabel(71)), "⌧");
-    EXPECT_EQ(str(keyLabel(49)), "␣");
-    EXPECT_EQ(str(keyLabel(53)), "esc");
-    EXPECT_EQ(str(keyLabel(63)), "fn");
-    EXPECT_EQ(str(keyLabel(0)), "A");
-    EXPECT_EQ(str(keyLabel(96)), "F5");
-    EXPECT_EQ(str(keyLabel(109)), "F10");
-    EXPECT_EQ(str(keyLabel(1000)), "F12");
-    EXPECT_EQ(str(keyLabel(30)), "]");
-    EXPECT_EQ(str(keyLabel(10)), "<none>");
-    EXPECT_EQ(str(keyLabel(1005)), "<none>");
+    const std::pair<KeyCode, const char*> labels[] = {
+        {62, "⌃"},  {117, "⌦"},     {71, "⌧"},       {49, "␣"},    {53, "esc"},
+        {63, "fn"}, {0, "A"},       {96, "F5"},      {109, "F10"}, {1000, "F12"},
+        {30, "]"},  {10, "<none>"}, {1005, "<none>"}};
+    for (const auto& [code, label] : labels)
+        EXPECT_EQ(str(keyLabel(code)), label) << code;
 }

@@ -171,18 +171,9 @@ TEST(SoundEngine, ModifierAndReleaseRules) {
     EXPECT_TRUE(f.player.names().empty());
 }
 
-TEST(SoundEngine, RatePanAndGainFormulas) {
+// The rate's range is pinned by PitchVariationNeverLeavesThePlayableRange.
+TEST(SoundEngine, PanAndGainFormulas) {
     Fixture f;
-    f.settings.tonePitch = 3.0f;
-    f.apply();
-    f.key(keys::a);
-    EXPECT_EQ(f.player.plays.back().rate, 2.0f);
-    f.settings.tonePitch = 0.2f;
-    f.apply();
-    f.key(keys::a);
-    EXPECT_EQ(f.player.plays.back().rate, 0.5f);
-
-    f.settings.tonePitch = 1.0f;
     f.settings.spatialAudio = true;
     f.settings.tunings["main"] = PackTuning{1.0f, 1.7f, 0.04f, 3.0f};
     f.apply();

@@ -21,9 +21,7 @@ const SynthParams kKey{420, 0.9f, 10, 8000, false};
 
 } // namespace
 
-TEST(SynthEngine, GeneratorIsTheSpecifiedLcg) {
-    Random random(0);
-    EXPECT_EQ(random.next32(), static_cast<std::uint32_t>(1442695040888963407ULL));
+TEST(SynthEngine, UniformDrawsRepeatAndStayInRange) {
     Random a(7), b(7);
     for (int i = 0; i < 1000; ++i) {
         const float x = a.uniform(0.96f, 1.04f);
@@ -36,12 +34,10 @@ TEST(SynthEngine, GeneratorIsTheSpecifiedLcg) {
         EXPECT_LT(bounded.uniform(10u), 10u);
 }
 
-TEST(SynthEngine, RendersAreDeterministicSizedAndNormalised) {
+TEST(SynthEngine, RendersDependOnTheSeedAndAreNormalised) {
+    // Sizes and exact samples are pinned by GoldenDrawsAndSamples.
     const auto a = render(kKey, 42, false);
-    EXPECT_EQ(a, render(kKey, 42, false));
     EXPECT_NE(a, render(kKey, 43, false));
-    EXPECT_EQ(a.size(), 1920u);
-    EXPECT_EQ(render(kKey, 42, true).size(), 960u);
     EXPECT_NEAR(peak(a), 0.85f, 1e-6f);
     for (float click : {0.0f, 0.2f, 5.0f}) {
         SynthParams p = kKey;
@@ -72,11 +68,9 @@ TEST(SynthEngine, ClickyOnlyChangesTheFirstTwentyMilliseconds) {
 
 TEST(SynthEngine, BellAndMousePresets) {
     const auto bell = ding();
-    ASSERT_EQ(bell.size(), 26400u);
     EXPECT_EQ(bell[0], 0.0f);
     EXPECT_LT(std::fabs(bell[10]), 0.02f); // still fading in
     EXPECT_GT(peak({bell.begin() + 192, bell.begin() + 400}), 0.2f);
-    EXPECT_EQ(bell, ding());
 
     EXPECT_EQ(mousePreset(MouseProfile::soft, true).seed, 49436u);
     EXPECT_EQ(mousePreset(MouseProfile::soft, false).seed, 49437u);

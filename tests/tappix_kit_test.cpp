@@ -31,16 +31,11 @@ TEST(TappixKit, KeysPrintsOneTabSeparatedLinePerCode) {
 
     EXPECT_EQ(lines[0],
               QStringLiteral("0\ta\tletters\t1\t-0.296154\tyes\tA\ta,alpha,default,alpha"));
+    // The tables themselves are checked in key_group_test.cpp; here, how a named and
+    // an unnamed code are printed, and that media codes follow the first 128.
     EXPECT_EQ(lines[10],
               QStringLiteral("10\t-\tletters\t-\t0.000000\tyes\t-\talpha,default,alpha"));
-    EXPECT_EQ(lines[42],
-              QStringLiteral("42\t\\\tletters\t13\t0.350000\tyes\t\\\t\\,alpha,default,alpha"));
-    EXPECT_EQ(lines[62],
-              QStringLiteral(
-                  "62\tctrlLeft\tmodifier\t10\t0.188462\tno\t⌃\tctrlLeft,modifier,default,alpha"));
-    EXPECT_EQ(
-        lines[128],
-        QStringLiteral("1000\tf12\tfunctionRow\t12\t0.296154\tno\tF12\tf12,alpha,default,alpha"));
+    EXPECT_TRUE(lines[128].startsWith("1000\tf12\t")) << lines[128].toStdString();
 }
 
 TEST(TappixKit, HelpAndUnknownCommands) {

@@ -63,27 +63,19 @@ class Panel(unittest.TestCase):
 
     def test_volume_slider_sets_the_level_heard(self):
         s = self.s
-        slider = s.find("slider", "Volume", root=self.panel)
-        s.set_value(slider, 1.0)
-        s.wait_for_preference("volume", 1.0)
-        ui.label(s, "Volume 100%", root=self.panel)
-        ui.close_panel(s)
-        ui.wait_for_quiet(s)
-        loud = ui.record_typing(s)
-
-        self.panel = ui.open_panel(self, s)
-        slider = s.find("slider", "Volume", root=self.panel)
-        s.set_value(slider, 0.25)
-        s.wait_for_preference("volume", 0.25)
-        ui.label(s, "Volume 25%", root=self.panel)
-        ui.close_panel(s)
-        ui.wait_for_quiet(s)
-        quiet = ui.record_typing(s)
+        heard = []
+        for level in (1.0, 0.25):
+            s.set_value(s.find("slider", "Volume", root=self.panel), level)
+            s.wait_for_preference("volume", level)
+            ui.label(s, "Volume %d%%" % (100 * level), root=self.panel)
+            ui.close_panel(s)
+            ui.wait_for_quiet(s)
+            heard.append(ui.record_typing(s))
+            self.panel = ui.open_panel(self, s)
+        loud, quiet = heard
 
         self.assertTrue(quiet.heard(), quiet)
         self.assertLess(quiet.rms, 0.5 * loud.rms, (quiet, loud))
-
-        self.panel = ui.open_panel(self, s)
         s.set_value(s.find("slider", "Volume", root=self.panel), 0.8)
         s.wait_for_preference("volume", 0.8)
 
