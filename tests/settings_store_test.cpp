@@ -67,6 +67,9 @@ public Q_SLOTS:
             savedNew =
                 saved.isDouble() && static_cast<float>(saved.toDouble()) == expected.toFloat();
             break;
+        case QMetaType::QStringList:
+            savedNew = saved.toVariant().toStringList() == expected.toStringList();
+            break;
         default:
             savedNew = saved.toString() == expected.toString();
         }
@@ -92,6 +95,8 @@ QVariant flipped(const SettingsStore& store, const QMetaProperty& property) {
         return property.read(&store).toFloat() + 0.125f;
     case QMetaType::QString:
         return QStringLiteral("changed-") + property.name();
+    case QMetaType::QStringList:
+        return property.read(&store).toStringList() << QStringLiteral("added");
     default:
         return {};
     }
@@ -229,6 +234,9 @@ TEST(SettingsStore, WrongTypesFallBackToDefaultsAndAreKept) {
          QJsonObject{{QStringLiteral("k"), QJsonObject{{QStringLiteral("pitch"), 1}}}}},
         {QStringLiteral("activeMixId"), QStringLiteral("ghost")},
         {QStringLiteral("statsEnabled"), false},
+        {QStringLiteral("sleepAppIds"),
+         QJsonArray{QStringLiteral("XTerm"), 3, QString(), QStringLiteral("XTerm"),
+                    QStringLiteral("org.example.Notes")}},
     });
     JsonFilePreferences prefs(file.path, time);
     SettingsStore store(prefs, time);
@@ -241,6 +249,9 @@ TEST(SettingsStore, WrongTypesFallBackToDefaultsAndAreKept) {
     EXPECT_TRUE(store.tunings().empty());
     EXPECT_FALSE(store.activeMixId());
     EXPECT_FALSE(store.statsEnabled()); // the valid value still loads
+    // A list keeps its usable strings, each once.
+    EXPECT_EQ(store.sleepAppIds(),
+              (QStringList{QStringLiteral("XTerm"), QStringLiteral("org.example.Notes")}));
     // Nothing was rewritten by loading: the odd values are still in the file.
     EXPECT_EQ(file.read().value(QStringLiteral("isEnabled")), QJsonValue(QStringLiteral("yes")));
 }
@@ -349,13 +360,16 @@ TEST(SettingsStore, EverySettingRoundTripsWithItsType) {
         case QMetaType::QString:
             value = QStringLiteral("changed-") + property.name();
             break;
+        case QMetaType::QStringList:
+            value = QStringList{QStringLiteral("org.example.Notes"), QStringLiteral("XTerm")};
+            break;
         default:
             FAIL() << "unexpected property type for " << property.name();
         }
         ASSERT_TRUE(property.write(&s, value)) << property.name();
         expected[QString::fromLatin1(property.name())] = value;
     }
-    EXPECT_EQ(expected.size(), 36u);
+    EXPECT_EQ(expected.size(), 39u);
     s.setTuning(QStringLiteral("velvet"), PackTuning{1.2f, 0.8f, 0.0f, 2.0f});
     const SoundMix mix = s.createMix(QStringLiteral("Night"));
     s.setVoice(MixVoice{QStringLiteral("velvet"), QStringLiteral("enter")}, KeyGroup::enter,
