@@ -181,7 +181,7 @@ TEST(SettingsStore, HandlersOfChangeSignalsReadTheNewValue) {
                                                         name + " settings changed"}));
         probe.seen.clear();
     }
-    EXPECT_EQ(settings, 36);
+    EXPECT_EQ(settings, 39);
     QObject::disconnect(probeConnection);
 
     // Counters, mixes and tunings: the value is in place when their signal arrives.
