@@ -166,12 +166,7 @@ TEST_F(EndToEnd, QuietWhileTheMicrophoneIsLive) {
 
 TEST_F(EndToEnd, QuietWhileAListedAppOrAFullScreenWindowIsInFront) {
     // The listed app is known by its desktop file, which names its window class.
-    QDir().mkpath(home_.filePath("data/applications"));
-    QFile entry(home_.filePath("data/applications/org.example.Notes.desktop"));
-    ASSERT_TRUE(entry.open(QIODevice::WriteOnly));
-    entry.write("[Desktop Entry]\nType=Application\nName=Quiet Notes\nStartupWMClass=Notes\n"
-                "Exec=notes\n");
-    entry.close();
+    ASSERT_TRUE(test::writeNotesEntry(home_.filePath("data")));
     QJsonObject prefs = kQuietExtras;
     prefs["keyUpSoundsEnabled"] = false;
     prefs["sleepEnabled"] = true;

@@ -10,8 +10,6 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
-#include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 #include <functional>
 #include <string>
@@ -66,12 +64,7 @@ protected:
         logged().clear();
         ASSERT_TRUE(server_.isRunning()) << "Xvfb did not start";
         // A desktop file that names the "Notes" class.
-        QDir().mkpath(data_.filePath("applications"));
-        QFile entry(data_.filePath("applications/org.example.Notes.desktop"));
-        ASSERT_TRUE(entry.open(QIODevice::WriteOnly));
-        entry.write("[Desktop Entry]\nType=Application\nName=Quiet Notes\nIcon=notes-icon\n"
-                    "StartupWMClass=Notes\nExec=notes\n");
-        entry.close();
+        ASSERT_TRUE(test::writeNotesEntry(data_.path(), "notes-icon"));
         qputenv("XDG_DATA_HOME", data_.path().toLocal8Bit());
         qputenv("XDG_DATA_DIRS", data_.filePath("none").toLocal8Bit());
     }

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <QByteArray>
+#include <QDir>
+#include <QFile>
+#include <QString>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -7,6 +11,16 @@
 #include <xcb/xcb.h>
 
 namespace tappix::test {
+
+/// Writes `dataHome`/applications/org.example.Notes.desktop: "Quiet Notes", the app
+/// whose windows have the class "Notes", with `icon`. False when it cannot be written.
+inline bool writeNotesEntry(const QString& dataHome, const QByteArray& icon = {}) {
+    QDir().mkpath(dataHome + QStringLiteral("/applications"));
+    QFile entry(dataHome + QStringLiteral("/applications/org.example.Notes.desktop"));
+    return entry.open(QIODevice::WriteOnly) &&
+           entry.write("[Desktop Entry]\nType=Application\nName=Quiet Notes\nIcon=" + icon +
+                       "\nStartupWMClass=Notes\nExec=notes\n") > 0;
+}
 
 /// A client of the test's X server that makes windows and sets their properties, as a
 /// window manager would: the test decides which window is in front.

@@ -1,6 +1,7 @@
 #include "platform/x11/x11_focus_source.h"
 
 #include "core/log.h"
+#include "platform/x11/x11_capture.h"
 
 #include <QByteArray>
 #include <algorithm>
@@ -17,14 +18,6 @@ namespace {
 constexpr std::uint8_t kBadWindow = 3;
 /// The longest property value read, in 32-bit units.
 constexpr std::uint32_t kPropertyLength = 1024;
-
-bool isWaylandSession() {
-    const char* type = std::getenv("XDG_SESSION_TYPE");
-    if (type && std::strcmp(type, "wayland") == 0)
-        return true;
-    const char* wayland = std::getenv("WAYLAND_DISPLAY");
-    return wayland && *wayland;
-}
 
 /// A reply freed when it goes.
 template <typename T> struct Reply {
