@@ -85,18 +85,20 @@ TEST(BehaviourViewModel, TheAppListTakesTheAppBeforeTappixAndRunningAppsOnce) {
     EXPECT_EQ(listed.data(listed.index(0), AppListModel::IconSourceRole),
               AppListModel::kFallbackIcon);
 
+    // Running apps are offered unless listed already.
     run.focus->running = {term, notes};
     model.refreshRunningApps();
-    ASSERT_EQ(running.count(), 2);
-    EXPECT_EQ(running.data(running.index(1), AppListModel::IconSourceRole),
-              "file:///usr/share/notes.png");
+    ASSERT_EQ(running.count(), 1);
     model.addRunningApp(0);
-    model.addRunningApp(1); // listed already
-    model.addRunningApp(7);
+    model.addRunningApp(0); // nothing left to add
     EXPECT_EQ(settings.sleepAppIds(), (QStringList{"org.example.Notes", "XTerm"}));
+    EXPECT_EQ(running.count(), 0);
     model.removeSleepApp(0);
     model.removeSleepApp(5);
     EXPECT_EQ(settings.sleepAppIds(), QStringList{"XTerm"});
     EXPECT_FALSE(model.frontAppListed());
+    ASSERT_EQ(running.count(), 1); // offered again
+    EXPECT_EQ(running.data(running.index(0), AppListModel::IconSourceRole),
+              "file:///usr/share/notes.png");
     EXPECT_EQ(listed.count(), 1);
 }

@@ -80,8 +80,18 @@ void BehaviourViewModel::addFrontApp() {
 }
 
 void BehaviourViewModel::refreshRunningApps() {
-    runningApps_.setApps(services_.focus ? services_.focus->runningApps()
-                                         : std::vector<AppIdentity>{});
+    running_ = services_.focus ? services_.focus->runningApps() : std::vector<AppIdentity>{};
+    showRunning();
+}
+
+void BehaviourViewModel::showRunning() {
+    // Apps on the list already are not offered again.
+    std::vector<AppIdentity> offered;
+    const QStringList listed = services_.settings.sleepAppIds();
+    for (const AppIdentity& app : running_)
+        if (!listed.contains(app.id))
+            offered.push_back(app);
+    runningApps_.setApps(std::move(offered));
 }
 
 void BehaviourViewModel::addRunningApp(int row) {
@@ -111,6 +121,7 @@ void BehaviourViewModel::listChanged() {
     for (const QString& id : services_.settings.sleepAppIds())
         apps.push_back(services_.focus ? services_.focus->describe(id) : AppIdentity{id, id, {}});
     sleepApps_.setApps(std::move(apps));
+    showRunning();
     Q_EMIT frontAppChanged();
 }
 

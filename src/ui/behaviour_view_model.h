@@ -48,7 +48,8 @@ public:
     QString windowTriggersProblem() const;
     /// The applications that quiet Tappix while in front (an `AppListModel`).
     QObject* sleepApps() { return &sleepApps_; }
-    /// The applications with a window now, as last asked by `refreshRunningApps`.
+    /// The applications with a window now, as last asked by `refreshRunningApps`, less
+    /// those on the list.
     QObject* runningApps() { return &runningApps_; }
     /// The name of the last application in front other than Tappix, or empty.
     QString frontAppName() const;
@@ -90,10 +91,12 @@ Q_SIGNALS:
 private:
     void addApp(const QString& id);
     void listChanged();
+    void showRunning();
 
     ShellServices services_;
     AppListModel sleepApps_;
     AppListModel runningApps_;
+    std::vector<AppIdentity> running_;
     QString launchAtLoginProblem_;
     QString updateStatus_;
 };

@@ -62,8 +62,7 @@ struct X11FocusSource::Atoms {
 X11FocusSource::X11FocusSource(QObject* parent) : FocusSource(parent) {
     if (isWaylandSession()) {
         unavailableReason_ = QStringLiteral(
-            "Wayland does not tell other apps which window is in front, so these two "
-            "cannot work in this session.");
+            "Wayland does not tell apps which window is in front, so these two cannot work here.");
         qCInfo(lcApp, "window triggers: a Wayland session shows no window in front");
         return;
     }

@@ -133,14 +133,15 @@ SettingsScroll {
             enabled: page.settings.sleepEnabled && page.behaviour.windowTriggersAvailable
             title: "A full-screen app is in front"
             note: page.behaviour.windowTriggersAvailable ? "A game, a film, a presentation" : ""
-            on: page.settings.sleepTriggerFullScreen
+            // Shown off where it cannot work; the stored choice is kept for later.
+            on: page.settings.sleepTriggerFullScreen && page.behaviour.windowTriggersAvailable
             onFlipped: value => page.settings.sleepTriggerFullScreen = value
         }
         SwitchRow {
             theme: page.theme
             enabled: page.settings.sleepEnabled && page.behaviour.windowTriggersAvailable
             title: "One of these apps is in front"
-            on: page.settings.sleepTriggerApps
+            on: page.settings.sleepTriggerApps && page.behaviour.windowTriggersAvailable
             onFlipped: value => page.settings.sleepTriggerApps = value
         }
         Text {

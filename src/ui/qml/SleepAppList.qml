@@ -99,11 +99,13 @@ ColumnLayout {
         }
     }
     Text {
-        visible: list.choosing && list.behaviour.runningApps.count === 0
-        text: "No other app has a window open."
+        visible: list.choosing
+        text: list.behaviour.runningApps.count === 0 ? "No other app has a window open."
+                                                     : "Apps with a window open:"
         color: list.theme.mutedText
         font.pixelSize: 11
-        Layout.topMargin: 6
+        Layout.topMargin: 10
+        Layout.bottomMargin: 2
         Accessible.name: text
     }
     Repeater {
