@@ -57,6 +57,11 @@ public:
     }
     /// Puts `w` in front, as a window manager announces it.
     void activate(xcb_window_t w) { set(root_, "_NET_ACTIVE_WINDOW", XCB_ATOM_WINDOW, {w}); }
+    /// Takes `_NET_ACTIVE_WINDOW` away, as a window manager that quits or restarts does.
+    void clearActive() {
+        xcb_delete_property(c_, root_, atom("_NET_ACTIVE_WINDOW"));
+        xcb_flush(c_);
+    }
     /// Destroys `w` and waits until the server has.
     void destroy(xcb_window_t w) {
         xcb_destroy_window(c_, w);
