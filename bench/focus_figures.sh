@@ -14,9 +14,10 @@ here=$(dirname "$(realpath "$0")")
 private_x
 private_pulse
 
-# Context switches of every thread of the process: each is a wake-up or a preemption.
+# Context switches of every thread of the process (or of the main thread, where the focus
+# source lives): each is a wake-up or a preemption.
 switches() {
-    cat /proc/"$1"/task/*/status 2>/dev/null |
+    cat /proc/"$1"/task/${2:-*}/status 2>/dev/null |
         awk '/^(voluntary|nonvoluntary)_ctxt_switches/ {n += $2} END {print n}'
 }
 
@@ -29,12 +30,15 @@ run() { # NAME PREFERENCES: starts tappix, waits for it to settle, counts over t
     session_pids+=($tappix)
     for _ in $(seq 200); do grep -q "global backend" "$log" && break; sleep 0.1; done
     sleep 5
-    local before after
+    local before after main_before main_after
     before=$(switches $tappix)
+    main_before=$(switches $tappix $tappix)
     sleep "$seconds"
     after=$(switches $tappix)
-    printf '%-22s %6d context switches over %d s idle: %.2f per second\n' "$1:" \
-        $((after - before)) "$seconds" "$(echo "($after - $before) / $seconds" | bc -l)"
+    main_after=$(switches $tappix $tappix)
+    printf '%-14s over %d s idle: %.2f context switches per second, main thread %.2f\n' \
+        "$1:" "$seconds" "$(echo "($after - $before) / $seconds" | bc -l)" \
+        "$(echo "($main_after - $main_before) / $seconds" | bc -l)"
 }
 
 stop_tappix() {
