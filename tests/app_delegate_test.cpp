@@ -10,6 +10,7 @@
 
 #include <QCoreApplication>
 #include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
@@ -96,4 +97,32 @@ TEST(AppDelegate, ShutsDownCleanlyWhileKeysAreStillArriving) {
         QCoreApplication::processEvents();
         EXPECT_GT(run.file().value("keystrokeCount").toInt(), 0);
     }
+}
+
+// The window in front reaches the mixer's duck the moment the desktop reports it, not at
+// the next device poll, and leaving the app brings the sound back.
+TEST(AppDelegate, AListedAppInFrontDucksAtOnceAndLeavingItRestores) {
+    test::HarnessOptions options;
+    options.preferences = {{"sleepEnabled", true},
+                           {"sleepTriggerApps", true},
+                           {"sleepVolume", 0.0},
+                           {"volume", 0.5},
+                           {"sleepAppIds", QJsonArray{"XTerm"}}};
+    Harness run(options);
+    std::vector<bool> flips;
+    QObject::connect(run.delegate.get(), &AppDelegate::sleepingChanged,
+                     [&](bool sleeping) { flips.push_back(sleeping); });
+    const Mixer& mixer = run.delegate->audioPlayer().mixer();
+    EXPECT_FLOAT_EQ(mixer.targetOutputGain(), 0.5f);
+
+    run.focus->show(FocusedWindow{{"XTerm", "XTerm", {}}, {"xterm", "XTerm"}});
+    EXPECT_FLOAT_EQ(mixer.targetOutputGain(), 0.0f); // no time has passed
+    run.focus->show(FocusedWindow{{"org.example.Notes", "Notes", {}}, {}});
+    EXPECT_FLOAT_EQ(mixer.targetOutputGain(), 0.5f);
+    EXPECT_EQ(flips, (std::vector<bool>{true, false}));
+
+    // After shutdown a late report reaches nothing.
+    run.delegate->shutdown();
+    run.focus->show(FocusedWindow{{"XTerm", "XTerm", {}}, {}});
+    EXPECT_EQ(flips.size(), 2u);
 }

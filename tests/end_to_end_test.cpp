@@ -3,10 +3,12 @@
 
 #include "support/pulse_server.h"
 #include "support/sound_analysis.h"
+#include "support/x11_desk.h"
 #include "support/xvfb_server.h"
 
 #include <gtest/gtest.h>
 
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -160,6 +162,37 @@ TEST_F(EndToEnd, QuietWhileTheMicrophoneIsLive) {
     }
     ASSERT_TRUE(waitForLog("awake"));
     EXPECT_FALSE(test::onsets(type({"a"})).empty());
+}
+
+TEST_F(EndToEnd, QuietWhileAListedAppOrAFullScreenWindowIsInFront) {
+    // The listed app is known by its desktop file, which names its window class.
+    ASSERT_TRUE(test::writeNotesEntry(home_.filePath("data")));
+    QJsonObject prefs = kQuietExtras;
+    prefs["keyUpSoundsEnabled"] = false;
+    prefs["sleepEnabled"] = true;
+    prefs["sleepVolume"] = 0.0;
+    prefs["sleepTriggerApps"] = true;
+    prefs["sleepTriggerFullScreen"] = true;
+    prefs["sleepAppIds"] = QJsonArray{"org.example.Notes"};
+    // The test is the window manager: it says which window is in front.
+    test::Desk desk;
+    static const char notesClass[] = "notes\0Notes", editorClass[] = "editor\0Editor";
+    const auto notes = desk.window(notesClass, sizeof notesClass);
+    const auto editor = desk.window(editorClass, sizeof editorClass);
+    desk.activate(editor);
+    launch(prefs);
+    EXPECT_EQ(test::onsets(type({"a"})).size(), 1u);
+
+    desk.activate(notes);
+    ASSERT_TRUE(waitForLog("sleeping: Quiet Notes is in front")) << log_.constData();
+    EXPECT_TRUE(test::onsets(type({"a", "s"})).empty());
+    desk.activate(editor);
+    ASSERT_TRUE(waitForLog("awake")) << log_.constData();
+    EXPECT_EQ(test::onsets(type({"a", "s"})).size(), 2u);
+
+    desk.set(editor, "_NET_WM_STATE", XCB_ATOM_ATOM, {desk.atom("_NET_WM_STATE_FULLSCREEN")});
+    ASSERT_TRUE(waitForLog("sleeping: A full-screen app is in front")) << log_.constData();
+    EXPECT_TRUE(test::onsets(type({"a"})).empty());
 }
 
 TEST_F(EndToEnd, TypingStatisticsReachTheFileAtSigterm) {

@@ -29,6 +29,19 @@ struct FakeNotifier final : UserNotifier {
     }
 };
 
+/// The window in front, set by the test as a desktop would report it.
+struct FakeFocus final : FocusSource {
+    QString unavailableReason() const override { return {}; }
+    std::vector<AppIdentity> runningApps() override { return {}; }
+    AppIdentity describe(const QString& id) const override { return {id, id, {}}; }
+    void show(std::optional<FocusedWindow> window) { report(std::move(window)); }
+};
+
+FocusedWindow window(const QString& id, const QString& name, QStringList classes = {},
+                     bool fullScreen = false, bool own = false) {
+    return {{id, name, {}}, std::move(classes), fullScreen, own};
+}
+
 struct Sleep {
     test::FakeTime time;
     test::TempPrefs file;
@@ -36,7 +49,8 @@ struct Sleep {
     SettingsStore settings{prefs, time};
     FakeDevices devices;
     FakeNotifier notifier;
-    SleepMonitor monitor{settings, devices, notifier, time};
+    FakeFocus focus;
+    SleepMonitor monitor{settings, devices, notifier, time, &focus};
     std::vector<std::string> changes;
 
     Sleep() {
@@ -96,6 +110,73 @@ TEST(SleepMonitor, NotificationsCarryTheExactTextsAndOneIdentifier) {
                                         "tappix.sleep|Clacking again|Keystroke sounds are back"}));
     s.monitor.stop();
     EXPECT_EQ(s.time.pending(), 0u); // no poll left behind
+}
+
+TEST(SleepMonitor, WindowTriggersComeAfterTheDeviceTriggersInTheirOrder) {
+    const FocusedWindow notes = window("org.example.Notes", "Notes", {"notes", "Notes"});
+    const FocusedWindow notesFull = window("org.example.Notes", "Notes", {}, true);
+    const FocusedWindow term = window("XTerm", "XTerm", {"xterm", "XTerm"});
+    const FocusedWindow ownFull = window("tappix", "Tappix", {}, true, true);
+    const FocusedWindow unnamed = window("", "", {});
+    enum On { speakers = 1, full = 2, apps = 4, all = 7 };
+    struct Case {
+        const char* what;
+        int on;
+        std::optional<FocusedWindow> front;
+        QStringList listed;
+        std::string expected;
+    } cases[] = {
+        {"a device trigger first",
+         all,
+         notesFull,
+         {"org.example.Notes"},
+         "Playing through built-in speakers"},
+        {"full screen before the list",
+         full | apps,
+         notesFull,
+         {"org.example.Notes"},
+         "A full-screen app is in front"},
+        {"a listed app in full screen with that trigger off",
+         apps,
+         notesFull,
+         {"org.example.Notes"},
+         "Notes is in front"},
+        {"an id matches a class name, any case", apps, term, {"xterm"}, "XTerm is in front"},
+        {"an app not listed", apps | full, term, {"org.example.Notes"}, "awake"},
+        {"a listed app with its trigger off", full, notes, {"org.example.Notes"}, "awake"},
+        {"Tappix's own window in full screen", full | apps, ownFull, {"tappix"}, "awake"},
+        {"a window naming no app", apps, unnamed, {"", "XTerm"}, "awake"},
+        {"nothing in front", full | apps, std::nullopt, {"XTerm"}, "awake"},
+    };
+    for (const Case& c : cases) {
+        Sleep s;
+        s.devices.builtIn = true;
+        s.settings.setSleepTriggerSpeakers(c.on & speakers);
+        s.settings.setSleepTriggerFullScreen(c.on & full);
+        s.settings.setSleepTriggerApps(c.on & apps);
+        s.settings.setSleepAppIds(c.listed);
+        s.focus.show(c.front);
+        s.monitor.start();
+        EXPECT_EQ(s.changes.empty() ? "awake" : s.changes.back(), c.expected) << c.what;
+    }
+}
+
+TEST(SleepMonitor, FocusChangesAreEvaluatedAtOnceAndTheLastOtherAppIsKept) {
+    Sleep s;
+    s.settings.setSleepTriggerApps(true);
+    s.settings.setSleepAppIds({"org.example.Notes", "XTerm"});
+    s.monitor.start();
+    s.focus.show(window("org.example.Notes", "Notes")); // no poll needed
+    s.focus.show(window("XTerm", "XTerm"));             // still asleep: not news
+    s.focus.show(window("tappix", "Tappix", {}, false, true));
+    EXPECT_EQ(s.changes, (std::vector<std::string>{"Notes is in front", "awake"}));
+    EXPECT_EQ(s.focus.lastOtherApp()->id, QStringLiteral("XTerm")); // not Tappix itself
+    EXPECT_EQ(s.devices.queries, 0);
+
+    s.monitor.stop();
+    s.focus.show(window("XTerm", "XTerm"));
+    s.time.advance(10s);
+    EXPECT_EQ(s.changes.size(), 2u); // stopped: neither listening nor polling
 }
 
 namespace {

@@ -68,6 +68,9 @@ public Q_SLOTS:
             savedNew =
                 saved.isDouble() && static_cast<float>(saved.toDouble()) == expected.toFloat();
             break;
+        case QMetaType::QStringList:
+            savedNew = saved.toVariant().toStringList() == expected.toStringList();
+            break;
         default:
             savedNew = saved.toString() == expected.toString();
         }
@@ -93,6 +96,8 @@ QVariant flipped(const SettingsStore& store, const QMetaProperty& property) {
         return property.read(&store).toFloat() + 0.125f;
     case QMetaType::QString:
         return QStringLiteral("changed-") + property.name();
+    case QMetaType::QStringList:
+        return property.read(&store).toStringList() << QStringLiteral("added");
     default:
         return {};
     }
@@ -157,7 +162,7 @@ TEST(SettingsStore, EverySettingNotifiesWithItsNewValueAndRoundTrips) {
         probe.seen.clear();
         expected[QString::fromLatin1(name.c_str())] = probe.expected;
     }
-    EXPECT_EQ(expected.size(), 36u);
+    EXPECT_EQ(expected.size(), 39u);
     QObject::disconnect(probeConnection);
 
     // Counters, mixes and tunings: the value is in place when their signal arrives.
@@ -230,6 +235,9 @@ TEST(SettingsStore, WrongTypesFallBackToDefaultsAndAreKept) {
          QJsonObject{{QStringLiteral("k"), QJsonObject{{QStringLiteral("pitch"), 1}}}}},
         {QStringLiteral("activeMixId"), QStringLiteral("ghost")},
         {QStringLiteral("statsEnabled"), false},
+        {QStringLiteral("sleepAppIds"),
+         QJsonArray{QStringLiteral("XTerm"), 3, QString(), QStringLiteral("XTerm"),
+                    QStringLiteral("org.example.Notes")}},
     });
     JsonFilePreferences prefs(file.path, time);
     SettingsStore store(prefs, time);
@@ -242,6 +250,9 @@ TEST(SettingsStore, WrongTypesFallBackToDefaultsAndAreKept) {
     EXPECT_TRUE(store.tunings().empty());
     EXPECT_FALSE(store.activeMixId());
     EXPECT_FALSE(store.statsEnabled()); // the valid value still loads
+    // A list keeps its usable strings, each once.
+    EXPECT_EQ(store.sleepAppIds(),
+              (QStringList{QStringLiteral("XTerm"), QStringLiteral("org.example.Notes")}));
     // Nothing was rewritten by loading: the odd values are still in the file.
     EXPECT_EQ(file.read().value(QStringLiteral("isEnabled")), QJsonValue(QStringLiteral("yes")));
 }

@@ -8,7 +8,7 @@ packages=(
     g++ cmake ninja-build pkg-config clang-format ccache
     # libraries
     qt6-base-dev qt6-base-dev-tools libsndfile1-dev libsoxr-dev libpulse-dev
-    libevdev-dev libx11-dev libxi-dev libxtst-dev libzip-dev
+    libevdev-dev libx11-dev libxi-dev libxtst-dev libxcb1-dev libzip-dev
     # the desktop application: Qt Quick, its QML modules, SVG icons
     qt6-declarative-dev qt6-declarative-dev-tools qt6-svg-dev qt6-qpa-plugins
     qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-templates

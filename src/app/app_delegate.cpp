@@ -34,7 +34,9 @@ AppDelegate::AppDelegate(Platform platform, const QString& preferencesPath,
         std::move(platform.output), std::move(platform.decoder), *devices_, settings_->volume());
     keyService_ = std::make_unique<KeyEventService>(std::move(platform.capture));
     notifier_ = std::move(platform.notifier);
-    sleepMonitor_ = std::make_unique<SleepMonitor>(*settings_, *devices_, *notifier_, scheduler_);
+    focus_ = std::move(platform.focus);
+    sleepMonitor_ =
+        std::make_unique<SleepMonitor>(*settings_, *devices_, *notifier_, scheduler_, focus_.get());
     typingMonitor_ = std::make_unique<TypingMonitor>(*settings_, clock_, scheduler_);
     keyCast_ = std::make_unique<KeyCast>(clock_, scheduler_);
     feedFetcher_ = std::move(platform.feedFetcher);
@@ -121,6 +123,7 @@ void AppDelegate::makeShell() {
                                     soundEngine_.get(), *typingMonitor_, audioPlayer_.get(),
                                     devices_.get()};
     services.keyCast = keyCast_.get();
+    services.focus = focus_.get();
     services.launchesAtLogin = launchesAtLogin_;
     services.setLaunchAtLogin = setLaunchAtLogin_;
     services.pauseShortcut = [this](bool paused) {

@@ -8,6 +8,7 @@
 #include "input/key_event_service.h"
 #include "input/shortcut_matcher.h"
 #include "kits/soundpack_store.h"
+#include "monitors/focus_source.h"
 #include "monitors/key_cast.h"
 #include "monitors/sleep_monitor.h"
 #include "monitors/typing_monitor.h"
@@ -66,6 +67,8 @@ public:
         std::function<bool()> launchesAtLogin = {};
         /// Starts Tappix at login, or stops; false when the desktop's files refused.
         std::function<bool(bool)> setLaunchAtLogin = {};
+        /// Tells which window is in front, for the window sleep triggers; none when null.
+        std::unique_ptr<FocusSource> focus = {};
     };
 
     /// Builds the services in order: settings, kits (scanned at once), player, capture
@@ -153,6 +156,7 @@ private:
     std::unique_ptr<AudioDeviceManager> devices_;
     std::unique_ptr<AudioPlayer> audioPlayer_;
     std::unique_ptr<UserNotifier> notifier_;
+    std::unique_ptr<FocusSource> focus_;
     std::unique_ptr<SleepMonitor> sleepMonitor_;
     std::unique_ptr<TypingMonitor> typingMonitor_;
     std::unique_ptr<KeyCast> keyCast_;

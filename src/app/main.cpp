@@ -8,6 +8,7 @@
 #include "platform/capture_backends.h"
 #include "platform/dbus/freedesktop_notifier.h"
 #include "platform/dbus/remote_control_service.h"
+#include "platform/focus_backends.h"
 #include "platform/network/https_feed_fetcher.h"
 #include "platform/xdg/autostart_entry.h"
 #include "ui/desktop_shell.h"
@@ -67,6 +68,7 @@ int main(int argc, char** argv) {
                                            std::make_unique<tappix::HttpsFeedFetcher>(),
                                            QUrl(QStringLiteral(TAPPIX_UPDATE_FEED))};
     platform.withWindows = true;
+    platform.focus = tappix::makeFocusSource();
     platform.launchesAtLogin = [] { return tappix::AutostartEntry().isEnabled(); };
     platform.setLaunchAtLogin = [](bool enabled) {
         return tappix::AutostartEntry().setEnabled(enabled,

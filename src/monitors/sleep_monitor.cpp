@@ -5,8 +5,9 @@
 namespace tappix {
 
 SleepMonitor::SleepMonitor(SettingsStore& settings, AudioDeviceManager& devices,
-                           UserNotifier& notifier, Scheduler& scheduler)
-    : settings_(settings), devices_(devices), notifier_(notifier), scheduler_(scheduler) {}
+                           UserNotifier& notifier, Scheduler& scheduler, FocusSource* focus)
+    : settings_(settings), devices_(devices), notifier_(notifier), scheduler_(scheduler),
+      focus_(focus) {}
 
 SleepMonitor::~SleepMonitor() {
     stop();
@@ -15,6 +16,10 @@ SleepMonitor::~SleepMonitor() {
 void SleepMonitor::start() {
     stop();
     schedule();
+    // Focus changes are pushed: the window triggers answer at once, not at the next poll.
+    if (focus_)
+        focusConnection_ =
+            QObject::connect(focus_, &FocusSource::focusChanged, focus_, [this] { evaluate(); });
     evaluate();
 }
 
@@ -22,6 +27,7 @@ void SleepMonitor::stop() {
     if (timer_ != 0)
         scheduler_.cancel(timer_);
     timer_ = 0;
+    QObject::disconnect(focusConnection_);
 }
 
 void SleepMonitor::schedule() {
@@ -44,6 +50,14 @@ void SleepMonitor::evaluate() {
             reason = QStringLiteral("Headphones are connected");
         else if (settings_.sleepTriggerSpeakers() && devices_.isDefaultOutputBuiltIn())
             reason = QStringLiteral("Playing through built-in speakers");
+        else if (const auto* window = focus_ && focus_->focused() ? &*focus_->focused() : nullptr;
+                 window && !window->ownWindow) {
+            if (settings_.sleepTriggerFullScreen() && window->fullScreen)
+                reason = QStringLiteral("A full-screen app is in front");
+            else if (settings_.sleepTriggerApps() &&
+                     FocusSource::matches(*window, settings_.sleepAppIds()))
+                reason = window->app.name + QStringLiteral(" is in front");
+        }
     }
     const bool wanted = reason.has_value();
     // A different reason while already asleep is not news.

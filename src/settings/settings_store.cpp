@@ -44,6 +44,9 @@ namespace {
     X(BOOL, sleepTriggerCamera, SleepTriggerCamera, false)                                         \
     X(BOOL, sleepTriggerHeadphones, SleepTriggerHeadphones, false)                                 \
     X(BOOL, sleepTriggerSpeakers, SleepTriggerSpeakers, false)                                     \
+    X(BOOL, sleepTriggerFullScreen, SleepTriggerFullScreen, false)                                 \
+    X(BOOL, sleepTriggerApps, SleepTriggerApps, false)                                             \
+    X(STRING_LIST, sleepAppIds, SleepAppIds, QStringList())                                        \
     X(BOOL, visualizerEnabled, VisualizerEnabled, false)                                           \
     X(BOOL, visualizerShortcutsOnly, VisualizerShortcutsOnly, false)                               \
     X(STRING, visualizerSize, VisualizerSize, QStringLiteral("medium"))                            \
@@ -62,6 +65,9 @@ QJsonValue toJson(float value) {
 QJsonValue toJson(const QString& value) {
     return value;
 }
+QJsonValue toJson(const QStringList& value) {
+    return QJsonArray::fromStringList(value);
+}
 QJsonValue toJson(const std::optional<QString>& value) {
     return value ? QJsonValue(*value) : QJsonValue(QJsonValue::Undefined);
 }
@@ -76,6 +82,16 @@ float readFLOAT(const QJsonValue& stored, float fallback) {
 }
 QString readSTRING(const QJsonValue& stored, const QString& fallback) {
     return stored.isString() ? stored.toString() : fallback;
+}
+// A list keeps its strings; anything else in it is dropped, the rest kept.
+QStringList readSTRING_LIST(const QJsonValue& stored, const QStringList& fallback) {
+    if (!stored.isArray())
+        return fallback;
+    QStringList out;
+    for (const QJsonValue& item : stored.toArray())
+        if (item.isString() && !item.toString().isEmpty() && !out.contains(item.toString()))
+            out.append(item.toString());
+    return out;
 }
 std::optional<QString> readOPTIONAL_STRING(const QJsonValue& stored, std::nullopt_t) {
     if (stored.isString())
@@ -92,6 +108,9 @@ bool storable(float value) {
     return std::isfinite(value);
 }
 bool storable(const QString&) {
+    return true;
+}
+bool storable(const QStringList&) {
     return true;
 }
 bool storable(const std::optional<QString>&) {

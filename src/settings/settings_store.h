@@ -8,6 +8,7 @@
 
 #include <QObject>
 #include <QString>
+#include <QStringList>
 #include <chrono>
 #include <cstdint>
 #include <map>
@@ -79,6 +80,12 @@ class SettingsStore final : public QObject {
                    setSleepTriggerHeadphones NOTIFY sleepTriggerHeadphonesChanged)
     Q_PROPERTY(bool sleepTriggerSpeakers READ sleepTriggerSpeakers WRITE setSleepTriggerSpeakers
                    NOTIFY sleepTriggerSpeakersChanged)
+    Q_PROPERTY(bool sleepTriggerFullScreen READ sleepTriggerFullScreen WRITE
+                   setSleepTriggerFullScreen NOTIFY sleepTriggerFullScreenChanged)
+    Q_PROPERTY(bool sleepTriggerApps READ sleepTriggerApps WRITE setSleepTriggerApps NOTIFY
+                   sleepTriggerAppsChanged)
+    Q_PROPERTY(
+        QStringList sleepAppIds READ sleepAppIds WRITE setSleepAppIds NOTIFY sleepAppIdsChanged)
     Q_PROPERTY(bool visualizerEnabled READ visualizerEnabled WRITE setVisualizerEnabled NOTIFY
                    visualizerEnabledChanged)
     Q_PROPERTY(bool visualizerShortcutsOnly READ visualizerShortcutsOnly WRITE
@@ -271,6 +278,22 @@ public:
     /// Sets it and writes it back. Main thread.
     void setSleepTriggerSpeakers(bool value);
 
+    /// Sleep while a full-screen window is in front. Main thread.
+    bool sleepTriggerFullScreen() const { return sleepTriggerFullScreen_; }
+    /// Sets it and writes it back. Main thread.
+    void setSleepTriggerFullScreen(bool value);
+
+    /// Sleep while one of `sleepAppIds` is in front. Main thread.
+    bool sleepTriggerApps() const { return sleepTriggerApps_; }
+    /// Sets it and writes it back. Main thread.
+    void setSleepTriggerApps(bool value);
+
+    /// The applications that quiet Tappix while in front: desktop application ids, or
+    /// X11 class names where no id is known. Main thread.
+    QStringList sleepAppIds() const { return sleepAppIds_; }
+    /// Sets them and writes them back. Main thread.
+    void setSleepAppIds(QStringList value);
+
     /// Show the key-cast overlay. Main thread.
     bool visualizerEnabled() const { return visualizerEnabled_; }
     /// Sets it and writes it back. Main thread.
@@ -436,6 +459,12 @@ Q_SIGNALS:
     void sleepTriggerHeadphonesChanged();
     /// `sleepTriggerSpeakers` changed.
     void sleepTriggerSpeakersChanged();
+    /// `sleepTriggerFullScreen` changed.
+    void sleepTriggerFullScreenChanged();
+    /// `sleepTriggerApps` changed.
+    void sleepTriggerAppsChanged();
+    /// `sleepAppIds` changed.
+    void sleepAppIdsChanged();
     /// `visualizerEnabled` changed.
     void visualizerEnabledChanged();
     /// `visualizerShortcutsOnly` changed.
@@ -490,6 +519,9 @@ private:
     bool sleepTriggerCamera_ = false;
     bool sleepTriggerHeadphones_ = false;
     bool sleepTriggerSpeakers_ = false;
+    bool sleepTriggerFullScreen_ = false;
+    bool sleepTriggerApps_ = false;
+    QStringList sleepAppIds_;
     bool visualizerEnabled_ = false;
     bool visualizerShortcutsOnly_ = false;
     QString visualizerSize_ = QStringLiteral("medium");

@@ -41,7 +41,89 @@ bool isModifierKey(int key) {
 } // namespace
 
 BehaviourViewModel::BehaviourViewModel(const ShellServices& services, QObject* parent)
-    : QObject(parent), services_(services) {}
+    : QObject(parent), services_(services) {
+    connect(&services_.settings, &SettingsStore::sleepAppIdsChanged, this,
+            &BehaviourViewModel::listChanged);
+    if (services_.focus) {
+        connect(services_.focus, &FocusSource::lastOtherAppChanged, this,
+                &BehaviourViewModel::frontAppChanged);
+        // A display that goes away takes the source with it.
+        connect(services_.focus, &FocusSource::focusChanged, this,
+                &BehaviourViewModel::windowSourceChanged);
+    }
+    listChanged();
+}
+
+bool BehaviourViewModel::windowTriggersAvailable() const {
+    return windowTriggersProblem().isEmpty();
+}
+
+QString BehaviourViewModel::windowTriggersProblem() const {
+    if (!services_.focus)
+        return QStringLiteral("Tappix cannot see which window is in front here.");
+    return services_.focus->unavailableReason();
+}
+
+QString BehaviourViewModel::frontAppName() const {
+    const auto& app = services_.focus ? services_.focus->lastOtherApp() : std::nullopt;
+    return app ? app->name : QString();
+}
+
+bool BehaviourViewModel::frontAppListed() const {
+    const auto& app = services_.focus ? services_.focus->lastOtherApp() : std::nullopt;
+    return app && services_.settings.sleepAppIds().contains(app->id);
+}
+
+void BehaviourViewModel::addFrontApp() {
+    if (const auto& app = services_.focus ? services_.focus->lastOtherApp() : std::nullopt)
+        addApp(app->id);
+}
+
+void BehaviourViewModel::refreshRunningApps() {
+    running_ = services_.focus ? services_.focus->runningApps() : std::vector<AppIdentity>{};
+    showRunning();
+}
+
+void BehaviourViewModel::showRunning() {
+    // Apps on the list already are not offered again.
+    std::vector<AppIdentity> offered;
+    const QStringList listed = services_.settings.sleepAppIds();
+    for (const AppIdentity& app : running_)
+        if (!listed.contains(app.id))
+            offered.push_back(app);
+    runningApps_.setApps(std::move(offered));
+}
+
+void BehaviourViewModel::addRunningApp(int row) {
+    if (const AppIdentity* app = runningApps_.at(row))
+        addApp(app->id);
+}
+
+void BehaviourViewModel::removeSleepApp(int row) {
+    const AppIdentity* app = sleepApps_.at(row);
+    if (!app)
+        return;
+    QStringList ids = services_.settings.sleepAppIds();
+    ids.removeAll(app->id);
+    services_.settings.setSleepAppIds(ids);
+}
+
+void BehaviourViewModel::addApp(const QString& id) {
+    QStringList ids = services_.settings.sleepAppIds();
+    if (id.isEmpty() || ids.contains(id))
+        return;
+    ids.append(id);
+    services_.settings.setSleepAppIds(ids);
+}
+
+void BehaviourViewModel::listChanged() {
+    std::vector<AppIdentity> apps;
+    for (const QString& id : services_.settings.sleepAppIds())
+        apps.push_back(services_.focus ? services_.focus->describe(id) : AppIdentity{id, id, {}});
+    sleepApps_.setApps(std::move(apps));
+    showRunning();
+    Q_EMIT frontAppChanged();
+}
 
 bool BehaviourViewModel::launchAtLogin() const {
     return services_.launchesAtLogin && services_.launchesAtLogin();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ui/app_list_model.h"
 #include "ui/shell_services.h"
 
 #include <QObject>
@@ -9,13 +10,20 @@
 namespace tappix {
 
 /// What the Behaviour page does beyond binding settings: starting at login, asking for
-/// a new version, showing a test notification, and turning a pressed key combination
-/// into the sounds shortcut. Main thread only.
+/// a new version, showing a test notification, turning a pressed key combination into
+/// the sounds shortcut, and keeping the list of applications that quiet Tappix while in
+/// front. Main thread only.
 class BehaviourViewModel final : public QObject {
     Q_OBJECT
     Q_PROPERTY(bool launchAtLogin READ launchAtLogin NOTIFY launchAtLoginChanged)
     Q_PROPERTY(QString launchAtLoginProblem READ launchAtLoginProblem NOTIFY launchAtLoginChanged)
     Q_PROPERTY(QString updateStatus READ updateStatus NOTIFY updateStatusChanged)
+    Q_PROPERTY(bool windowTriggersAvailable READ windowTriggersAvailable NOTIFY windowSourceChanged)
+    Q_PROPERTY(QString windowTriggersProblem READ windowTriggersProblem NOTIFY windowSourceChanged)
+    Q_PROPERTY(QObject* sleepApps READ sleepApps CONSTANT)
+    Q_PROPERTY(QObject* runningApps READ runningApps CONSTANT)
+    Q_PROPERTY(QString frontAppName READ frontAppName NOTIFY frontAppChanged)
+    Q_PROPERTY(bool frontAppListed READ frontAppListed NOTIFY frontAppChanged)
 
 public:
     /// The hint for a combination without a modifier.
@@ -33,6 +41,29 @@ public:
     QString launchAtLoginProblem() const { return launchAtLoginProblem_; }
     /// What the last update check asked, else empty.
     QString updateStatus() const { return updateStatus_; }
+
+    /// Whether this session can tell which window is in front.
+    bool windowTriggersAvailable() const;
+    /// Why it cannot, in one sentence; empty when it can.
+    QString windowTriggersProblem() const;
+    /// The applications that quiet Tappix while in front (an `AppListModel`).
+    QObject* sleepApps() { return &sleepApps_; }
+    /// The applications with a window now, as last asked by `refreshRunningApps`, less
+    /// those on the list.
+    QObject* runningApps() { return &runningApps_; }
+    /// The name of the last application in front other than Tappix, or empty.
+    QString frontAppName() const;
+    /// Whether that application is on the list already.
+    bool frontAppListed() const;
+
+    /// Puts the last application in front other than Tappix on the list.
+    Q_INVOKABLE void addFrontApp();
+    /// Asks the desktop which applications have a window now.
+    Q_INVOKABLE void refreshRunningApps();
+    /// Puts the running application in `row` on the list.
+    Q_INVOKABLE void addRunningApp(int row);
+    /// Takes the application in `row` off the list.
+    Q_INVOKABLE void removeSleepApp(int row);
 
     /// Starts Tappix at login, or stops doing so.
     Q_INVOKABLE void setLaunchAtLogin(bool enabled);
@@ -54,9 +85,18 @@ public:
 Q_SIGNALS:
     void launchAtLoginChanged();
     void updateStatusChanged();
+    void windowSourceChanged();
+    void frontAppChanged();
 
 private:
+    void addApp(const QString& id);
+    void listChanged();
+    void showRunning();
+
     ShellServices services_;
+    AppListModel sleepApps_;
+    AppListModel runningApps_;
+    std::vector<AppIdentity> running_;
     QString launchAtLoginProblem_;
     QString updateStatus_;
 };

@@ -9,6 +9,7 @@ namespace tappix {
 
 class AudioDeviceManager;
 class AudioPlayer;
+class FocusSource;
 class KeyCast;
 class Scheduler;
 class SettingsStore;
@@ -29,6 +30,9 @@ struct ShellServices {
     AudioDeviceManager* devices = nullptr;
     /// The key-cast chips the overlay shows; no overlay without.
     KeyCast* keyCast = nullptr;
+    /// Which window is in front, for the window sleep triggers; they show as unavailable
+    /// without.
+    FocusSource* focus = nullptr;
     /// Whether the desktop starts Tappix at login.
     std::function<bool()> launchesAtLogin = {};
     /// Starts Tappix at login, or stops doing so; false when the file system refused.

@@ -74,6 +74,18 @@ public:
     }
 };
 
+/// The window in front, as the test says a desktop reports it.
+class TestFocus final : public FocusSource {
+public:
+    QString unavailableReason() const override { return {}; }
+    std::vector<AppIdentity> runningApps() override { return running; }
+    AppIdentity describe(const QString& id) const override { return {id, id, {}}; }
+    /// Reports `window` in front (none: nothing).
+    void show(std::optional<FocusedWindow> window) { report(std::move(window)); }
+    /// What `runningApps` answers.
+    std::vector<AppIdentity> running;
+};
+
 class SilentNotifier final : public UserNotifier {
 public:
     void post(const QString&, const QString&, const QString&) override {}
@@ -130,6 +142,8 @@ struct Harness {
     /// What the platform answers when asked whether keys can be captured.
     std::atomic<bool> captureIsPossible{true};
     TestKeyboard* keyboard = nullptr;
+    /// The window in front; owned by the delegate.
+    TestFocus* focus = nullptr;
     std::unique_ptr<AppDelegate> delegate;
 
     explicit Harness(bool continuous = false) : Harness(HarnessOptions{continuous}) {}
@@ -155,6 +169,9 @@ struct Harness {
         captureIsPossible = options.captureIsPossible;
         platform.captureIsPossible = [this] { return captureIsPossible.load(); };
         platform.notifier = std::make_unique<SilentNotifier>();
+        auto focusSource = std::make_unique<TestFocus>();
+        focus = focusSource.get();
+        platform.focus = std::move(focusSource);
         platform.clock = &time;
         platform.scheduler = &time;
         platform.withWindows = options.withWindows;

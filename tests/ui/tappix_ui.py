@@ -43,12 +43,13 @@ COUNTERS = {
 }
 
 
-def start(test, preferences=None, login_start=True, tray=True, env=None):
+def start(test, preferences=None, login_start=True, tray=True, env=None, before_launch=None):
     """Starts a session whose tappix is running and capturing keys, and has `test` (a
     TestCase or, from setUpClass, its class) close it afterwards.
 
     login_start: the welcome already seen and an autostart entry present, so tappix
-    starts quietly in the tray as it does at login; otherwise it starts as by hand."""
+    starts quietly in the tray as it does at login; otherwise it starts as by hand.
+    before_launch: called with the session once its directories exist, before tappix runs."""
     session = harness.Session(tray=tray, launch=False, env=env)
     session.__enter__()
     if isinstance(test, type):
@@ -64,6 +65,8 @@ def start(test, preferences=None, login_start=True, tray=True, env=None):
             os.makedirs(autostart, exist_ok=True)
             with open(os.path.join(autostart, "app.morvane.tappix.desktop"), "w") as f:
                 f.write("[Desktop Entry]\nType=Application\nName=Tappix\nExec=tappix\n")
+        if before_launch:
+            before_launch(session)
         session.launch()
         session.wait_for_log(re.compile(r"Tappix \S+ running"), timeout=30)
         # Capture may take the 2 s retry when the display refuses a first connection.
@@ -169,6 +172,31 @@ def close_window(session, title):
 def focus_window(session, title):
     window_id = next(w["id"] for w in session.x_windows() if w["title"] == title)
     session.xdotool("windowfocus", "--sync", window_id)
+
+
+class Desk:
+    """Plays the window manager on the session's display: makes windows with a WM_CLASS
+    and says which is in front through the root's _NET_ACTIVE_WINDOW."""
+
+    def __init__(self, session):
+        from Xlib import display as xdisplay
+        self.connection = xdisplay.Display(session.display)
+        self.root = self.connection.screen().root
+
+    def window(self, instance, klass):
+        window = self.root.create_window(0, 0, 40, 40, 0, self.connection.screen().root_depth)
+        window.set_wm_class(instance, klass)
+        self.connection.sync()
+        return window.id
+
+    def activate(self, window_id):
+        from Xlib import Xatom
+        self.root.change_property(self.connection.intern_atom("_NET_ACTIVE_WINDOW"),
+                                  Xatom.WINDOW, 32, [window_id])
+        self.connection.sync()
+
+    def close(self):
+        self.connection.close()
 
 
 # ---- kits ----------------------------------------------------------------------

@@ -19,14 +19,25 @@ def focused_rows(s, panel):
             if "focused" in s.states(b)]
 
 
+def write_desktop_file(s):
+    folder = os.path.join(s.data_home, "applications")
+    os.makedirs(folder, exist_ok=True)
+    icon = "/usr/share/icons/Adwaita/48x48/legacy/accessories-text-editor.png"
+    with open(os.path.join(folder, "org.example.Notes.desktop"), "w", encoding="utf-8") as f:
+        f.write("[Desktop Entry]\nType=Application\nName=Quiet Notes\nIcon=%s\n"
+                "StartupWMClass=Notes\nExec=notes\n" % icon)
+
+
 class Screenshots(unittest.TestCase):
 
     def shoot(self, theme_id, suffix):
         prefs = dict(ui.COUNTERS, soundMixes=ui.MIXES, activeMixId="desk",
-                     selectedPackId="ibm-buckling-spring")
+                     selectedPackId="ibm-buckling-spring", sleepEnabled=True,
+                     sleepTriggerApps=True, sleepAppIds=["org.example.Notes", "XTerm"])
         if theme_id:
             prefs["themeID"] = theme_id
-        s = ui.start(self, prefs, env={"LC_ALL": "C.UTF-8"})
+        # One listed app with a desktop file and an icon of its own, one without either.
+        s = ui.start(self, prefs, env={"LC_ALL": "C.UTF-8"}, before_launch=write_desktop_file)
         shots = []
 
         panel = ui.open_panel(self, s)
@@ -58,6 +69,13 @@ class Screenshots(unittest.TestCase):
             if tab == "About":
                 ui.label(s, "Waiting for keystrokes", root=window)
             shots.append(ui.screenshot(s, "settings-%s-%s" % (tab.lower(), suffix)))
+            if tab == "Behaviour":
+                # Down to the sleep triggers and the list of apps.
+                (box,) = [w for w in s.x_windows() if w["title"] == ui.SETTINGS]
+                s.xdotool("mousemove", box["x"] + box["width"] // 2, box["y"] + box["height"] // 2,
+                          "click", "--repeat", 12, "--delay", 30, 5)
+                ui.button(s, "Remove Quiet Notes", window)
+                shots.append(ui.screenshot(s, "settings-behaviour-sleep-" + suffix))
         ui.close_window(s, ui.SETTINGS)
 
         panel = ui.open_panel(self, s)

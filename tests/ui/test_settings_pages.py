@@ -7,6 +7,7 @@ another kit."""
 import time
 import array
 import os
+import re
 import shutil
 import unittest
 import wave
@@ -228,6 +229,31 @@ class BehaviourAndLookPages(unittest.TestCase):
                                       True)):
                 s.press(s.find("check box", name, root=window))
                 s.wait_for_preference(key, value)
+
+        with self.subTest("the app last in front goes on the list and its name is the reason"):
+            desk = ui.Desk(s)
+            self.addCleanup(desk.close)
+            notes = desk.window("notes", "Notes")
+            desk.activate(notes)
+            s.find("push button", "Add Notes", root=window)
+            # The user comes back to Tappix's window to add it: Tappix itself is in front.
+            (settings_id,) = [w["id"] for w in s.x_windows() if w["title"] == ui.SETTINGS]
+            desk.activate(settings_id)
+            s.press(s.find("check box", "One of these apps is in front", root=window))
+            s.wait_for_preference("sleepTriggerApps", True)
+            s.press(s.find("push button", "Add Notes", root=window))
+            s.wait_for_preference("sleepAppIds", ["Notes"])
+            s.find("push button", "Remove Notes", root=window)
+
+            desk.activate(notes)
+            s.wait_for_log("sleeping: Notes is in front")
+            panel = ui.open_panel(self, s)
+            ui.label(s, "Sleeping · Notes is in front", root=panel)
+            ui.close_panel(s)
+            desk.activate(settings_id)
+            s.wait_for_log(re.compile(r"sleeping: Notes is in front(.|\n)*awake"))
+            s.press(s.find("push button", "Remove Notes", root=window))
+            s.wait_for_preference("sleepAppIds", [])
 
         with self.subTest("the shortcut recorder takes a chord and refuses a bare letter"):
             field = s.find("push button", "Toggle keystroke sounds: " + ui.SHORTCUT, root=window)

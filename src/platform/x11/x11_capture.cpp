@@ -21,14 +21,6 @@ namespace {
 /// X keycodes are Linux input codes plus 8.
 constexpr int kKeycodeOffset = 8;
 
-bool isWaylandSession() {
-    const char* type = std::getenv("XDG_SESSION_TYPE");
-    if (type && std::strcmp(type, "wayland") == 0)
-        return true;
-    const char* wayland = std::getenv("WAYLAND_DISPLAY");
-    return wayland && *wayland;
-}
-
 bool hasXInput2(Display* display, int* opcode) {
     int event = 0, error = 0;
     if (!XQueryExtension(display, "XInputExtension", opcode, &event, &error))
@@ -44,6 +36,14 @@ void onConnectionLost(Display*, void* flag) {
 }
 
 } // namespace
+
+bool isWaylandSession() {
+    const char* type = std::getenv("XDG_SESSION_TYPE");
+    if (type && std::strcmp(type, "wayland") == 0)
+        return true;
+    const char* wayland = std::getenv("WAYLAND_DISPLAY");
+    return wayland && *wayland;
+}
 
 bool rawEventsAvailable() {
     if (isWaylandSession())

@@ -10,6 +10,10 @@ typedef struct _XDisplay Display;
 
 namespace tappix::x11 {
 
+/// Whether the session is a Wayland one (XDG_SESSION_TYPE or WAYLAND_DISPLAY say so),
+/// where X11 sees only the clients of XWayland.
+bool isWaylandSession();
+
 /// Whether this is an X11 session (not Wayland) whose server has XInput2 2.0 or later.
 /// Connects briefly to the display; cheap enough to call every few seconds.
 bool rawEventsAvailable();

@@ -128,6 +128,40 @@ SettingsScroll {
             on: page.settings.sleepTriggerSpeakers
             onFlipped: value => page.settings.sleepTriggerSpeakers = value
         }
+        SwitchRow {
+            theme: page.theme
+            enabled: page.settings.sleepEnabled && page.behaviour.windowTriggersAvailable
+            title: "A full-screen app is in front"
+            note: page.behaviour.windowTriggersAvailable ? "A game, a film, a presentation" : ""
+            // Shown off where it cannot work; the stored choice is kept for later.
+            on: page.settings.sleepTriggerFullScreen && page.behaviour.windowTriggersAvailable
+            onFlipped: value => page.settings.sleepTriggerFullScreen = value
+        }
+        SwitchRow {
+            theme: page.theme
+            enabled: page.settings.sleepEnabled && page.behaviour.windowTriggersAvailable
+            title: "One of these apps is in front"
+            on: page.settings.sleepTriggerApps && page.behaviour.windowTriggersAvailable
+            onFlipped: value => page.settings.sleepTriggerApps = value
+        }
+        Text {
+            visible: !page.behaviour.windowTriggersAvailable
+            text: page.behaviour.windowTriggersProblem
+            color: page.theme.mutedText
+            font.pixelSize: 11
+            wrapMode: Text.WordWrap
+            Layout.fillWidth: true
+            Layout.leftMargin: 14
+            Layout.rightMargin: 14
+            Layout.bottomMargin: 10
+            Accessible.name: text
+        }
+        SleepAppList {
+            visible: page.behaviour.windowTriggersAvailable
+            enabled: page.settings.sleepEnabled && page.settings.sleepTriggerApps
+            theme: page.theme
+            behaviour: page.behaviour
+        }
         SliderRow {
             theme: page.theme
             enabled: page.settings.sleepEnabled

@@ -1,0 +1,179 @@
+// The window in front under a real X server: the test plays the window manager, setting
+// the root's _NET_ACTIVE_WINDOW and each window's WM_CLASS and _NET_WM_STATE itself.
+
+#include "platform/x11/x11_focus_source.h"
+
+#include "support/x11_desk.h"
+#include "support/xvfb_server.h"
+
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QTemporaryDir>
+#include <functional>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+using namespace tappix;
+
+namespace {
+
+QCoreApplication& app() {
+    static int argc = 1;
+    static char name[] = "tappix_x11_tests";
+    static char* argv[] = {name, nullptr};
+    static QCoreApplication instance(argc, argv);
+    return instance;
+}
+
+std::vector<std::string>& logged() {
+    static std::vector<std::string> lines;
+    return lines;
+}
+
+void keepLog(QtMsgType, const QMessageLogContext&, const QString& message) {
+    if (message.startsWith(QLatin1String("window triggers")))
+        logged().push_back(message.toStdString());
+}
+
+/// Lines logged so far that contain `text`.
+std::size_t loggedWith(const char* text) {
+    return std::size_t(std::count_if(logged().begin(), logged().end(), [&](const std::string& l) {
+        return l.find(text) != std::string::npos;
+    }));
+}
+
+/// Runs the event loop until `done` holds; false after five seconds.
+bool waitFor(const std::function<bool()>& done) {
+    QDeadlineTimer deadline(5000);
+    while (!done()) {
+        if (deadline.hasExpired())
+            return false;
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+    }
+    return true;
+}
+
+class X11Focus : public ::testing::Test {
+protected:
+    void SetUp() override {
+        app();
+        qInstallMessageHandler(keepLog);
+        logged().clear();
+        ASSERT_TRUE(server_.isRunning()) << "Xvfb did not start";
+        // A desktop file that names the "Notes" class.
+        ASSERT_TRUE(test::writeNotesEntry(data_.path(), "notes-icon"));
+        qputenv("XDG_DATA_HOME", data_.path().toLocal8Bit());
+        qputenv("XDG_DATA_DIRS", data_.filePath("none").toLocal8Bit());
+    }
+    void TearDown() override { qInstallMessageHandler(nullptr); }
+
+    test::XvfbServer server_;
+    QTemporaryDir data_;
+};
+
+} // namespace
+
+TEST_F(X11Focus, ReportsTheWindowInFrontAndEachChangeOfIt) {
+    test::Desk desk;
+    static const char notesClass[] = "notes\0Notes";
+    const xcb_window_t notes = desk.window(notesClass, sizeof notesClass);
+    x11::X11FocusSource source;
+    EXPECT_EQ(source.unavailableReason(), QString());
+    EXPECT_FALSE(source.focused());
+
+    desk.activate(notes);
+    ASSERT_TRUE(waitFor([&] { return source.focused().has_value(); }));
+    EXPECT_EQ(source.focused()->app,
+              (AppIdentity{"org.example.Notes", "Quiet Notes", "notes-icon"}));
+    EXPECT_EQ(source.focused()->classes, (QStringList{"notes", "Notes"}));
+    EXPECT_FALSE(source.focused()->fullScreen);
+
+    // Changes of the window in front arrive without its focus changing.
+    desk.set(notes, "_NET_WM_STATE", XCB_ATOM_ATOM,
+             {desk.atom("_NET_WM_STATE_ABOVE"), desk.atom("_NET_WM_STATE_FULLSCREEN")});
+    ASSERT_TRUE(waitFor([&] { return source.focused()->fullScreen; }));
+    static const char otherClass[] = "other\0Other";
+    desk.setClass(notes, otherClass, sizeof otherClass);
+    ASSERT_TRUE(waitFor([&] { return source.focused()->app.id == "Other"; }));
+    EXPECT_EQ(source.focused()->app, (AppIdentity{"Other", "Other", "other"}));
+
+    // One of Tappix's own windows is in front: the app before it is remembered.
+    const xcb_window_t own = desk.window(nullptr, 0);
+    desk.set(own, "_NET_WM_PID", XCB_ATOM_CARDINAL, {std::uint32_t(::getpid())});
+    desk.activate(own);
+    ASSERT_TRUE(waitFor([&] { return source.focused()->ownWindow; }));
+    EXPECT_EQ(source.lastOtherApp()->id, QStringLiteral("Other"));
+
+    // The window manager's client list, Tappix's own window left out, sorted by name.
+    static const char termClass[] = "xterm\0XTerm";
+    const xcb_window_t term = desk.window(termClass, sizeof termClass);
+    desk.set(desk.root(), "_NET_CLIENT_LIST", XCB_ATOM_WINDOW, {term, notes, own, term});
+    const auto running = source.runningApps();
+    ASSERT_EQ(running.size(), 2u);
+    EXPECT_EQ(running[0].id, QStringLiteral("Other"));
+    EXPECT_EQ(running[1].id, QStringLiteral("XTerm"));
+    EXPECT_EQ(source.describe("org.example.Notes").name, QStringLiteral("Quiet Notes"));
+    EXPECT_EQ(source.describe("Gone").name, QStringLiteral("Gone"));
+    EXPECT_TRUE(logged().empty()) << logged().front();
+}
+
+TEST_F(X11Focus, NoClassAGoneWindowAndARestartingWindowManagerEachShowNoApp) {
+    test::Desk desk;
+    static const char notesClass[] = "notes\0Notes";
+    const xcb_window_t notes = desk.window(notesClass, sizeof notesClass);
+    const xcb_window_t unnamed = desk.window(nullptr, 0);
+    x11::X11FocusSource source;
+
+    desk.activate(unnamed);
+    ASSERT_TRUE(waitFor([&] { return source.focused().has_value(); }));
+    EXPECT_EQ(source.focused()->app.id, QString());
+    desk.set(unnamed, "_NET_WM_STATE", XCB_ATOM_ATOM, {desk.atom("_NET_WM_STATE_FULLSCREEN")});
+    ASSERT_TRUE(waitFor([&] { return source.focused()->fullScreen; }));
+    EXPECT_EQ(loggedWith("names no application"), 1u); // once, not at every change
+
+    // Gone between the window manager's word and the read.
+    const xcb_window_t gone = desk.window(notesClass, sizeof notesClass);
+    desk.destroy(gone);
+    desk.activate(gone);
+    ASSERT_TRUE(waitFor([&] { return !source.focused().has_value(); }));
+    EXPECT_EQ(loggedWith("went before it could be read"), 1u);
+
+    desk.activate(notes); // and on it goes
+    ASSERT_TRUE(waitFor([&] { return source.focused().has_value(); }));
+    EXPECT_EQ(source.focused()->app.name, QStringLiteral("Quiet Notes"));
+
+    // A window manager that restarts takes the property away, then sets it again.
+    desk.clearActive();
+    ASSERT_TRUE(waitFor([&] { return !source.focused().has_value(); }));
+    desk.activate(notes);
+    ASSERT_TRUE(waitFor([&] { return source.focused().has_value(); }));
+    EXPECT_EQ(logged().size(), 2u);
+}
+
+TEST_F(X11Focus, AServerThatGoesAwayLeavesNothingInFrontWithOneLine) {
+    auto server = std::make_unique<test::XvfbServer>(); // its own, to stop
+    ASSERT_TRUE(server->isRunning());
+    auto* desk = new test::Desk;
+    static const char notesClass[] = "notes\0Notes";
+    desk->activate(desk->window(notesClass, sizeof notesClass));
+    x11::X11FocusSource source;
+    ASSERT_TRUE(waitFor([&] { return source.focused().has_value(); }));
+
+    server.reset();
+    ASSERT_TRUE(waitFor([&] { return !source.focused().has_value(); }));
+    EXPECT_FALSE(source.unavailableReason().isEmpty());
+    QCoreApplication::processEvents(QEventLoop::AllEvents, 100);
+    EXPECT_EQ(logged(), std::vector<std::string>{"window triggers: lost the X display; they stay "
+                                                 "awake"});
+    EXPECT_TRUE(source.runningApps().empty());
+    delete desk;
+
+    // In a Wayland session X11 sees only XWayland's windows: no source, and it says so.
+    qputenv("XDG_SESSION_TYPE", "wayland");
+    x11::X11FocusSource wayland;
+    EXPECT_TRUE(wayland.unavailableReason().contains(QLatin1String("Wayland")));
+    EXPECT_FALSE(wayland.focused());
+}
