@@ -117,18 +117,23 @@ bool writeFile(const std::vector<float>& samples, const QString& path, std::stri
 } // namespace
 
 TEST(KeyboardRecording, FindsEachSoundAtItsOnsetMeasuresTheOffsetAndWritesAKitThatChecks) {
-    const Scene scene;
+    Scene scene;
+    // A second release of a key already up (X11 sends some) moves no key.
+    const std::size_t typed = scene.events.size();
+    scene.events.push_back(scene.events.back());
+    scene.events.back().seconds += 0.02;
     const auto cut = scene.cut();
     ASSERT_TRUE(cut.error.empty()) << cut.error;
     EXPECT_TRUE(cut.retakes.empty()) << cut.retakes.front();
-    ASSERT_EQ(cut.keptCount(), scene.events.size());
+    ASSERT_EQ(cut.keptCount(), typed);
+    EXPECT_EQ(cut.takes.back().flaw, KeyboardRecording::Flaw::unmatched);
     EXPECT_NEAR(cut.offsetSeconds, kOffset, 0.0015);
     EXPECT_LT(cut.onsetSpreadSeconds, 0.003);
     EXPECT_LT(cut.noiseFloorDbfs, -65);
 
     const std::size_t preRoll = std::lround(KeyboardRecording::kPreRollMs * kRate / 1000);
     float loudest = 0;
-    for (std::size_t e = 0; e < scene.events.size(); ++e) {
+    for (std::size_t e = 0; e < typed; ++e) {
         const auto& take = cut.takes[e];
         const Placed& truth = scene.truth(e);
         const double trueOnset = double(truth.start + test::soundStart(truth.sound)) / kRate;
@@ -158,7 +163,7 @@ TEST(KeyboardRecording, FindsEachSoundAtItsOnsetMeasuresTheOffsetAndWritesAKitTh
         }
     }
     EXPECT_EQ(kit.config.sounds.at("alpha").down.size(), 9u);
-    EXPECT_EQ(kit.files.size(), scene.events.size());
+    EXPECT_EQ(kit.files.size(), typed);
 
     QTemporaryDir dir;
     const SwitchDesigner writer(writeFile);
@@ -167,7 +172,7 @@ TEST(KeyboardRecording, FindsEachSoundAtItsOnsetMeasuresTheOffsetAndWritesAKitTh
     SndfileDecoder decoder;
     const KitReport report = checkKit(saved.directory, decoder);
     EXPECT_TRUE(report.ok()) << (report.problems.empty() ? "" : report.problems.front());
-    EXPECT_EQ(report.goodFiles, int(scene.events.size()));
+    EXPECT_EQ(report.goodFiles, int(typed));
 }
 
 TEST(KeyboardRecording, BadRecordingsSayWhatToDoAgain) {

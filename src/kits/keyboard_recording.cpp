@@ -31,7 +31,10 @@ constexpr float kOnsetShareOfPeak = 0.1f;
 // ... or this many times the noise floor, whichever is higher.
 constexpr float kOnsetAboveFloor = 4.0f;
 // Where the attack's peak is looked for after the onset frame.
-constexpr double kAttackMs = 10.0;
+constexpr double kAttackMs = 2.0;
+// A rise this close to the sharpest one in a window, but earlier, is where the sound
+// starts: a key's first touch often comes a few milliseconds before its loudest click.
+constexpr double kEarlierOnsetDb = 20.0;
 // Where the take's peak is looked for after its onset.
 constexpr double kPeakWindowMs = 30.0;
 // Frames in a row below a level that make a sound count as below it.
@@ -113,6 +116,7 @@ std::string_view flawWords(KeyboardRecording::Flaw flaw) {
         return "clipped (too loud for the microphone)";
     case KeyboardRecording::Flaw::overlapped:
         return "overlapped by the next key's sound";
+    case KeyboardRecording::Flaw::unmatched:
     case KeyboardRecording::Flaw::none:
         break;
     }
@@ -181,12 +185,32 @@ KeyboardRecording::Cut KeyboardRecording::cut(const std::vector<float>& samples,
         return result;
     }
 
-    // Events in time order, each remembering its place in `events`.
-    std::vector<std::size_t> order(events.size());
-    std::iota(order.begin(), order.end(), std::size_t{0});
-    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+    // Events in time order, each remembering its place in `events`; a release without
+    // its press, or a press of a key already down, is no key movement of its own.
+    std::vector<std::size_t> sorted(events.size());
+    std::iota(sorted.begin(), sorted.end(), std::size_t{0});
+    std::stable_sort(sorted.begin(), sorted.end(), [&](std::size_t a, std::size_t b) {
         return events[a].seconds < events[b].seconds;
     });
+    result.takes.resize(events.size());
+    std::vector<std::size_t> order;
+    std::map<KeyCode, bool> held;
+    for (std::size_t e : sorted) {
+        Take& take = result.takes[e];
+        take.code = events[e].code;
+        take.down = events[e].down;
+        bool& down = held[events[e].code];
+        if (down == events[e].down) {
+            take.flaw = Flaw::unmatched;
+            continue;
+        }
+        down = events[e].down;
+        order.push_back(e);
+    }
+    if (order.empty()) {
+        result.error = "no keys were typed while recording";
+        return result;
+    }
 
     const Envelope env = envelope(samples);
     const std::size_t frames = env.rms.size();
@@ -230,8 +254,8 @@ KeyboardRecording::Cut KeyboardRecording::cut(const std::vector<float>& samples,
     for (std::ptrdiff_t step = 0; step <= 2 * maxLag; ++step) {
         const std::ptrdiff_t lag = (step % 2 == 0) ? step / 2 : -(step + 1) / 2;
         double score = 0;
-        for (const RecordedKeyEvent& event : events) {
-            const std::ptrdiff_t at = frameOf(event.seconds) + lag;
+        for (std::size_t e : order) {
+            const std::ptrdiff_t at = frameOf(events[e].seconds) + lag;
             float best = 0;
             for (std::ptrdiff_t j = -kAlignSlackFrames; j <= kAlignSlackFrames; ++j)
                 best = std::max(best, strengthAt(at + j));
@@ -245,14 +269,11 @@ KeyboardRecording::Cut KeyboardRecording::cut(const std::vector<float>& samples,
 
     // Each event's onset: the sharpest rise within its window, the window kept short
     // of the neighbouring events' so two keys never claim one sound.
-    result.takes.resize(events.size());
     std::vector<std::ptrdiff_t> onsetSample(events.size(), -1);
     const auto search = static_cast<std::ptrdiff_t>(kSearchMs / kFrameMs);
     for (std::size_t n = 0; n < order.size(); ++n) {
         const std::size_t e = order[n];
         Take& take = result.takes[e];
-        take.code = events[e].code;
-        take.down = events[e].down;
         const std::ptrdiff_t centre = frameOf(events[e].seconds) + bestLag;
         std::ptrdiff_t from = centre - search, to = centre + search;
         if (n > 0)
@@ -270,11 +291,18 @@ KeyboardRecording::Cut KeyboardRecording::cut(const std::vector<float>& samples,
             take.flaw = Flaw::missing;
             continue;
         }
-        // To the sample: the first one above a tenth of the attack's peak.
+        // The earliest rise nearly as sharp: where the sound starts.
+        const float sharpest = strength[static_cast<std::size_t>(best)];
+        std::ptrdiff_t first = std::max<std::ptrdiff_t>(from, 0);
+        while (first < best &&
+               strength[static_cast<std::size_t>(first)] <
+                   std::max(kMinOnsetRiseDb, static_cast<double>(sharpest) - kEarlierOnsetDb))
+            ++first;
+        // To the sample: the first one above a tenth of the attack's first peak.
         const std::size_t scanFrom =
-            static_cast<std::size_t>(std::max<std::ptrdiff_t>(best - 4, 0)) * kHop;
-        const std::size_t attackEnd =
-            std::min(samples.size(), static_cast<std::size_t>(best) * kHop + samplesFor(kAttackMs));
+            static_cast<std::size_t>(std::max<std::ptrdiff_t>(first - 2, 0)) * kHop;
+        const std::size_t attackEnd = std::min(
+            samples.size(), static_cast<std::size_t>(first) * kHop + samplesFor(kAttackMs));
         float attackPeak = 0;
         for (std::size_t i = scanFrom; i < attackEnd; ++i)
             attackPeak = std::max(attackPeak, std::fabs(samples[i]));
@@ -301,7 +329,7 @@ KeyboardRecording::Cut KeyboardRecording::cut(const std::vector<float>& samples,
     // for a sound not heard, where it was expected. Each take knows where the next
     // sound starts.
     std::vector<std::pair<std::size_t, std::size_t>> marks; // (sample, event)
-    for (std::size_t e = 0; e < events.size(); ++e) {
+    for (std::size_t e : order) {
         const std::ptrdiff_t expected =
             (frameOf(events[e].seconds) + bestLag) * static_cast<std::ptrdiff_t>(kHop);
         const std::ptrdiff_t at = onsetSample[e] >= 0 ? onsetSample[e] : expected;
@@ -444,7 +472,10 @@ KeyboardRecording::Cut KeyboardRecording::cut(const std::vector<float>& samples,
         const std::string title = keyTitle(key.first);
         const char* what = key.second ? "press" : "release";
         result.retakes.push_back("Record " + title + " again: " + std::to_string(dropped) + " of " +
-                                 std::to_string(total) + " " + what + (total == 1 ? "" : "es") +
+                                 std::to_string(total) + " " + what +
+                                 (total == 1   ? ""
+                                  : key.second ? "es"
+                                               : "s") +
                                  " dropped (" + why + ")");
     }
 

@@ -76,8 +76,9 @@ public:
     /// Most variants a key keeps in each direction.
     static constexpr int kMaxVariants = 8;
 
-    /// Why a take was not kept.
-    enum class Flaw { none, missing, tooQuiet, clipped, overlapped };
+    /// Why a take was not kept: `unmatched` is an event that moved no key (a release
+    /// without its press, a second press of a key held down) and is not a take at all.
+    enum class Flaw { none, missing, tooQuiet, clipped, overlapped, unmatched };
 
     /// One press or release cut out of the recording.
     struct Take {
