@@ -537,20 +537,24 @@ int recordKit(const std::vector<std::string>& args) {
     int retakeRounds = 2;
     for (std::size_t i = 0; i < args.size(); ++i) {
         const bool hasValue = i + 1 < args.size();
-        if (args[i] == "--retakes" && hasValue) {
+        // The next argument as a whole number from `min` to `max`, or false.
+        const auto whole = [&](int min, int max, int& out) {
             double value = 0;
-            if (!parseNumber(args[++i], 0, 5, value) || value != std::floor(value))
+            if (!parseNumber(args[++i], min, max, value) || value != std::floor(value))
+                return false;
+            out = static_cast<int>(value);
+            return true;
+        };
+        if (args[i] == "--retakes" && hasValue) {
+            if (!whole(0, 5, retakeRounds))
                 return usageError("--retakes needs a whole number from 0 to 5");
-            retakeRounds = static_cast<int>(value);
         } else if (args[i] == "--name" && hasValue) {
             name = QString::fromStdString(args[++i]);
         } else if (args[i] == "--keys" && hasValue) {
             keyList = args[++i];
         } else if (args[i] == "--times" && hasValue) {
-            double value = 0;
-            if (!parseNumber(args[++i], 1, 50, value) || value != std::floor(value))
+            if (!whole(1, 50, times))
                 return usageError("--times needs a whole number from 1 to 50");
-            times = static_cast<int>(value);
         } else if (args[i] == "--keep-recording" && hasValue) {
             keepRecording = QString::fromStdString(args[++i]);
         } else if (directory.isEmpty() && args[i].rfind("--", 0) != 0) {
