@@ -37,6 +37,10 @@ public:
     /// What was recorded so far, while the recording goes on. Controlling thread.
     virtual Recording snapshot() = 0;
 
+    /// The last `count` samples recorded (fewer at the start), for drawing the take
+    /// under way. Any thread.
+    virtual std::vector<float> tail(std::size_t count) = 0;
+
     /// The microphone's name as the sound server describes it. Controlling thread,
     /// after a successful `start`.
     virtual std::string name() const = 0;

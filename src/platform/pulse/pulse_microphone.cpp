@@ -235,6 +235,14 @@ Microphone::Recording PulseMicrophone::snapshot() {
     return recording;
 }
 
+std::vector<float> PulseMicrophone::tail(std::size_t count) {
+    connection_.lock();
+    const std::size_t from = samples_.size() - std::min(count, samples_.size());
+    std::vector<float> last(samples_.begin() + static_cast<std::ptrdiff_t>(from), samples_.end());
+    connection_.unlock();
+    return last;
+}
+
 Microphone::Recording PulseMicrophone::stop() {
     connection_.lock();
     dropStream();

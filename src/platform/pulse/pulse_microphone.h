@@ -34,6 +34,7 @@ public:
     bool start(std::string& error) override;
     Recording stop() override;
     Recording snapshot() override;
+    std::vector<float> tail(std::size_t count) override;
     std::string name() const override { return name_; }
     float takePeak() override { return peak_.exchange(0.0f); }
     std::string failure() const override;
