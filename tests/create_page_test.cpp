@@ -13,6 +13,7 @@
 #include <QAccessible>
 #include <QCoreApplication>
 #include <QDir>
+#include <QJsonObject>
 #include <QQuickItem>
 #include <QSignalSpy>
 #include <QThread>
@@ -104,8 +105,8 @@ private:
 struct RecorderRun {
     std::shared_ptr<FakeMicrophone::Room> room = std::make_shared<FakeMicrophone::Room>();
     std::unique_ptr<Harness> run;
-    RecorderRun() {
-        HarnessOptions options = test::windowed();
+    explicit RecorderRun(const QJsonObject& preferences = {}) {
+        HarnessOptions options = test::windowed(preferences);
         options.microphone = [room = room] { return std::make_unique<FakeMicrophone>(room); };
         run = std::make_unique<Harness>(options);
         room->clock = &run->time;
@@ -188,48 +189,57 @@ TEST(RecorderViewModel, NoMicrophoneOrOneThatGoesAwayMakesNoKitAndGivesTheKeysBa
     EXPECT_EQ(settings.keystrokeCount(), 1);
 }
 
-// With TAPPIX_SCREENSHOTS set to a folder, the Create page while a keyboard records.
-TEST(RecorderViewModel, Screenshot) {
+// With TAPPIX_SCREENSHOTS set to a folder, the Create page while a keyboard records and
+// after a microphone went away, in a dark and a light theme.
+TEST(RecorderViewModel, Screenshots) {
     const QString folder = qEnvironmentVariable("TAPPIX_SCREENSHOTS");
     if (folder.isEmpty())
         GTEST_SKIP() << "TAPPIX_SCREENSHOTS names no folder";
     QDir().mkpath(folder);
-    RecorderRun r;
-    r.run->delegate->openSettings("create");
-    for (int i = 0; i < 5; ++i)
-        QCoreApplication::processEvents();
-    QQuickWindow* window = r.run->delegate->shell()->settingsWindow();
-    ASSERT_NE(window, nullptr);
-    r.recorder().setName("Desk Board");
-    r.recorder().start();
-    r.run->time.advance(RecorderViewModel::kQuietStart);
-    r.typeKey(keys::a);
-    r.typeKey(keys::a);
-    r.run->time.advance(std::chrono::milliseconds(100));
-    // Scrolled so the recorder shows.
-    const std::function<QQuickItem*(QQuickItem*)> find = [&](QQuickItem* item) -> QQuickItem* {
-        if (item->objectName() == QLatin1String("recorderCard"))
-            return item;
-        for (QQuickItem* child : item->childItems())
-            if (QQuickItem* found = find(child))
-                return found;
-        return nullptr;
-    };
-    QQuickItem* card = find(window->contentItem());
-    ASSERT_NE(card, nullptr);
-    QQuickItem* page = card;
-    while (page && page->property("contentY").isNull())
-        page = page->parentItem();
-    ASSERT_NE(page, nullptr);
-    page->setProperty(
-        "contentY",
-        card->mapToItem(page->property("contentItem").value<QQuickItem*>(), QPointF(0, 0)).y() -
-            12);
-    for (int i = 0; i < 5; ++i)
-        QCoreApplication::processEvents();
-    const QString path = folder + "/create-recording.png";
-    EXPECT_TRUE(window->grabWindow().save(path)) << qPrintable(path);
-    r.recorder().cancel();
+    for (const char* theme : {"mono", "milk"}) {
+        RecorderRun r({{"themeID", theme}});
+        r.run->delegate->openSettings("create");
+        for (int i = 0; i < 5; ++i)
+            QCoreApplication::processEvents();
+        QQuickWindow* window = r.run->delegate->shell()->settingsWindow();
+        ASSERT_NE(window, nullptr);
+        r.recorder().setName("Desk Board");
+        r.recorder().start();
+        r.run->time.advance(RecorderViewModel::kQuietStart);
+        r.typeKey(keys::a);
+        r.typeKey(keys::a);
+        r.run->time.advance(std::chrono::milliseconds(100));
+        // Scrolled so the recorder shows.
+        const std::function<QQuickItem*(QQuickItem*)> find = [&](QQuickItem* item) -> QQuickItem* {
+            if (item->objectName() == QLatin1String("recorderCard"))
+                return item;
+            for (QQuickItem* child : item->childItems())
+                if (QQuickItem* found = find(child))
+                    return found;
+            return nullptr;
+        };
+        QQuickItem* card = find(window->contentItem());
+        ASSERT_NE(card, nullptr);
+        QQuickItem* page = card;
+        while (page && page->property("contentY").isNull())
+            page = page->parentItem();
+        ASSERT_NE(page, nullptr);
+        const auto shoot = [&](const char* state) {
+            page->setProperty(
+                "contentY",
+                card->mapToItem(page->property("contentItem").value<QQuickItem*>(), QPointF(0, 0))
+                        .y() -
+                    12);
+            for (int i = 0; i < 5; ++i)
+                QCoreApplication::processEvents();
+            const QString path = QStringLiteral("%1/create-%2-%3.png").arg(folder, state, theme);
+            EXPECT_TRUE(window->grabWindow().save(path)) << qPrintable(path);
+        };
+        shoot("recording");
+        r.room->failure = "the microphone \"Test Microphone\" went away while recording";
+        r.run->time.advance(RecorderViewModel::kMeterInterval);
+        shoot("failed");
+    }
 }
 
 TEST(DesignerViewModel, SaveRunsOffTheMainThreadThenListsAndChoosesTheKit) {
