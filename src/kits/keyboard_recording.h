@@ -39,7 +39,7 @@ public:
     /// Largest capture-to-recording offset searched for, either way.
     static constexpr double kMaxOffsetMs = 250.0;
     /// How far from where the measured offset puts it a key's sound may start.
-    static constexpr double kSearchMs = 40.0;
+    static constexpr double kSearchMs = 60.0;
     /// The smallest rise in level, in dB above what came just before, that counts as an onset.
     static constexpr double kMinOnsetRiseDb = 12.0;
     /// A take must peak this far above the noise floor.
