@@ -15,6 +15,7 @@
 #include <QJsonObject>
 #include <QTemporaryDir>
 #include <atomic>
+#include <mutex>
 #include <thread>
 
 using namespace tappix;
@@ -83,6 +84,27 @@ TEST(AppDelegate, TheShortcutTurnsTheSoundsOffAndOnWithoutSwallowingKeys) {
     EXPECT_FALSE(run.delegate->settings().isEnabled());
     run.delegate->shutdown();
     EXPECT_EQ(run.file().value("toggleSoundsShortcut").toString(), QStringLiteral("Hyper+Q"));
+}
+
+// While a keyboard is recorded every key goes to the recorder and none sounds (none is
+// counted by the engine either); afterwards the keys sound again.
+TEST(AppDelegate, AKeyboardRecorderHearsTheKeysInsteadOfTheSounds) {
+    Harness run;
+    using namespace keys;
+    std::vector<std::pair<KeyCode, bool>> heard;
+    std::mutex heardMutex;
+    run.delegate->setKeyRecorder([&](KeyCode code, bool down) {
+        const std::lock_guard lock(heardMutex);
+        heard.emplace_back(code, down);
+    });
+    run.type({a, space});
+    EXPECT_EQ(run.delegate->settings().keystrokeCount(), 0);
+    EXPECT_EQ(heard, (std::vector<std::pair<KeyCode, bool>>{
+                         {a, true}, {a, false}, {space, true}, {space, false}}));
+    run.delegate->setKeyRecorder({});
+    run.type({s});
+    EXPECT_EQ(run.delegate->settings().keystrokeCount(), 1);
+    EXPECT_EQ(heard.size(), 4u);
 }
 
 // Keys arriving on the capture thread while the service is torn down never reach a

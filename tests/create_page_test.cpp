@@ -3,6 +3,7 @@
 // kit's tuning; and the page's controls as a screen reader sees them. A failed save is
 // driven through the page in tests/ui/test_settings_pages.py.
 
+#include "input/key_codes.h"
 #include "kits/soundpack_store.h"
 #include "settings/settings_store.h"
 #include "support/stand_in_app.h"
@@ -12,10 +13,15 @@
 
 #include <QAccessible>
 #include <QCoreApplication>
+#include <QDir>
+#include <QJsonObject>
+#include <QQuickItem>
 #include <QSignalSpy>
 #include <QThread>
 #include <atomic>
+#include <cmath>
 #include <functional>
+#include <random>
 
 using namespace tappix;
 using test::Harness;
@@ -48,7 +54,194 @@ void collectNames(QAccessibleInterface* node, QStringList& names, int depth = 0)
         collectNames(node->child(i), names, depth + 1);
 }
 
+// A microphone at the platform boundary: silence, with a key's click 20 ms after each
+// moment the test says a key sounded, on the harness's clock.
+class FakeMicrophone final : public Microphone {
+public:
+    struct Room {
+        const Clock* clock = nullptr;
+        std::vector<double> sounds;
+        std::string failure;
+        bool refuse = false;
+        double now() const { return std::chrono::duration<double>(clock->now()).count(); }
+    };
+    explicit FakeMicrophone(std::shared_ptr<Room> room) : room_(std::move(room)) {}
+
+    bool start(std::string& error) override {
+        if (room_->refuse) {
+            error = "there is no microphone";
+            return false;
+        }
+        start_ = room_->now();
+        return true;
+    }
+    Recording stop() override { return snapshot(); }
+    Recording snapshot() override {
+        Recording recording;
+        recording.startSeconds = start_;
+        recording.error = room_->failure;
+        recording.samples.assign(std::size_t((room_->now() - start_ + 0.4) * kSampleRate), 0.0f);
+        std::mt19937 random(5);
+        std::uniform_real_distribution<float> noise(-1.0f, 1.0f);
+        for (double at : room_->sounds) {
+            const auto from = std::size_t((at + 0.02 - start_) * kSampleRate);
+            for (std::size_t i = 0; i < 1440 && from + i < recording.samples.size(); ++i)
+                recording.samples[from + i] += 0.4f * noise(random) * std::exp(-float(i) / 240.0f);
+        }
+        return recording;
+    }
+    std::vector<float> tail(std::size_t count) override {
+        const auto all = snapshot().samples;
+        return {all.end() - std::ptrdiff_t(std::min(count, all.size())), all.end()};
+    }
+    std::string name() const override { return "Test Microphone"; }
+    float takePeak() override { return room_->sounds.empty() ? 0.0f : 0.4f; }
+    std::string failure() const override { return room_->failure; }
+
+private:
+    std::shared_ptr<Room> room_;
+    double start_ = 0;
+};
+
+struct RecorderRun {
+    std::shared_ptr<FakeMicrophone::Room> room = std::make_shared<FakeMicrophone::Room>();
+    std::unique_ptr<Harness> run;
+    explicit RecorderRun(const QJsonObject& preferences = {}) {
+        HarnessOptions options = test::windowed(preferences);
+        options.microphone = [room = room] { return std::make_unique<FakeMicrophone>(room); };
+        run = std::make_unique<Harness>(options);
+        room->clock = &run->time;
+        run->delegate->settings().setSelectedPackIdText("click");
+    }
+    RecorderViewModel& recorder() { return run->delegate->shell()->recorder(); }
+    // Presses and releases `code` as the microphone hears it.
+    void typeKey(KeyCode code) {
+        run->time.advance(std::chrono::milliseconds(300));
+        room->sounds.push_back(room->now());
+        run->press(code, true);
+        run->time.advance(std::chrono::milliseconds(120));
+        room->sounds.push_back(room->now());
+        run->press(code, false);
+    }
+};
+
 } // namespace
+
+TEST(RecorderViewModel, AsksForEachKeyQuietlyThenWritesAndChoosesTheKitOffTheMainThread) {
+    RecorderRun r;
+    RecorderViewModel& recorder = r.recorder();
+    SettingsStore& settings = r.run->delegate->settings();
+    recorder.setName("Desk Board");
+    recorder.start();
+    EXPECT_EQ(recorder.state(), "listening");
+    r.run->time.advance(RecorderViewModel::kQuietStart);
+    EXPECT_EQ(recorder.state(), "recording");
+    using namespace keys;
+    for (KeyCode code : {a, s, d, f, j, space, returnKey, backspace, shift}) {
+        EXPECT_EQ(recorder.prompt(),
+                  QStringLiteral("Press %1 5 times")
+                      .arg(QString::fromStdString(KeyboardRecording::keyTitle(code))));
+        for (int i = 0; i < RecorderViewModel::kTimes; ++i)
+            r.typeKey(code);
+    }
+    // Tappix stayed quiet; the meter and the waveform followed the microphone.
+    EXPECT_EQ(settings.keystrokeCount(), 0);
+    EXPECT_GT(recorder.level(), 0.0);
+    EXPECT_EQ(recorder.waveform().size(), RecorderViewModel::kWaveformPoints);
+    r.run->time.advance(RecorderViewModel::kTail);
+    EXPECT_EQ(recorder.state(), "saving");
+    EXPECT_TRUE(recorder.busy());
+    QSignalSpy changed(&recorder, &RecorderViewModel::stateChanged);
+    ASSERT_TRUE(recorder.state() != "saving" || changed.wait(60000));
+    ASSERT_EQ(recorder.state(), "done") << recorder.status().toStdString();
+    EXPECT_EQ(settings.selectedPackId(), QStringLiteral("recorded-desk-board"));
+    EXPECT_TRUE(rowsIn(r.run->delegate->shell()->kits(), KitListModel::kYoursSection)
+                    .contains("recorded-desk-board"));
+    const Soundpack* kit = r.run->delegate->packStore().find("recorded-desk-board");
+    ASSERT_NE(kit, nullptr);
+    EXPECT_EQ(kit->config.sounds.at("alpha").down.size(), 25u);
+    EXPECT_TRUE(kit->config.metadata.supportsKeyUp);
+    r.run->type({a});
+    EXPECT_EQ(settings.keystrokeCount(), 1);
+}
+
+TEST(RecorderViewModel, NoMicrophoneOrOneThatGoesAwayMakesNoKitAndGivesTheKeysBack) {
+    RecorderRun r;
+    RecorderViewModel& recorder = r.recorder();
+    SettingsStore& settings = r.run->delegate->settings();
+    recorder.setName("Mine");
+    r.room->refuse = true;
+    recorder.start();
+    EXPECT_EQ(recorder.state(), "failed");
+    EXPECT_EQ(recorder.status(), "Could not record: there is no microphone.");
+
+    r.room->refuse = false;
+    recorder.start();
+    r.run->time.advance(RecorderViewModel::kQuietStart);
+    r.typeKey(keys::a);
+    r.room->failure = "the microphone \"Test Microphone\" went away while recording";
+    r.run->time.advance(RecorderViewModel::kMeterInterval);
+    EXPECT_EQ(recorder.state(), "failed");
+    EXPECT_TRUE(recorder.status().endsWith("went away while recording. No kit was made."))
+        << recorder.status().toStdString();
+    EXPECT_EQ(settings.selectedPackId(), QStringLiteral("click"));
+    EXPECT_FALSE(QDir(r.run->userKits.filePath("recorded-mine")).exists());
+    r.run->type({keys::a});
+    EXPECT_EQ(settings.keystrokeCount(), 1);
+}
+
+// With TAPPIX_SCREENSHOTS set to a folder, the Create page while a keyboard records and
+// after a microphone went away, in a dark and a light theme.
+TEST(RecorderViewModel, Screenshots) {
+    const QString folder = qEnvironmentVariable("TAPPIX_SCREENSHOTS");
+    if (folder.isEmpty())
+        GTEST_SKIP() << "TAPPIX_SCREENSHOTS names no folder";
+    QDir().mkpath(folder);
+    for (const char* theme : {"mono", "milk"}) {
+        RecorderRun r({{"themeID", theme}});
+        r.run->delegate->openSettings("create");
+        for (int i = 0; i < 5; ++i)
+            QCoreApplication::processEvents();
+        QQuickWindow* window = r.run->delegate->shell()->settingsWindow();
+        ASSERT_NE(window, nullptr);
+        r.recorder().setName("Desk Board");
+        r.recorder().start();
+        r.run->time.advance(RecorderViewModel::kQuietStart);
+        r.typeKey(keys::a);
+        r.typeKey(keys::a);
+        r.run->time.advance(std::chrono::milliseconds(100));
+        // Scrolled so the recorder shows.
+        const std::function<QQuickItem*(QQuickItem*)> find = [&](QQuickItem* item) -> QQuickItem* {
+            if (item->objectName() == QLatin1String("recorderCard"))
+                return item;
+            for (QQuickItem* child : item->childItems())
+                if (QQuickItem* found = find(child))
+                    return found;
+            return nullptr;
+        };
+        QQuickItem* card = find(window->contentItem());
+        ASSERT_NE(card, nullptr);
+        QQuickItem* page = card;
+        while (page && page->property("contentY").isNull())
+            page = page->parentItem();
+        ASSERT_NE(page, nullptr);
+        const auto shoot = [&](const char* state) {
+            page->setProperty(
+                "contentY",
+                card->mapToItem(page->property("contentItem").value<QQuickItem*>(), QPointF(0, 0))
+                        .y() -
+                    12);
+            for (int i = 0; i < 5; ++i)
+                QCoreApplication::processEvents();
+            const QString path = QStringLiteral("%1/create-%2-%3.png").arg(folder, state, theme);
+            EXPECT_TRUE(window->grabWindow().save(path)) << qPrintable(path);
+        };
+        shoot("recording");
+        r.room->failure = "the microphone \"Test Microphone\" went away while recording";
+        r.run->time.advance(RecorderViewModel::kMeterInterval);
+        shoot("failed");
+    }
+}
 
 TEST(DesignerViewModel, SaveRunsOffTheMainThreadThenListsAndChoosesTheKit) {
     Harness run(test::windowed());
@@ -190,9 +383,26 @@ TEST(CreatePage, EveryControlHasItsName) {
     ASSERT_NE(window, nullptr);
     QStringList names;
     collectNames(QAccessible::queryAccessibleInterface(window), names);
-    for (const char* name :
-         {"Design your own switch", "Depth", "Click", "Sustain", "Tone", "Clicky resonance",
-          "Pack name", "Preview", "Save", "Pitch", "Gain", "Variation", "Pan width", "Reset tuning",
-          "Preset Silk linear", "Applies live while you type. Remembered per pack."})
+    for (const char* name : {"Design your own switch",
+                             "Depth",
+                             "Click",
+                             "Sustain",
+                             "Tone",
+                             "Clicky resonance",
+                             "Pack name",
+                             "Preview",
+                             "Save",
+                             "Pitch",
+                             "Gain",
+                             "Variation",
+                             "Pan width",
+                             "Reset tuning",
+                             "Preset Silk linear",
+                             "Applies live while you type. Remembered per pack.",
+                             "Record my keyboard",
+                             "Recorded kit name",
+                             "Record",
+                             "Microphone level",
+                             "Waveform of the last second recorded"})
         EXPECT_TRUE(names.contains(name)) << name;
 }

@@ -2,12 +2,16 @@
 
 #include "audio/audio_player.h"
 #include "core/qt_scheduler.h"
+#include "input/key_codes.h"
 #include "input/key_group.h"
 #include "kits/bundled_kits.h"
+#include "kits/keyboard_recording.h"
 #include "kits/kit_checker.h"
 #include "kits/soundpack_store.h"
+#include "kits/switch_designer.h"
 #include "kits/synth_engine.h"
 #include "platform/audio_backends.h"
+#include "platform/capture_backends.h"
 #include "platform/dbus/remote_control_client.h"
 #include "platform/evdev/evdev_keymap.h"
 #include "platform/pack_import.h"
@@ -17,16 +21,20 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLocalSocket>
 #include <QStandardPaths>
 #include <QThread>
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
+#include <optional>
 #include <random>
 #include <string>
 #include <string_view>
@@ -87,6 +95,19 @@ constexpr const char* kHelp =
     "                earlier import.\n"
     "                  --id ID       the kit's id (default: imported- and the pack's name)\n"
     "                  --no-select   leave the selected kit as it is\n"
+    "\n"
+    "  record [DIR] --name NAME [--keys LIST] [--times N] [--retakes N]\n"
+    "         [--keep-recording FILE]\n"
+    "                Make a kit of your own keyboard's sound: records from the default\n"
+    "                microphone while you type the keys it asks for, N times each\n"
+    "                (default 5), cuts each press and release out of the recording, and\n"
+    "                writes the kit recorded-NAME into DIR (default your kit directory),\n"
+    "                selecting it there. LIST is key names separated by commas (default\n"
+    "                a,s,d,f,j,space,return,backspace,shift). Keys whose takes were too\n"
+    "                quiet, clipped or too fast are asked for again, in up to --retakes\n"
+    "                rounds (default 2). A running Tappix is kept quiet while recording.\n"
+    "                --keep-recording saves the raw recording as a WAV file, and beside\n"
+    "                it FILE.onsets: where each take starts, in seconds.\n"
     "\n"
     "  help          Show this text (also -h, --help).\n";
 
@@ -453,6 +474,289 @@ int importPack(const std::vector<std::string>& args) {
     return 0;
 }
 
+// Keeps a running Tappix quiet while recording, so its own sounds never reach the
+// microphone, and turns it back on afterwards if it was on.
+class QuietTappix {
+public:
+    QuietTappix() {
+        if (!client_.isRunning())
+            return;
+        const auto properties = client_.properties();
+        if (!properties.ok || !properties.value.toMap().value(QStringLiteral("Enabled")).toBool())
+            return;
+        turnedOff_ = client_.setProperty(QStringLiteral("Enabled"), false).ok;
+        if (turnedOff_)
+            std::printf("Tappix's own sounds are off while recording.\n");
+    }
+    ~QuietTappix() {
+        if (turnedOff_ && !client_.setProperty(QStringLiteral("Enabled"), true).ok)
+            std::printf("Could not turn Tappix's sounds back on: run tappix --on\n");
+    }
+    QuietTappix(const QuietTappix&) = delete;
+    QuietTappix& operator=(const QuietTappix&) = delete;
+
+private:
+    tappix::RemoteControlClient client_;
+    bool turnedOff_ = false;
+};
+
+// The key a word on the command line names: a kit key name ("space", "shiftLeft"),
+// the name the recorder shows ("Return", "left Shift"), or "shift", "ctrl", "alt".
+std::optional<tappix::KeyCode> keyNamed(const std::string& word) {
+    const QString wanted = QString::fromStdString(word).toLower();
+    if (wanted == QLatin1String("shift"))
+        return tappix::keys::shift;
+    if (wanted == QLatin1String("ctrl") || wanted == QLatin1String("control"))
+        return tappix::keys::control;
+    if (wanted == QLatin1String("alt"))
+        return tappix::keys::option;
+    for (tappix::KeyCode code = 0; code <= 127; ++code) {
+        const auto name = tappix::keyName(code);
+        if ((name &&
+             QString::fromUtf8(name->data(), qsizetype(name->size())).toLower() == wanted) ||
+            QString::fromStdString(tappix::KeyboardRecording::keyTitle(code)).toLower() == wanted)
+            return code;
+    }
+    return std::nullopt;
+}
+
+double monotonicSeconds() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+// Whether two paths name the same directory (either may not exist yet).
+bool sameDirectory(const QString& a, const QString& b) {
+    return QDir::cleanPath(QDir(a).absolutePath()) == QDir::cleanPath(QDir(b).absolutePath());
+}
+
+int recordKit(const std::vector<std::string>& args) {
+    QString directory, name, keepRecording;
+    std::string keyList = "a,s,d,f,j,space,return,backspace,shift";
+    int times = 5;
+    int retakeRounds = 2;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const bool hasValue = i + 1 < args.size();
+        // The next argument as a whole number from `min` to `max`, or false.
+        const auto whole = [&](int min, int max, int& out) {
+            double value = 0;
+            if (!parseNumber(args[++i], min, max, value) || value != std::floor(value))
+                return false;
+            out = static_cast<int>(value);
+            return true;
+        };
+        if (args[i] == "--retakes" && hasValue) {
+            if (!whole(0, 5, retakeRounds))
+                return usageError("--retakes needs a whole number from 0 to 5");
+        } else if (args[i] == "--name" && hasValue) {
+            name = QString::fromStdString(args[++i]);
+        } else if (args[i] == "--keys" && hasValue) {
+            keyList = args[++i];
+        } else if (args[i] == "--times" && hasValue) {
+            if (!whole(1, 50, times))
+                return usageError("--times needs a whole number from 1 to 50");
+        } else if (args[i] == "--keep-recording" && hasValue) {
+            keepRecording = QString::fromStdString(args[++i]);
+        } else if (directory.isEmpty() && args[i].rfind("--", 0) != 0) {
+            directory = QString::fromStdString(args[i]);
+        } else {
+            return usageError("record does not know '" + args[i] + "'");
+        }
+    }
+    if (tappix::SwitchDesigner::displayName(name).isEmpty())
+        return usageError("record needs --name NAME, the kit's name");
+    std::vector<tappix::KeyCode> asked;
+    for (const QString& word : QString::fromStdString(keyList).split(QLatin1Char(','))) {
+        const auto code = keyNamed(word.trimmed().toStdString());
+        if (!code)
+            return usageError("--keys: no key is called '" + word.trimmed().toStdString() + "'");
+        asked.push_back(*code);
+    }
+    const QString userDirectory = tappix::SoundpackStore::defaultUserDirectory();
+    if (directory.isEmpty())
+        directory = userDirectory;
+
+    // A kit directory that cannot take the kit is found out before any typing.
+    if (!QDir().mkpath(directory) || !QFileInfo(directory).isWritable()) {
+        std::fprintf(stderr, "tappix-kit: cannot write a kit into %s: %s\n", qPrintable(directory),
+                     QFileInfo(directory).exists() ? "it is not writable" : "it cannot be created");
+        return 1;
+    }
+
+    auto microphone = tappix::makeMicrophone();
+    if (!microphone) {
+        std::fprintf(stderr, "tappix-kit: this build has no sound server to record from\n");
+        return 1;
+    }
+
+    // Every key that moves, stamped on the clock the recording is placed on.
+    std::mutex eventsMutex;
+    std::vector<tappix::RecordedKeyEvent> events;
+    tappix::KeyEventService capture(tappix::makeCaptureBackends());
+    capture.setOnKeyEvent([&](tappix::KeyCode code, bool down) {
+        const double now = monotonicSeconds();
+        std::lock_guard lock(eventsMutex);
+        events.push_back({code, down, now});
+    });
+    const QuietTappix quiet;
+    capture.start();
+    if (capture.backend() == tappix::KeyEventService::Backend::stopped) {
+        std::fprintf(stderr, "tappix-kit: cannot hear the keyboard:\n");
+        for (const std::string& line : tappix::describeCapture())
+            std::fprintf(stderr, "  %s\n", line.c_str());
+        return 1;
+    }
+    std::string error;
+    if (!microphone->start(error)) {
+        std::fprintf(stderr, "tappix-kit: %s\n", error.c_str());
+        return 1;
+    }
+
+    constexpr int kPollMs = 20;
+    constexpr int kQuietStartMs = 1200;
+    constexpr int kTailMs = 600;
+    constexpr double kGiveUpSeconds = 30;
+    const auto pressesOf = [&](tappix::KeyCode code) {
+        std::lock_guard lock(eventsMutex);
+        return std::count_if(events.begin(), events.end(),
+                             [&](const auto& e) { return e.code == code && e.down; });
+    };
+    const auto lastEventAt = [&] {
+        std::lock_guard lock(eventsMutex);
+        return events.empty() ? monotonicSeconds() : events.back().seconds;
+    };
+    // Waits until `code` has been pressed `count` times in all; false when the
+    // microphone broke off or nothing was typed for a while.
+    const auto waitForPresses = [&](tappix::KeyCode code, long count) {
+        const double asked = monotonicSeconds();
+        while (pressesOf(code) < count) {
+            if (!microphone->failure().empty())
+                return false;
+            if (monotonicSeconds() - std::max(asked, lastEventAt()) > kGiveUpSeconds) {
+                error = "nothing was typed for " + std::to_string(int(kGiveUpSeconds)) + " seconds";
+                return false;
+            }
+            QThread::msleep(kPollMs);
+        }
+        return true;
+    };
+    const auto abandon = [&](const std::string& why) {
+        microphone->stop();
+        capture.stop();
+        std::fprintf(stderr, "tappix-kit: %s; no kit was made\n", why.c_str());
+        return 1;
+    };
+
+    std::printf("Recording from \"%s\". Keep quiet for a moment while it hears the room...\n",
+                microphone->name().c_str());
+    std::fflush(stdout);
+    QThread::msleep(kQuietStartMs);
+    {
+        std::lock_guard lock(eventsMutex);
+        events.clear(); // keys typed before the prompt are not takes
+    }
+    std::printf("Type each key when asked, firmly and one at a time, letting it go before "
+                "the next.\n");
+    for (tappix::KeyCode code : asked) {
+        std::printf("Press %s %d times\n", tappix::KeyboardRecording::keyTitle(code).c_str(),
+                    times);
+        std::fflush(stdout);
+        if (!waitForPresses(code, pressesOf(code) + times))
+            return abandon(microphone->failure().empty() ? error : microphone->failure());
+    }
+
+    // Cut what there is so far; keys that lost takes are asked for again, twice at
+    // most. The microphone runs on meanwhile, so a retake adds to the same recording.
+    const auto eventsSoFar = [&] {
+        std::lock_guard lock(eventsMutex);
+        return events;
+    };
+    for (int round = 0; round < retakeRounds; ++round) {
+        QThread::msleep(kTailMs);
+        if (!microphone->failure().empty())
+            return abandon(microphone->failure());
+        const tappix::Microphone::Recording sofar = microphone->snapshot();
+        const auto check =
+            tappix::KeyboardRecording::cut(sofar.samples, sofar.startSeconds, eventsSoFar());
+        if (!check.error.empty() || check.retakes.empty())
+            break;
+        std::vector<tappix::KeyCode> again;
+        for (const auto& take : check.takes)
+            if (take.flaw != tappix::KeyboardRecording::Flaw::none &&
+                take.flaw != tappix::KeyboardRecording::Flaw::unmatched &&
+                std::find(again.begin(), again.end(), take.code) == again.end())
+                again.push_back(take.code);
+        for (const std::string& line : check.retakes)
+            std::printf("%s\n", line.c_str());
+        for (tappix::KeyCode code : again) {
+            std::printf("Press %s %d times\n", tappix::KeyboardRecording::keyTitle(code).c_str(),
+                        times);
+            std::fflush(stdout);
+            if (!waitForPresses(code, pressesOf(code) + times))
+                return abandon(microphone->failure().empty() ? error : microphone->failure());
+        }
+    }
+    QThread::msleep(kTailMs);
+    const tappix::Microphone::Recording recording = microphone->stop();
+    if (!recording.error.empty())
+        return abandon(recording.error);
+    const std::vector<tappix::RecordedKeyEvent> typed = eventsSoFar();
+    const auto cut =
+        tappix::KeyboardRecording::cut(recording.samples, recording.startSeconds, typed);
+    capture.stop();
+    if (!keepRecording.isEmpty()) {
+        std::string failure;
+        if (!tappix::writeWav(recording.samples, QFile::encodeName(keepRecording).toStdString(),
+                              failure))
+            std::fprintf(stderr, "tappix-kit: cannot keep the recording: %s\n", failure.c_str());
+        // Beside it, where each take starts: seconds, key, press or release, and its flaw.
+        QFile onsets(keepRecording + QStringLiteral(".onsets"));
+        if (onsets.open(QIODevice::WriteOnly | QIODevice::Text))
+            for (std::size_t t = 0; t < cut.takes.size(); ++t) {
+                const auto& take = cut.takes[t];
+                onsets.write(
+                    QStringLiteral("%1\t%2\t%3\t%4\t%5\n")
+                        .arg(take.onsetSeconds, 0, 'f', 5)
+                        .arg(typed[t].seconds - recording.startSeconds, 0, 'f', 5)
+                        .arg(QString::fromStdString(tappix::KeyboardRecording::keyTitle(take.code)))
+                        .arg(take.down ? "press" : "release")
+                        .arg(take.flaw == tappix::KeyboardRecording::Flaw::none ? "kept"
+                             : take.flaw == tappix::KeyboardRecording::Flaw::unmatched
+                                 ? "no key movement"
+                                 : "dropped")
+                        .toUtf8());
+            }
+    }
+    std::printf("The sounds came %.1f ms after their keys (onsets within %.1f ms of that); "
+                "background noise %.0f dBFS.\n",
+                cut.offsetSeconds * 1000, cut.onsetSpreadSeconds * 1000, cut.noiseFloorDbfs);
+    for (const std::string& line : cut.retakes)
+        std::printf("%s\n", line.c_str());
+    const tappix::KeyboardRecording::Kit kit = tappix::KeyboardRecording::makeKit(cut, name);
+    if (!kit.error.empty()) {
+        std::fprintf(stderr, "tappix-kit: %s; no kit was made\n", kit.error.c_str());
+        return 1;
+    }
+    const tappix::SwitchDesigner writer(
+        [](const std::vector<float>& samples, const QString& path, std::string& failure) {
+            return tappix::writeWav(samples, QFile::encodeName(path).toStdString(), failure);
+        });
+    const auto saved = writer.saveWhole(kit.config, kit.files, directory);
+    if (!saved.ok()) {
+        std::fprintf(stderr, "tappix-kit: cannot write the kit: %s; nothing was changed\n",
+                     saved.error.c_str());
+        return 1;
+    }
+    std::printf("recorded \"%s\" as %s in %s: %zu sounds of %zu keys%s\n",
+                kit.config.metadata.name.c_str(), kit.config.id.c_str(),
+                qPrintable(saved.directory), kit.files.size(),
+                kit.config.metadata.keys ? kit.config.metadata.keys->size() : 0,
+                kit.config.metadata.supportsKeyUp ? ", with release sounds" : "");
+    if (sameDirectory(directory, userDirectory))
+        selectImportedKit(kit.config);
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -473,6 +777,8 @@ int main(int argc, char** argv) {
         return bundle(args);
     if (command == "import")
         return importPack(args);
+    if (command == "record")
+        return recordKit(args);
     if (command == "help" || command == "-h" || command == "--help") {
         std::fputs(kHelp, stdout);
         return 0;

@@ -3,6 +3,7 @@
 #include "core/log.h"
 #include "input/key_codes.h"
 #include "kits/kit_catalog.h"
+#include "platform/audio_backends.h"
 #include "platform/sndfile/sndfile_decoder.h"
 #ifdef TAPPIX_WITH_X11
 #include "platform/x11/x11_compositor.h"
@@ -22,6 +23,9 @@ AppDelegate::AppDelegate(Platform platform, const QString& preferencesPath,
     : QObject(parent), scheduler_(platform.scheduler ? *platform.scheduler : ownScheduler_),
       clock_(platform.clock ? *platform.clock : ownClock_), withWindows_(platform.withWindows),
       launchesAtLogin_(std::move(platform.launchesAtLogin)),
+      makeMicrophone_(platform.makeMicrophone ? std::move(platform.makeMicrophone)
+                                              : std::function<std::unique_ptr<Microphone>()>(
+                                                    [] { return makeMicrophone(); })),
       setLaunchAtLogin_(std::move(platform.setLaunchAtLogin)),
       captureIsPossible_(std::move(platform.captureIsPossible)) {
     preferences_ = std::make_unique<JsonFilePreferences>(preferencesPath, scheduler_);
@@ -118,6 +122,12 @@ void AppDelegate::start() {
     permissionTimer_.start(kPermissionPollMs);
 }
 
+void AppDelegate::setKeyRecorder(std::function<void(KeyCode, bool)> recorder) {
+    const std::lock_guard lock(keyRecorderMutex_);
+    keyRecorderOn_.store(static_cast<bool>(recorder), std::memory_order_release);
+    keyRecorder_ = std::move(recorder);
+}
+
 void AppDelegate::makeShell() {
     DesktopShell::Services services{*settings_,         *themes_,        *packStore_,
                                     soundEngine_.get(), *typingMonitor_, audioPlayer_.get(),
@@ -130,6 +140,11 @@ void AppDelegate::makeShell() {
         shortcutPaused_.store(paused, std::memory_order_relaxed);
     };
     services.checkForUpdates = [this] { checkForUpdates(); };
+    services.makeMicrophone = makeMicrophone_;
+    services.clock = &clock_;
+    services.recordKeys = [this](std::function<void(KeyCode, bool)> recorder) {
+        setKeyRecorder(std::move(recorder));
+    };
     services.sendTestNotification = [this] {
         notifier_->post(QStringLiteral("tappix.test"), QStringLiteral("Tappix"),
                         QStringLiteral("This is how Tappix tells you it sleeps and wakes."));
@@ -205,7 +220,16 @@ void AppDelegate::installCallbacks() {
     QPointer<KeyCast> cast = keyCast_.get();
     QPointer<AppDelegate> self = this;
     keyService_->setOnKeyEvent([engine, typing, cast, self, this](KeyCode code, bool down) {
-        engine->handleKey(code, down);
+        bool recorded = false;
+        if (keyRecorderOn_.load(std::memory_order_acquire)) {
+            const std::lock_guard lock(keyRecorderMutex_);
+            if (keyRecorder_) {
+                keyRecorder_(code, down);
+                recorded = true;
+            }
+        }
+        if (!recorded)
+            engine->handleKey(code, down);
         if (keyCastOn_.load(std::memory_order_relaxed) && (down || keys::isModifier(code)) &&
             cast) {
             QMetaObject::invokeMethod(

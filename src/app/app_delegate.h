@@ -2,6 +2,7 @@
 
 #include "audio/audio_device_manager.h"
 #include "audio/audio_player.h"
+#include "audio/microphone.h"
 #include "audio/sound_engine.h"
 #include "core/clock.h"
 #include "core/qt_scheduler.h"
@@ -25,6 +26,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -69,6 +71,8 @@ public:
         std::function<bool(bool)> setLaunchAtLogin = {};
         /// Tells which window is in front, for the window sleep triggers; none when null.
         std::unique_ptr<FocusSource> focus = {};
+        /// Makes a recording of the default microphone; the sound server's when null.
+        std::function<std::unique_ptr<Microphone>()> makeMicrophone = {};
     };
 
     /// Builds the services in order: settings, kits (scanned at once), player, capture
@@ -86,6 +90,12 @@ public:
 
     /// Pushes the current settings into the services. Main thread.
     void applySettings();
+
+    /// Sends every key that moves to `recorder` instead of the sound engine, so Tappix
+    /// stays quiet while a keyboard is recorded; an empty `recorder` gives the keys back
+    /// to the engine. The recorder runs on the key queue; once this returns, an old one
+    /// is no longer called. Main thread.
+    void setKeyRecorder(std::function<void(KeyCode, bool)> recorder);
 
     /// Flips `isEnabled`, as the sounds shortcut does. Main thread.
     void toggleSounds();
@@ -170,11 +180,16 @@ private:
     // Set from the main thread while the shortcut recorder listens, so the combination
     // being recorded does not also fire.
     std::atomic<bool> shortcutPaused_{false};
+    // Whoever records the keyboard now, called instead of the engine (key queue).
+    std::mutex keyRecorderMutex_;
+    std::function<void(KeyCode, bool)> keyRecorder_;
+    std::atomic<bool> keyRecorderOn_{false};
     std::unique_ptr<KeyEventService> keyService_;
     // The views hold the services above; they go first.
     std::unique_ptr<DesktopShell> shell_;
     bool withWindows_ = false;
     std::function<bool()> launchesAtLogin_;
+    std::function<std::unique_ptr<Microphone>()> makeMicrophone_;
     std::function<bool(bool)> setLaunchAtLogin_;
     std::function<bool()> captureIsPossible_;
     QTimer permissionTimer_;

@@ -1,7 +1,10 @@
 #include "kits/switch_designer.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
+#include <QTemporaryDir>
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
@@ -125,9 +128,12 @@ std::vector<float> SwitchDesigner::previewSamples(const SynthParams& design) {
 }
 
 std::vector<float> SwitchDesigner::waveform(const SynthParams& design, int points) {
+    return outline(previewSamples(design), points);
+}
+
+std::vector<float> SwitchDesigner::outline(const std::vector<float>& samples, int points) {
     if (points <= 0)
         return {};
-    const std::vector<float> samples = previewSamples(design);
     const auto count = static_cast<std::size_t>(points);
     std::vector<float> peaks(count, 0.0f);
     if (samples.empty())
@@ -141,6 +147,65 @@ std::vector<float> SwitchDesigner::waveform(const SynthParams& design, int point
         peaks[i] = std::min(peak, 1.0f);
     }
     return peaks;
+}
+
+std::string SwitchDesigner::writeKit(const SoundpackConfig& config,
+                                     const std::vector<KitFile>& files,
+                                     const QString& directory) const {
+    if (!writer_)
+        return "there is no way to write audio files here";
+    const QString sounds = directory + QStringLiteral("/sounds");
+    std::error_code made;
+    std::filesystem::create_directories(fsPath(sounds), made);
+    if (made)
+        return made.message();
+    for (const auto& [file, samples] : files) {
+        std::string error;
+        if (!writer_(samples, sounds + QLatin1Char('/') + QString::fromStdString(file), error))
+            return file + ": " + error;
+    }
+    const QByteArray json = QJsonDocument(config.toJson()).toJson(QJsonDocument::Indented);
+    QFile manifestFile(directory + QStringLiteral("/config.json"));
+    if (!manifestFile.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
+        manifestFile.write(json) != json.size() || !manifestFile.flush())
+        return "config.json: " + manifestFile.errorString().toStdString();
+    return {};
+}
+
+SwitchDesigner::Result SwitchDesigner::saveWhole(const SoundpackConfig& config,
+                                                 const std::vector<KitFile>& files,
+                                                 const QString& userDirectory) const {
+    Result result;
+    result.id = QString::fromStdString(config.id);
+    result.directory = userDirectory + QLatin1Char('/') + result.id;
+    std::error_code made;
+    std::filesystem::create_directories(fsPath(userDirectory), made);
+    if (made) {
+        result.error = userDirectory.toStdString() + ": " + made.message();
+        return result;
+    }
+    // Hidden, so a store scanning the kit directory meanwhile never sees a half-made kit.
+    QTemporaryDir staging(userDirectory + QStringLiteral("/.save-XXXXXX"));
+    if (!staging.isValid()) {
+        result.error = userDirectory.toStdString() + ": " + staging.errorString().toStdString();
+        return result;
+    }
+    const QString built = staging.path() + QStringLiteral("/kit");
+    result.error = writeKit(config, files, built);
+    if (!result.ok())
+        return result;
+    const QString previous = staging.path() + QStringLiteral("/previous");
+    const bool replacing = QFileInfo::exists(result.directory);
+    if (replacing && !QDir().rename(result.directory, previous)) {
+        result.error = "cannot replace the earlier kit in " + result.directory.toStdString();
+        return result;
+    }
+    if (!QDir().rename(built, result.directory)) {
+        if (replacing)
+            QDir().rename(previous, result.directory);
+        result.error = "cannot move the new kit to " + result.directory.toStdString();
+    }
+    return result;
 }
 
 SwitchDesigner::Result SwitchDesigner::save(const SynthParams& design, const QString& name,
@@ -161,38 +226,18 @@ SwitchDesigner::Result SwitchDesigner::save(const SynthParams& design, const QSt
     // overwritten or reported by the steps below.
     std::error_code ignored;
     std::filesystem::remove_all(fsPath(result.directory), ignored);
-    const QString sounds = result.directory + QStringLiteral("/sounds");
-    std::error_code made;
-    std::filesystem::create_directories(fsPath(sounds), made);
-    if (made) {
-        result.error = made.message();
-        return result;
-    }
-
+    std::vector<KitFile> files;
     std::uint64_t seed = kFirstSeed;
     for (std::string_view group : kGroups) {
         const SynthParams params = groupParams(group, design);
         for (int i = 0; i < kPresses + kReleases; ++i) {
             const bool isUp = i >= kPresses;
             const QString file = fileName(group, isUp ? "up" : "down", isUp ? i - kPresses : i);
-            const std::vector<float> samples = SynthEngine::render(params, seed, isUp);
+            files.emplace_back(file.toStdString(), SynthEngine::render(params, seed, isUp));
             seed += kSeedStep;
-            std::string error;
-            if (!writer_(samples, sounds + QLatin1Char('/') + file, error)) {
-                result.error = file.toStdString() + ": " + error;
-                return result;
-            }
         }
     }
-
-    const QByteArray json =
-        QJsonDocument(manifest(result.id, name).toJson()).toJson(QJsonDocument::Indented);
-    QFile config(result.directory + QStringLiteral("/config.json"));
-    if (!config.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
-        config.write(json) != json.size() || !config.flush()) {
-        result.error = "config.json: " + config.errorString().toStdString();
-        return result;
-    }
+    result.error = writeKit(manifest(result.id, name), files, result.directory);
     return result;
 }
 

@@ -9,6 +9,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace tappix {
@@ -120,6 +121,27 @@ public:
     /// The outline of `previewSamples`: `points` peak magnitudes in 0 … 1, each the
     /// largest over its stretch of samples.
     static std::vector<float> waveform(const SynthParams& design, int points);
+
+    /// The outline of any sound: `points` peak magnitudes in 0 … 1, each the largest
+    /// over its stretch of `samples`.
+    static std::vector<float> outline(const std::vector<float>& samples, int points);
+
+    /// One sample file of a kit: its name inside `sounds/` and its samples.
+    using KitFile = std::pair<std::string, std::vector<float>>;
+
+    /// Writes a kit into `directory`: each of `files` into its `sounds` directory
+    /// (made as needed), then `config` as config.json, pretty-printed, so a kit cut
+    /// short never loads. Stops at the first failure with "file: reason"; empty on
+    /// success.
+    std::string writeKit(const SoundpackConfig& config, const std::vector<KitFile>& files,
+                         const QString& directory) const;
+
+    /// Writes a kit whole into `userDirectory`/<config.id>: built by `writeKit` in a
+    /// hidden directory beside it and moved into place only once complete, so on any
+    /// failure neither a half-written kit nor the loss of an earlier kit of the same id
+    /// is left behind; an earlier kit is replaced only when the new one is in.
+    Result saveWhole(const SoundpackConfig& config, const std::vector<KitFile>& files,
+                     const QString& userDirectory) const;
 
     /// Writes the kit into `userDirectory`/<id>, replacing whatever was there: the
     /// sample files first, then config.json, so a kit cut short never loads. Stops at

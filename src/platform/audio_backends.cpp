@@ -5,6 +5,7 @@
 
 #ifdef TAPPIX_WITH_PULSE
 #include "platform/pulse/pulse_device_manager.h"
+#include "platform/pulse/pulse_microphone.h"
 #include "platform/pulse/pulse_output.h"
 #endif
 
@@ -23,6 +24,14 @@ std::unique_ptr<AudioDeviceManager> makeAudioDeviceManager() {
     return std::make_unique<PulseDeviceManager>();
 #else
     return std::make_unique<NullAudioDeviceManager>();
+#endif
+}
+
+std::unique_ptr<Microphone> makeMicrophone() {
+#ifdef TAPPIX_WITH_PULSE
+    return std::make_unique<PulseMicrophone>();
+#else
+    return nullptr;
 #endif
 }
 

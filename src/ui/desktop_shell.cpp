@@ -54,6 +54,10 @@ DesktopShell::DesktopShell(Services services, QObject* parent)
       mixEditor_(services.settings, services.packs, services.engine),
       designer_(services.packs, services.settings, services.engine, services.player,
                 services.writeSamples),
+      recorder_(services.packs, services.settings, services.engine,
+                services.clock ? *services.clock : ownClock_,
+                services.scheduler ? *services.scheduler : ownScheduler_, services.makeMicrophone,
+                services.recordKeys, services.writeSamples),
       tuner_(services.packs, services.settings),
       outputDevices_(services.settings, services.devices,
                      services.player ? &services.player->output() : nullptr),
@@ -69,6 +73,10 @@ DesktopShell::DesktopShell(Services services, QObject* parent)
             [this] { panelModel_.setCurrentKitName(kits_.currentName()); });
     // A designed kit, once saved, is listed at once under the user's own.
     connect(&designer_, &DesignerViewModel::packsReloaded, this, [this] {
+        kits_.reload();
+        tuner_.kitsReloaded();
+    });
+    connect(&recorder_, &RecorderViewModel::packsReloaded, this, [this] {
         kits_.reload();
         tuner_.kitsReloaded();
     });
@@ -118,6 +126,7 @@ QVariantMap DesktopShell::pageModels() {
     return {{QStringLiteral("mixEditor"), QVariant::fromValue<QObject*>(&mixEditor_)},
             {QStringLiteral("designer"), QVariant::fromValue<QObject*>(&designer_)},
             {QStringLiteral("tuner"), QVariant::fromValue<QObject*>(&tuner_)},
+            {QStringLiteral("recorder"), QVariant::fromValue<QObject*>(&recorder_)},
             {QStringLiteral("devices"), QVariant::fromValue<QObject*>(&outputDevices_)},
             {QStringLiteral("behaviour"), QVariant::fromValue<QObject*>(&behaviour_)},
             {QStringLiteral("onboarding"), QVariant::fromValue<QObject*>(&onboarding_)}};

@@ -11,10 +11,12 @@
 #include "ui/onboarding_model.h"
 #include "ui/onboarding_window_controller.h"
 #include "ui/output_device_list_model.h"
+#include "ui/recorder_view_model.h"
 #include "ui/settings_window_controller.h"
 #include "ui/shell_services.h"
 #include "ui/tuner_view_model.h"
 
+#include "core/clock.h"
 #include "core/qt_scheduler.h"
 
 #include <QCoreApplication>
@@ -63,6 +65,8 @@ public:
     MixEditorModel& mixEditor() { return mixEditor_; }
     /// The Create page's switch designer.
     DesignerViewModel& designer() { return designer_; }
+    /// The Create page's keyboard recorder.
+    RecorderViewModel& recorder() { return recorder_; }
     /// The Create page's tuner for the main kit.
     TunerViewModel& tuner() { return tuner_; }
     /// The Sound page's output device picker.
@@ -93,11 +97,13 @@ private:
 
     Services services_;
     QtScheduler ownScheduler_;
+    SteadyClock ownClock_;
     MenuPanelModel panelModel_;
     KitListModel kits_;
     MixListModel mixes_;
     MixEditorModel mixEditor_;
     DesignerViewModel designer_;
+    RecorderViewModel recorder_;
     TunerViewModel tuner_;
     OutputDeviceListModel outputDevices_;
     BehaviourViewModel behaviour_;

@@ -1,7 +1,10 @@
 #pragma once
 
+#include "input/key_group.h"
+
 #include <QString>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -9,8 +12,10 @@ namespace tappix {
 
 class AudioDeviceManager;
 class AudioPlayer;
+class Clock;
 class FocusSource;
 class KeyCast;
+class Microphone;
 class Scheduler;
 class SettingsStore;
 class SoundEngine;
@@ -50,8 +55,16 @@ struct ShellServices {
     /// Whether the clear parts of a window show what lies below (a compositor runs);
     /// assumed so when absent.
     std::function<bool()> windowsDrawClear = {};
+    /// Makes a recording from the default microphone; null when none can be had.
+    std::function<std::unique_ptr<Microphone>()> makeMicrophone = {};
+    /// Sends every key that moves to the given callback (on the key queue) instead of
+    /// the sound engine, so Tappix is quiet while a keyboard is recorded; an empty
+    /// callback gives the keys back.
+    std::function<void(std::function<void(KeyCode, bool)>)> recordKeys = {};
     /// Whether keys can be captured now (the first-run window's steps).
     std::function<bool()> captureIsPossible = {};
+    /// The monotonic clock key events are stamped with; the steady clock when null.
+    const Clock* clock = nullptr;
     /// Timers for the views' models; the Qt event loop's when null.
     Scheduler* scheduler = nullptr;
 };

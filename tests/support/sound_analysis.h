@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <vector>
@@ -38,6 +39,57 @@ inline double energy(const std::vector<float>& stereo, int channel, double fromM
     for (std::size_t i = from; i < to; ++i)
         sum += double(stereo[2 * i + channel]) * stereo[2 * i + channel];
     return sum;
+}
+
+/// The first sample of a mono sound above `share` of its peak: where it starts.
+inline std::size_t soundStart(const std::vector<float>& mono, float share = 0.1f) {
+    float peak = 0;
+    for (float s : mono)
+        peak = std::max(peak, std::fabs(s));
+    std::size_t i = 0;
+    while (i < mono.size() && std::fabs(mono[i]) < share * peak)
+        ++i;
+    return i;
+}
+
+/// How a cut sound lines up with the sound it was cut from.
+struct Alignment {
+    /// How far (ms) the cut's start lies from where it was meant to be.
+    double errorMs = 1e9;
+    /// The normalised correlation of the two at that alignment.
+    double correlation = 0;
+};
+
+/// Lines `cut` up with `original`, expecting `original`'s sample `originalStart` at the
+/// cut's sample `cutStart`: tries shifts up to `searchMs` either way and compares the
+/// first `lengthMs` of the cut. Mono 48 kHz.
+inline Alignment align(const std::vector<float>& cut, std::size_t cutStart,
+                       const std::vector<float>& original, std::size_t originalStart,
+                       double searchMs = 10, double lengthMs = 100) {
+    const auto search = static_cast<std::ptrdiff_t>(searchMs * 48);
+    const std::size_t length = std::min(cut.size(), static_cast<std::size_t>(lengthMs * 48));
+    Alignment best;
+    for (std::ptrdiff_t shift = -search; shift <= search; ++shift) {
+        double both = 0, cutEnergy = 0, originalEnergy = 0;
+        for (std::size_t n = 0; n < length; ++n) {
+            const std::ptrdiff_t m = static_cast<std::ptrdiff_t>(n) -
+                                     static_cast<std::ptrdiff_t>(cutStart) +
+                                     static_cast<std::ptrdiff_t>(originalStart) + shift;
+            const double o = m >= 0 && m < static_cast<std::ptrdiff_t>(original.size())
+                                 ? original[static_cast<std::size_t>(m)]
+                                 : 0.0;
+            both += cut[n] * o;
+            cutEnergy += double(cut[n]) * cut[n];
+            originalEnergy += o * o;
+        }
+        const double correlation =
+            cutEnergy > 0 && originalEnergy > 0 ? both / std::sqrt(cutEnergy * originalEnergy) : 0;
+        if (correlation > best.correlation) {
+            best.correlation = correlation;
+            best.errorMs = static_cast<double>(shift) / 48.0;
+        }
+    }
+    return best;
 }
 
 } // namespace tappix::test

@@ -122,6 +122,8 @@ struct HarnessOptions {
     QJsonObject preferences = {};
     /// Writes more kits into the bundle and the user's directory before the store scans.
     std::function<void(const QString& bundle, const QString& user)> addKits = {};
+    /// The microphone a keyboard recording uses; none can be had when null.
+    std::function<std::unique_ptr<Microphone>()> microphone = {};
 };
 
 /// Options for a Tappix that shows itself, to a returning user: the launch opens the
@@ -175,6 +177,8 @@ struct Harness {
         platform.clock = &time;
         platform.scheduler = &time;
         platform.withWindows = options.withWindows;
+        platform.makeMicrophone =
+            options.microphone ? options.microphone : [] { return std::unique_ptr<Microphone>(); };
         delegate = std::make_unique<AppDelegate>(std::move(platform), prefs.path, kits.path(),
                                                  userKits.path());
         delegate->start();

@@ -5,7 +5,7 @@ import QtQuick.Layouts
 // Headings are Text, not Label: Qt 6.4 reports a Label as a plain label whatever
 // role it is given.
 // The Create page: design a switch from five numbers, hear it, save it as a kit of
-// your own; then tune whichever kit is playing.
+// your own; or record your own keyboard into one; then tune whichever kit is playing.
 Flickable {
     id: page
     required property var settings
@@ -16,6 +16,7 @@ Flickable {
     required property var models
     readonly property var designer: models.designer
     readonly property var tuner: models.tuner
+    readonly property var recorder: models.recorder
 
     contentHeight: column.implicitHeight + 8
     clip: true
@@ -222,6 +223,14 @@ Flickable {
                     }
                 }
             }
+        }
+
+        RecorderCard {
+            objectName: "recorderCard"
+            theme: page.theme
+            recorder: page.recorder
+            Layout.fillWidth: true
+            onControlFocused: item => page.reveal(item)
         }
 
         TunerCard {

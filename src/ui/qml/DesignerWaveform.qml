@@ -6,13 +6,14 @@ Rectangle {
     id: view
     required property var theme
     property var peaks: []
+    property string label: "Waveform of the designed keystroke"
 
     radius: 8
     color: theme.background
     border.color: theme.divider
     border.width: 1
     Accessible.role: Accessible.Graphic
-    Accessible.name: "Waveform of the designed keystroke"
+    Accessible.name: label
 
     onPeaksChanged: canvas.requestPaint()
 

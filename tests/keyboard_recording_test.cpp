@@ -1,0 +1,291 @@
+// Cutting a recording of someone typing into a kit: synthetic recordings with known
+// key sounds at known places, a known capture-to-recording offset and jitter, and the
+// bad recordings a person makes (silence, a loud room, clipping, keys too fast).
+
+#include "input/key_codes.h"
+#include "kits/keyboard_recording.h"
+#include "kits/kit_checker.h"
+#include "kits/switch_designer.h"
+#include "platform/sndfile/sndfile_decoder.h"
+#include "support/sound_analysis.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <cmath>
+#include <functional>
+#include <map>
+#include <numbers>
+#include <random>
+
+using namespace tappix;
+
+namespace {
+
+constexpr int kRate = KeyboardRecording::kSampleRate;
+constexpr double kClockStart = 5000.0; // the recording's first sample on the events' clock
+constexpr double kOffset = 0.037;      // how far the sounds lag the key events
+constexpr double kLeadSeconds = 0.8;   // quiet before the first key
+
+// A key sound: a tick of noise and a ringing body, both decaying.
+std::vector<float> keySound(unsigned seed, float gain, double decayMs, float bodyHz) {
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<float> noise(-1.0f, 1.0f);
+    const auto length = static_cast<std::size_t>(decayMs * 7 * kRate / 1000);
+    std::vector<float> out(length);
+    for (std::size_t i = 0; i < length; ++i) {
+        const double t = double(i) / kRate;
+        const double body =
+            std::sin(2 * std::numbers::pi * bodyHz * t) * std::exp(-t * 1000 / decayMs);
+        const double tick = noise(random) * std::exp(-t * 1000 / 0.8);
+        out[i] = gain * static_cast<float>(0.6 * body + 0.5 * tick);
+    }
+    return out;
+}
+
+// How one key sounds in a scene.
+struct Voice {
+    float pressGain = 0.3f;
+    double pressDecayMs = 10;
+    double holdMs = 120;
+};
+
+struct Placed {
+    std::size_t event;
+    std::size_t start; // where the sound's own start lies in the recording
+    std::vector<float> sound;
+};
+
+// A recording of each key typed three times, press and release, 350 ms apart, over a
+// faint hiss, with the sounds `kOffset` (± 3 ms) after their events.
+struct Scene {
+    std::vector<float> samples;
+    std::vector<RecordedKeyEvent> events;
+    std::vector<Placed> placed;
+
+    explicit Scene(std::map<KeyCode, Voice> voices = {}) {
+        const KeyCode keysTyped[] = {keys::a,         keys::s,         keys::d,    keys::space,
+                                     keys::returnKey, keys::backspace, keys::shift};
+        std::mt19937 random(7);
+        std::uniform_real_distribution<double> jitter(-0.003, 0.003);
+        double t = kLeadSeconds;
+        unsigned seed = 100;
+        for (int round = 0; round < 3; ++round) {
+            for (KeyCode code : keysTyped) {
+                const Voice voice = voices.contains(code) ? voices[code] : Voice{};
+                const float body = 300.0f + 40.0f * float(code % 13);
+                add(code, true, t, keySound(seed++, voice.pressGain, voice.pressDecayMs, body),
+                    jitter(random));
+                add(code, false, t + voice.holdMs / 1000,
+                    keySound(seed++, voice.pressGain * 0.4f, 5, body * 1.5f), jitter(random));
+                t += 0.35;
+            }
+        }
+        samples.resize(static_cast<std::size_t>((t + 0.5) * kRate), 0.0f);
+        for (const Placed& p : placed)
+            for (std::size_t i = 0; i < p.sound.size() && p.start + i < samples.size(); ++i)
+                samples[p.start + i] += p.sound[i];
+        std::mt19937 hiss(3);
+        std::normal_distribution<float> gauss(0.0f, 0.0003f); // about -70 dBFS
+        for (float& s : samples)
+            s += gauss(hiss);
+    }
+
+    void add(KeyCode code, bool down, double at, std::vector<float> sound, double jitter) {
+        events.push_back({code, down, kClockStart + at});
+        placed.push_back({events.size() - 1,
+                          static_cast<std::size_t>(std::lround((at + kOffset + jitter) * kRate)),
+                          std::move(sound)});
+    }
+
+    const Placed& truth(std::size_t event) const {
+        return *std::find_if(placed.begin(), placed.end(),
+                             [&](const Placed& p) { return p.event == event; });
+    }
+
+    KeyboardRecording::Cut cut() const {
+        return KeyboardRecording::cut(samples, kClockStart, events);
+    }
+};
+
+bool writeFile(const std::vector<float>& samples, const QString& path, std::string& error) {
+    return writeWav(samples, QFile::encodeName(path).toStdString(), error);
+}
+
+} // namespace
+
+TEST(KeyboardRecording, FindsEachSoundAtItsOnsetMeasuresTheOffsetAndWritesAKitThatChecks) {
+    Scene scene;
+    // A second release of a key already up (X11 sends some) moves no key.
+    const std::size_t typed = scene.events.size();
+    scene.events.push_back(scene.events.back());
+    scene.events.back().seconds += 0.02;
+    const auto cut = scene.cut();
+    ASSERT_TRUE(cut.error.empty()) << cut.error;
+    EXPECT_TRUE(cut.retakes.empty()) << cut.retakes.front();
+    ASSERT_EQ(cut.keptCount(), typed);
+    EXPECT_EQ(cut.takes.back().flaw, KeyboardRecording::Flaw::unmatched);
+    EXPECT_NEAR(cut.offsetSeconds, kOffset, 0.0015);
+    EXPECT_LT(cut.onsetSpreadSeconds, 0.003);
+    EXPECT_LT(cut.noiseFloorDbfs, -65);
+
+    const std::size_t preRoll = std::lround(KeyboardRecording::kPreRollMs * kRate / 1000);
+    float loudest = 0;
+    for (std::size_t e = 0; e < typed; ++e) {
+        const auto& take = cut.takes[e];
+        const Placed& truth = scene.truth(e);
+        const double trueOnset = double(truth.start + test::soundStart(truth.sound)) / kRate;
+        EXPECT_NEAR(take.onsetSeconds, trueOnset, 0.0005) << "event " << e;
+        const auto aligned =
+            test::align(take.samples, preRoll, truth.sound, test::soundStart(truth.sound), 2);
+        EXPECT_LE(std::fabs(aligned.errorMs), 0.5) << "event " << e;
+        EXPECT_GT(aligned.correlation, 0.97) << "event " << e;
+        for (float s : take.samples)
+            loudest = std::max(loudest, std::fabs(s));
+    }
+    EXPECT_NEAR(loudest, KeyboardRecording::kTargetPeak, 0.01);
+
+    // Each key under its own name and its group, releases included.
+    const auto kit = KeyboardRecording::makeKit(cut, "  Desk Board ");
+    ASSERT_TRUE(kit.error.empty()) << kit.error;
+    EXPECT_EQ(kit.config.id, "recorded-desk-board");
+    EXPECT_EQ(kit.config.metadata.name, "Desk Board");
+    EXPECT_TRUE(kit.config.metadata.supportsKeyUp);
+    for (KeyCode code : {keys::a, keys::space, keys::returnKey, keys::backspace, keys::shift}) {
+        const auto candidates = soundCandidates(code);
+        for (std::size_t c = 0; c < 2; ++c) {
+            const auto sound = kit.config.sounds.find(candidates.names[c]);
+            ASSERT_NE(sound, kit.config.sounds.end()) << candidates.names[c];
+            EXPECT_GE(sound->second.down.size(), 3u) << candidates.names[c];
+            EXPECT_GE(sound->second.up.size(), 3u) << candidates.names[c];
+        }
+    }
+    EXPECT_EQ(kit.config.sounds.at("alpha").down.size(), 9u);
+    EXPECT_EQ(kit.files.size(), typed);
+
+    QTemporaryDir dir;
+    const SwitchDesigner writer(writeFile);
+    const auto saved = writer.saveWhole(kit.config, kit.files, dir.filePath("kits"));
+    ASSERT_TRUE(saved.ok()) << saved.error;
+    SndfileDecoder decoder;
+    const KitReport report = checkKit(saved.directory, decoder);
+    EXPECT_TRUE(report.ok()) << (report.problems.empty() ? "" : report.problems.front());
+    EXPECT_EQ(report.goodFiles, int(typed));
+}
+
+TEST(KeyboardRecording, BadRecordingsSayWhatToDoAgain) {
+    const auto clipped = [](Scene& scene) {
+        for (float& s : scene.samples)
+            s = std::clamp(s, -0.5f, 0.5f) * 2.0f;
+    };
+    struct Case {
+        const char* what;
+        std::map<KeyCode, Voice> voices;
+        std::function<void(Scene&)> spoil;
+        std::string error;  // the whole recording refused with this, or
+        std::string retake; // this line among the retakes
+        std::size_t kept;   // and this many takes kept
+    };
+    const std::vector<Case> cases = {
+        {"silence",
+         {},
+         [](Scene& s) { std::fill(s.samples.begin(), s.samples.end(), 0.0f); },
+         "silence",
+         "",
+         0},
+        {"no keys typed", {}, [](Scene& s) { s.events.clear(); }, "no keys", "", 0},
+        {"a constant loud noise",
+         {},
+         [](Scene& s) {
+             std::mt19937 random(9);
+             std::normal_distribution<float> gauss(0.0f, 0.1f);
+             for (float& x : s.samples)
+                 x += gauss(random);
+         },
+         "background noise",
+         "",
+         0},
+        {"a key too loud for the microphone",
+         {{keys::a, {3.0f, 10, 120}}},
+         clipped,
+         "",
+         "Record A again: 3 of 3 presses dropped (3 clipped",
+         36},
+        {"a key released before its press decays",
+         {{keys::s, {0.3f, 60, 25}}},
+         {},
+         "",
+         "Record S again: 3 of 3 presses dropped (3 overlapped by the next key's sound)",
+         36},
+        {"a key too soft to hear", {{keys::d, {0.0004f, 10, 120}}}, {}, "", "Record D again", 36},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        Scene scene(c.voices);
+        if (c.spoil)
+            c.spoil(scene);
+        const auto cut = scene.cut();
+        EXPECT_NE(cut.error.find(c.error), std::string::npos) << cut.error;
+        EXPECT_EQ(cut.error.empty(), c.error.empty()) << cut.error;
+        EXPECT_EQ(cut.keptCount(), c.kept);
+        if (!c.retake.empty()) {
+            const bool named =
+                std::any_of(cut.retakes.begin(), cut.retakes.end(), [&](const std::string& line) {
+                    return line.find(c.retake) != std::string::npos;
+                });
+            EXPECT_TRUE(named) << (cut.retakes.empty() ? "no retakes" : cut.retakes.front());
+            EXPECT_TRUE(KeyboardRecording::makeKit(cut, "Kit").error.empty());
+        } else {
+            EXPECT_FALSE(KeyboardRecording::makeKit(cut, "Kit").error.empty());
+        }
+    }
+
+    // Letters lost: every key falls back on them, so there is no kit.
+    Scene noLetters(
+        {{keys::a, {3.0f, 10, 120}}, {keys::s, {3.0f, 10, 120}}, {keys::d, {3.0f, 10, 120}}});
+    clipped(noLetters);
+    const auto kit = KeyboardRecording::makeKit(noLetters.cut(), "Kit");
+    EXPECT_NE(kit.error.find("letters"), std::string::npos) << kit.error;
+    EXPECT_TRUE(kit.files.empty());
+}
+
+TEST(KeyboardRecording, AFailedSaveLeavesNoHalfKitAndKeepsTheEarlierOne) {
+    const auto kit = KeyboardRecording::makeKit(Scene().cut(), "Mine");
+    ASSERT_TRUE(kit.error.empty()) << kit.error;
+    QTemporaryDir dir;
+    const SwitchDesigner writer(writeFile);
+
+    // A kit directory under a plain file cannot be made, even by root.
+    QFile(dir.filePath("file")).open(QIODevice::WriteOnly);
+    const auto blocked = writer.saveWhole(kit.config, kit.files, dir.filePath("file/kits"));
+    EXPECT_FALSE(blocked.ok());
+    EXPECT_NE(blocked.error.find("Not a directory"), std::string::npos) << blocked.error;
+
+    const QString kits = dir.filePath("kits");
+    ASSERT_TRUE(writer.saveWhole(kit.config, kit.files, kits).ok());
+    QFile manifest(kits + "/recorded-mine/config.json");
+    ASSERT_TRUE(manifest.open(QIODevice::ReadOnly));
+    const QByteArray before = manifest.readAll();
+    manifest.close();
+
+    // A disk that fills up half way: the earlier kit stays as it was, nothing else.
+    int written = 0;
+    const SwitchDesigner failing(
+        [&](const std::vector<float>& s, const QString& p, std::string& e) {
+            if (++written == 5) {
+                e = "No space left on device";
+                return false;
+            }
+            return writeFile(s, p, e);
+        });
+    const auto full = failing.saveWhole(kit.config, kit.files, kits);
+    EXPECT_NE(full.error.find("No space left on device"), std::string::npos) << full.error;
+    ASSERT_TRUE(manifest.open(QIODevice::ReadOnly));
+    EXPECT_EQ(manifest.readAll(), before);
+    EXPECT_EQ(QDir(kits).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+              QStringList{"recorded-mine"});
+    EXPECT_EQ(QDir(kits + "/recorded-mine/sounds").entryList(QDir::Files).size(),
+              qsizetype(kit.files.size()));
+}
