@@ -12,6 +12,7 @@
 #include <QCoreApplication>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
+#include <QDBusPendingCall>
 #include <QDeadlineTimer>
 #include <QFile>
 #include <QProcess>
@@ -72,10 +73,17 @@ public:
         stop(kwin_);
     }
 
-    /// Whether KWin started and took its name on the bus.
+    /// Whether KWin started and its scripting answers on the bus (it takes its name
+    /// before it registers its objects).
     bool ready() {
-        return kwin_.waitForStarted() &&
-               waitFor([] { return KWinFocusSource::kwinRunning(QDBusConnection::sessionBus()); });
+        return kwin_.waitForStarted() && waitFor([] {
+                   QDBusMessage message = QDBusMessage::createMethodCall(
+                       QStringLiteral("org.kde.KWin"), QStringLiteral("/Scripting"),
+                       QStringLiteral("org.kde.kwin.Scripting"), QStringLiteral("isScriptLoaded"));
+                   message.setArguments({QStringLiteral("none")});
+                   return QDBusConnection::sessionBus().call(message).type() ==
+                          QDBusMessage::ReplyMessage;
+               });
     }
     /// A window of the app `appId`, shown.
     QProcess& window(const QString& appId) {
@@ -176,8 +184,10 @@ TEST(KWinFocus, FollowsTheAppInFrontAndItsFullScreenUntilKWinGoes) {
         QDBusConnection::sessionBus().baseService(), KWinFocusSource::kObjectPath,
         QStringLiteral("app.morvane.tappix.KWinFocus"), QStringLiteral("Report"));
     forged.setArguments({QStringLiteral("{\"active\":null,\"windows\":[]}")});
-    const QDBusMessage answer = other.call(forged);
-    EXPECT_EQ(answer.errorName(), QStringLiteral("org.freedesktop.DBus.Error.AccessDenied"));
+    // Asked asynchronously: the answer comes from this thread's own event loop.
+    const QDBusPendingCall answer = other.asyncCall(forged);
+    ASSERT_TRUE(waitFor([&] { return answer.isFinished(); }));
+    EXPECT_EQ(answer.error().type(), QDBusError::AccessDenied);
     EXPECT_EQ(source->focused()->app.id, QStringLiteral("scratchpad"));
 
     // Going, the source takes its script out of KWin.

@@ -16,7 +16,6 @@ namespace {
 
 const QString kScriptingPath = QStringLiteral("/Scripting");
 const QString kScriptingInterface = QStringLiteral("org.kde.kwin.Scripting");
-const QString kScriptInterface = QStringLiteral("org.kde.kwin.Script");
 /// How long a call into KWin may take before Tappix gives up on it.
 constexpr int kCallTimeoutMs = 3000;
 
@@ -153,8 +152,8 @@ bool KWinFocusSource::loadScript() {
         return false;
     }
     loaded_ = true;
-    const QDBusMessage ran = call(QStringLiteral("/Scripting/Script%1").arg(id), kScriptInterface,
-                                  QStringLiteral("run"), {});
+    // Runs the scripts loaded and not yet running, ours among them.
+    const QDBusMessage ran = call(kScriptingPath, kScriptingInterface, QStringLiteral("start"), {});
     if (ran.type() != QDBusMessage::ReplyMessage) {
         qCWarning(lcApp, "window triggers: KWin did not run the script: %s",
                   qPrintable(ran.errorMessage()));
