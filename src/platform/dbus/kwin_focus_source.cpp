@@ -2,7 +2,6 @@
 
 #include "core/log.h"
 
-#include <QCoreApplication>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QFile>
