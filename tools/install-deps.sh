@@ -17,6 +17,8 @@ packages=(
     # tests and benchmarks
     libgtest-dev libgmock-dev libbenchmark-dev libfftw3-dev
     xvfb xauth xdotool pulseaudio pulseaudio-utils sox dbus bc
+    # the window in front on KDE Plasma Wayland: KWin on a virtual screen, Qt's Wayland client
+    kwin-wayland qt6-wayland
     # HTTPS feed servers with certificates made at test time
     openssl python3
     # windows driven through the accessibility tree, screenshots
