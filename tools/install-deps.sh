@@ -17,6 +17,8 @@ packages=(
     # tests and benchmarks
     libgtest-dev libgmock-dev libbenchmark-dev libfftw3-dev
     xvfb xauth xdotool pulseaudio pulseaudio-utils sox dbus bc
+    # the same audio tests on PipeWire with its PulseAudio layer
+    pipewire pipewire-pulse wireplumber
     # HTTPS feed servers with certificates made at test time
     openssl python3
     # windows driven through the accessibility tree, screenshots
