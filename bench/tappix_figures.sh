@@ -8,7 +8,7 @@ build=$(realpath "${1:-build}")
 seconds=${2:-60}
 . "$(dirname "$0")/private_session.sh"
 private_x
-private_pulse
+private_sound
 tappix_home '{"selectedPackId": "crisp-click", "keyUpSoundsEnabled": false, "pitchVariation": false, "hasSeenWelcome": true}'
 log=$session_dir/tappix.log
 env $tappix_env "$build/tappix" 2>"$log" &
