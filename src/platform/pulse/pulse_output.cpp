@@ -3,8 +3,6 @@
 #include "audio/mixer.h"
 #include "core/log.h"
 
-#include <cstring>
-
 namespace tappix {
 namespace {
 constexpr std::size_t kFrameBytes = 2 * sizeof(float);
@@ -74,16 +72,6 @@ void PulseOutput::onContextReady(pa_context* context) {
     pa_context_set_subscribe_callback(context, &PulseOutput::onSinkEvent, this);
     if (pa_operation* op =
             pa_context_subscribe(context, PA_SUBSCRIPTION_MASK_SINK, nullptr, nullptr))
-        pa_operation_unref(op);
-    // Which server this is decides how a re-sent sound is placed (see resendWithNewSounds).
-    readsInQuanta_ = false;
-    if (pa_operation* op = pa_context_get_server_info(
-            context,
-            [](pa_context*, const pa_server_info* info, void* self) {
-                if (info && info->server_name && std::strstr(info->server_name, "PipeWire"))
-                    static_cast<PulseOutput*>(self)->readsInQuanta_ = true;
-            },
-            this))
         pa_operation_unref(op);
     createStream(context);
 }
@@ -394,28 +382,20 @@ bool PulseOutput::resendWithNewSounds() {
         mirrorEnd_ < 0 ||
         timing->write_index / static_cast<std::int64_t>(kFrameBytes) != mirrorEnd_)
         return false;
+    // The server's read position now: its last report moved on by the time since.
+    // The sink takes data up to its configured latency ahead of that, so start past it
+    // (measured on a null sink: writing within it costs occasional underruns).
+    // PipeWire's PulseAudio layer (0.3.65) moves the read index a whole quantum at a time
+    // and reports the quantum as the configured sink latency (measured with Tappix alone on
+    // a null sink: 5333 us, read indexes all multiples of 256 frames), so there this margin
+    // is one quantum. Going instead to the first cycle start past the extrapolated position
+    // made busy keys as quick as keys after quiet in the paired bench, but the re-send test
+    // then failed 3 runs in 10 against 5 in 30 for this placement (never without re-sends;
+    // the tone's start no longer matched), so it was not kept.
     const auto age = static_cast<std::int64_t>(pa_timeval_age(&timing->timestamp));
-    const std::int64_t reported = timing->read_index / static_cast<std::int64_t>(kFrameBytes);
-    const auto toFrames = [](std::int64_t us) { return us * Mixer::kSampleRate / 1000000; };
-    std::int64_t readNow = 0;
-    const auto quantum = toFrames(static_cast<std::int64_t>(timing->configured_sink_usec));
-    if (readsInQuanta_ && quantum > 0) {
-        // PipeWire's PulseAudio layer (0.3.65) takes a whole quantum from the stream at the
-        // start of each graph cycle: its read index only ever moves in quantum steps, and it
-        // reports the quantum as the configured sink latency (measured: 5333 us, read indexes
-        // all multiples of 256 frames, with Tappix alone on a null sink). What lies past the
-        // read index is all unread, so the sound goes to the first cycle start the write can
-        // reach, not a quantum past a read position moving smoothly (that placed busy keys
-        // 3.2 ms behind the first key after quiet, which is written at the read index).
-        readNow = reported + (toFrames(age + kResendMarginUs) + quantum - 1) / quantum * quantum;
-    } else {
-        // The server's read position now: its last report moved on by the time since.
-        // The sink takes data up to its configured latency ahead of that, so start past it
-        // (measured on a null sink: writing within it costs occasional underruns).
-        const auto margin =
-            static_cast<std::int64_t>(kResendMarginUs + timing->configured_sink_usec);
-        readNow = reported + toFrames(age + margin);
-    }
+    const auto margin = static_cast<std::int64_t>(kResendMarginUs + timing->configured_sink_usec);
+    const std::int64_t readNow = timing->read_index / static_cast<std::int64_t>(kFrameBytes) +
+                                 (age + margin) * Mixer::kSampleRate / 1000000;
     const std::int64_t from = std::max(readNow, mirrorStart_);
     if (from >= mirrorEnd_)
         return false; // the buffer is all but played: a regular write is as soon
@@ -431,8 +411,7 @@ bool PulseOutput::resendWithNewSounds() {
     remember(from, resend_.data(), frames);
     // Written at its absolute place: sounds already there continue sample for sample.
     // The write position is unchanged, so the server's accounting stays in step.
-    // pipewire-pulse (0.3.65) honours absolute seeks too: the re-send test passes there,
-    // and in its accounting the write position is where such a write ends, as here.
+    // pipewire-pulse (0.3.65) honours absolute seeks too: the re-send test passes there.
     pa_stream_write(stream_, resend_.data(), frames * kFrameBytes, nullptr,
                     from * static_cast<std::int64_t>(kFrameBytes), PA_SEEK_ABSOLUTE);
     resends_.fetch_add(1, std::memory_order_relaxed);

@@ -112,8 +112,6 @@ private:
     std::atomic<std::uint64_t> underruns_{0};
     std::atomic<std::uint64_t> resends_{0};
     pa_usec_t gapsExpectedUntil_ = 0;
-    // The server reads the stream a whole quantum at a time (PipeWire). Loop thread.
-    bool readsInQuanta_ = false;
     // What was written, by absolute stream frame: [mirrorStart_, mirrorEnd_) is held
     // in the ring `mirror_`; mirrorEnd_ < 0 while the write position is unknown (after
     // a flush, until the server's timing report arrives). Loop thread or under the lock.
