@@ -390,8 +390,9 @@ bool PulseOutput::resendWithNewSounds() {
     // a null sink: 5333 us, read indexes all multiples of 256 frames), so there this margin
     // is one quantum. Going instead to the first cycle start past the extrapolated position
     // made busy keys as quick as keys after quiet in the paired bench, but the re-send test
-    // then failed 3 runs in 10 against 5 in 30 for this placement (never without re-sends;
-    // the tone's start no longer matched), so it was not kept.
+    // then failed 3 runs in 10 against 5 in 30 for this placement, and 4 of 12 tones
+    // re-sent that way began mid-wave (none of 12 with this placement): pipewire-pulse has
+    // already taken data past the index it reports.
     const auto age = static_cast<std::int64_t>(pa_timeval_age(&timing->timestamp));
     const auto margin = static_cast<std::int64_t>(kResendMarginUs + timing->configured_sink_usec);
     const std::int64_t readNow = timing->read_index / static_cast<std::int64_t>(kFrameBytes) +
