@@ -12,7 +12,7 @@ keys=${2:-60}
 script=${3:-$(dirname "$0")/../../shared/bench/key_latency_paired.py}
 . "$(dirname "$0")/private_session.sh"
 private_x
-private_pulse
+private_sound
 export LAT_SINK=bench
 # EXTRA_PREFS adds preference members, e.g. EXTRA_PREFS='"visualizerEnabled": true'.
 tappix_home '{"selectedPackId": "crisp-click", "keyUpSoundsEnabled": false, "pitchVariation": false, "hasSeenWelcome": true'"${EXTRA_PREFS:+, $EXTRA_PREFS}"'}'

@@ -4,6 +4,9 @@
 # the script exits. Nothing system-wide is touched.
 #   private_x        Xvfb on a free display; exports DISPLAY
 #   private_pulse    PulseAudio with one 48 kHz float null sink "bench"; exports PULSE_SERVER
+#   private_pipewire the same sink on PipeWire + WirePlumber + pipewire-pulse, inside a
+#                    session bus of their own, with WirePlumber's device monitors off
+#   private_sound    private_pipewire when SOUND_SERVER=pipewire, else private_pulse
 #   tappix_home PREFERENCES_JSON
 #                    preferences and an autostart entry under $session_dir/home, so tappix
 #                    starts as it does at login: in the tray, no window. Sets tappix_env to
@@ -12,8 +15,9 @@ session_dir=$(mktemp -d)
 session_pids=()
 session_stop() {
     local p
-    for p in "${session_pids[@]}"; do kill "$p" 2>/dev/null || true; done
-    for p in "${session_pids[@]}"; do wait "$p" 2>/dev/null || true; done
+    # A negative id is a process group (a whole server stack).
+    for p in "${session_pids[@]}"; do kill -- "$p" 2>/dev/null || true; done
+    for p in "${session_pids[@]}"; do wait "${p#-}" 2>/dev/null || true; done
     rm -rf "$session_dir"
 }
 trap session_stop EXIT
@@ -35,6 +39,34 @@ private_pulse() {
     session_pids+=($!)
     export PULSE_SERVER=unix:$session_dir/native PULSE_CLIENTCONFIG=$session_dir/client.conf
     for _ in $(seq 100); do pactl info >/dev/null 2>&1 && break; sleep 0.05; done
+}
+
+private_pipewire() {
+    local rt=$session_dir/pw-runtime wp=$session_dir/pw-config/wireplumber
+    mkdir -p "$rt" "$wp/main.lua.d" "$wp/bluetooth.lua.d"
+    chmod 700 "$rt"
+    printf 'alsa_monitor.enabled = false\nv4l2_monitor.enabled = false\nlibcamera_monitor.enabled = false\n' \
+        >"$wp/main.lua.d/51-bench.lua"
+    printf 'bluez_monitor.enabled = false\n' >"$wp/bluetooth.lua.d/51-bench.lua"
+    # Its own process group (setsid), so stopping the session takes the whole stack.
+    env -u PULSE_SERVER -u DBUS_SESSION_BUS_ADDRESS -u DISPLAY HOME=$session_dir XDG_RUNTIME_DIR=$rt \
+        XDG_CONFIG_HOME=$session_dir/pw-config XDG_STATE_HOME=$session_dir/pw-state \
+        setsid dbus-run-session -- sh -c 'pipewire & i=0; while [ ! -S "$XDG_RUNTIME_DIR/pipewire-0" ] && [ $i -lt 100 ]; do sleep 0.05; i=$((i+1)); done; wireplumber & pipewire-pulse & wait' \
+        2>"$session_dir/pipewire.log" &
+    session_pids+=(-$!)
+    export PULSE_SERVER=unix:$rt/pulse/native PULSE_CLIENTCONFIG=$session_dir/client.conf
+    for _ in $(seq 100); do pactl info >/dev/null 2>&1 && break; sleep 0.05; done
+    pactl load-module module-null-sink sink_name=bench rate=48000 format=float32le channels=2 \
+        sink_properties=device.description=Bench >/dev/null
+    for _ in $(seq 50); do
+        pactl set-default-sink bench
+        pactl info | grep -q '^Default Sink: bench$' && break
+        sleep 0.1
+    done
+}
+
+private_sound() {
+    if [ "${SOUND_SERVER:-pulseaudio}" = pipewire ]; then private_pipewire; else private_pulse; fi
 }
 
 tappix_home() {

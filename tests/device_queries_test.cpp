@@ -2,7 +2,7 @@
 
 #include "platform/pulse/pulse_device_manager.h"
 
-#include "support/pulse_server.h"
+#include "support/pipewire_server.h"
 
 #include <gtest/gtest.h>
 
@@ -13,16 +13,31 @@
 
 using namespace tappix;
 using test::PulseServer;
+using test::SoundServer;
 
 namespace {
 
-class DeviceQueries : public ::testing::Test {
+// On a private PulseAudio and on a private PipeWire with its PulseAudio layer.
+class DeviceQueries : public ::testing::TestWithParam<std::string> {
 protected:
-    static void SetUpTestSuite() { server_ = new PulseServer; }
-    static void TearDownTestSuite() { delete server_; }
+    static void TearDownTestSuite() {
+        delete server_;
+        server_ = nullptr;
+    }
     void SetUp() override {
-        PulseServer::pactl({"set-default-sink", "tappix_a"});
-        PulseServer::pactl({"set-default-source", "tappix_mic"});
+        if (!server_ || kind_ != GetParam()) {
+            delete server_;
+            server_ = test::makeSoundServer(GetParam()).release();
+            kind_ = GetParam();
+        }
+        if (const std::string why = test::whyNotRunning(GetParam(), server_); !why.empty()) {
+            if (GetParam() == "pipewire")
+                GTEST_SKIP() << why;
+            FAIL() << why;
+        }
+        SoundServer::setDefault("sink", "tappix_a");
+        SoundServer::setDefault("source", "tappix_mic");
+        devices_ = std::make_unique<PulseDeviceManager>();
     }
 
     /// Polls a question for up to one sleep-monitor interval.
@@ -37,33 +52,38 @@ protected:
         return false;
     }
 
-    static PulseServer* server_;
-    PulseDeviceManager devices_;
+    static SoundServer* server_;
+    static std::string kind_;
+    std::unique_ptr<PulseDeviceManager> devices_;
 };
 
-PulseServer* DeviceQueries::server_ = nullptr;
+SoundServer* DeviceQueries::server_ = nullptr;
+std::string DeviceQueries::kind_;
 
 } // namespace
 
-TEST_F(DeviceQueries, ARecordingClientOnTheDefaultSourceIsALiveMicrophone) {
-    EXPECT_FALSE(devices_.isMicrophoneInUse());
+INSTANTIATE_TEST_SUITE_P(Servers, DeviceQueries, ::testing::Values("pulseaudio", "pipewire"),
+                         test::serverName);
+
+TEST_P(DeviceQueries, ARecordingClientOnTheDefaultSourceIsALiveMicrophone) {
+    EXPECT_FALSE(devices_->isMicrophoneInUse());
     {
         auto recording = PulseServer::startRecording();
-        EXPECT_TRUE(within2s([&] { return devices_.isMicrophoneInUse(); }, true));
+        EXPECT_TRUE(within2s([&] { return devices_->isMicrophoneInUse(); }, true));
     }
-    EXPECT_TRUE(within2s([&] { return devices_.isMicrophoneInUse(); }, false));
+    EXPECT_TRUE(within2s([&] { return devices_->isMicrophoneInUse(); }, false));
 }
 
-TEST_F(DeviceQueries, AMonitorNeverCountsAsAMicrophone) {
-    PulseServer::pactl({"set-default-source", "tappix_a.monitor"});
+TEST_P(DeviceQueries, AMonitorNeverCountsAsAMicrophone) {
+    SoundServer::setDefault("source", "tappix_a.monitor");
     auto recording = PulseServer::startRecording("tappix_a.monitor");
     QThread::msleep(500);
-    EXPECT_FALSE(devices_.isMicrophoneInUse());
+    EXPECT_FALSE(devices_->isMicrophoneInUse());
 }
 
-TEST_F(DeviceQueries, BluetoothAndBuiltInOutputsFromTheSinkProperties) {
-    EXPECT_FALSE(devices_.isDefaultOutputBluetooth());
-    EXPECT_FALSE(devices_.isDefaultOutputBuiltIn());
+TEST_P(DeviceQueries, BluetoothAndBuiltInOutputsFromTheSinkProperties) {
+    EXPECT_FALSE(devices_->isDefaultOutputBluetooth());
+    EXPECT_FALSE(devices_->isDefaultOutputBuiltIn());
     const QString bt =
         PulseServer::pactl({"load-module", "module-null-sink", "sink_name=tappix_bt",
                             "sink_properties=\"device.description=Buds device.bus=bluetooth\""})
@@ -72,12 +92,12 @@ TEST_F(DeviceQueries, BluetoothAndBuiltInOutputsFromTheSinkProperties) {
         PulseServer::pactl({"load-module", "module-null-sink", "sink_name=tappix_jack",
                             "sink_properties=\"device.description=Jack device.bus=pci\""})
             .trimmed();
-    PulseServer::pactl({"set-default-sink", "tappix_bt"});
-    EXPECT_TRUE(devices_.isDefaultOutputBluetooth());
-    EXPECT_FALSE(devices_.isDefaultOutputBuiltIn());
-    PulseServer::pactl({"set-default-sink", "tappix_jack"});
-    EXPECT_TRUE(devices_.isDefaultOutputBuiltIn());
-    EXPECT_FALSE(devices_.isDefaultOutputBluetooth());
+    SoundServer::setDefault("sink", "tappix_bt");
+    EXPECT_TRUE(devices_->isDefaultOutputBluetooth());
+    EXPECT_FALSE(devices_->isDefaultOutputBuiltIn());
+    SoundServer::setDefault("sink", "tappix_jack");
+    EXPECT_TRUE(devices_->isDefaultOutputBuiltIn());
+    EXPECT_FALSE(devices_->isDefaultOutputBluetooth());
     PulseServer::pactl({"unload-module", bt});
     PulseServer::pactl({"unload-module", jack});
 }

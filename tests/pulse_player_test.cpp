@@ -1,12 +1,13 @@
-// The audio path against a real sound server: a private PulseAudio with two null
-// sinks, started by the test; what plays is recorded from the sinks' monitors.
+// The audio path against real sound servers: a private PulseAudio, and a private
+// PipeWire with its PulseAudio layer, each with two null sinks, started by the test;
+// what plays is recorded from the sinks' monitors. Every test runs on both.
 
 #include "audio/audio_player.h"
 #include "platform/pulse/pulse_device_manager.h"
 #include "platform/pulse/pulse_output.h"
 #include "platform/sndfile/sndfile_decoder.h"
 
-#include "support/pulse_server.h"
+#include "support/pipewire_server.h"
 
 #include <gtest/gtest.h>
 
@@ -18,6 +19,7 @@
 
 using namespace tappix;
 using test::PulseServer;
+using test::SoundServer;
 
 namespace {
 
@@ -29,13 +31,26 @@ SampleRef tone(float seconds, float amplitude = 0.5f) {
     return buffer;
 }
 
-class PulsePlayer : public ::testing::Test {
+class PulsePlayer : public ::testing::TestWithParam<std::string> {
 protected:
-    static void SetUpTestSuite() { server_ = new PulseServer; }
-    static void TearDownTestSuite() { delete server_; }
+    static void TearDownTestSuite() {
+        delete server_;
+        server_ = nullptr;
+    }
 
     void SetUp() override {
-        PulseServer::pactl({"set-default-sink", "tappix_a"});
+        // One server for the suite, remade when the kind changes.
+        if (!server_ || kind_ != GetParam()) {
+            delete server_;
+            server_ = test::makeSoundServer(GetParam()).release();
+            kind_ = GetParam();
+        }
+        if (const std::string why = test::whyNotRunning(GetParam(), server_); !why.empty()) {
+            if (GetParam() == "pipewire")
+                GTEST_SKIP() << why;
+            FAIL() << why;
+        }
+        SoundServer::setDefault("sink", "tappix_a");
         devices_ = std::make_unique<PulseDeviceManager>();
         // Idle soon, so every test also exercises waking from idle.
         auto output = std::make_unique<PulseOutput>(500);
@@ -84,17 +99,22 @@ protected:
             .peakLeft;
     }
 
-    static PulseServer* server_;
+    static SoundServer* server_;
+    static std::string kind_;
     std::unique_ptr<PulseDeviceManager> devices_;
     PulseOutput* output_ = nullptr;
     std::unique_ptr<AudioPlayer> player_;
 };
 
-PulseServer* PulsePlayer::server_ = nullptr;
+SoundServer* PulsePlayer::server_ = nullptr;
+std::string PulsePlayer::kind_;
 
 } // namespace
 
-TEST_F(PulsePlayer, ASampleArrivesAtItsLevelOnItsSide) {
+INSTANTIATE_TEST_SUITE_P(Servers, PulsePlayer, ::testing::Values("pulseaudio", "pipewire"),
+                         test::serverName);
+
+TEST_P(PulsePlayer, ASampleArrivesAtItsLevelOnItsSide) {
     const auto recorded =
         server_->record("tappix_a", [&] { player_->playBuffer(tone(0.2f), 1, -1, 1); });
     ASSERT_GT(recorded.size(), 2u * 4800) << "the monitor recorded nothing";
@@ -107,7 +127,7 @@ TEST_F(PulsePlayer, ASampleArrivesAtItsLevelOnItsSide) {
     EXPECT_LT(right.peakLeft, 0.01);
 }
 
-TEST_F(PulsePlayer, SeventeenQuickPlaysCutTheFirst) {
+TEST_P(PulsePlayer, SeventeenQuickPlaysCutTheFirst) {
     const auto silence =
         std::make_shared<SampleBuffer>(SampleBuffer{std::vector<float>(480, 0.0f)});
     auto recorded = server_->record(
@@ -125,7 +145,7 @@ TEST_F(PulsePlayer, SeventeenQuickPlaysCutTheFirst) {
     EXPECT_LT(test::levels(late).peakLeft, 0.01);
 }
 
-TEST_F(PulsePlayer, DevicesAreListedAndTheOutputMovesBetweenThem) {
+TEST_P(PulsePlayer, DevicesAreListedAndTheOutputMovesBetweenThem) {
     const auto list = devices_->outputDevices();
     ASSERT_EQ(list.size(), 2u);
     EXPECT_EQ(list[0].uid, "tappix_a");
@@ -144,7 +164,7 @@ TEST_F(PulsePlayer, DevicesAreListedAndTheOutputMovesBetweenThem) {
     EXPECT_GT(onB.peakLeft, 0.3);
 }
 
-TEST_F(PulsePlayer, UnloadingTheSinkInUseFallsBackToTheDefault) {
+TEST_P(PulsePlayer, UnloadingTheSinkInUseFallsBackToTheDefault) {
     const QString module =
         PulseServer::pactl({"load-module", "module-null-sink", "sink_name=tappix_c",
                             "sink_properties=device.description=Speakers-C"})
@@ -164,11 +184,11 @@ TEST_F(PulsePlayer, UnloadingTheSinkInUseFallsBackToTheDefault) {
     EXPECT_GT(heard.peakLeft, 0.3);
 }
 
-TEST_F(PulsePlayer, SoundReturnsAfterTheServerRestarts) {
+TEST_P(PulsePlayer, SoundReturnsAfterTheServerRestarts) {
     server_->kill();
     QThread::msleep(100);
     ASSERT_TRUE(server_->start());
-    PulseServer::pactl({"set-default-sink", "tappix_a"});
+    SoundServer::setDefault("sink", "tappix_a");
     QElapsedTimer timer;
     timer.start();
     while (timer.elapsed() < 3000 && !output_->isPlaying())
@@ -179,7 +199,7 @@ TEST_F(PulsePlayer, SoundReturnsAfterTheServerRestarts) {
     EXPECT_GT(heard.peakLeft, 0.3);
 }
 
-TEST_F(PulsePlayer, ASuspendedAndResumedSinkSoundsAtOnce) {
+TEST_P(PulsePlayer, ASuspendedAndResumedSinkSoundsAtOnce) {
     PulseServer::pactl({"suspend-sink", "tappix_a", "1"});
     PulseServer::pactl({"suspend-sink", "tappix_a", "0"});
     const auto heard = test::levels(
@@ -188,7 +208,7 @@ TEST_F(PulsePlayer, ASuspendedAndResumedSinkSoundsAtOnce) {
     EXPECT_LT(output_->latencySeconds(), 0.05);
 }
 
-TEST_F(PulsePlayer, TappixKitPlayIsHeard) {
+TEST_P(PulsePlayer, TappixKitPlayIsHeard) {
     QTemporaryDir dir;
     QDir().mkpath(dir.filePath("kit/sounds"));
     std::string error;
@@ -212,7 +232,7 @@ TEST_F(PulsePlayer, TappixKitPlayIsHeard) {
     EXPECT_GT(heard.peakLeft, 0.3);
 }
 
-TEST_F(PulsePlayer, TheFirstSoundAfterASilenceIsAsQuickAsAnyOther) {
+TEST_P(PulsePlayer, TheFirstSoundAfterASilenceIsAsQuickAsAnyOther) {
     QElapsedTimer waited;
     waited.start();
     while (!output_->isIdle() && waited.elapsed() < 10000)
@@ -252,7 +272,7 @@ TEST_F(PulsePlayer, TheFirstSoundAfterASilenceIsAsQuickAsAnyOther) {
 // A device chosen before it exists (a headset not plugged in yet, a server that
 // comes up after login): sound plays on the default meanwhile and moves to the
 // device once it appears, with nothing more asked of the user.
-TEST_F(PulsePlayer, AChosenDeviceThatAppearsLaterTakesTheSound) {
+TEST_P(PulsePlayer, AChosenDeviceThatAppearsLaterTakesTheSound) {
     player_->setOutputDevice(std::string("tappix_late"));
     ASSERT_TRUE(waitUntil([&] { return output_->currentDevice() == "tappix_a"; }, 2000));
     EXPECT_GT(heardOn("tappix_a"), 0.3) << "silent while the chosen device is missing";
@@ -269,7 +289,7 @@ TEST_F(PulsePlayer, AChosenDeviceThatAppearsLaterTakesTheSound) {
 // The server restarts while the chosen device is gone: the stream must come up on
 // the default rather than keep asking for the missing sink, then return to the
 // device when it is back.
-TEST_F(PulsePlayer, AChosenDeviceMissingAfterARestartFallsBackToTheDefault) {
+TEST_P(PulsePlayer, AChosenDeviceMissingAfterARestartFallsBackToTheDefault) {
     {
         ExtraSink headset("tappix_c");
         player_->setOutputDevice(std::string("tappix_c"));
@@ -278,7 +298,7 @@ TEST_F(PulsePlayer, AChosenDeviceMissingAfterARestartFallsBackToTheDefault) {
         headset.module.clear(); // gone with the server
     }
     ASSERT_TRUE(server_->start());
-    PulseServer::pactl({"set-default-sink", "tappix_a"});
+    SoundServer::setDefault("sink", "tappix_a");
     ASSERT_TRUE(waitUntil([&] { return output_->currentDevice() == "tappix_a"; }, 3000))
         << "no stream on the default after the restart";
     EXPECT_GT(heardOn("tappix_a"), 0.3);
@@ -291,7 +311,7 @@ TEST_F(PulsePlayer, AChosenDeviceMissingAfterARestartFallsBackToTheDefault) {
 // goes out by re-sending the unplayed part of the buffer. The tone must come through
 // sample for sample (a re-send put a frame off, or an underrun, shifts its phase) and
 // every short sound must be heard exactly once.
-TEST_F(PulsePlayer, SoundsAddedWhilePlayingLeaveTheOthersUntouched) {
+TEST_P(PulsePlayer, SoundsAddedWhilePlayingLeaveTheOthersUntouched) {
     constexpr int kShort = 12; // with the tone, fewer than the 16 voices
     const std::uint64_t resendsBefore = output_->resends();
     const std::uint64_t underrunsBefore = output_->underruns();
@@ -337,7 +357,7 @@ TEST_F(PulsePlayer, SoundsAddedWhilePlayingLeaveTheOthersUntouched) {
 
 // Waking from the idle buffer must not starve the stream: the first sound after a
 // silence plays whole, without a gap.
-TEST_F(PulsePlayer, TheFirstSoundAfterASilencePlaysWhole) {
+TEST_P(PulsePlayer, TheFirstSoundAfterASilencePlaysWhole) {
     ASSERT_TRUE(waitUntil([&] { return output_->isIdle(); }, 10000));
     const auto recorded = server_->record(
         "tappix_a", [&] { player_->playBuffer(tone(0.3f), 1, -1, 1); }, 600);
@@ -352,4 +372,53 @@ TEST_F(PulsePlayer, TheFirstSoundAfterASilencePlaysWhole) {
     }
     // A starved stream leaves a gap of a tenth of a second; allow a loaded machine's hiccup.
     EXPECT_LE(longestSilentRun, 480u) << "a gap in the tone";
+}
+
+// tappix-doctor on the chosen device: the stream's configured latency, what the server
+// reports for the device and why it is what it is (here: the device was suspended); a
+// chosen device that is gone is named and the default described instead.
+TEST_P(PulsePlayer, TheDoctorSaysWhatTheOutputLatencyIsAndWhy) {
+    QTemporaryDir config;
+    auto doctor = [&](const QString& chosen) {
+        QDir().mkpath(config.filePath("tappix"));
+        QFile prefs(config.filePath("tappix/preferences.json"));
+        EXPECT_TRUE(prefs.open(QIODevice::WriteOnly));
+        prefs.write(QStringLiteral(R"({"outputDeviceUID":"%1"})").arg(chosen).toUtf8());
+        prefs.close();
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("XDG_CONFIG_HOME", config.path());
+        env.remove("DBUS_SESSION_BUS_ADDRESS"); // no running Tappix to ask
+        QProcess tool;
+        tool.setProcessEnvironment(env);
+        tool.start(QStringLiteral(TAPPIX_DOCTOR_PATH), {});
+        EXPECT_TRUE(tool.waitForFinished(30000));
+        return QString::fromLocal8Bit(tool.readAllStandardOutput());
+    };
+    PulseServer::pactl({"suspend-sink", "tappix_b", "1"});
+    const QString report = doctor("tappix_b");
+    PulseServer::pactl({"suspend-sink", "tappix_b", "0"});
+    const auto stream =
+        QRegularExpression("output stream on tappix_b: configured latency ([0-9.]+) ms")
+            .match(report);
+    ASSERT_TRUE(stream.hasMatch()) << report.toStdString();
+    EXPECT_GT(stream.captured(1).toDouble(), PulseOutput::kTargetLatencyMs - 1);
+    EXPECT_LT(stream.captured(1).toDouble(), 1000);
+    EXPECT_TRUE(QRegularExpression("device tappix_b: latency [0-9.]+ ms now, configured [0-9.]+ ms")
+                    .match(report)
+                    .hasMatch())
+        << report.toStdString();
+    // PulseAudio keeps a sink suspended by hand while streams play on it; PipeWire (0.3.65)
+    // wakes it for the doctor's stream. Either way the doctor names the suspension.
+    EXPECT_TRUE(QRegularExpression("why: the device (was|is) suspended").match(report).hasMatch())
+        << report.toStdString();
+    EXPECT_TRUE(QRegularExpression("underruns in a \\d+ ms test stream: \\d+ \\(Tappix is not "
+                                   "running\\)")
+                    .match(report)
+                    .hasMatch())
+        << report.toStdString();
+
+    const QString gone = doctor("tappix_gone");
+    EXPECT_TRUE(gone.contains("chosen output tappix_gone is not present")) << gone.toStdString();
+    EXPECT_TRUE(gone.contains("output stream on tappix_a: configured latency"))
+        << gone.toStdString();
 }

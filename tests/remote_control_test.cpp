@@ -18,6 +18,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <cmath>
 #include <cstring>
@@ -281,7 +282,18 @@ TEST_F(RemoteControl, TheCommandLineChangesSettingsAndRefusesBadInput) {
     EXPECT_EQ(QDBusConnection::sessionBus().call(setSleeping).errorName(),
               "org.freedesktop.DBus.Error.PropertyReadOnly");
     EXPECT_EQ(property("Volume").toDouble(), 0.3);
-    // --panel and --settings open the windows the UI tests then drive.
+
+    // The output's underrun count, read by tappix-doctor from the running Tappix.
+    const QVariant underruns = property("Underruns");
+    ASSERT_EQ(underruns.metaType(), QMetaType::fromType<qulonglong>());
+    QProcess doctor;
+    doctor.setProcessEnvironment(env_);
+    doctor.start(QStringLiteral(TAPPIX_DOCTOR_PATH), {});
+    ASSERT_TRUE(doctor.waitForFinished(30000));
+    const QString report = QString::fromLocal8Bit(doctor.readAllStandardOutput());
+    EXPECT_TRUE(
+        QRegularExpression("underruns since Tappix started: \\d+\n").match(report).hasMatch())
+        << report.toStdString();
 }
 
 TEST_F(RemoteControl, ToggleSilencesTypedKeysAndQuitWritesTheCounters) {

@@ -19,6 +19,8 @@ packages=(
     xvfb xauth xdotool pulseaudio pulseaudio-utils sox dbus bc
     # the window in front on KDE Plasma Wayland: KWin on a virtual screen, Qt's Wayland client
     kwin-wayland qt6-wayland
+    # the same audio tests on PipeWire with its PulseAudio layer
+    pipewire pipewire-pulse wireplumber
     # HTTPS feed servers with certificates made at test time
     openssl python3
     # windows driven through the accessibility tree, screenshots

@@ -1,19 +1,26 @@
 // tappix-doctor: tells a user why Tappix is silent, and shows what it hears.
 
+#include "audio/mixer.h"
 #include "input/key_event_service.h"
 #include "kits/soundpack_store.h"
 #include "platform/audio_backends.h"
 #include "platform/capture_backends.h"
+#include "platform/dbus/remote_control_client.h"
 #include "platform/evdev/input_recording.h"
 #include "platform/evdev/recording_replay.h"
+#include "settings/json_file_preferences.h"
 
 #include <QFile>
 
 #include <QCoreApplication>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QThread>
 #include <QTimer>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string_view>
 #include <tuple>
 
@@ -25,7 +32,10 @@ constexpr const char* kHelp =
     "Prints which way Tappix would capture keys on this machine and why: the readable\n"
     "keyboards by name, or the reason none is (with the command that fixes permissions),\n"
     "and whether this is an X11 or Wayland session; then the sound server, its default\n"
-    "output and the output devices, and the kit directories with the kits found there.\n"
+    "output and the output devices; the latency of Tappix's output stream on the chosen\n"
+    "device, what the server reports for the device and why it is what it is, and how\n"
+    "often the output ran dry since Tappix started; and the kit directories with the\n"
+    "kits found there.\n"
     "\n"
     "  --watch SECONDS  then capture for that long and print each event as it arrives,\n"
     "                   e.g. \"key 0 a down\" or \"mouse other up\".\n"
@@ -36,6 +46,8 @@ constexpr const char* kHelp =
     "                   libinput record hides which letter keys moved unless it ran\n"
     "                   with --show-keycodes.\n"
     "  -h, --help       show this text.\n";
+
+void describeLatency(tappix::AudioDeviceManager& devices);
 
 void describeAudio() {
     auto devices = tappix::makeAudioDeviceManager();
@@ -49,6 +61,92 @@ void describeAudio() {
                 fallback ? (fallback->name + " (" + fallback->uid + ")").c_str() : "none");
     for (const auto& device : devices->outputDevices())
         std::printf("audio: output device: %s (%s)\n", device.name.c_str(), device.uid.c_str());
+    describeLatency(*devices);
+}
+
+// How long the doctor's own output stream runs to learn its latency and count underruns.
+constexpr int kProbeMs = 600;
+// Beyond this a device's own latency is worth a reason.
+constexpr double kNoticeableSeconds = 0.005;
+
+double ms(double seconds) {
+    return seconds * 1000;
+}
+
+// The output device the user chose in the preferences, or none (the default).
+std::optional<std::string> chosenOutput() {
+    QFile file(tappix::JsonFilePreferences::defaultPath());
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    const QString uid =
+        QJsonDocument::fromJson(file.readAll()).object().value("outputDeviceUID").toString();
+    return uid.isEmpty() ? std::nullopt : std::optional<std::string>(uid.toStdString());
+}
+
+// The latency of an output stream like Tappix's on the chosen device, what the server
+// says about that device and why, and the underruns of the running Tappix.
+void describeLatency(tappix::AudioDeviceManager& devices) {
+    std::optional<std::string> sink = chosenOutput();
+    if (sink && !devices.deviceID(*sink)) {
+        std::printf("audio: chosen output %s is not present; Tappix plays on the default\n",
+                    sink->c_str());
+        sink.reset();
+    }
+    if (!sink) {
+        const auto fallback = devices.defaultOutput();
+        if (!fallback)
+            return;
+        sink = fallback->uid;
+    }
+    // Asked before the stream starts, which wakes a suspended device.
+    const auto before = devices.outputLatency(*sink);
+    tappix::Mixer mixer;
+    auto output = tappix::makeAudioOutput();
+    output->setDevice(sink);
+    if (!output->start(mixer)) {
+        std::printf("audio: no output stream could be opened on %s\n", sink->c_str());
+        return;
+    }
+    QThread::msleep(kProbeMs);
+    const auto during = devices.outputLatency(*sink);
+    std::printf("audio: output stream on %s: configured latency %.1f ms (what Tappix's "
+                "buffer and the device's own part add up to)\n",
+                sink->c_str(), ms(output->latencySeconds()));
+    if (during)
+        std::printf("audio: device %s: latency %.1f ms now, configured %.1f ms, %s\n",
+                    sink->c_str(), ms(during->currentSeconds), ms(during->configuredSeconds),
+                    during->dynamic ? "follows its streams" : "fixed");
+    if (during && during->currentSeconds == 0 && during->configuredSeconds == 0)
+        std::printf("audio: why: the server reports no latency for the device (PipeWire's "
+                    "PulseAudio layer reports none); the stream's figure is what is known\n");
+    if (during && during->suspended)
+        std::printf("audio: why: the device is suspended and stays so while a stream plays: "
+                    "nothing is heard until it is resumed (pactl suspend-sink %s 0)\n",
+                    sink->c_str());
+    else if (before && before->suspended)
+        std::printf("audio: why: the device was suspended while idle; it wakes with the first "
+                    "sound, which may come a moment late\n");
+    if (during && during->portOffsetSeconds != 0)
+        std::printf("audio: why: port %s adds %.1f ms (its latency offset, as Bluetooth "
+                    "devices have)\n",
+                    during->port.c_str(), ms(during->portOffsetSeconds));
+    if (during && !during->dynamic && during->configuredSeconds > kNoticeableSeconds)
+        std::printf("audio: why: the device's latency is fixed at %.1f ms; no stream can go "
+                    "below it\n",
+                    ms(during->configuredSeconds));
+    const std::uint64_t probeUnderruns = output->underruns();
+    output->stop();
+
+    const tappix::RemoteControlClient tappix;
+    const auto status =
+        tappix.isRunning() ? tappix.properties() : tappix::RemoteControlClient::Result{};
+    const QVariantMap properties = status.value.toMap();
+    if (status.ok && properties.contains("Underruns"))
+        std::printf("audio: underruns since Tappix started: %llu\n",
+                    properties.value("Underruns").toULongLong());
+    else
+        std::printf("audio: underruns in a %d ms test stream: %llu (Tappix is not running)\n",
+                    kProbeMs, static_cast<unsigned long long>(probeUnderruns));
 }
 
 void describeKits() {

@@ -84,7 +84,8 @@ int main(int argc, char** argv) {
         delegate.settings(), delegate.packStore(),
         {[&delegate] { delegate.showPanel(); },
          [&delegate](const QString& page) { delegate.openSettings(page); }, &QCoreApplication::quit,
-         [&delegate] { return delegate.sleepMonitor().isSleeping(); }});
+         [&delegate] { return delegate.sleepMonitor().isSleeping(); },
+         [&delegate] { return delegate.audioPlayer().output().underruns(); }});
     QObject::connect(&delegate, &tappix::AppDelegate::sleepingChanged, &remote,
                      &tappix::RemoteControlService::sleepingChanged);
     remote.publish(QDBusConnection::sessionBus());

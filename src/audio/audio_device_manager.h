@@ -26,6 +26,22 @@ public:
         friend bool operator==(const Device&, const Device&) = default;
     };
 
+    /// What the server says about an output device's latency (for diagnostics).
+    struct OutputLatency {
+        /// The device's latency now, as the server reports it (a port's offset included).
+        double currentSeconds = 0;
+        /// The latency the device is configured to now (what the streams on it asked for).
+        double configuredSeconds = 0;
+        /// Whether the device can follow what the streams ask for (false: fixed).
+        bool dynamic = false;
+        /// Whether the device is suspended (it wakes with the first sound).
+        bool suspended = false;
+        /// The latency offset of the device's active port (Bluetooth headsets have one).
+        double portOffsetSeconds = 0;
+        /// The active port's name, or empty.
+        std::string port;
+    };
+
     virtual ~AudioDeviceManager() = default;
 
     /// Output devices in the server's order; nameless ones are left out.
@@ -46,6 +62,10 @@ public:
     virtual bool isServerReachable() = 0;
     /// The server's name and version, when reachable (for diagnostics).
     virtual std::string serverDescription() = 0;
+    /// What the server reports about the latency of the output device `uid`, or none.
+    virtual std::optional<OutputLatency> outputLatency(const std::string& /*uid*/) {
+        return std::nullopt;
+    }
 
     /// Calls `onChanged` whenever the answers above may have changed: a device came or
     /// went, a default changed, the server was reached again or lost. It runs on a

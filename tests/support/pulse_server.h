@@ -16,55 +16,26 @@
 
 namespace tappix::test {
 
-/// A private PulseAudio server for one test binary: two 48 kHz float null sinks
-/// ("tappix_a", the default, and "tappix_b") and a null source as the default
-/// microphone ("tappix_mic") on its own socket, exported to this process as
-/// PULSE_SERVER. Nothing system-wide is touched.
-class PulseServer {
+/// A private sound server for one test binary, spoken to through the PulseAudio
+/// protocol: two 48 kHz float null sinks ("tappix_a", the default, and "tappix_b") and
+/// a silent source as the default microphone ("tappix_mic"), on a socket of its own
+/// exported to this process as PULSE_SERVER. Nothing system-wide is touched.
+class SoundServer {
 public:
-    PulseServer() {
-        socket_ = dir_.filePath(QStringLiteral("native"));
-        qputenv("PULSE_SERVER", ("unix:" + socket_).toLocal8Bit());
-        qputenv("PULSE_CLIENTCONFIG", dir_.filePath(QStringLiteral("client.conf")).toLocal8Bit());
-        start();
-    }
-    ~PulseServer() { kill(); }
+    virtual ~SoundServer() = default;
 
-    /// Starts (or restarts) the server on the same socket; true once it answers.
-    bool start() {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("HOME"), dir_.path());
-        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), dir_.path());
-        env.insert(QStringLiteral("PULSE_RUNTIME_PATH"), dir_.filePath(QStringLiteral("runtime")));
-        env.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"));
-        server_.setProcessEnvironment(env);
-        server_.setStandardOutputFile(QProcess::nullDevice());
-        server_.setStandardErrorFile(dir_.filePath(QStringLiteral("server.log")));
-        const QString sink =
-            QStringLiteral("module-null-sink sink_name=%1 rate=48000 format=float32le channels=2 "
-                           "sink_properties=device.description=%2");
-        server_.start(QStringLiteral("pulseaudio"),
-                      {"-n", "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
-                       "--log-target=stderr", "-L",
-                       "module-native-protocol-unix socket=" + socket_ + " auth-anonymous=1", "-L",
-                       sink.arg("tappix_a", "Speakers-A"), "-L", sink.arg("tappix_b", "Speakers-B"),
-                       "-L", "module-null-source source_name=tappix_mic"});
-        QElapsedTimer timer;
-        timer.start();
-        while (timer.elapsed() < 5000) {
-            if (pactl({"info"}).contains("Server Name")) {
-                pactl({"set-default-source", "tappix_mic"});
-                return true;
-            }
-            QThread::msleep(50);
-        }
-        return false;
-    }
-
+    /// Starts (or restarts) the server on the same socket; true once it answers with its
+    /// sinks and defaults in place.
+    virtual bool start() = 0;
     /// Kills the server outright, as a crash would.
-    void kill() {
-        server_.kill();
-        server_.waitForFinished(3000);
+    virtual void kill() = 0;
+    /// Whether the first start succeeded.
+    bool started() const { return started_; }
+    /// What the server wrote about itself, for a failure message.
+    QString log() const {
+        QFile file(dir_.filePath(QStringLiteral("server.log")));
+        file.open(QIODevice::ReadOnly);
+        return QString::fromLocal8Bit(file.readAll().right(2000));
     }
 
     /// Starts a recording client on a source (the default microphone when empty);
@@ -86,6 +57,23 @@ public:
         tool.start(QStringLiteral("pactl"), arguments);
         tool.waitForFinished(5000);
         return QString::fromLocal8Bit(tool.readAllStandardOutput());
+    }
+
+    /// Makes `name` the default sink (or source, with `what` "source") and waits until the
+    /// server reports it: PipeWire (0.3.65) answers with the old default for a moment
+    /// after pactl returns, until WirePlumber has stored the new one.
+    static void setDefault(const QString& what, const QString& name) {
+        const QString expected =
+            QStringLiteral("Default %1: %2\n")
+                .arg(what == QLatin1String("source") ? "Source" : "Sink", name);
+        QElapsedTimer timer;
+        timer.start();
+        do {
+            pactl({"set-default-" + what, name});
+            if (pactl({"info"}).contains(expected))
+                return;
+            QThread::msleep(20);
+        } while (timer.elapsed() < 3000);
     }
 
     /// Records a sink's monitor (stereo float frames) while `action` runs, plus `tailMs`.
@@ -117,8 +105,67 @@ public:
         return frames;
     }
 
-private:
+protected:
+    /// Points this process's PulseAudio clients at `socket`.
+    void exportSocket(const QString& socket) {
+        qputenv("PULSE_SERVER", ("unix:" + socket).toLocal8Bit());
+        qputenv("PULSE_CLIENTCONFIG", dir_.filePath(QStringLiteral("client.conf")).toLocal8Bit());
+    }
+    /// Waits until the server answers, then sets the default microphone.
+    static bool answers() {
+        QElapsedTimer timer;
+        timer.start();
+        while (timer.elapsed() < 5000) {
+            if (pactl({"info"}).contains("Server Name")) {
+                pactl({"set-default-source", "tappix_mic"});
+                return true;
+            }
+            QThread::msleep(50);
+        }
+        return false;
+    }
+
     QTemporaryDir dir_;
+    bool started_ = false;
+};
+
+/// The private server as a PulseAudio daemon.
+class PulseServer final : public SoundServer {
+public:
+    PulseServer() {
+        socket_ = dir_.filePath(QStringLiteral("native"));
+        exportSocket(socket_);
+        started_ = start();
+    }
+    ~PulseServer() override { kill(); }
+
+    bool start() override {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("HOME"), dir_.path());
+        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), dir_.path());
+        env.insert(QStringLiteral("PULSE_RUNTIME_PATH"), dir_.filePath(QStringLiteral("runtime")));
+        env.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"));
+        server_.setProcessEnvironment(env);
+        server_.setStandardOutputFile(QProcess::nullDevice());
+        server_.setStandardErrorFile(dir_.filePath(QStringLiteral("server.log")));
+        const QString sink =
+            QStringLiteral("module-null-sink sink_name=%1 rate=48000 format=float32le channels=2 "
+                           "sink_properties=device.description=%2");
+        server_.start(QStringLiteral("pulseaudio"),
+                      {"-n", "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
+                       "--log-target=stderr", "-L",
+                       "module-native-protocol-unix socket=" + socket_ + " auth-anonymous=1", "-L",
+                       sink.arg("tappix_a", "Speakers-A"), "-L", sink.arg("tappix_b", "Speakers-B"),
+                       "-L", "module-null-source source_name=tappix_mic"});
+        return answers();
+    }
+
+    void kill() override {
+        server_.kill();
+        server_.waitForFinished(3000);
+    }
+
+private:
     QString socket_;
     QProcess server_;
 };

@@ -19,6 +19,7 @@ const QString kVolume = QStringLiteral("Volume");
 const QString kKit = QStringLiteral("Kit");
 const QString kMix = QStringLiteral("Mix");
 const QString kSleeping = QStringLiteral("Sleeping");
+const QString kUnderruns = QStringLiteral("Underruns");
 
 QDBusMessage error(const QDBusMessage& message, const char* name, const QString& text) {
     return message.createErrorReply(QString::fromLatin1(name), text);
@@ -91,6 +92,7 @@ QVariantMap RemoteControlService::properties() const {
         {kKit, settings_.selectedPackIdText()},
         {kMix, settings_.activeMixId().value_or(QString())},
         {kSleeping, actions_.isSleeping && actions_.isSleeping()},
+        {kUnderruns, static_cast<qulonglong>(actions_.underruns ? actions_.underruns() : 0)},
     };
 }
 
@@ -99,7 +101,9 @@ void RemoteControlService::sleepingChanged() {
 }
 
 void RemoteControlService::announceChanges() {
-    const QVariantMap now = properties();
+    QVariantMap now = properties();
+    // A counter read on demand: announcing each underrun would flood the bus.
+    now.remove(kUnderruns);
     QVariantMap changed;
     for (auto it = now.begin(); it != now.end(); ++it)
         if (announced_.value(it.key()) != it.value())
@@ -128,6 +132,11 @@ QString RemoteControlService::introspect(const QString&) const {
                           "    <property name=\"Kit\" type=\"s\" access=\"readwrite\"/>\n"
                           "    <property name=\"Mix\" type=\"s\" access=\"readwrite\"/>\n"
                           "    <property name=\"Sleeping\" type=\"b\" access=\"read\"/>\n"
+                          "    <property name=\"Underruns\" type=\"t\" access=\"read\">\n"
+                          "      <annotation "
+                          "name=\"org.freedesktop.DBus.Property.EmitsChangedSignal\" "
+                          "value=\"false\"/>\n"
+                          "    </property>\n"
                           "  </interface>\n");
 }
 
@@ -260,9 +269,9 @@ QDBusMessage RemoteControlService::set(const QDBusMessage& message, const QStrin
                                        .arg(id, known.join(QStringLiteral(", "))));
             settings_.setActiveMix(id);
         }
-    } else if (name == kSleeping) {
+    } else if (name == kSleeping || name == kUnderruns) {
         return message.createErrorReply(QDBusError::PropertyReadOnly,
-                                        QStringLiteral("Sleeping is read-only"));
+                                        QStringLiteral("%1 is read-only").arg(name));
     } else {
         return message.createErrorReply(QDBusError::UnknownProperty,
                                         QStringLiteral("No property \"%1\"").arg(name));

@@ -5,6 +5,7 @@
 #include <QString>
 #include <QStringList>
 #include <QVariantMap>
+#include <cstdint>
 #include <functional>
 
 namespace tappix {
@@ -16,7 +17,8 @@ class SoundpackStore;
 /// scripts can drive it: name `app.morvane.tappix`, object `/app/morvane/tappix`,
 /// interface `app.morvane.tappix.Control` with methods Toggle, ShowPanel,
 /// OpenSettings(s page) and Quit, and properties Enabled (b), Volume (d, 0-1), Kit
-/// (s), Mix (s, "" for none), all read-write, and Sleeping (b, read-only).
+/// (s), Mix (s, "" for none), all read-write, and Sleeping (b) and Underruns (t, how
+/// often the sound output ran dry since start; not announced), read-only.
 ///
 /// Writes go through the settings store, so they persist like any other change.
 /// Bad input (a volume outside 0-1, an unknown kit, mix or page) answers a named
@@ -41,6 +43,7 @@ public:
         std::function<void(const QString& page)> openSettings;
         std::function<void()> quit;
         std::function<bool()> isSleeping;
+        std::function<std::uint64_t()> underruns;
     };
 
     /// A service over these stores; nothing is on the bus until `publish`. Main thread.

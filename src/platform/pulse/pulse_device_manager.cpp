@@ -307,6 +307,70 @@ std::string PulseDeviceManager::serverDescription() {
     return facts.ok ? facts.description : std::string();
 }
 
+std::optional<AudioDeviceManager::OutputLatency>
+PulseDeviceManager::outputLatency(const std::string& uid) {
+    Locked lock(connection_);
+    pa_context* context = begin();
+    if (!context)
+        return std::nullopt;
+    struct Query {
+        PulseDeviceManager* self;
+        std::optional<OutputLatency> latency = std::nullopt;
+        std::uint32_t card = PA_INVALID_INDEX;
+        bool done = false;
+    } query{this};
+    pa_operation* op = pa_context_get_sink_info_by_name(
+        context, uid.c_str(),
+        [](pa_context*, const pa_sink_info* info, int eol, void* data) {
+            auto* q = static_cast<Query*>(data);
+            if (eol) {
+                q->done = true;
+                q->self->connection_.signal();
+                return;
+            }
+            if (!info)
+                return;
+            OutputLatency latency;
+            latency.currentSeconds = static_cast<double>(info->latency) / 1e6;
+            latency.configuredSeconds = static_cast<double>(info->configured_latency) / 1e6;
+            latency.dynamic = (info->flags & PA_SINK_DYNAMIC_LATENCY) != 0;
+            latency.suspended = info->state == PA_SINK_SUSPENDED;
+            if (info->active_port && info->active_port->name)
+                latency.port = info->active_port->name;
+            q->latency = latency;
+            q->card = info->card;
+        },
+        &query);
+    if (!await(op, query.done) || !query.latency)
+        return std::nullopt;
+    if (query.card == PA_INVALID_INDEX || query.latency->port.empty())
+        return query.latency;
+    // The offset belongs to the card's port of the same name.
+    struct Card {
+        PulseDeviceManager* self;
+        const std::string* port;
+        std::int64_t offsetUs = 0;
+        bool done = false;
+    } card{this, &query.latency->port};
+    op = pa_context_get_card_info_by_index(
+        context, query.card,
+        [](pa_context*, const pa_card_info* info, int eol, void* data) {
+            auto* c = static_cast<Card*>(data);
+            if (eol) {
+                c->done = true;
+                c->self->connection_.signal();
+                return;
+            }
+            for (std::uint32_t i = 0; info && i < info->n_ports; ++i)
+                if (info->ports[i]->name && *c->port == info->ports[i]->name)
+                    c->offsetUs = info->ports[i]->latency_offset;
+        },
+        &card);
+    if (await(op, card.done))
+        query.latency->portOffsetSeconds = static_cast<double>(card.offsetUs) / 1e6;
+    return query.latency;
+}
+
 bool anyProcessHoldsVideoDevice(const std::string& procRoot) {
     DIR* processes = ::opendir(procRoot.c_str());
     if (!processes)

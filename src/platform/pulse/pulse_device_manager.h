@@ -38,6 +38,7 @@ public:
     bool isCameraInUse() override;
     bool isServerReachable() override;
     std::string serverDescription() override;
+    std::optional<OutputLatency> outputLatency(const std::string& uid) override;
     void setOnDevicesChanged(std::function<void()> onChanged) override;
 
 private:

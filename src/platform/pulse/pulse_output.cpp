@@ -385,6 +385,14 @@ bool PulseOutput::resendWithNewSounds() {
     // The server's read position now: its last report moved on by the time since.
     // The sink takes data up to its configured latency ahead of that, so start past it
     // (measured on a null sink: writing within it costs occasional underruns).
+    // PipeWire's PulseAudio layer (0.3.65) moves the read index a whole quantum at a time
+    // and reports the quantum as the configured sink latency (measured with Tappix alone on
+    // a null sink: 5333 us, read indexes all multiples of 256 frames), so there this margin
+    // is one quantum. Going instead to the first cycle start past the extrapolated position
+    // made busy keys as quick as keys after quiet in the paired bench, but the re-send test
+    // then failed 3 runs in 10 against 5 in 30 for this placement, and 4 of 12 tones
+    // re-sent that way began mid-wave (none of 12 with this placement): pipewire-pulse has
+    // already taken data past the index it reports.
     const auto age = static_cast<std::int64_t>(pa_timeval_age(&timing->timestamp));
     const auto margin = static_cast<std::int64_t>(kResendMarginUs + timing->configured_sink_usec);
     const std::int64_t readNow = timing->read_index / static_cast<std::int64_t>(kFrameBytes) +

@@ -1,0 +1,147 @@
+#pragma once
+
+#include "support/pulse_server.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QStandardPaths>
+#include <csignal>
+#include <memory>
+#include <string>
+#include <unistd.h>
+
+namespace tappix::test {
+
+/// The private server as PipeWire with WirePlumber and its PulseAudio layer
+/// (pipewire-pulse), the stack most desktops run: all three inside a session bus of
+/// their own, with a private 0700 runtime directory, configuration and state, and
+/// WirePlumber's ALSA, Bluetooth and camera monitors off, so a machine's real devices
+/// are never opened. The sinks and the microphone are loaded through pactl.
+///
+/// It runs as root as well (CI containers have no user session): PipeWire 0.3.65 does
+/// not refuse root, and under root in a container the only complaint in the log is the
+/// session bus failing to raise its file limit. The stack is up in about 0.3 s.
+class PipeWireServer final : public SoundServer {
+public:
+    PipeWireServer() {
+        runtime_ = dir_.filePath(QStringLiteral("runtime"));
+        QDir().mkpath(runtime_);
+        QFile::setPermissions(runtime_, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                            QFileDevice::ExeOwner);
+        const QString config = dir_.filePath(QStringLiteral("config/wireplumber"));
+        for (const auto& [folder, line] :
+             {std::pair{"main.lua.d", "alsa_monitor.enabled = false\n"
+                                      "v4l2_monitor.enabled = false\n"
+                                      "libcamera_monitor.enabled = false\n"},
+              std::pair{"bluetooth.lua.d", "bluez_monitor.enabled = false\n"}}) {
+            QDir().mkpath(config + "/" + folder);
+            QFile file(config + "/" + folder + "/51-tappix-test.lua");
+            if (file.open(QIODevice::WriteOnly))
+                file.write(line);
+        }
+        exportSocket(runtime_ + QStringLiteral("/pulse/native"));
+        started_ = start();
+    }
+    ~PipeWireServer() override { kill(); }
+
+    /// Whether the three programs are installed.
+    static bool isInstalled() {
+        for (const char* program :
+             {"pipewire", "wireplumber", "pipewire-pulse", "dbus-run-session"})
+            if (QStandardPaths::findExecutable(QString::fromLatin1(program)).isEmpty())
+                return false;
+        return true;
+    }
+
+    bool start() override {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("HOME"), dir_.path());
+        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime_);
+        env.insert(QStringLiteral("XDG_CONFIG_HOME"), dir_.filePath(QStringLiteral("config")));
+        env.insert(QStringLiteral("XDG_STATE_HOME"), dir_.filePath(QStringLiteral("state")));
+        env.remove(QStringLiteral("PULSE_SERVER"));
+        env.remove(QStringLiteral("PIPEWIRE_REMOTE"));
+        env.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"));
+        env.remove(QStringLiteral("DISPLAY"));
+        server_.setProcessEnvironment(env);
+        server_.setStandardOutputFile(QProcess::nullDevice());
+        server_.setStandardErrorFile(dir_.filePath(QStringLiteral("server.log")),
+                                     QIODevice::Append);
+        // Its own process group, so a kill takes the whole stack, as a crash of the
+        // user's session audio would.
+        server_.setChildProcessModifier([] { ::setsid(); });
+        // WirePlumber needs PipeWire's socket; pipewire-pulse is served by both.
+        server_.start(QStringLiteral("dbus-run-session"),
+                      {"--", "sh", "-c",
+                       "pipewire & i=0; while [ ! -S \"$XDG_RUNTIME_DIR/pipewire-0\" ] && "
+                       "[ $i -lt 100 ]; do sleep 0.05; i=$((i+1)); done; "
+                       "wireplumber & pipewire-pulse & wait"});
+        if (!server_.waitForStarted(3000) || !answers())
+            return false;
+        const QString sink = QStringLiteral("sink_name=%1 rate=48000 format=float32le channels=2 "
+                                            "sink_properties=device.description=%2");
+        for (const auto& [name, description] :
+             {std::pair{"tappix_a", "Speakers-A"}, std::pair{"tappix_b", "Speakers-B"}})
+            pactl(QStringList{"load-module", "module-null-sink"} +
+                  sink.arg(name, description).split(' '));
+        // pipewire-pulse (0.3.65) has no module-null-source: a null sink made a source
+        // by its media class is the silent microphone.
+        pactl({"load-module", "module-null-sink", "media.class=Audio/Source/Virtual",
+               "sink_name=tappix_mic", "channels=2"});
+        // WirePlumber makes a new default known a moment after it is set.
+        QElapsedTimer timer;
+        timer.start();
+        while (timer.elapsed() < 5000) {
+            pactl({"set-default-sink", "tappix_a"});
+            pactl({"set-default-source", "tappix_mic"});
+            const QString info = pactl({"info"});
+            if (info.contains("Default Sink: tappix_a\n") &&
+                info.contains("Default Source: tappix_mic\n"))
+                return true;
+            QThread::msleep(100);
+        }
+        return false;
+    }
+
+    void kill() override {
+        if (server_.state() == QProcess::NotRunning)
+            return;
+        ::kill(-static_cast<pid_t>(server_.processId()), SIGKILL);
+        server_.waitForFinished(3000);
+        // A killed PipeWire leaves its sockets; the next start replaces them.
+        QFile::remove(runtime_ + QStringLiteral("/pipewire-0"));
+        QFile::remove(runtime_ + QStringLiteral("/pipewire-0.lock"));
+        QFile::remove(runtime_ + QStringLiteral("/pulse/native"));
+    }
+
+private:
+    QString runtime_;
+    QProcess server_;
+};
+
+/// The private sound servers the audio tests run against, by name: "pulseaudio" or
+/// "pipewire".
+inline std::unique_ptr<SoundServer> makeSoundServer(const std::string& kind) {
+    if (kind == "pipewire")
+        return std::make_unique<PipeWireServer>();
+    return std::make_unique<PulseServer>();
+}
+
+/// Why the audio tests cannot run on `kind`'s server, or empty when it runs. Only a
+/// PipeWire stack that cannot start is a reason to skip; the tests say so by name.
+inline std::string whyNotRunning(const std::string& kind, const SoundServer* server) {
+    if (kind == "pipewire" && !PipeWireServer::isInstalled())
+        return "PipeWire is not installed (tools/install-deps.sh installs pipewire, "
+               "pipewire-pulse and wireplumber)";
+    if (!server || !server->started())
+        return kind + " could not start: " + (server ? server->log().toStdString() : "");
+    return {};
+}
+
+/// The servers' names as test-name suffixes.
+inline std::string serverName(const ::testing::TestParamInfo<std::string>& info) {
+    return info.param;
+}
+
+} // namespace tappix::test
