@@ -3,6 +3,7 @@
 #include "core/log.h"
 #include "input/key_codes.h"
 #include "kits/kit_catalog.h"
+#include "platform/pack_import.h"
 #include "platform/sndfile/sndfile_decoder.h"
 
 #include <QCoreApplication>
@@ -131,6 +132,7 @@ void AppDelegate::makeShell() {
                                std::string& error) {
         return writeWav(samples, QFile::encodeName(path).toStdString(), error);
     };
+    services.importPack = &tappix::importPack;
     services.captureIsPossible = [this] { return captureIsPossible_ && captureIsPossible_(); };
     services.scheduler = &scheduler_;
     shell_ = std::make_unique<DesktopShell>(services);

@@ -54,6 +54,7 @@ DesktopShell::DesktopShell(Services services, QObject* parent)
       mixEditor_(services.settings, services.packs, services.engine),
       designer_(services.packs, services.settings, services.engine, services.player,
                 services.writeSamples),
+      kitImport_(services.packs, services.settings, services.engine, services.importPack),
       tuner_(services.packs, services.settings),
       outputDevices_(services.settings, services.devices,
                      services.player ? &services.player->output() : nullptr),
@@ -67,11 +68,13 @@ DesktopShell::DesktopShell(Services services, QObject* parent)
             [this] { panelModel_.setMixCount(mixes_.count()); });
     connect(&kits_, &KitListModel::currentChanged, this,
             [this] { panelModel_.setCurrentKitName(kits_.currentName()); });
-    // A designed kit, once saved, is listed at once under the user's own.
-    connect(&designer_, &DesignerViewModel::packsReloaded, this, [this] {
+    // A designed or imported kit, once written, is listed at once under the user's own.
+    const auto listNewKits = [this] {
         kits_.reload();
         tuner_.kitsReloaded();
-    });
+    };
+    connect(&designer_, &DesignerViewModel::packsReloaded, this, listNewKits);
+    connect(&kitImport_, &KitImportViewModel::packsReloaded, this, listNewKits);
     menuBar_ = std::make_unique<MenuBarController>(services_.settings, panelModel_,
                                                    [this] { return makeWindow(kPanelUrl); });
     if (services_.keyCast) {
@@ -115,6 +118,7 @@ QVariantMap DesktopShell::pageModels() {
     // Each settings page's own view model, by the name its page reads.
     return {{QStringLiteral("mixEditor"), QVariant::fromValue<QObject*>(&mixEditor_)},
             {QStringLiteral("designer"), QVariant::fromValue<QObject*>(&designer_)},
+            {QStringLiteral("kitImport"), QVariant::fromValue<QObject*>(&kitImport_)},
             {QStringLiteral("tuner"), QVariant::fromValue<QObject*>(&tuner_)},
             {QStringLiteral("devices"), QVariant::fromValue<QObject*>(&outputDevices_)},
             {QStringLiteral("behaviour"), QVariant::fromValue<QObject*>(&behaviour_)},

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "kits/pack_importer.h"
+
 #include <QString>
 #include <functional>
 #include <string>
@@ -43,6 +45,10 @@ struct ShellServices {
     /// reason. Any thread (kits designed in the views are written off the main thread).
     std::function<bool(const std::vector<float>&, const QString& path, std::string& error)>
         writeSamples = {};
+    /// Imports a keyboard-sound pack made for another program (a folder or a .zip) as a
+    /// kit in the user kit directory. Any thread (the Sound page imports off the main thread).
+    std::function<PackImportResult(const QString& path, const PackImporter::Options& options)>
+        importPack = {};
     /// Whether keys can be captured now (the first-run window's steps).
     std::function<bool()> captureIsPossible = {};
     /// Timers for the views' models; the Qt event loop's when null.
