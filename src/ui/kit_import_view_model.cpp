@@ -5,6 +5,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QStandardPaths>
 #include <memory>
 
 namespace tappix {
@@ -35,6 +36,12 @@ KitImportViewModel::KitImportViewModel(SoundpackStore& packs, SettingsStore& set
 KitImportViewModel::~KitImportViewModel() {
     // A large pack would hold up quitting; the importer stops before its next file.
     cancel_ = true;
+}
+
+QUrl KitImportViewModel::startFolder() {
+    const QString downloads = QStandardPaths::writableLocation(QStandardPaths::DownloadLocation);
+    return QUrl::fromLocalFile(
+        !downloads.isEmpty() && QFileInfo(downloads).isDir() ? downloads : QDir::homePath());
 }
 
 QString KitImportViewModel::packPath(const QUrl& url) {

@@ -29,6 +29,7 @@ class KitImportViewModel final : public QObject {
     Q_PROPERTY(QString status READ status NOTIFY resultChanged)
     Q_PROPERTY(bool failed READ failed NOTIFY resultChanged)
     Q_PROPERTY(QStringList problems READ problems NOTIFY resultChanged)
+    Q_PROPERTY(QUrl startFolder READ startFolder CONSTANT)
 
 public:
     /// Imports the pack at a path into a kit; called off the main thread.
@@ -50,6 +51,9 @@ public:
     bool failed() const { return failed_; }
     /// What the last import could not use, one line each.
     QStringList problems() const { return problems_; }
+
+    /// Where the file dialog opens: the Downloads folder, or home without one.
+    static QUrl startFolder();
 
     /// The path to import for `url`: a local folder or file, and for a pack's own
     /// config.json the folder that holds it. Empty for anything not on this machine.

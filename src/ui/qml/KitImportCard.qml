@@ -55,6 +55,15 @@ SettingsSection {
         Layout.rightMargin: 14
         Layout.bottomMargin: 12
 
+        Rectangle {
+            color: card.theme.divider
+            implicitHeight: 1
+            Layout.fillWidth: true
+            Layout.leftMargin: -2
+            Layout.rightMargin: -2
+            Layout.bottomMargin: 4
+        }
+
         RowLayout {
             spacing: 8
             Layout.fillWidth: true
@@ -139,6 +148,7 @@ SettingsSection {
     FileDialog {
         id: dialog
         title: "Import a sound pack"
+        currentFolder: card.kitImport.startFolder
         nameFilters: ["Sound packs (*.zip config.json)", "All files (*)"]
         onAccepted: card.kitImport.importPack(selectedFile)
     }
