@@ -118,20 +118,40 @@ SettingsSection {
                 keyNavigationEnabled: true
                 model: card.kitImport.problems
                 spacing: 4
-                ScrollBar.vertical: ScrollBar { policy: ScrollBar.AsNeeded }
+                // Always shown when the lines overflow, so a long list is seen to scroll.
+                ScrollBar.vertical: ScrollBar {
+                    policy: problemList.contentHeight > problemList.height ? ScrollBar.AlwaysOn
+                                                                          : ScrollBar.AsNeeded
+                }
                 Accessible.role: Accessible.List
                 Accessible.name: "Import problems"
-                delegate: Text {
+                delegate: Item {
+                    id: line
                     required property string modelData
                     required property int index
-                    width: problemList.width - 10
-                    text: "• " + modelData
-                    color: problemList.currentIndex === index && problemList.activeFocus
-                           ? card.theme.text : card.theme.mutedText
-                    font.pixelSize: 11
-                    wrapMode: Text.Wrap
+                    readonly property color ink: problemList.currentIndex === index
+                                                 && problemList.activeFocus
+                                                 ? card.theme.text : card.theme.mutedText
+                    width: problemList.width - 12
+                    implicitHeight: body.implicitHeight
                     Accessible.role: Accessible.ListItem
                     Accessible.name: modelData
+                    Text {
+                        id: bullet
+                        text: "•"
+                        color: line.ink
+                        font.pixelSize: 11
+                    }
+                    Text {
+                        id: body
+                        anchors.left: bullet.right
+                        anchors.leftMargin: 5
+                        anchors.right: parent.right
+                        text: line.modelData
+                        color: line.ink
+                        font.pixelSize: 11
+                        wrapMode: Text.Wrap
+                    }
                 }
             }
         }
