@@ -25,6 +25,7 @@ public:
         /// Why no kit was written or chosen; empty on success.
         QString error;
 
+        /// Whether a kit was written.
         bool ok() const { return error.isEmpty() && !kitId.isEmpty(); }
     };
     /// The work: runs on the job thread and returns what it wrote.
