@@ -19,7 +19,8 @@ trap 'rm -rf "$work"' EXIT
 [ "$(dpkg-deb -f "$deb" Section)" = sound ] && pass "section sound" || fail "section"
 depends=$(dpkg-deb -f "$deb" Depends)
 for needed in libc6 libqt6core6 libqt6quick6 libpulse0 libsndfile1 libevdev2 libzip4 \
-    qml6-module-qtquick-controls qml6-module-qtquick-dialogs libqt6svg6 qt6-qpa-plugins; do
+    qml6-module-qtquick-controls qml6-module-qtquick-dialogs qml6-module-qt-labs-folderlistmodel \
+    libqt6svg6 qt6-qpa-plugins; do
     grep -qE "(^|, )$needed( |,|$)" <<<"$depends" || fail "Depends lacks $needed"
 done
 pass "Depends: $depends"

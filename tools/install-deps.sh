@@ -13,7 +13,7 @@ packages=(
     qt6-declarative-dev qt6-declarative-dev-tools qt6-svg-dev qt6-qpa-plugins
     qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-templates
     qml6-module-qtquick-layouts qml6-module-qtquick-window qml6-module-qtqml-workerscript
-    qml6-module-qtquick-dialogs qml6-module-qttest
+    qml6-module-qtquick-dialogs qml6-module-qt-labs-folderlistmodel qml6-module-qttest
     # tests and benchmarks
     libgtest-dev libgmock-dev libbenchmark-dev libfftw3-dev
     xvfb xauth xdotool pulseaudio pulseaudio-utils sox dbus bc

@@ -41,6 +41,7 @@ for target in "${targets[@]}"; do
     fi
     grep -E "^stat::(number_of_executed_units|average_exec_per_sec|new_units_added|peak_rss_mb)" \
         "$log" | sed "s/^/  /" || true
-    grep -m1 -E "cov: [0-9]+" "$log" >/dev/null && tail -n 20 "$log" | grep -E "^#[0-9]+.*cov:" | tail -n1 | sed "s/^/  /" || true
+    # The last progress line: coverage (cov), features (ft) and the corpus (corp: files/bytes).
+    grep -E "^#[0-9]+.*cov: [0-9]+" "$log" | tail -n1 | sed "s/^/  /" || true
 done
 exit $failed

@@ -4,6 +4,7 @@
 #include "input/key_codes.h"
 #include "kits/kit_catalog.h"
 #include "platform/audio_backends.h"
+#include "platform/pack_import.h"
 #include "platform/sndfile/sndfile_decoder.h"
 #ifdef TAPPIX_WITH_X11
 #include "platform/x11/x11_compositor.h"
@@ -153,6 +154,7 @@ void AppDelegate::makeShell() {
                                std::string& error) {
         return writeWav(samples, QFile::encodeName(path).toStdString(), error);
     };
+    services.importPack = &tappix::importPack;
     services.captureIsPossible = [this] { return captureIsPossible_ && captureIsPossible_(); };
     services.windowsDrawClear = [] {
 #ifdef TAPPIX_WITH_X11

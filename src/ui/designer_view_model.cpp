@@ -1,11 +1,8 @@
 #include "ui/designer_view_model.h"
 
 #include "audio/audio_player.h"
-#include "audio/sound_engine.h"
 #include "kits/soundpack_store.h"
-#include "settings/settings_store.h"
 
-#include <QMetaObject>
 #include <algorithm>
 #include <cmath>
 
@@ -33,15 +30,15 @@ QVariantMap rangeMap(const SwitchDesigner::Range& range) {
 DesignerViewModel::DesignerViewModel(SoundpackStore& packs, SettingsStore& settings,
                                      SoundEngine* engine, AudioPlayer* player,
                                      SwitchDesigner::SampleWriter writer, QObject* parent)
-    : QObject(parent), packs_(packs), settings_(settings), engine_(engine), player_(player),
-      designer_(std::move(writer)) {
-    saves_.setMaxThreadCount(1);
+    : QObject(parent), packs_(packs), player_(player), designer_(std::move(writer)),
+      saves_(packs, settings, engine) {
+    // Save is greyed out while a save runs, and open again once it ends.
+    connect(&saves_, &UserKitJobs::busyChanged, this, [this] {
+        Q_EMIT busyChanged();
+        Q_EMIT canSaveChanged();
+    });
+    connect(&saves_, &UserKitJobs::packsReloaded, this, &DesignerViewModel::packsReloaded);
     changeParams(params_);
-}
-
-DesignerViewModel::~DesignerViewModel() {
-    // The save's report back is dropped with this object's pending events.
-    saves_.waitForDone();
 }
 
 void DesignerViewModel::setParams(const SynthParams& params) {
@@ -136,7 +133,7 @@ void DesignerViewModel::setName(const QString& value) {
 }
 
 bool DesignerViewModel::canSave() const {
-    return !busy_ && !SwitchDesigner::displayName(name_).isEmpty();
+    return !busy() && !SwitchDesigner::displayName(name_).isEmpty();
 }
 
 void DesignerViewModel::preview() {
@@ -147,53 +144,27 @@ void DesignerViewModel::preview() {
 void DesignerViewModel::save() {
     if (!canSave())
         return;
-    setBusy(true);
-    setStatus(QStringLiteral("Saving…"));
-    saves_.start([this, designer = designer_, params = params_, name = name_,
-                  directory = packs_.userDirectory()] {
-        const SwitchDesigner::Result result = designer.save(params, name, directory);
-        QMetaObject::invokeMethod(
-            this, [this, result] { finishSave(result); }, Qt::QueuedConnection);
-    });
+    const bool started = saves_.start(
+        [designer = designer_, params = params_, name = name_,
+         directory = packs_.userDirectory()]() -> UserKitJobs::Outcome {
+            const SwitchDesigner::Result result = designer.save(params, name, directory);
+            if (!result.ok())
+                return {{}, QString::fromStdString(result.error)};
+            return {result.id, {}};
+        },
+        [this](const UserKitJobs::Outcome& outcome) { finishSave(outcome); });
+    if (started)
+        setStatus(QStringLiteral("Saving…"));
 }
 
-void DesignerViewModel::finishSave(const SwitchDesigner::Result& result) {
-    setBusy(false);
-    if (!result.ok()) {
-        setStatus(kFailedStatus + QString::fromStdString(result.error));
-        Q_EMIT saveFinished(false);
-        return;
-    }
-    packs_.reload();
-    Q_EMIT packsReloaded();
-    const Soundpack* pack = packs_.find(result.id.toStdString());
-    if (!pack || !pack->isUserPack) {
-        // A shipped kit of the same id would hide it; so would a manifest that failed
-        // to decode, which would be a fault here.
-        setStatus(kFailedStatus + QStringLiteral("the saved kit did not load"));
-        Q_EMIT saveFinished(false);
-        return;
-    }
-    if (engine_)
-        engine_->loadPack(pack);
-    settings_.setSelectedPackIdText(result.id);
-    setStatus(kSavedStatus);
-    Q_EMIT saveFinished(true);
-}
-
-void DesignerViewModel::setBusy(bool value) {
-    if (value == busy_)
-        return;
-    const bool could = canSave();
-    busy_ = value;
-    Q_EMIT busyChanged();
-    if (could != canSave())
-        Q_EMIT canSaveChanged();
+void DesignerViewModel::finishSave(const UserKitJobs::Outcome& outcome) {
+    setStatus(outcome.ok() ? kSavedStatus : kFailedStatus + outcome.error);
+    Q_EMIT saveFinished(outcome.ok());
 }
 
 void DesignerViewModel::clearStatus() {
     // What the last save did no longer describes the design once it changes.
-    if (!busy_)
+    if (!busy())
         setStatus({});
 }
 

@@ -1,11 +1,11 @@
 #pragma once
 
 #include "kits/switch_designer.h"
+#include "ui/user_kit_jobs.h"
 
 #include <QObject>
 #include <QString>
 #include <QStringList>
-#include <QThreadPool>
 #include <QVariantList>
 #include <QVariantMap>
 
@@ -46,8 +46,6 @@ public:
     DesignerViewModel(SoundpackStore& packs, SettingsStore& settings, SoundEngine* engine,
                       AudioPlayer* player, SwitchDesigner::SampleWriter writer,
                       QObject* parent = nullptr);
-    /// Waits for a save under way to finish writing.
-    ~DesignerViewModel() override;
 
     /// The design as it stands.
     SynthParams params() const { return params_; }
@@ -87,7 +85,7 @@ public:
     /// Whether a save may start: a name with something besides spaces, and none under way.
     bool canSave() const;
     /// Whether a save is under way.
-    bool busy() const { return busy_; }
+    bool busy() const { return saves_.busy(); }
     /// What the last save did, in a sentence; empty before the first and once the
     /// design or the name changes.
     QString status() const { return status_; }
@@ -114,23 +112,19 @@ Q_SIGNALS:
 
 private:
     void changeParams(const SynthParams& next);
-    void finishSave(const SwitchDesigner::Result& result);
-    void setBusy(bool value);
+    void finishSave(const UserKitJobs::Outcome& outcome);
     void setStatus(const QString& value);
     void clearStatus();
 
     SoundpackStore& packs_;
-    SettingsStore& settings_;
-    SoundEngine* engine_;
     AudioPlayer* player_;
     SwitchDesigner designer_;
     SynthParams params_ = SwitchDesigner::kDefaultParams;
     QVariantList waveform_;
     QString name_;
     QString status_;
-    bool busy_ = false;
     // One save at a time, off the main thread; last, so it is waited for first.
-    QThreadPool saves_;
+    UserKitJobs saves_;
 };
 
 } // namespace tappix

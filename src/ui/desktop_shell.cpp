@@ -58,6 +58,7 @@ DesktopShell::DesktopShell(Services services, QObject* parent)
                 services.clock ? *services.clock : ownClock_,
                 services.scheduler ? *services.scheduler : ownScheduler_, services.makeMicrophone,
                 services.recordKeys, services.writeSamples),
+      kitImport_(services.packs, services.settings, services.engine, services.importPack),
       tuner_(services.packs, services.settings),
       outputDevices_(services.settings, services.devices,
                      services.player ? &services.player->output() : nullptr),
@@ -71,15 +72,14 @@ DesktopShell::DesktopShell(Services services, QObject* parent)
             [this] { panelModel_.setMixCount(mixes_.count()); });
     connect(&kits_, &KitListModel::currentChanged, this,
             [this] { panelModel_.setCurrentKitName(kits_.currentName()); });
-    // A designed kit, once saved, is listed at once under the user's own.
-    connect(&designer_, &DesignerViewModel::packsReloaded, this, [this] {
+    // A designed, recorded or imported kit, once written, is listed at once under the user's own.
+    const auto listNewKits = [this] {
         kits_.reload();
         tuner_.kitsReloaded();
-    });
-    connect(&recorder_, &RecorderViewModel::packsReloaded, this, [this] {
-        kits_.reload();
-        tuner_.kitsReloaded();
-    });
+    };
+    connect(&designer_, &DesignerViewModel::packsReloaded, this, listNewKits);
+    connect(&recorder_, &RecorderViewModel::packsReloaded, this, listNewKits);
+    connect(&kitImport_, &KitImportViewModel::packsReloaded, this, listNewKits);
     menuBar_ = std::make_unique<MenuBarController>(services_.settings, panelModel_,
                                                    [this] { return makeWindow(kPanelUrl); });
     if (services_.keyCast) {
@@ -125,6 +125,7 @@ QVariantMap DesktopShell::pageModels() {
     // Each settings page's own view model, by the name its page reads.
     return {{QStringLiteral("mixEditor"), QVariant::fromValue<QObject*>(&mixEditor_)},
             {QStringLiteral("designer"), QVariant::fromValue<QObject*>(&designer_)},
+            {QStringLiteral("kitImport"), QVariant::fromValue<QObject*>(&kitImport_)},
             {QStringLiteral("tuner"), QVariant::fromValue<QObject*>(&tuner_)},
             {QStringLiteral("recorder"), QVariant::fromValue<QObject*>(&recorder_)},
             {QStringLiteral("devices"), QVariant::fromValue<QObject*>(&outputDevices_)},

@@ -3,6 +3,7 @@
 #include "ui/behaviour_view_model.h"
 #include "ui/designer_view_model.h"
 #include "ui/key_cast_overlay.h"
+#include "ui/kit_import_view_model.h"
 #include "ui/kit_list_model.h"
 #include "ui/menu_bar_controller.h"
 #include "ui/menu_panel_model.h"
@@ -67,6 +68,8 @@ public:
     DesignerViewModel& designer() { return designer_; }
     /// The Create page's keyboard recorder.
     RecorderViewModel& recorder() { return recorder_; }
+    /// The Sound page's import of packs made for other programs.
+    KitImportViewModel& kitImport() { return kitImport_; }
     /// The Create page's tuner for the main kit.
     TunerViewModel& tuner() { return tuner_; }
     /// The Sound page's output device picker.
@@ -104,6 +107,7 @@ private:
     MixEditorModel mixEditor_;
     DesignerViewModel designer_;
     RecorderViewModel recorder_;
+    KitImportViewModel kitImport_;
     TunerViewModel tuner_;
     OutputDeviceListModel outputDevices_;
     BehaviourViewModel behaviour_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "input/key_group.h"
+#include "kits/pack_importer.h"
 
 #include <QString>
 #include <functional>
@@ -61,6 +62,10 @@ struct ShellServices {
     /// the sound engine, so Tappix is quiet while a keyboard is recorded; an empty
     /// callback gives the keys back.
     std::function<void(std::function<void(KeyCode, bool)>)> recordKeys = {};
+    /// Imports a keyboard-sound pack made for another program (a folder or a .zip) as a
+    /// kit in the user kit directory. Any thread (the Sound page imports off the main thread).
+    std::function<PackImportResult(const QString& path, const PackImporter::Options& options)>
+        importPack = {};
     /// Whether keys can be captured now (the first-run window's steps).
     std::function<bool()> captureIsPossible = {};
     /// The monotonic clock key events are stamped with; the steady clock when null.

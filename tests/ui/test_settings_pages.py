@@ -1,16 +1,19 @@
 #!/usr/bin/python3
 """The settings pages driven through their controls as a person would: what each one
 stores, what the keys then sound like, the autostart entry, the shortcut recorder,
-the palette on screen, a designed kit saved and played, and a mix that gives Return
-another kit."""
+the palette on screen, a pack from another program imported and played, a designed kit
+saved and played, and a mix that gives Return another kit."""
 
 import time
 import array
+import json
+import math
 import os
 import re
 import shutil
 import unittest
 import wave
+import zipfile
 
 import tappix_ui as ui
 
@@ -50,6 +53,30 @@ def onsets(recording, loud=0.02, quiet=0.01, quiet_frames=16):
     return count
 
 
+def tone_share(recording, hz, frame=480):
+    """How much of the recording's energy lies at `hz` (0 … 1): a pure tone gives about
+    1, a click spread over many frequencies little. Measured in 10 ms frames, each with
+    its own phase, so separate keystrokes add up whatever their timing."""
+    with wave.open(recording.path, "rb") as f:
+        samples = array.array("h")
+        samples.frombytes(f.readframes(f.getnframes()))
+    mono = [samples[i] + samples[i + 1] for i in range(0, len(samples) - 1, 2)]
+    step = 2 * math.pi * hz / ui.harness.SAMPLE_RATE
+    cosines = [math.cos(step * n) for n in range(frame)]
+    sines = [math.sin(step * n) for n in range(frame)]
+    tone = total = 0.0
+    for start in range(0, len(mono) - frame + 1, frame):
+        chunk = mono[start:start + frame]
+        energy = sum(x * x for x in chunk)
+        if not energy:
+            continue
+        real = sum(x * c for x, c in zip(chunk, cosines))
+        imaginary = sum(x * s for x, s in zip(chunk, sines))
+        tone += 2 * (real * real + imaginary * imaginary) / frame
+        total += energy
+    return tone / total if total else 0.0
+
+
 def press_and_release(session, keys, hold=0.3):
     """Each key down, held, up, then a pause as long: one xdotool run, so the spacing
     is the same however loaded the machine is."""
@@ -57,6 +84,53 @@ def press_and_release(session, keys, hold=0.3):
     for key in keys:
         steps += ["keydown", key, "sleep", hold, "keyup", key, "sleep", hold]
     return session.record(0.4, action=lambda: session.xdotool(*steps))
+
+
+def write_tone(path, hz, ms=60):
+    """A 48 kHz 16-bit mono sine at `hz`, faded in and out over 5 ms."""
+    frames = 48000 * ms // 1000
+    fade = 240
+    samples = array.array("h", (
+        int(16000 * min(1.0, i / fade, (frames - i) / fade) * math.sin(2 * math.pi * hz * i / 48000))
+        for i in range(frames)))
+    with wave.open(path, "wb") as out:
+        out.setnchannels(1)
+        out.setsampwidth(2)
+        out.setframerate(48000)
+        out.writeframes(samples.tobytes())
+
+
+def write_pack_zip(directory, name, hz):
+    """A .zip of a keyboard-sound pack for another program: one sine for the letters
+    TYPED_KEYS holds (PC scan codes), and one key whose file is missing. Its path."""
+    folder = os.path.join(directory, "pack")
+    os.makedirs(folder, exist_ok=True)
+    write_tone(os.path.join(folder, "key.wav"), hz)
+    scan_codes = {"a": 30, "s": 31, "d": 32, "f": 33, "g": 34, "j": 36, "k": 37, "l": 38}
+    defines = {str(scan_codes[k]): "key.wav" for k in ui.TYPED_KEYS}
+    defines["57"] = "space.wav"  # not in the pack
+    config = {"id": "sine", "name": name, "key_define_type": "multi", "includes_numpad": False,
+              "sound": "key.wav", "defines": defines}
+    path = os.path.join(directory, "pack.zip")
+    with zipfile.ZipFile(path, "w") as archive:
+        archive.writestr("Sine Pack/config.json", json.dumps(config))
+        archive.write(os.path.join(folder, "key.wav"), "Sine Pack/key.wav")
+    return path
+
+
+def choose_in_file_dialog(session, window, path, shot=None):
+    """Types `path` into the open file dialog's location field (Ctrl+L) and takes it;
+    saves a picture of the dialog as `shot` first."""
+    session.find("push button", "Open", root=window, showing=True)
+    if shot:
+        ui.screenshot(session, shot)
+    ui.focus_window(session, ui.SETTINGS)
+    session.key("ctrl+l")
+    session.wait_until(lambda: session.find_all("text", root=window, showing=True,
+                                                predicate=lambda a: "focused" in session.states(a)),
+                       5, message="the dialog's location field to take the focus")
+    session.type_text(path, delay_ms=5)
+    session.key("Return")
 
 
 def record_returns(session):
@@ -181,6 +255,54 @@ class SoundPage(unittest.TestCase):
                          and "Desk-Speakers" not in device_rows(s, window), 10,
                          message=lambda: "Desk-Speakers to go (%s)" % device_rows(s, window))
             s.key("Escape")
+
+
+    def test_imported_pack_is_chosen_heard_and_its_problems_listed(self):
+        s = ui.start(self, dict(ui.STEADY_SOUND, volume=0.8, lastSettingsPage="sounds",
+                                selectedPackId="ibm-buckling-spring"), login_start=False)
+        window = ui.settings_window(s)
+        ui.heading(s, "Sound", window)
+        ui.label(s, "Switch kit: " + ui.kit_name(s, "ibm-buckling-spring"), root=window)
+        pack = write_pack_zip(s.root, "Sine Pack", 3000)
+        ui.wait_for_quiet(s)
+        spring = ui.record_typing(s)
+
+        with self.subTest("Import… from the keyboard, a .zip chosen in the file dialog"):
+            focus(s, ui.button(s, "Import…", window))
+            s.key("Return")
+            choose_in_file_dialog(s, window, pack, shot="settings-sound-import-dialog")
+            ui.label(s, "Imported “Sine Pack” and selected it. Type anywhere to hear it.",
+                     root=window, timeout=60)
+            s.wait_for_preference("selectedPackId", "imported-sine-pack")
+            ui.label(s, "Switch kit: Sine Pack", root=window)
+            ui.label(s, "One part could not be used:", root=window)
+            problem = s.find("list item", lambda n: "space.wav" in (n or ""), root=window)
+            self.assertIn("no such file", problem.get_name())
+            ui.screenshot(s, "settings-sound-import-problems")
+
+        with self.subTest("typing plays the pack's sine"):
+            ui.wait_for_quiet(s)
+            typed = ui.record_typing(s)
+            self.assertTrue(typed.heard(), typed)
+            # The keys now play the pack's 3 kHz sine; the spring's rattle spreads wide.
+            detail = (spring, typed, tone_share(spring, 3000), tone_share(typed, 3000))
+            self.assertGreater(tone_share(typed, 3000), 0.8, detail)
+            self.assertLess(tone_share(spring, 3000), 0.2, detail)
+
+        with self.subTest("a file that is no pack is refused and changes nothing"):
+            junk = os.path.join(s.root, "junk.zip")
+            with open(junk, "wb") as f:
+                f.write(b"not an archive")
+            s.press(ui.button(s, "Import…", window))
+            choose_in_file_dialog(s, window, junk)
+            status = s.find("label", lambda n: (n or "").startswith("Could not import “junk.zip”: "),
+                            root=window, timeout=60)
+            self.assertIn("not a readable zip file", status.get_name())
+            ui.screenshot(s, "settings-sound-import-refused")
+            self.assertEqual(s.preferences().get("selectedPackId"), "imported-sine-pack")
+            ui.label(s, "Switch kit: Sine Pack", root=window)
+            s.press(ui.button(s, "Dismiss", window))
+            s.gone("label", lambda n: (n or "").startswith("Could not import"), root=window)
 
 
 class BehaviourAndLookPages(unittest.TestCase):

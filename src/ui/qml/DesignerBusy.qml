@@ -1,14 +1,15 @@
 import QtQuick
 
-// A small spinning arc in the accent colour, shown while a save is under way.
+// A small spinning arc in the accent colour, shown while a save or an import is under way.
 Item {
     id: spinner
     required property var theme
     property bool running: false
+    property string label: "Saving"
     implicitWidth: 16
     implicitHeight: 16
     Accessible.role: Accessible.Animation
-    Accessible.name: "Saving"
+    Accessible.name: spinner.label
 
     Canvas {
         id: arc

@@ -11,9 +11,17 @@ SettingsScroll {
     required property var mixes
     required property var models
     readonly property var devices: models.devices
+    readonly property var kitImport: models.kitImport
 
     title: "Sound"
     subtitle: "Pick a switch and tune it."
+
+    KitImportCard {
+        id: kitCard
+        theme: page.theme
+        kits: page.kits
+        kitImport: page.kitImport
+    }
 
     SettingsSection {
         theme: page.theme
@@ -127,6 +135,36 @@ SettingsScroll {
                       { value: "synth-crisp", label: "Sharp and bright" }]
             current: page.settings.mouseSoundId
             onChosen: value => page.settings.mouseSoundId = value
+        }
+    }
+
+    // A pack's folder or .zip dropped anywhere on the page is imported.
+    DropArea {
+        id: drop
+        parent: page
+        anchors.fill: parent
+        onEntered: drag => drag.accepted = page.kitImport.accepts(drag.urls)
+        onDropped: drop => {
+            if (page.kitImport.importPack(drop.urls[0]))
+                drop.accept(Qt.CopyAction)
+        }
+
+        Rectangle {
+            anchors.fill: parent
+            anchors.margins: 6
+            visible: drop.containsDrag
+            radius: 12
+            color: page.theme.card
+            opacity: 0.94
+            border.width: 2
+            border.color: page.theme.accent
+            Text {
+                anchors.centerIn: parent
+                text: "Drop to import this pack as a kit"
+                color: page.theme.text
+                font.pixelSize: 15
+                font.weight: Font.DemiBold
+            }
         }
     }
 }
