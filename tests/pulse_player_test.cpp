@@ -338,8 +338,10 @@ TEST_P(PulsePlayer, SoundsAddedWhilePlayingLeaveTheOthersUntouched) {
         const double expected = 0.5 * std::sin(2.0 * 3.14159265358979 * 1000.0 * i / 48000.0);
         worst = std::max(worst, std::fabs(recorded[2 * (start + i)] - expected));
     }
-    // An underrun (a loaded machine) shifts the tone as well; it is counted, not judged here.
-    if (output_->underruns() == underrunsBefore) {
+    // An underrun (a loaded machine) shifts the tone and can split a short sound in two;
+    // it is counted, not judged here.
+    const bool ranDry = output_->underruns() != underrunsBefore;
+    if (!ranDry) {
         EXPECT_LT(worst, 0.01) << "the tone was disturbed";
     }
 
@@ -351,7 +353,9 @@ TEST_P(PulsePlayer, SoundsAddedWhilePlayingLeaveTheOthersUntouched) {
             ++onsets;
         quiet = level < 0.01f ? quiet + 1 : 0;
     }
-    EXPECT_EQ(onsets, kShort);
+    if (!ranDry) {
+        EXPECT_EQ(onsets, kShort);
+    }
     EXPECT_GT(output_->resends(), resendsBefore) << "no sound went out by a re-send";
 }
 
