@@ -18,23 +18,12 @@ using test::SoundServer;
 namespace {
 
 // On a private PulseAudio and on a private PipeWire with its PulseAudio layer.
-class DeviceQueries : public ::testing::TestWithParam<std::string> {
+class DeviceQueries : public test::SoundServerTest {
 protected:
-    static void TearDownTestSuite() {
-        delete server_;
-        server_ = nullptr;
-    }
     void SetUp() override {
-        if (!server_ || kind_ != GetParam()) {
-            delete server_;
-            server_ = test::makeSoundServer(GetParam()).release();
-            kind_ = GetParam();
-        }
-        if (const std::string why = test::whyNotRunning(GetParam(), server_); !why.empty()) {
-            if (GetParam() == "pipewire")
-                GTEST_SKIP() << why;
-            FAIL() << why;
-        }
+        SoundServerTest::SetUp();
+        if (!serverReady())
+            return;
         SoundServer::setDefault("sink", "tappix_a");
         SoundServer::setDefault("source", "tappix_mic");
         devices_ = std::make_unique<PulseDeviceManager>();
@@ -52,13 +41,8 @@ protected:
         return false;
     }
 
-    static SoundServer* server_;
-    static std::string kind_;
     std::unique_ptr<PulseDeviceManager> devices_;
 };
-
-SoundServer* DeviceQueries::server_ = nullptr;
-std::string DeviceQueries::kind_;
 
 } // namespace
 

@@ -31,25 +31,12 @@ SampleRef tone(float seconds, float amplitude = 0.5f) {
     return buffer;
 }
 
-class PulsePlayer : public ::testing::TestWithParam<std::string> {
+class PulsePlayer : public test::SoundServerTest {
 protected:
-    static void TearDownTestSuite() {
-        delete server_;
-        server_ = nullptr;
-    }
-
     void SetUp() override {
-        // One server for the suite, remade when the kind changes.
-        if (!server_ || kind_ != GetParam()) {
-            delete server_;
-            server_ = test::makeSoundServer(GetParam()).release();
-            kind_ = GetParam();
-        }
-        if (const std::string why = test::whyNotRunning(GetParam(), server_); !why.empty()) {
-            if (GetParam() == "pipewire")
-                GTEST_SKIP() << why;
-            FAIL() << why;
-        }
+        SoundServerTest::SetUp();
+        if (!serverReady())
+            return;
         SoundServer::setDefault("sink", "tappix_a");
         devices_ = std::make_unique<PulseDeviceManager>();
         // Idle soon, so every test also exercises waking from idle.
@@ -99,15 +86,10 @@ protected:
             .peakLeft;
     }
 
-    static SoundServer* server_;
-    static std::string kind_;
     std::unique_ptr<PulseDeviceManager> devices_;
     PulseOutput* output_ = nullptr;
     std::unique_ptr<AudioPlayer> player_;
 };
-
-SoundServer* PulsePlayer::server_ = nullptr;
-std::string PulsePlayer::kind_;
 
 } // namespace
 

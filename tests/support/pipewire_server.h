@@ -139,6 +139,34 @@ inline std::string whyNotRunning(const std::string& kind, const SoundServer* ser
     return {};
 }
 
+/// A suite run once per server kind: one server for the suite, remade when the kind
+/// changes. Derived fixtures call `SoundServerTest::SetUp()` first and stop when it
+/// skipped or failed.
+class SoundServerTest : public ::testing::TestWithParam<std::string> {
+protected:
+    static void TearDownTestSuite() {
+        delete server_;
+        server_ = nullptr;
+    }
+    void SetUp() override {
+        if (!server_ || kind_ != GetParam()) {
+            delete server_;
+            server_ = makeSoundServer(GetParam()).release();
+            kind_ = GetParam();
+        }
+        if (const std::string why = whyNotRunning(GetParam(), server_); !why.empty()) {
+            if (GetParam() == "pipewire")
+                GTEST_SKIP() << why;
+            FAIL() << why;
+        }
+    }
+    /// Whether `SoundServerTest::SetUp` left the test to run.
+    bool serverReady() const { return !IsSkipped() && !HasFailure(); }
+
+    static inline SoundServer* server_ = nullptr;
+    static inline std::string kind_;
+};
+
 /// The servers' names as test-name suffixes.
 inline std::string serverName(const ::testing::TestParamInfo<std::string>& info) {
     return info.param;
