@@ -64,6 +64,7 @@ for i in range(keys):
     xtest.fake_input(d, X.KeyRelease, code); d.sync()
 ' "$keys" "$rate"
 end=$(date +%s.%N)
+load=$(cut -d' ' -f1 /proc/loadavg)
 sleep 1
 kill -INT "$parec"
 wait "$parec" || true
@@ -71,6 +72,7 @@ after=$(underruns)
 
 echo "typed $keys keys in $(echo "$end - $start" | bc -l | xargs printf '%.1f') s" \
     "($(echo "$keys / ($end - $start)" | bc -l | xargs printf '%.1f') keys/s) under load"
+echo "load average (1 min) when the typing ended: $load"
 echo "underruns while typing: $((after - before)) (since start: $after)"
 # A key sound is a sharp rise of the 1 ms peak envelope: above 0.02 and over twice the
 # loudest of the 3-8 ms before it, at least 30 ms after the last one (sounds overlap at

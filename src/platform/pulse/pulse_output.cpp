@@ -10,11 +10,12 @@ constexpr std::size_t kFrameBytes = 2 * sizeof(float);
 // expected rather than a fault.
 constexpr pa_usec_t kExpectedGapUs = 50 * PA_USEC_PER_MSEC;
 constexpr int kMeterIntervalMs = 500;
+// Requests older than this say nothing about the cycles now.
+constexpr pa_usec_t kCycleMarkLifeUs = PA_USEC_PER_SEC;
 } // namespace
 
 PulseOutput::PulseOutput(int idleAfterMs)
-    : awakeTarget_(bufferAttributes().tlength),
-      idleAfterFrames_(static_cast<std::size_t>(idleAfterMs) * Mixer::kSampleRate / 1000),
+    : idleAfterFrames_(static_cast<std::size_t>(idleAfterMs) * Mixer::kSampleRate / 1000),
       connection_(
           "Tappix", "tappix-pulse",
           {[this](pa_context* context) { onContextReady(context); }, [this] { dropStream(); }}),
@@ -73,7 +74,19 @@ void PulseOutput::onContextReady(pa_context* context) {
     if (pa_operation* op =
             pa_context_subscribe(context, PA_SUBSCRIPTION_MASK_SINK, nullptr, nullptr))
         pa_operation_unref(op);
-    createStream(context);
+    // The stream's buffer depends on how the server plays: ask which it is first.
+    if (pa_operation* op = pa_context_get_server_info(context, &PulseOutput::onServerInfo, this))
+        pa_operation_unref(op);
+    else
+        createStream(context);
+}
+
+void PulseOutput::onServerInfo(pa_context* context, const pa_server_info* info, void* self) {
+    auto* output = static_cast<PulseOutput*>(self);
+    const std::string name = info && info->server_name ? info->server_name : "";
+    output->playsInCycles_ = name.find("PipeWire") != std::string::npos;
+    qCInfo(lcAudio, "sound server: %s", name.empty() ? "unknown" : name.c_str());
+    output->createStream(context);
 }
 
 void PulseOutput::onSinkEvent(pa_context* context, pa_subscription_event_type_t type,
@@ -142,6 +155,7 @@ void PulseOutput::createStream(pa_context* context) {
     // The stream starts empty: the server may find it so before the first write lands.
     gapsExpectedUntil_ = pa_rtclock_now() + kExpectedGapUs;
     mirrorEnd_ = -1;
+    cycleMarks_.fill({});
 
     const pa_buffer_attr attr = bufferAttributes();
     const auto flags = static_cast<pa_stream_flags_t>(
@@ -154,7 +168,7 @@ void PulseOutput::createStream(pa_context* context) {
     }
 }
 
-pa_buffer_attr PulseOutput::bufferAttributes() {
+pa_buffer_attr PulseOutput::bufferAttributes() const {
     const pa_sample_spec format{PA_SAMPLE_FLOAT32NE, Mixer::kSampleRate, 2};
     pa_buffer_attr attr{};
     attr.maxlength = static_cast<std::uint32_t>(-1);
@@ -162,13 +176,18 @@ pa_buffer_attr PulseOutput::bufferAttributes() {
         static_cast<std::uint32_t>(pa_usec_to_bytes(kTargetLatencyMs * PA_USEC_PER_MSEC, &format));
     // No prebuffering: playback starts at once and an underrun never pauses the stream.
     attr.prebuf = 0;
-    // Refill in halves: half as many wake-ups as the server's default, same latency.
-    attr.minreq = attr.tlength / 2;
+    // PulseAudio gives the sink (tlength - 2 minreq) / 2 of the latency asked for: with
+    // refills of half the buffer that is nothing, so the sink stays at its minimum and a
+    // re-sent sound is not held behind it. PipeWire's layer makes its graph cycle about
+    // as long as minreq (measured: 5 ms gives a 256-frame cycle at 48 kHz).
+    const int refillMs = playsInCycles_ ? kCycleRefillMs : kRefillMs;
+    attr.minreq =
+        static_cast<std::uint32_t>(pa_usec_to_bytes(refillMs * PA_USEC_PER_MSEC, &format));
     attr.fragsize = static_cast<std::uint32_t>(-1);
     return attr;
 }
 
-pa_buffer_attr PulseOutput::idleBufferAttributes() {
+pa_buffer_attr PulseOutput::idleBufferAttributes() const {
     const pa_sample_spec format{PA_SAMPLE_FLOAT32NE, Mixer::kSampleRate, 2};
     pa_buffer_attr attr = bufferAttributes();
     attr.tlength =
@@ -261,29 +280,79 @@ void PulseOutput::onStreamState(pa_stream* stream, void* self) {
 
 void PulseOutput::onWrite(pa_stream* stream, std::size_t bytes, void* self) {
     auto* output = static_cast<PulseOutput*>(self);
+    if (output->playsInCycles_ && !output->idle_.load())
+        output->markCycle(stream, bytes);
     // Everything the server asks for, always: what is left unwritten it still counts as
     // on its way, so the real buffer would run short of what it believes and dry up.
     // A deep buffer costs no latency, since new sounds are re-sent from the read side.
     while (bytes >= kFrameBytes) {
-        void* data = nullptr;
-        std::size_t size = bytes;
-        if (pa_stream_begin_write(stream, &data, &size) < 0 || !data || size < kFrameBytes)
+        const std::size_t frames = output->writeRendered(stream, bytes);
+        if (frames == 0)
             return;
-        const std::size_t frames = size / kFrameBytes;
-        // Where this lands in the stream; the library keeps the count as we write.
-        const pa_timing_info* timing = pa_stream_get_timing_info(stream);
-        const std::int64_t at = timing && !timing->write_index_corrupt
-                                    ? timing->write_index / static_cast<std::int64_t>(kFrameBytes)
-                                    : -1;
-        output->mixer_->render(static_cast<float*>(data), frames);
-        output->remember(at, static_cast<const float*>(data), frames);
-        pa_stream_write(stream, data, frames * kFrameBytes, nullptr, 0, PA_SEEK_RELATIVE);
         bytes -= frames * kFrameBytes;
 
         output->quietFrames_ = output->mixer_->isQuiet() ? output->quietFrames_ + frames : 0;
         if (!output->idle_.load() && output->quietFrames_ >= output->idleAfterFrames_)
             output->setIdle(stream, true);
     }
+}
+
+std::size_t PulseOutput::writeRendered(pa_stream* stream, std::size_t bytes) {
+    void* data = nullptr;
+    std::size_t size = bytes;
+    if (pa_stream_begin_write(stream, &data, &size) < 0 || !data || size < kFrameBytes)
+        return 0;
+    const std::size_t frames = size / kFrameBytes;
+    // Where this lands in the stream; the library keeps the count as we write.
+    const pa_timing_info* timing = pa_stream_get_timing_info(stream);
+    const std::int64_t at = timing && !timing->write_index_corrupt
+                                ? timing->write_index / static_cast<std::int64_t>(kFrameBytes)
+                                : -1;
+    mixer_->render(static_cast<float*>(data), frames);
+    remember(at, static_cast<const float*>(data), frames);
+    pa_stream_write(stream, data, frames * kFrameBytes, nullptr, 0, PA_SEEK_RELATIVE);
+    return frames;
+}
+
+void PulseOutput::markCycle(pa_stream* stream, std::size_t bytes) noexcept {
+    // Render callback: reads the clock (vDSO) and the library's counters only.
+    // PipeWire's layer asks for data right after a cycle took its share, for as much as
+    // fills the buffer again: the read position then is the write position plus what
+    // it asks for, less the buffer (measured: a write there plays whole, one 32 frames
+    // before it loses those 32).
+    const pa_timing_info* timing = pa_stream_get_timing_info(stream);
+    const pa_buffer_attr* attr = pa_stream_get_buffer_attr(stream);
+    if (!timing || timing->write_index_corrupt || !attr)
+        return;
+    const std::int64_t read =
+        (timing->write_index + static_cast<std::int64_t>(bytes) - attr->tlength) /
+        static_cast<std::int64_t>(kFrameBytes);
+    cycleMarks_[nextCycleMark_] = {pa_rtclock_now(), read};
+    nextCycleMark_ = (nextCycleMark_ + 1) % kCycleMarks;
+}
+
+std::int64_t PulseOutput::cycleReadPosition(const pa_timing_info& timing) const {
+    // pipewire-pulse (0.3.65) reports its cycle, the quantum, as the sink's configured
+    // latency (5333 us for 256 frames at 48 kHz).
+    const auto cycleFrames = static_cast<std::int64_t>(
+        (timing.configured_sink_usec * Mixer::kSampleRate + PA_USEC_PER_SEC / 2) / PA_USEC_PER_SEC);
+    if (cycleFrames <= 0)
+        return -1;
+    const double cycleUs = static_cast<double>(cycleFrames) * 1e6 / Mixer::kSampleRate;
+    // A request that reached us late makes its cycle look later than it was, so each
+    // request counts the cycles since itself and the furthest count wins. Near a cycle's
+    // end the next one is counted too: the server may take it before the write lands.
+    const pa_usec_t now = pa_rtclock_now();
+    const double guardUs = kCycleGuardUs + static_cast<double>(timing.transport_usec);
+    std::int64_t read = -1;
+    for (const CycleMark& mark : cycleMarks_) {
+        if (mark.read < 0 || mark.at > now || now - mark.at > kCycleMarkLifeUs)
+            continue;
+        const auto cycles =
+            static_cast<std::int64_t>((static_cast<double>(now - mark.at) + guardUs) / cycleUs);
+        read = std::max(read, mark.read + cycles * cycleFrames);
+    }
+    return read;
 }
 
 void PulseOutput::onUnderflow(pa_stream*, void* self) {
@@ -300,10 +369,24 @@ void PulseOutput::setIdle(pa_stream* stream, bool idle) {
     // Idle: a large buffer refilled a few times a second instead of every 5 ms; the
     // stream stays connected and running, so the sink never suspends.
     const pa_buffer_attr attr = idle ? idleBufferAttributes() : bufferAttributes();
+    if (idle && playsInCycles_) {
+        // PipeWire lengthens its cycle with the buffer, and a cycle longer than what is
+        // queued runs dry before the refill for the larger buffer arrives (measured: an
+        // underrun at each switch). Queue half the larger buffer (silence) first.
+        std::size_t bytes = attr.minreq;
+        while (bytes >= kFrameBytes) {
+            const std::size_t frames = writeRendered(stream, bytes);
+            if (frames == 0)
+                break;
+            bytes -= frames * kFrameBytes;
+        }
+    }
     if (pa_operation* op = pa_stream_set_buffer_attr(stream, &attr, nullptr, nullptr))
         pa_operation_unref(op);
     idle_ = idle;
     quietFrames_ = 0;
+    // The cycle follows the buffer: what was counted before says nothing now.
+    cycleMarks_.fill({});
     if (!idle)
         scheduleMeter();
     qCDebug(lcAudio, "output %s", idle ? "idle: large buffer" : "awake: small buffer");
@@ -336,15 +419,23 @@ void PulseOutput::restartAtRead(pa_stream* stream) {
     // way), and only then is the buffer made small, so the stream never runs dry. What
     // lies beyond the new write position is silence or old sound that the next writes
     // replace.
+    // PipeWire's layer asks at once for the whole idle buffer after such a write, which
+    // would be rendered before the write position is known again, so the next keys
+    // could not be re-sent and waited behind it (measured: five keys at 15 a second
+    // bunched 375 ms late). There the buffer is made small first: the write then fills
+    // it, and the server asks only for what each cycle takes.
+    if (playsInCycles_)
+        setIdle(stream, false);
     void* data = nullptr;
-    std::size_t size = awakeTarget_;
+    std::size_t size = bufferAttributes().tlength;
     if (pa_stream_begin_write(stream, &data, &size) >= 0 && data) {
         const std::size_t frames = size / kFrameBytes;
         mixer_->render(static_cast<float*>(data), frames);
         pa_stream_write(stream, data, frames * kFrameBytes, nullptr, 0, PA_SEEK_RELATIVE_ON_READ);
     }
     gapsExpectedUntil_ = pa_rtclock_now() + kExpectedGapUs;
-    setIdle(stream, false);
+    if (!playsInCycles_)
+        setIdle(stream, false);
     forgetWritten();
 }
 
@@ -380,23 +471,25 @@ bool PulseOutput::resendWithNewSounds() {
     const pa_timing_info* timing = pa_stream_get_timing_info(stream_);
     if (!timing || timing->write_index_corrupt || timing->read_index_corrupt || !timing->playing ||
         mirrorEnd_ < 0 ||
-        timing->write_index / static_cast<std::int64_t>(kFrameBytes) != mirrorEnd_)
+        timing->write_index / static_cast<std::int64_t>(kFrameBytes) != mirrorEnd_) {
         return false;
-    // The server's read position now: its last report moved on by the time since.
-    // The sink takes data up to its configured latency ahead of that, so start past it
-    // (measured on a null sink: writing within it costs occasional underruns).
-    // PipeWire's PulseAudio layer (0.3.65) moves the read index a whole quantum at a time
-    // and reports the quantum as the configured sink latency (measured with Tappix alone on
-    // a null sink: 5333 us, read indexes all multiples of 256 frames), so there this margin
-    // is one quantum. Going instead to the first cycle start past the extrapolated position
-    // made busy keys as quick as keys after quiet in the paired bench, but the re-send test
-    // then failed 3 runs in 10 against 5 in 30 for this placement, and 4 of 12 tones
-    // re-sent that way began mid-wave (none of 12 with this placement): pipewire-pulse has
-    // already taken data past the index it reports.
-    const auto age = static_cast<std::int64_t>(pa_timeval_age(&timing->timestamp));
-    const auto margin = static_cast<std::int64_t>(kResendMarginUs + timing->configured_sink_usec);
-    const std::int64_t readNow = timing->read_index / static_cast<std::int64_t>(kFrameBytes) +
-                                 (age + margin) * Mixer::kSampleRate / 1000000;
+    }
+    // Where the server reads now. On PipeWire: counted in cycles from its requests. Its
+    // reported read index is no guide there: it moves a whole cycle at a time and lags
+    // the cycles actually taken (measured: writing at the reported index extrapolated by
+    // its age lost up to 260 frames in 43 of 80 writes; counting cycles from the
+    // requests, 0 of 300 with the guard, 1 of 300 with a third of it).
+    // On PulseAudio: its last report moved on by the time since. The sink takes data up
+    // to its configured latency ahead of that, so start past it (measured on a null
+    // sink: writing within it costs occasional underruns).
+    std::int64_t readNow = playsInCycles_ ? cycleReadPosition(*timing) : -1;
+    if (readNow < 0) {
+        const auto age = static_cast<std::int64_t>(pa_timeval_age(&timing->timestamp));
+        const auto margin =
+            static_cast<std::int64_t>(kResendMarginUs + timing->configured_sink_usec);
+        readNow = timing->read_index / static_cast<std::int64_t>(kFrameBytes) +
+                  (age + margin) * Mixer::kSampleRate / 1000000;
+    }
     const std::int64_t from = std::max(readNow, mirrorStart_);
     if (from >= mirrorEnd_)
         return false; // the buffer is all but played: a regular write is as soon

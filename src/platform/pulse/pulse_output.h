@@ -3,6 +3,7 @@
 #include "audio/audio_output.h"
 #include "platform/pulse/pulse_connection.h"
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <optional>
@@ -24,8 +25,13 @@ namespace tappix {
 /// A new sound does not wait behind the buffer: `wake` re-sends the part of the
 /// buffer the server has not played yet, from just past its read position, with the
 /// new sound mixed into a copy of what was written there (kept in a mirror). Sounds
-/// already playing go on sample for sample, so there is no seam, and the buffer stays
-/// large enough to ride out a busy machine.
+/// already playing go on sample for sample, so there is no seam, and the buffer can
+/// be deep enough to ride out a busy machine without making keys wait for it.
+///
+/// PulseAudio's read position moves smoothly and is extrapolated from its timing
+/// reports. PipeWire's PulseAudio layer takes a whole graph cycle (its quantum) at the
+/// start of each cycle and asks for as much right after, so there the read position is
+/// counted in cycles from the last few requests instead.
 ///
 /// After two seconds of silence the stream refills a large buffer a few times a
 /// second instead of a small one every few milliseconds; `wake` switches back and
@@ -33,8 +39,17 @@ namespace tappix {
 /// as quick as any other.
 class PulseOutput final : public AudioOutput {
 public:
-    /// The buffer the stream asks the server for while sounds play.
-    static constexpr int kTargetLatencyMs = 10;
+    /// The buffer the stream asks the server for while sounds play. New sounds are
+    /// re-sent into it, so its depth is slack against a busy machine, not latency.
+    static constexpr int kTargetLatencyMs = 30;
+    /// How often a server that moves its read position smoothly (PulseAudio) asks
+    /// for more while sounds play: half the buffer, so it keeps its own hardware
+    /// buffer at the minimum (it splits a stream's latency between the two).
+    static constexpr int kRefillMs = kTargetLatencyMs / 2;
+    /// How often a server that plays in graph cycles (PipeWire) asks for more: its
+    /// PulseAudio layer sizes the cycle after this, and a short cycle is what lets a
+    /// new sound start soon.
+    static constexpr int kCycleRefillMs = 5;
     /// After this much silence the stream switches to its idle buffer.
     static constexpr int kIdleAfterMs = 2000;
     /// The idle buffer: a few wake-ups a second while nothing plays.
@@ -42,6 +57,12 @@ public:
     /// How far past the server's estimated read position, beyond the sink's configured
     /// latency, a re-sent sound starts: the time the write takes to reach the server.
     static constexpr int kResendMarginUs = 1000;
+    /// On a server that plays in cycles, a re-sent sound goes one cycle later when the
+    /// next cycle starts within this (plus the measured transport time): the server
+    /// may take the cycle before the write arrives.
+    static constexpr int kCycleGuardUs = 1000;
+    /// How many of the server's latest requests for data are kept to count its cycles.
+    static constexpr std::size_t kCycleMarks = 16;
     /// How much of what was written the mirror keeps, in frames: more than the idle
     /// buffer, which is still queued for a moment after waking.
     static constexpr std::size_t kMirrorFrames = 16384;
@@ -80,10 +101,14 @@ private:
     static void onSinkEvent(pa_context* context, pa_subscription_event_type_t type,
                             std::uint32_t index, void* self);
     static void onSinkInfo(pa_context* context, const pa_sink_info* info, int eol, void* self);
-    static pa_buffer_attr bufferAttributes();
-    static pa_buffer_attr idleBufferAttributes();
+    static void onServerInfo(pa_context* context, const pa_server_info* info, void* self);
+    pa_buffer_attr bufferAttributes() const;
+    pa_buffer_attr idleBufferAttributes() const;
+    void markCycle(pa_stream* stream, std::size_t bytes) noexcept;
+    std::int64_t cycleReadPosition(const pa_timing_info& timing) const;
     void setIdle(pa_stream* stream, bool idle);
     static void onWrite(pa_stream* stream, std::size_t bytes, void* self);
+    std::size_t writeRendered(pa_stream* stream, std::size_t bytes);
     void remember(std::int64_t frame, const float* data, std::size_t frames) noexcept;
     void forgetWritten();
     void restartAtRead(pa_stream* stream);
@@ -92,8 +117,6 @@ private:
     void scheduleMeter();
     void scheduleStreamRetry();
 
-    // The small buffer in bytes, the size of the write that restarts at the read position.
-    const std::size_t awakeTarget_;
     std::size_t idleAfterFrames_;
     PulseConnection connection_;
     Mixer* mixer_ = nullptr;
@@ -112,6 +135,17 @@ private:
     std::atomic<std::uint64_t> underruns_{0};
     std::atomic<std::uint64_t> resends_{0};
     pa_usec_t gapsExpectedUntil_ = 0;
+    // Whether the server plays in graph cycles (PipeWire's PulseAudio layer); learnt
+    // from the server's name before the stream is made.
+    bool playsInCycles_ = false;
+    // The server's latest requests for data: when each arrived and the read position
+    // it implies (the start of the next cycle's data). Loop thread, or under the lock.
+    struct CycleMark {
+        pa_usec_t at = 0;
+        std::int64_t read = -1;
+    };
+    std::array<CycleMark, kCycleMarks> cycleMarks_{};
+    std::size_t nextCycleMark_ = 0;
     // What was written, by absolute stream frame: [mirrorStart_, mirrorEnd_) is held
     // in the ring `mirror_`; mirrorEnd_ < 0 while the write position is unknown (after
     // a flush, until the server's timing report arrives). Loop thread or under the lock.
