@@ -10,6 +10,9 @@ constexpr std::size_t kFrameBytes = 2 * sizeof(float);
 // expected rather than a fault.
 constexpr pa_usec_t kExpectedGapUs = 50 * PA_USEC_PER_MSEC;
 constexpr int kMeterIntervalMs = 500;
+// Servers round a buffer to units of their own (PulseAudio makes 10 ms 10.5 ms); beyond
+// this the server granted more than was asked.
+constexpr double kRoundingMs = 1.0;
 } // namespace
 
 PulseOutput::PulseOutput(int idleAfterMs)
@@ -139,6 +142,10 @@ void PulseOutput::createStream(pa_context* context) {
     pa_stream_set_write_callback(stream_, &PulseOutput::onWrite, this);
     pa_stream_set_moved_callback(stream_, &PulseOutput::onMoved, this);
     pa_stream_set_underflow_callback(stream_, &PulseOutput::onUnderflow, this);
+    pa_stream_set_buffer_attr_callback(stream_, &PulseOutput::onBufferChanged, this);
+    pa_stream_set_latency_update_callback(stream_, &PulseOutput::onBufferChanged, this);
+    bufferChangesPending_ = 0;
+    loggedBuffer_ = 0;
     // The stream starts empty: the server may find it so before the first write lands.
     gapsExpectedUntil_ = pa_rtclock_now() + kExpectedGapUs;
     mirrorEnd_ = -1;
@@ -201,6 +208,8 @@ void PulseOutput::dropStream() {
     pa_stream_set_write_callback(stream_, nullptr, nullptr);
     pa_stream_set_moved_callback(stream_, nullptr, nullptr);
     pa_stream_set_underflow_callback(stream_, nullptr, nullptr);
+    pa_stream_set_buffer_attr_callback(stream_, nullptr, nullptr);
+    pa_stream_set_latency_update_callback(stream_, nullptr, nullptr);
     if (pa_stream_get_state(stream_) == PA_STREAM_READY ||
         pa_stream_get_state(stream_) == PA_STREAM_CREATING)
         pa_stream_disconnect(stream_);
@@ -216,15 +225,9 @@ void PulseOutput::onStreamState(pa_stream* stream, void* self) {
         output->idle_ = false;
         output->quietFrames_ = 0;
         output->streamFailureLogged_ = false;
-        const pa_buffer_attr* attr = pa_stream_get_buffer_attr(stream);
-        const pa_sample_spec* format = pa_stream_get_sample_spec(stream);
-        pa_usec_t sinkLatency = 0;
-        if (const pa_timing_info* timing = pa_stream_get_timing_info(stream))
-            sinkLatency = timing->configured_sink_usec;
-        const double buffer = attr && format ? pa_bytes_to_usec(attr->tlength, format) / 1e6 : 0.0;
-        output->latency_ = buffer + static_cast<double>(sinkLatency) / 1e6;
+        output->noteGrantedBuffer(stream);
         qCInfo(lcAudio, "playing on %s (buffer %.1f ms)", pa_stream_get_device_name(stream),
-               buffer * 1000);
+               output->buffer_.load() * 1000);
         output->scheduleMeter();
         // On the default while the chosen sink is away: it may have appeared meanwhile.
         output->seekChosenDevice(pa_stream_get_context(stream), std::nullopt);
@@ -296,12 +299,57 @@ void PulseOutput::onUnderflow(pa_stream*, void* self) {
     qCDebug(lcAudio, "output underrun (%llu since start)", static_cast<unsigned long long>(count));
 }
 
+void PulseOutput::onBufferChanged(pa_stream* stream, void* self) {
+    // The server changed the buffer by itself (a sink's latency changed), or sent a
+    // timing report, the first of which brings the sink's configured latency.
+    auto* output = static_cast<PulseOutput*>(self);
+    if (!output->idle_.load() && output->bufferChangesPending_ == 0)
+        output->noteGrantedBuffer(stream);
+}
+
+void PulseOutput::onBufferSet(pa_stream* stream, int success, void* self) {
+    // Only the answer to the last change asked for says what the stream has now.
+    auto* output = static_cast<PulseOutput*>(self);
+    --output->bufferChangesPending_;
+    if (success && !output->idle_.load() && output->bufferChangesPending_ == 0)
+        output->noteGrantedBuffer(stream);
+}
+
+void PulseOutput::noteGrantedBuffer(pa_stream* stream) {
+    // Loop thread, outside the render callback. A server may refuse a small buffer
+    // (a sink of fixed latency on PulseAudio: that latency plus two minreqs; pipewire-pulse
+    // with a larger pulse.min.req: three of them) and grants a larger one: the stream
+    // plays with what it gets. Its refills then come less often, and new sounds are still
+    // re-sent past the sink's configured latency rather than queued behind the buffer.
+    const pa_buffer_attr* attr = pa_stream_get_buffer_attr(stream);
+    const pa_sample_spec* format = pa_stream_get_sample_spec(stream);
+    if (!attr || !format)
+        return;
+    // Until the server's first timing report the sink's part is not known.
+    pa_usec_t sinkLatency = 0;
+    if (const pa_timing_info* timing = pa_stream_get_timing_info(stream))
+        sinkLatency = timing->configured_sink_usec;
+    const double bufferMs = static_cast<double>(pa_bytes_to_usec(attr->tlength, format)) / 1000;
+    buffer_ = bufferMs / 1000;
+    latency_ = (bufferMs + static_cast<double>(sinkLatency) / 1000) / 1000;
+    if (bufferMs > kTargetLatencyMs + kRoundingMs && attr->tlength != loggedBuffer_) {
+        loggedBuffer_ = attr->tlength;
+        qCInfo(lcAudio,
+               "the server gave the stream a %.1f ms buffer instead of the %d ms asked "
+               "for; playing with that",
+               bufferMs, kTargetLatencyMs);
+    }
+}
+
 void PulseOutput::setIdle(pa_stream* stream, bool idle) {
     // Idle: a large buffer refilled a few times a second instead of every 5 ms; the
     // stream stays connected and running, so the sink never suspends.
     const pa_buffer_attr attr = idle ? idleBufferAttributes() : bufferAttributes();
-    if (pa_operation* op = pa_stream_set_buffer_attr(stream, &attr, nullptr, nullptr))
+    if (pa_operation* op =
+            pa_stream_set_buffer_attr(stream, &attr, &PulseOutput::onBufferSet, this)) {
+        ++bufferChangesPending_;
         pa_operation_unref(op);
+    }
     idle_ = idle;
     quietFrames_ = 0;
     if (!idle)
@@ -335,7 +383,10 @@ void PulseOutput::restartAtRead(pa_stream* stream) {
     // for what it dropped (a flush leaves it waiting for data it believes is on its
     // way), and only then is the buffer made small, so the stream never runs dry. What
     // lies beyond the new write position is silence or old sound that the next writes
-    // replace.
+    // replace. The write is the small buffer asked for even where the server granted a
+    // larger one: with a 128 ms buffer refilled 42.7 ms at a time (pipewire-pulse) and a
+    // 50 ms one on a 40 ms fixed-latency sink (PulseAudio) the first sound after a silence
+    // still plays whole, sample for sample (the refusing-server test).
     void* data = nullptr;
     std::size_t size = awakeTarget_;
     if (pa_stream_begin_write(stream, &data, &size) >= 0 && data) {
