@@ -3,6 +3,8 @@
 #include "audio/mixer.h"
 #include "core/log.h"
 
+#include <algorithm>
+
 namespace tappix {
 namespace {
 constexpr std::size_t kFrameBytes = 2 * sizeof(float);
@@ -143,12 +145,13 @@ void PulseOutput::createStream(pa_context* context) {
     pa_stream_set_moved_callback(stream_, &PulseOutput::onMoved, this);
     pa_stream_set_underflow_callback(stream_, &PulseOutput::onUnderflow, this);
     pa_stream_set_buffer_attr_callback(stream_, &PulseOutput::onBufferChanged, this);
-    pa_stream_set_latency_update_callback(stream_, &PulseOutput::onBufferChanged, this);
+    pa_stream_set_latency_update_callback(stream_, &PulseOutput::onTimingUpdate, this);
     bufferChangesPending_ = 0;
     loggedBuffer_ = 0;
     // The stream starts empty: the server may find it so before the first write lands.
     gapsExpectedUntil_ = pa_rtclock_now() + kExpectedGapUs;
     mirrorEnd_ = -1;
+    unplaced_ = 0;
 
     const pa_buffer_attr attr = bufferAttributes();
     const auto flags = static_cast<pa_stream_flags_t>(
@@ -300,11 +303,20 @@ void PulseOutput::onUnderflow(pa_stream*, void* self) {
 }
 
 void PulseOutput::onBufferChanged(pa_stream* stream, void* self) {
-    // The server changed the buffer by itself (a sink's latency changed), or sent a
-    // timing report, the first of which brings the sink's configured latency.
+    // The server changed the buffer by itself (a sink's latency changed).
     auto* output = static_cast<PulseOutput*>(self);
     if (!output->idle_.load() && output->bufferChangesPending_ == 0)
         output->noteGrantedBuffer(stream);
+}
+
+void PulseOutput::onTimingUpdate(pa_stream* stream, void* self) {
+    // The first report after a write at the read position says where what was written
+    // since then lies; the first report at all brings the sink's configured latency.
+    auto* output = static_cast<PulseOutput*>(self);
+    const pa_timing_info* timing = pa_stream_get_timing_info(stream);
+    if (timing && !timing->write_index_corrupt && output->mirrorEnd_ < 0)
+        output->anchorMirror(timing->write_index / static_cast<std::int64_t>(kFrameBytes));
+    onBufferChanged(stream, self);
 }
 
 void PulseOutput::onBufferSet(pa_stream* stream, int success, void* self) {
@@ -389,9 +401,12 @@ void PulseOutput::restartAtRead(pa_stream* stream) {
     // still plays whole, sample for sample (the refusing-server test).
     void* data = nullptr;
     std::size_t size = awakeTarget_;
+    mirrorEnd_ = -1;
+    unplaced_ = 0;
     if (pa_stream_begin_write(stream, &data, &size) >= 0 && data) {
         const std::size_t frames = size / kFrameBytes;
         mixer_->render(static_cast<float*>(data), frames);
+        remember(-1, static_cast<const float*>(data), frames);
         pa_stream_write(stream, data, frames * kFrameBytes, nullptr, 0, PA_SEEK_RELATIVE_ON_READ);
     }
     gapsExpectedUntil_ = pa_rtclock_now() + kExpectedGapUs;
@@ -412,9 +427,22 @@ void PulseOutput::forgetWritten() {
 void PulseOutput::remember(std::int64_t frame, const float* data, std::size_t frames) noexcept {
     // Render callback: copies only.
     if (frame < 0) {
+        // Where this lands is known only once the server reports the write position: keep
+        // it in order, from slot 0 on, to be placed then.
+        if (mirrorEnd_ >= 0)
+            unplaced_ = 0;
         mirrorEnd_ = -1;
+        for (std::size_t i = 0; i < frames; ++i) {
+            const std::size_t slot =
+                static_cast<std::size_t>(unplaced_ + static_cast<std::int64_t>(i)) % kMirrorFrames;
+            mirror_[2 * slot] = data[2 * i];
+            mirror_[2 * slot + 1] = data[2 * i + 1];
+        }
+        unplaced_ += static_cast<std::int64_t>(frames);
         return;
     }
+    if (mirrorEnd_ < 0)
+        anchorMirror(frame);
     if (frame != mirrorEnd_)
         mirrorStart_ = frame;
     for (std::size_t i = 0; i < frames; ++i) {
@@ -425,6 +453,25 @@ void PulseOutput::remember(std::int64_t frame, const float* data, std::size_t fr
     }
     mirrorEnd_ = frame + static_cast<std::int64_t>(frames);
     mirrorStart_ = std::max(mirrorStart_, mirrorEnd_ - static_cast<std::int64_t>(kMirrorFrames));
+}
+
+void PulseOutput::anchorMirror(std::int64_t writeEnd) noexcept {
+    // What was written since the write position was lost ends at `writeEnd`, all of it
+    // written in sequence: turn the ring so each frame sits at its place in the stream.
+    // Without this, pipewire-pulse (0.3.65) left every sound for a third of a second after
+    // a wake-up queued behind the idle buffer it asked to have filled right after the wake,
+    // all of them starting together at its end.
+    if (unplaced_ <= 0 || writeEnd < unplaced_) {
+        unplaced_ = 0;
+        return;
+    }
+    const std::int64_t first = writeEnd - unplaced_;
+    const auto turn = static_cast<std::size_t>(first % static_cast<std::int64_t>(kMirrorFrames));
+    if (turn != 0)
+        std::rotate(mirror_.begin(), mirror_.begin() + 2 * (kMirrorFrames - turn), mirror_.end());
+    mirrorStart_ = std::max(first, writeEnd - static_cast<std::int64_t>(kMirrorFrames));
+    mirrorEnd_ = writeEnd;
+    unplaced_ = 0;
 }
 
 bool PulseOutput::resendWithNewSounds() {

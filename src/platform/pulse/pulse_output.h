@@ -82,6 +82,8 @@ private:
     static void onMoved(pa_stream* stream, void* self);
     static void onUnderflow(pa_stream* stream, void* self);
     static void onBufferChanged(pa_stream* stream, void* self);
+    static void onTimingUpdate(pa_stream* stream, void* self);
+    void anchorMirror(std::int64_t writeEnd) noexcept;
     static void onBufferSet(pa_stream* stream, int success, void* self);
     void noteGrantedBuffer(pa_stream* stream);
     static void onSinkEvent(pa_context* context, pa_subscription_event_type_t type,
@@ -130,6 +132,9 @@ private:
     std::vector<float> resend_;
     std::int64_t mirrorStart_ = -1;
     std::int64_t mirrorEnd_ = -1;
+    // Frames written since the write position was lost, held in the ring from slot 0 on
+    // until the server's next timing report places them.
+    std::int64_t unplaced_ = 0;
 };
 
 } // namespace tappix
