@@ -68,6 +68,8 @@ void describeAudio() {
 constexpr int kProbeMs = 600;
 // Beyond this a device's own latency is worth a reason.
 constexpr double kNoticeableSeconds = 0.005;
+// Servers round a buffer to units of their own (PulseAudio makes 10 ms 10.5 ms).
+constexpr double kRoundingSeconds = 0.001;
 
 double ms(double seconds) {
     return seconds * 1000;
@@ -134,6 +136,10 @@ void describeLatency(tappix::AudioDeviceManager& devices) {
         std::printf("audio: why: the device's latency is fixed at %.1f ms; no stream can go "
                     "below it\n",
                     ms(during->configuredSeconds));
+    if (output->bufferSeconds() > output->requestedBufferSeconds() + kRoundingSeconds)
+        std::printf("audio: why: the server gave the stream a %.1f ms buffer instead of the "
+                    "%.0f ms asked for\n",
+                    ms(output->bufferSeconds()), ms(output->requestedBufferSeconds()));
     const std::uint64_t probeUnderruns = output->underruns();
     output->stop();
 

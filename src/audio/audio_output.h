@@ -39,6 +39,15 @@ public:
     /// (0 when unknown). Any thread.
     virtual double latencySeconds() const = 0;
 
+    /// The buffer the output asks the server for while sounds play, in seconds (0 when
+    /// it asks for none in particular). Any thread.
+    virtual double requestedBufferSeconds() const { return 0; }
+
+    /// The buffer the server granted for that, in seconds (0 when unknown): a server
+    /// that refuses small buffers grants more than was asked, and the output plays with
+    /// what it is given. Any thread.
+    virtual double bufferSeconds() const { return 0; }
+
     /// Times the server ran out of sound to play since the output started (each one
     /// an audible gap). Any thread.
     virtual std::uint64_t underruns() const { return 0; }

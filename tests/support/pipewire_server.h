@@ -22,9 +22,16 @@ namespace tappix::test {
 /// It runs as root as well (CI containers have no user session): PipeWire 0.3.65 does
 /// not refuse root, and under root in a container the only complaint in the log is the
 /// session bus failing to raise its file limit. The stack is up in about 0.3 s.
+///
+/// With `Buffers::refuseSmall` pipewire-pulse is set up for larger requests
+/// (`pulse.min.req` of 2048 frames), so every stream takes more than it asks for. Measured
+/// with 0.3.65, a stream asking for 10 ms with minreq 5 ms: by default it gets 16 ms
+/// (minreq 5.3 ms); with this it gets 128 ms, minreq 42.7 ms and a configured sink latency
+/// of 42.7 ms, asked again after a change as well. (`pulse.min.quantum` alone grants 16 ms
+/// first and pushes 53.3 ms a moment later; `pulse.min.frag` alone changes nothing.)
 class PipeWireServer final : public SoundServer {
 public:
-    PipeWireServer() {
+    explicit PipeWireServer(Buffers buffers = Buffers::asked) {
         runtime_ = dir_.filePath(QStringLiteral("runtime"));
         QDir().mkpath(runtime_);
         QFile::setPermissions(runtime_, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
@@ -39,6 +46,14 @@ public:
             QFile file(config + "/" + folder + "/51-tappix-test.lua");
             if (file.open(QIODevice::WriteOnly))
                 file.write(line);
+        }
+        if (buffers == Buffers::refuseSmall) {
+            const QString pulse =
+                dir_.filePath(QStringLiteral("config/pipewire/pipewire-pulse.conf.d"));
+            QDir().mkpath(pulse);
+            QFile file(pulse + "/51-tappix-test.conf");
+            if (file.open(QIODevice::WriteOnly))
+                file.write("pulse.properties = { pulse.min.req = 2048/48000 }\n");
         }
         exportSocket(runtime_ + QStringLiteral("/pulse/native"));
         started_ = start();
@@ -122,10 +137,12 @@ private:
 
 /// The private sound servers the audio tests run against, by name: "pulseaudio" or
 /// "pipewire".
-inline std::unique_ptr<SoundServer> makeSoundServer(const std::string& kind) {
+inline std::unique_ptr<SoundServer>
+makeSoundServer(const std::string& kind,
+                SoundServer::Buffers buffers = SoundServer::Buffers::asked) {
     if (kind == "pipewire")
-        return std::make_unique<PipeWireServer>();
-    return std::make_unique<PulseServer>();
+        return std::make_unique<PipeWireServer>(buffers);
+    return std::make_unique<PulseServer>(buffers);
 }
 
 /// Why the audio tests cannot run on `kind`'s server, or empty when it runs. Only a
@@ -162,6 +179,15 @@ protected:
     }
     /// Whether `SoundServerTest::SetUp` left the test to run.
     bool serverReady() const { return !IsSkipped() && !HasFailure(); }
+    /// Replaces the suite's server with one of the same kind that treats buffers as
+    /// `buffers`, for this test alone (the next test starts a usual one); empty when it
+    /// runs, else why not. Clients of the old server must be gone.
+    std::string restartServer(SoundServer::Buffers buffers) {
+        delete server_;
+        server_ = makeSoundServer(GetParam(), buffers).release();
+        kind_.clear();
+        return whyNotRunning(GetParam(), server_);
+    }
 
     static inline SoundServer* server_ = nullptr;
     static inline std::string kind_;

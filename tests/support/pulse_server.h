@@ -22,6 +22,15 @@ namespace tappix::test {
 /// exported to this process as PULSE_SERVER. Nothing system-wide is touched.
 class SoundServer {
 public:
+    /// What the server grants a playback stream that asks for a small buffer.
+    enum class Buffers {
+        /// What the stream asks for (the server's own rounding aside).
+        asked,
+        /// Never a small one: the default sink "tappix_a" makes every stream on it take a
+        /// buffer of 50 ms or more whatever it asks for, as a network sink does.
+        refuseSmall,
+    };
+
     virtual ~SoundServer() = default;
 
     /// Starts (or restarts) the server on the same socket; true once it answers with its
@@ -132,7 +141,13 @@ protected:
 /// The private server as a PulseAudio daemon.
 class PulseServer final : public SoundServer {
 public:
-    PulseServer() {
+    /// Measured with PulseAudio 16.1: a stream asking for 10 ms with minreq 5 ms gets that
+    /// (10.5 ms) on null, pipe, echo-cancel and combine sinks alike (a combine sink pushes
+    /// 210 ms a moment after the connect, but grants 10.5 ms again when asked anew). A sink
+    /// of fixed latency grants that latency plus two minreqs: 50 ms on a tunnel sink with
+    /// `latency_msec=40`, which is what `Buffers::refuseSmall` makes "tappix_a" (a tunnel
+    /// back into this server, to a null sink "tappix_far").
+    explicit PulseServer(Buffers buffers = Buffers::asked) : buffers_(buffers) {
         socket_ = dir_.filePath(QStringLiteral("native"));
         exportSocket(socket_);
         started_ = start();
@@ -151,13 +166,22 @@ public:
         const QString sink =
             QStringLiteral("module-null-sink sink_name=%1 rate=48000 format=float32le channels=2 "
                            "sink_properties=device.description=%2");
+        const bool refuse = buffers_ == Buffers::refuseSmall;
         server_.start(QStringLiteral("pulseaudio"),
                       {"-n", "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
                        "--log-target=stderr", "-L",
                        "module-native-protocol-unix socket=" + socket_ + " auth-anonymous=1", "-L",
-                       sink.arg("tappix_a", "Speakers-A"), "-L", sink.arg("tappix_b", "Speakers-B"),
-                       "-L", "module-null-source source_name=tappix_mic"});
-        return answers();
+                       refuse ? sink.arg("tappix_far", "Far") : sink.arg("tappix_a", "Speakers-A"),
+                       "-L", sink.arg("tappix_b", "Speakers-B"), "-L",
+                       "module-null-source source_name=tappix_mic"});
+        if (!answers())
+            return false;
+        return !refuse || !pactl({"load-module", "module-tunnel-sink", "server=unix:" + socket_,
+                                  "sink=tappix_far", "sink_name=tappix_a", "latency_msec=40",
+                                  "rate=48000", "format=float32le", "channels=2",
+                                  "sink_properties=device.description=Speakers-A"})
+                               .trimmed()
+                               .isEmpty();
     }
 
     void kill() override {
@@ -166,6 +190,7 @@ public:
     }
 
 private:
+    Buffers buffers_;
     QString socket_;
     QProcess server_;
 };

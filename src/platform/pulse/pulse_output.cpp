@@ -3,6 +3,8 @@
 #include "audio/mixer.h"
 #include "core/log.h"
 
+#include <algorithm>
+
 namespace tappix {
 namespace {
 constexpr std::size_t kFrameBytes = 2 * sizeof(float);
@@ -12,6 +14,9 @@ constexpr pa_usec_t kExpectedGapUs = 50 * PA_USEC_PER_MSEC;
 constexpr int kMeterIntervalMs = 500;
 // Requests older than this say nothing about the cycles now.
 constexpr pa_usec_t kCycleMarkLifeUs = PA_USEC_PER_SEC;
+// Servers round a buffer to units of their own (PulseAudio makes 10 ms 10.5 ms); beyond
+// this the server granted more than was asked.
+constexpr double kRoundingMs = 1.0;
 } // namespace
 
 PulseOutput::PulseOutput(int idleAfterMs)
@@ -152,10 +157,15 @@ void PulseOutput::createStream(pa_context* context) {
     pa_stream_set_write_callback(stream_, &PulseOutput::onWrite, this);
     pa_stream_set_moved_callback(stream_, &PulseOutput::onMoved, this);
     pa_stream_set_underflow_callback(stream_, &PulseOutput::onUnderflow, this);
+    pa_stream_set_buffer_attr_callback(stream_, &PulseOutput::onBufferChanged, this);
+    pa_stream_set_latency_update_callback(stream_, &PulseOutput::onTimingUpdate, this);
+    bufferChangesPending_ = 0;
+    loggedBuffer_ = 0;
     // The stream starts empty: the server may find it so before the first write lands.
     gapsExpectedUntil_ = pa_rtclock_now() + kExpectedGapUs;
     mirrorEnd_ = -1;
     cycleMarks_.fill({});
+    unplaced_ = 0;
 
     const pa_buffer_attr attr = bufferAttributes();
     const auto flags = static_cast<pa_stream_flags_t>(
@@ -220,6 +230,8 @@ void PulseOutput::dropStream() {
     pa_stream_set_write_callback(stream_, nullptr, nullptr);
     pa_stream_set_moved_callback(stream_, nullptr, nullptr);
     pa_stream_set_underflow_callback(stream_, nullptr, nullptr);
+    pa_stream_set_buffer_attr_callback(stream_, nullptr, nullptr);
+    pa_stream_set_latency_update_callback(stream_, nullptr, nullptr);
     if (pa_stream_get_state(stream_) == PA_STREAM_READY ||
         pa_stream_get_state(stream_) == PA_STREAM_CREATING)
         pa_stream_disconnect(stream_);
@@ -235,15 +247,9 @@ void PulseOutput::onStreamState(pa_stream* stream, void* self) {
         output->idle_ = false;
         output->quietFrames_ = 0;
         output->streamFailureLogged_ = false;
-        const pa_buffer_attr* attr = pa_stream_get_buffer_attr(stream);
-        const pa_sample_spec* format = pa_stream_get_sample_spec(stream);
-        pa_usec_t sinkLatency = 0;
-        if (const pa_timing_info* timing = pa_stream_get_timing_info(stream))
-            sinkLatency = timing->configured_sink_usec;
-        const double buffer = attr && format ? pa_bytes_to_usec(attr->tlength, format) / 1e6 : 0.0;
-        output->latency_ = buffer + static_cast<double>(sinkLatency) / 1e6;
+        output->noteGrantedBuffer(stream);
         qCInfo(lcAudio, "playing on %s (buffer %.1f ms)", pa_stream_get_device_name(stream),
-               buffer * 1000);
+               output->buffer_.load() * 1000);
         output->scheduleMeter();
         // On the default while the chosen sink is away: it may have appeared meanwhile.
         output->seekChosenDevice(pa_stream_get_context(stream), std::nullopt);
@@ -365,6 +371,57 @@ void PulseOutput::onUnderflow(pa_stream*, void* self) {
     qCDebug(lcAudio, "output underrun (%llu since start)", static_cast<unsigned long long>(count));
 }
 
+void PulseOutput::onBufferChanged(pa_stream* stream, void* self) {
+    // The server changed the buffer by itself (a sink's latency changed).
+    auto* output = static_cast<PulseOutput*>(self);
+    if (!output->idle_.load() && output->bufferChangesPending_ == 0)
+        output->noteGrantedBuffer(stream);
+}
+
+void PulseOutput::onTimingUpdate(pa_stream* stream, void* self) {
+    // The first report after a write at the read position says where what was written
+    // since then lies; the first report at all brings the sink's configured latency.
+    auto* output = static_cast<PulseOutput*>(self);
+    const pa_timing_info* timing = pa_stream_get_timing_info(stream);
+    if (timing && !timing->write_index_corrupt && output->mirrorEnd_ < 0)
+        output->anchorMirror(timing->write_index / static_cast<std::int64_t>(kFrameBytes));
+    onBufferChanged(stream, self);
+}
+
+void PulseOutput::onBufferSet(pa_stream* stream, int success, void* self) {
+    // Only the answer to the last change asked for says what the stream has now.
+    auto* output = static_cast<PulseOutput*>(self);
+    --output->bufferChangesPending_;
+    if (success && !output->idle_.load() && output->bufferChangesPending_ == 0)
+        output->noteGrantedBuffer(stream);
+}
+
+void PulseOutput::noteGrantedBuffer(pa_stream* stream) {
+    // Loop thread, outside the render callback. A server may refuse a small buffer
+    // (a sink of fixed latency on PulseAudio: that latency plus two minreqs; pipewire-pulse
+    // with a larger pulse.min.req: three of them) and grants a larger one: the stream
+    // plays with what it gets. Its refills then come less often, and new sounds are still
+    // re-sent past the sink's configured latency rather than queued behind the buffer.
+    const pa_buffer_attr* attr = pa_stream_get_buffer_attr(stream);
+    const pa_sample_spec* format = pa_stream_get_sample_spec(stream);
+    if (!attr || !format)
+        return;
+    // Until the server's first timing report the sink's part is not known.
+    pa_usec_t sinkLatency = 0;
+    if (const pa_timing_info* timing = pa_stream_get_timing_info(stream))
+        sinkLatency = timing->configured_sink_usec;
+    const double bufferMs = static_cast<double>(pa_bytes_to_usec(attr->tlength, format)) / 1000;
+    buffer_ = bufferMs / 1000;
+    latency_ = (bufferMs + static_cast<double>(sinkLatency) / 1000) / 1000;
+    if (bufferMs > kTargetLatencyMs + kRoundingMs && attr->tlength != loggedBuffer_) {
+        loggedBuffer_ = attr->tlength;
+        qCInfo(lcAudio,
+               "the server gave the stream a %.1f ms buffer instead of the %d ms asked "
+               "for; playing with that",
+               bufferMs, kTargetLatencyMs);
+    }
+}
+
 void PulseOutput::setIdle(pa_stream* stream, bool idle) {
     // Idle: a large buffer refilled a few times a second instead of every 5 ms; the
     // stream stays connected and running, so the sink never suspends.
@@ -381,8 +438,11 @@ void PulseOutput::setIdle(pa_stream* stream, bool idle) {
             bytes -= frames * kFrameBytes;
         }
     }
-    if (pa_operation* op = pa_stream_set_buffer_attr(stream, &attr, nullptr, nullptr))
+    if (pa_operation* op =
+            pa_stream_set_buffer_attr(stream, &attr, &PulseOutput::onBufferSet, this)) {
+        ++bufferChangesPending_;
         pa_operation_unref(op);
+    }
     idle_ = idle;
     quietFrames_ = 0;
     // The cycle follows the buffer: what was counted before says nothing now.
@@ -418,19 +478,23 @@ void PulseOutput::restartAtRead(pa_stream* stream) {
     // for what it dropped (a flush leaves it waiting for data it believes is on its
     // way), and only then is the buffer made small, so the stream never runs dry. What
     // lies beyond the new write position is silence or old sound that the next writes
-    // replace.
-    // PipeWire's layer asks at once for the whole idle buffer after such a write, which
-    // would be rendered before the write position is known again, so the next keys
-    // could not be re-sent and waited behind it (measured: five keys at 15 a second
-    // bunched 375 ms late). There the buffer is made small first: the write then fills
-    // it, and the server asks only for what each cycle takes.
+    // replace. The write is the small buffer asked for even where the server granted a
+    // larger one: with a 128 ms buffer refilled 42.7 ms at a time (pipewire-pulse) and a
+    // 50 ms one on a 40 ms fixed-latency sink (PulseAudio) the first sound after a silence
+    // still plays whole, sample for sample (the refusing-server test).
+    // PipeWire's layer asks at once for the whole idle buffer after such a write (375 ms,
+    // more than the mirror holds), so there the buffer is made small first: the write
+    // then fills it, and the server asks only for what each cycle takes.
     if (playsInCycles_)
         setIdle(stream, false);
     void* data = nullptr;
     std::size_t size = bufferAttributes().tlength;
+    mirrorEnd_ = -1;
+    unplaced_ = 0;
     if (pa_stream_begin_write(stream, &data, &size) >= 0 && data) {
         const std::size_t frames = size / kFrameBytes;
         mixer_->render(static_cast<float*>(data), frames);
+        remember(-1, static_cast<const float*>(data), frames);
         pa_stream_write(stream, data, frames * kFrameBytes, nullptr, 0, PA_SEEK_RELATIVE_ON_READ);
     }
     gapsExpectedUntil_ = pa_rtclock_now() + kExpectedGapUs;
@@ -452,9 +516,22 @@ void PulseOutput::forgetWritten() {
 void PulseOutput::remember(std::int64_t frame, const float* data, std::size_t frames) noexcept {
     // Render callback: copies only.
     if (frame < 0) {
+        // Where this lands is known only once the server reports the write position: keep
+        // it in order, from slot 0 on, to be placed then.
+        if (mirrorEnd_ >= 0)
+            unplaced_ = 0;
         mirrorEnd_ = -1;
+        for (std::size_t i = 0; i < frames; ++i) {
+            const std::size_t slot =
+                static_cast<std::size_t>(unplaced_ + static_cast<std::int64_t>(i)) % kMirrorFrames;
+            mirror_[2 * slot] = data[2 * i];
+            mirror_[2 * slot + 1] = data[2 * i + 1];
+        }
+        unplaced_ += static_cast<std::int64_t>(frames);
         return;
     }
+    if (mirrorEnd_ < 0)
+        anchorMirror(frame);
     if (frame != mirrorEnd_)
         mirrorStart_ = frame;
     for (std::size_t i = 0; i < frames; ++i) {
@@ -465,6 +542,25 @@ void PulseOutput::remember(std::int64_t frame, const float* data, std::size_t fr
     }
     mirrorEnd_ = frame + static_cast<std::int64_t>(frames);
     mirrorStart_ = std::max(mirrorStart_, mirrorEnd_ - static_cast<std::int64_t>(kMirrorFrames));
+}
+
+void PulseOutput::anchorMirror(std::int64_t writeEnd) noexcept {
+    // What was written since the write position was lost ends at `writeEnd`, all of it
+    // written in sequence: turn the ring so each frame sits at its place in the stream.
+    // Without this, pipewire-pulse (0.3.65) left every sound for a third of a second after
+    // a wake-up queued behind the idle buffer it asked to have filled right after the wake,
+    // all of them starting together at its end.
+    if (unplaced_ <= 0 || writeEnd < unplaced_) {
+        unplaced_ = 0;
+        return;
+    }
+    const std::int64_t first = writeEnd - unplaced_;
+    const auto turn = static_cast<std::size_t>(first % static_cast<std::int64_t>(kMirrorFrames));
+    if (turn != 0)
+        std::rotate(mirror_.begin(), mirror_.begin() + 2 * (kMirrorFrames - turn), mirror_.end());
+    mirrorStart_ = std::max(first, writeEnd - static_cast<std::int64_t>(kMirrorFrames));
+    mirrorEnd_ = writeEnd;
+    unplaced_ = 0;
 }
 
 bool PulseOutput::resendWithNewSounds() {

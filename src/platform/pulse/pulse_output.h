@@ -80,7 +80,11 @@ public:
     /// Whether the stream is in its idle buffer now. Any thread.
     bool isIdle() const { return idle_.load(); }
     bool isPlaying() const override { return playing_.load(); }
+    /// The small buffer plus the sink's configured latency, both as the server granted
+    /// them, while awake. Any thread.
     double latencySeconds() const override { return latency_.load(); }
+    double requestedBufferSeconds() const override { return kTargetLatencyMs / 1000.0; }
+    double bufferSeconds() const override { return buffer_.load(); }
     std::uint64_t underruns() const override { return underruns_.load(); }
     /// How many times new sounds went out by re-sending the unplayed buffer (rather
     /// than waiting behind it). Any thread.
@@ -98,6 +102,11 @@ private:
     static void onStreamState(pa_stream* stream, void* self);
     static void onMoved(pa_stream* stream, void* self);
     static void onUnderflow(pa_stream* stream, void* self);
+    static void onBufferChanged(pa_stream* stream, void* self);
+    static void onTimingUpdate(pa_stream* stream, void* self);
+    void anchorMirror(std::int64_t writeEnd) noexcept;
+    static void onBufferSet(pa_stream* stream, int success, void* self);
+    void noteGrantedBuffer(pa_stream* stream);
     static void onSinkEvent(pa_context* context, pa_subscription_event_type_t type,
                             std::uint32_t index, void* self);
     static void onSinkInfo(pa_context* context, const pa_sink_info* info, int eol, void* self);
@@ -132,6 +141,10 @@ private:
     bool deviceMissing_ = false;
     std::atomic<bool> playing_{false};
     std::atomic<double> latency_{0.0};
+    std::atomic<double> buffer_{0.0};
+    // Buffer changes asked of the server and not answered yet; the buffer last logged.
+    int bufferChangesPending_ = 0;
+    std::uint32_t loggedBuffer_ = 0;
     std::atomic<std::uint64_t> underruns_{0};
     std::atomic<std::uint64_t> resends_{0};
     pa_usec_t gapsExpectedUntil_ = 0;
@@ -153,6 +166,9 @@ private:
     std::vector<float> resend_;
     std::int64_t mirrorStart_ = -1;
     std::int64_t mirrorEnd_ = -1;
+    // Frames written since the write position was lost, held in the ring from slot 0 on
+    // until the server's next timing report places them.
+    std::int64_t unplaced_ = 0;
 };
 
 } // namespace tappix
