@@ -47,6 +47,9 @@ parec --device=bench.monitor --format=float32le --rate=48000 --channels=2 --late
 parec=$!
 sleep 0.5
 before=$(underruns)
+# Machine-wide CPU use over the typing: busy and total jiffies from /proc/stat.
+cpu_now() { awk '/^cpu /{print $2+$3+$4+$7+$8, $2+$3+$4+$5+$6+$7+$8}' /proc/stat; }
+read -r busy0 total0 < <(cpu_now)
 keys=$((seconds * rate))
 start=$(date +%s.%N)
 # XTest presses at a steady rate (xdotool type paces itself unevenly).
@@ -64,7 +67,7 @@ for i in range(keys):
     xtest.fake_input(d, X.KeyRelease, code); d.sync()
 ' "$keys" "$rate"
 end=$(date +%s.%N)
-load=$(cut -d' ' -f1 /proc/loadavg)
+read -r busy1 total1 < <(cpu_now)
 sleep 1
 kill -INT "$parec"
 wait "$parec" || true
@@ -72,7 +75,7 @@ after=$(underruns)
 
 echo "typed $keys keys in $(echo "$end - $start" | bc -l | xargs printf '%.1f') s" \
     "($(echo "$keys / ($end - $start)" | bc -l | xargs printf '%.1f') keys/s) under load"
-echo "load average (1 min) when the typing ended: $load"
+echo "machine CPU busy while typing: $(( 100 * (busy1 - busy0) / (total1 - total0) )) % of both cores"
 echo "underruns while typing: $((after - before)) (since start: $after)"
 # A key sound is a sharp rise of the 1 ms peak envelope: above 0.02 and over twice the
 # loudest of the 3-8 ms before it, at least 30 ms after the last one (sounds overlap at

@@ -14,7 +14,12 @@ namespace {
 constexpr std::int64_t kMaxCode = 0xFFFFFF;
 
 std::string quoted(const QString& text) {
-    return "\"" + text.left(60).toStdString() + (text.size() > 60 ? "…\"" : "\"");
+    // Built up in place: GCC 12 at -O3 takes `"\"" + std::string` for an overlapping copy
+    // (-Wrestrict) and fails a Release build.
+    std::string quoted = "\"";
+    quoted += text.left(60).toStdString();
+    quoted += text.size() > 60 ? "…\"" : "\"";
+    return quoted;
 }
 
 // "30" or "30-up"; none when the key is not a number.

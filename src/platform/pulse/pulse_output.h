@@ -13,7 +13,7 @@
 namespace tappix {
 
 /// The mixer's output as one PulseAudio playback stream: 48 kHz float stereo with a
-/// small target buffer, no prebuffering and never corked, so the sink never suspends
+/// 30 ms buffer, no prebuffering and never corked, so the sink never suspends
 /// under Tappix and a key after a long silence starts at once. The stream follows the
 /// default sink unless a device is named; it is recreated when the server restarts.
 /// The loop thread, "tappix-pulse", runs the render callback.
@@ -63,8 +63,9 @@ public:
     static constexpr int kCycleGuardUs = 1000;
     /// How many of the server's latest requests for data are kept to count its cycles.
     static constexpr std::size_t kCycleMarks = 16;
-    /// How much of what was written the mirror keeps, in frames: more than the idle
-    /// buffer, which is still queued for a moment after waking.
+    /// How much of what was written the mirror keeps, in frames: more than PulseAudio's
+    /// idle buffer, which is still queued for a moment after waking (on PipeWire, which
+    /// grants 375 ms for it, the buffer is made small before the wake-up's write).
     static constexpr std::size_t kMirrorFrames = 16384;
     /// How long `start` waits for the stream before returning (it keeps trying after).
     static constexpr int kStartWaitMs = 1000;
