@@ -17,6 +17,8 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <cmath>
+#include <sched.h>
+#include <unistd.h>
 
 using namespace tappix;
 using test::PulseServer;
@@ -177,6 +179,25 @@ TEST_P(PulsePlayer, ASampleArrivesAtItsLevelOnItsSide) {
         server_->record("tappix_a", [&] { player_->playBuffer(tone(0.2f), 1, 1, 0.5f); }));
     EXPECT_NEAR(right.peakRight, 0.25, 0.02);
     EXPECT_LT(right.peakLeft, 0.01);
+}
+
+// The output's loop thread runs at real-time priority where the process may have it
+// (here as root, as in CI; elsewhere through RealtimeKit), and the thread really is so.
+TEST_P(PulsePlayer, TheOutputThreadRunsAtRealTimePriority) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs root or RealtimeKit to be granted real-time priority";
+    EXPECT_TRUE(output_->isRealtime());
+    int found = 0;
+    for (const QString& task :
+         QDir("/proc/self/task").entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile comm("/proc/self/task/" + task + "/comm");
+        if (!comm.open(QIODevice::ReadOnly) || comm.readAll().trimmed() != "tappix-pulse")
+            continue;
+        ++found;
+        EXPECT_EQ(sched_getscheduler(task.toInt()) & ~SCHED_RESET_ON_FORK, SCHED_FIFO)
+            << "thread " << task.toStdString();
+    }
+    EXPECT_EQ(found, 1);
 }
 
 TEST_P(PulsePlayer, SeventeenQuickPlaysCutTheFirst) {
@@ -367,6 +388,10 @@ TEST_P(PulsePlayer, SoundsAddedWhilePlayingLeaveTheOthersUntouched) {
     constexpr int kShort = 12; // with the tone, fewer than the 16 voices
     const std::uint64_t resendsBefore = output_->resends();
     const std::uint64_t underrunsBefore = output_->underruns();
+    // Awake first: the wake-up has its own test, this one is about re-sends.
+    player_->playBuffer(std::make_shared<SampleBuffer>(SampleBuffer{std::vector<float>(480)}), 1, 0,
+                        1);
+    QThread::msleep(50);
     const auto recorded = server_->record(
         "tappix_a",
         [&] {

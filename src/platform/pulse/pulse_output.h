@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace tappix {
@@ -55,12 +56,15 @@ public:
     /// The idle buffer: a few wake-ups a second while nothing plays.
     static constexpr int kIdleBufferMs = 250;
     /// How far past the server's estimated read position, beyond the sink's configured
-    /// latency, a re-sent sound starts: the time the write takes to reach the server.
+    /// latency and the recent transport time, a re-sent sound starts.
     static constexpr int kResendMarginUs = 1000;
     /// On a server that plays in cycles, a re-sent sound goes one cycle later when the
-    /// next cycle starts within this (plus the measured transport time): the server
-    /// may take the cycle before the write arrives.
+    /// next cycle starts within this (plus the recent transport time): the server may
+    /// take the cycle before the write arrives.
     static constexpr int kCycleGuardUs = 1000;
+    /// On a server that plays in cycles, how far past its read position the first sound
+    /// after a silence goes (plus the recent transport time).
+    static constexpr int kWakeMarginUs = 2000;
     /// How many of the server's latest requests for data are kept to count its cycles.
     static constexpr std::size_t kCycleMarks = 16;
     /// How much of what was written the mirror keeps, in frames: more than PulseAudio's
@@ -91,6 +95,9 @@ public:
     /// than waiting behind it). Any thread.
     std::uint64_t resends() const { return resends_.load(); }
 
+    /// Whether the loop thread got real-time priority when the output started. Any thread.
+    bool isRealtime() const { return realtime_.load(); }
+
     /// The sink the stream plays on now, or empty while there is no stream. Any thread
     /// but the loop's own.
     std::string currentDevice();
@@ -107,6 +114,7 @@ private:
     static void onTimingUpdate(pa_stream* stream, void* self);
     void anchorMirror(std::int64_t writeEnd) noexcept;
     static void onBufferSet(pa_stream* stream, int success, void* self);
+    void notePathDelay(double transportUs);
     void noteGrantedBuffer(pa_stream* stream);
     static void onSinkEvent(pa_context* context, pa_subscription_event_type_t type,
                             std::uint32_t index, void* self);
@@ -141,6 +149,8 @@ private:
     std::optional<std::string> device_;
     bool deviceMissing_ = false;
     std::atomic<bool> playing_{false};
+    std::atomic<pid_t> loopThread_{0};
+    std::atomic<bool> realtime_{false};
     std::atomic<double> latency_{0.0};
     std::atomic<double> buffer_{0.0};
     // Buffer changes asked of the server and not answered yet; the buffer last logged.
@@ -159,6 +169,11 @@ private:
         std::int64_t read = -1;
     };
     std::array<CycleMark, kCycleMarks> cycleMarks_{};
+    // How long a write takes to reach the server lately (a decaying peak of the timing
+    // reports' transport time), in microseconds; added to the re-send margins. Loop
+    // thread, or under the lock.
+    static constexpr double kPathDelayEasing = 0.1;
+    double pathDelayUs_ = 0;
     std::size_t nextCycleMark_ = 0;
     // What was written, by absolute stream frame: [mirrorStart_, mirrorEnd_) is held
     // in the ring `mirror_`; mirrorEnd_ < 0 while the write position is unknown (after

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+
+namespace tappix {
+
+/// Real-time scheduling for one thread of this process, the way desktop sound
+/// programs get it: directly where the process may (root, or an rtprio limit from
+/// the audio group), else through RealtimeKit on the system bus. A thread at even
+/// the lowest real-time priority runs as soon as it wakes, ahead of every ordinary
+/// process, so a parallel build cannot hold back the sound it is about to send.
+class RealtimeThread final {
+public:
+    /// The real-time priority asked for: the lowest, below the sound servers' own
+    /// threads (PulseAudio 5, PipeWire 88), so they still go first.
+    static constexpr int kPriority = 1;
+    /// The CPU time a real-time thread may use without blocking, which RealtimeKit
+    /// requires to be limited; the loop blocks every few milliseconds.
+    static constexpr long kMaxRunUs = 200000;
+
+    /// Makes thread `tid` (of this process) real-time at `kPriority`. Returns an empty
+    /// string when it is, else why not (for one log line). Blocks for up to a D-Bus
+    /// round trip; any thread but the one it changes.
+    static std::string makeRealtime(pid_t tid);
+};
+
+} // namespace tappix
