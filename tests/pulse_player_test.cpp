@@ -88,6 +88,21 @@ protected:
     /// How far the left channel of `recorded` strays from `tone(seconds)`, from where the
     /// tone starts; negative when it was not recorded whole. A frame lost or added (a
     /// re-send put a frame off, an underrun) shifts the tone's phase: a large error.
+    /// What the sink plays of a 0.3 s tone on the left followed, every `gapMs`, by
+    /// `count` 20 ms sounds on the right.
+    std::vector<float> toneThenShortSounds(int count, int gapMs) {
+        return server_->record(
+            "tappix_a",
+            [&] {
+                player_->playBuffer(tone(0.3f), 1, -1, 1);
+                for (int i = 0; i < count; ++i) {
+                    QThread::msleep(gapMs);
+                    player_->playBuffer(tone(0.02f), 1, 1, 1);
+                }
+            },
+            800);
+    }
+
     static double toneError(const std::vector<float>& recorded, float seconds) {
         const std::size_t frames = recorded.size() / 2;
         const auto length = static_cast<std::size_t>(seconds * 48000);
@@ -430,16 +445,7 @@ TEST_P(PulsePlayer, TheFirstSoundsAfterASilencePlayWholeAndInTheirOwnTime) {
     constexpr int kNext = 4;
     ASSERT_TRUE(waitUntil([&] { return output_->isIdle(); }, 10000));
     const std::uint64_t underrunsBefore = output_->underruns();
-    const auto recorded = server_->record(
-        "tappix_a",
-        [&] {
-            player_->playBuffer(tone(0.3f), 1, -1, 1);
-            for (int i = 0; i < kNext; ++i) {
-                QThread::msleep(60);
-                player_->playBuffer(tone(0.02f), 1, 1, 1);
-            }
-        },
-        800);
+    const auto recorded = toneThenShortSounds(kNext, 60);
     if (output_->underruns() == underrunsBefore) {
         const auto sounds = rightChannelSounds(recorded);
         EXPECT_EQ(sounds.size(), static_cast<std::size_t>(kNext)) << "sounds bunched together";
@@ -509,16 +515,7 @@ TEST_P(PulsePlayer, AServerThatRefusesSmallBuffersLosesNoSound) {
     constexpr int kAdded = 3;
     const std::uint64_t underrunsBefore = output_->underruns();
     const std::uint64_t resendsBefore = output_->resends();
-    const auto recorded = server_->record(
-        "tappix_a",
-        [&] {
-            player_->playBuffer(tone(0.3f), 1, -1, 1);
-            for (int i = 0; i < kAdded; ++i) {
-                QThread::msleep(100);
-                player_->playBuffer(tone(0.02f), 1, 1, 1);
-            }
-        },
-        800);
+    const auto recorded = toneThenShortSounds(kAdded, 100);
     const double worst = toneError(recorded, 0.3f);
     ASSERT_GE(worst, 0) << "the tone was not recorded whole";
     // An underrun (a loaded machine) shifts the tone; it is counted, not judged here.
