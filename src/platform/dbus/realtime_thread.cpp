@@ -1,8 +1,7 @@
 #include "platform/dbus/realtime_thread.h"
 
 #include <QDBusConnection>
-#include <QDBusInterface>
-#include <QDBusReply>
+#include <QDBusMessage>
 #include <cerrno>
 #include <cstring>
 #include <sched.h>
@@ -28,14 +27,17 @@ std::string RealtimeThread::makeRealtime(pid_t tid) {
     QDBusConnection bus = QDBusConnection::systemBus();
     if (!bus.isConnected())
         return direct + "; no system bus for RealtimeKit";
-    QDBusInterface kit("org.freedesktop.RealtimeKit1", "/org/freedesktop/RealtimeKit1",
-                       "org.freedesktop.RealtimeKit1", bus);
-    const QDBusReply<void> reply =
-        kit.call("MakeThreadRealtime", QVariant::fromValue(static_cast<quint64>(tid)),
-                 QVariant::fromValue(static_cast<quint32>(kPriority)));
-    if (reply.isValid())
+    // A plain call with a short timeout: no introspection round trip, and a stuck
+    // RealtimeKit cannot hold up the caller for D-Bus's default 25 s.
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        "org.freedesktop.RealtimeKit1", "/org/freedesktop/RealtimeKit1",
+        "org.freedesktop.RealtimeKit1", "MakeThreadRealtime");
+    call << QVariant::fromValue(static_cast<quint64>(tid))
+         << QVariant::fromValue(static_cast<quint32>(kPriority));
+    const QDBusMessage reply = bus.call(call, QDBus::Block, kCallTimeoutMs);
+    if (reply.type() == QDBusMessage::ReplyMessage)
         return {};
-    return direct + "; RealtimeKit: " + reply.error().message().toStdString();
+    return direct + "; RealtimeKit: " + reply.errorMessage().toStdString();
 }
 
 } // namespace tappix

@@ -18,10 +18,12 @@ public:
     /// The CPU time a real-time thread may use without blocking, which RealtimeKit
     /// requires to be limited; the loop blocks every few milliseconds.
     static constexpr long kMaxRunUs = 200000;
+    /// How long the request to RealtimeKit may take.
+    static constexpr int kCallTimeoutMs = 500;
 
     /// Makes thread `tid` (of this process) real-time at `kPriority`. Returns an empty
-    /// string when it is, else why not (for one log line). Blocks for up to a D-Bus
-    /// round trip; any thread but the one it changes.
+    /// string when it is, else why not (for one log line). Blocks for up to
+    /// `kCallTimeoutMs`; any thread.
     static std::string makeRealtime(pid_t tid);
 };
 
