@@ -103,6 +103,9 @@ void PulseOutput::onContextReady(pa_context* context) {
 
 void PulseOutput::onServerInfo(pa_context* context, const pa_server_info* info, void* self) {
     auto* output = static_cast<PulseOutput*>(self);
+    // The server went away before answering: the connection starts anew when it is back.
+    if (pa_context_get_state(context) != PA_CONTEXT_READY)
+        return;
     const std::string name = info && info->server_name ? info->server_name : "";
     output->playsInCycles_ = name.find("PipeWire") != std::string::npos;
     qCInfo(lcAudio, "sound server: %s", name.empty() ? "unknown" : name.c_str());
