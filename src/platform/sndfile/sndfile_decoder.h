@@ -16,7 +16,16 @@ public:
     /// hour-long recording from eating memory.
     static constexpr double kMaxSeconds = 60.0;
 
+    /// Most audio `decodeSpans` keeps, in seconds of all stretches together; the file
+    /// itself may be of any length.
+    static constexpr double kMaxSpanSeconds = 60.0;
+
     std::optional<SampleBuffer> decode(const QString& path, std::string& error) override;
+
+    /// Reads the file as a stream, block by block, keeping only what falls in `spans`,
+    /// and stops after the last of them: memory follows the stretches, never the file.
+    std::optional<Spans> decodeSpans(const QString& path, const std::vector<Span>& spans,
+                                     std::string& error) override;
 };
 
 /// Writes mono 48000 Hz samples as a 16-bit PCM WAV file (clipped to -1 … 1).
