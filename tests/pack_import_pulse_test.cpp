@@ -12,25 +12,31 @@
 using namespace tappix;
 
 // An imported pack, played by key on a private sound server: each chosen key sounds
-// at the loudness of the stretch of the pack's one audio file that the pack gave it.
+// at the loudness of the stretch of the pack's one audio file that the pack gave it. The
+// file runs over a minute, longer than any sound a kit plays whole, as recordings cut
+// into slices often do.
 TEST(ImportedPackOnTheSink, ChosenKeysSoundTheirOwnSlices) {
     test::PulseServer server;
     QTemporaryDir temp;
     const QString pack = temp.filePath("pack");
-    // 150 ms stretches: letters 0.1, Enter 0.2, Space 0.3, Up 0.4, keypad Enter 0.5.
-    ASSERT_TRUE(test::writeTone(pack + "/keys.wav", 44100, test::kWav16, {0.1, 0.2, 0.3, 0.4, 0.5},
-                                150, 440));
-    test::writeConfig(pack, {{"name", "On The Sink"},
-                             {"key_define_type", "single"},
-                             {"sound", "keys.wav"},
-                             {"defines", QJsonObject{{"30", QJsonArray{0, 150}},
-                                                     {"3612", QJsonArray{600, 150}},
-                                                     {"57", QJsonArray{300, 150}},
-                                                     {"57416", QJsonArray{450, 150}}}}});
+    // 60 s of silence, then 150 ms stretches: letters 0.1, Enter 0.2, Space 0.3, Up 0.4,
+    // keypad Enter 0.5.
+    std::vector<double> levels(400, 0.0);
+    levels.insert(levels.end(), {0.1, 0.2, 0.3, 0.4, 0.5});
+    ASSERT_TRUE(test::writeTone(pack + "/keys.wav", 44100, test::kWav16, levels, 150, 440));
+    const auto at = [](int ms) { return QJsonArray{60000 + ms, 150}; };
+    test::writeConfig(
+        pack,
+        {{"name", "On The Sink"},
+         {"key_define_type", "single"},
+         {"sound", "keys.wav"},
+         {"defines",
+          QJsonObject{{"30", at(0)}, {"3612", at(600)}, {"57", at(300)}, {"57416", at(450)}}}});
     PackImporter::Options options;
     options.kitDirectory = temp.filePath("kits");
     const PackImportResult result = importPack(pack, options);
     ASSERT_TRUE(result.ok()) << result.error;
+    EXPECT_TRUE(result.problems.empty()) << result.problems.front();
 
     // The name the engine looks up first for a key, among those the kit has.
     const auto soundFor = [&](KeyCode code) {

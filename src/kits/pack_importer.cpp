@@ -138,45 +138,17 @@ public:
 
     bool cancelled() const { return options_.cancel && options_.cancel->load(); }
 
-    // The decoded audio of a pack file; null (reported once) when it cannot be used.
+    // The decoded audio of a whole pack file; null (reported once) when it cannot be used.
     std::shared_ptr<const SampleBuffer> audio(const std::string& raw) {
         if (auto it = audio_.find(raw); it != audio_.end())
             return it->second;
         auto& slot = audio_[raw];
+        const auto staged = stage(raw);
+        if (!staged)
+            return nullptr;
         std::string error;
-        const auto name = safeName(raw, error);
-        if (!name) {
-            problems.push_back("sound file " + quoted(raw) + ": " + error + "; skipped");
-            return nullptr;
-        }
-        if (stopped || cancelled())
-            return nullptr;
-        const qint64 allowance = std::min(options_.maxFileBytes, options_.maxTotalBytes - total_);
-        auto bytes = source_.read(*name, allowance, error);
-        if (!bytes) {
-            if (allowance < options_.maxFileBytes) {
-                problems.push_back("the pack holds more than " +
-                                   std::to_string(options_.maxTotalBytes / (1024 * 1024)) +
-                                   " MiB of audio; the rest is not read");
-                stopped = true;
-            } else {
-                problems.push_back("sound file " + quoted(raw) + ": " + error + "; skipped");
-            }
-            return nullptr;
-        }
-        total_ += bytes->size();
-        // The decoder reads files: stage it under a name of our own, then drop it.
-        const QString staged =
-            scratch_ + QLatin1Char('/') + QString::number(audio_.size()) + extensionOf(*name);
-        QFile file(staged);
-        if (!file.open(QIODevice::WriteOnly) || file.write(*bytes) != bytes->size()) {
-            problems.push_back("sound file " + quoted(raw) +
-                               ": cannot stage it: " + file.errorString().toStdString());
-            return nullptr;
-        }
-        file.close();
-        auto buffer = decoder_.decode(staged, error);
-        QFile::remove(staged);
+        auto buffer = decoder_.decode(*staged, error);
+        QFile::remove(*staged);
         if (!buffer) {
             problems.push_back("sound file " + quoted(raw) + " does not decode: " + error +
                                "; skipped");
@@ -184,6 +156,33 @@ public:
         }
         slot = std::make_shared<const SampleBuffer>(std::move(*buffer));
         return slot;
+    }
+
+    // Decodes, in one pass over a pack file, only the stretches `slices` cut from it
+    // (single packs): however long the file, what is kept is what the slices use.
+    void cut(const std::string& raw, const std::vector<SourcePackConfig::Slice>& slices) {
+        if (cut_.contains(raw))
+            return;
+        auto& file = cut_[raw];
+        const auto staged = stage(raw);
+        if (!staged)
+            return;
+        std::vector<SampleDecoder::Span> spans;
+        for (const auto& slice : slices)
+            spans.push_back({framesAt(slice.startMs), framesAt(slice.startMs + slice.durationMs)});
+        std::string error;
+        auto decoded = decoder_.decodeSpans(*staged, spans, error);
+        QFile::remove(*staged);
+        if (!decoded) {
+            problems.push_back("sound file " + quoted(raw) + " does not decode: " + error +
+                               "; skipped");
+            return;
+        }
+        file.frames = decoded->frames;
+        for (std::size_t i = 0; i < slices.size(); ++i)
+            file.pieces[{slices[i].startMs, slices[i].durationMs}] =
+                std::move(decoded->parts[i].samples);
+        file.decoded = true;
     }
 
     // Writes `samples` as a kit file named after `stem`; the file name, or none.
@@ -211,37 +210,32 @@ public:
         return name;
     }
 
-    // One slice of a pack file as a kit file (single packs).
+    // One slice of a pack file as a kit file (single packs), once `cut` has decoded it.
     std::optional<std::string> slice(const std::string& raw,
                                      const SourcePackConfig::Define& define) {
         const auto key = std::tuple{raw, define.slice.startMs, define.slice.durationMs};
         if (auto it = slices_.find(key); it != slices_.end())
             return it->second;
         auto& result = slices_[key];
-        const auto buffer = audio(raw);
-        if (!buffer)
+        const auto file = cut_.find(raw);
+        if (file == cut_.end() || !file->second.decoded)
             return std::nullopt;
         const std::string where =
             "defines: " + quoted(std::to_string(define.code) + (define.up ? "-up" : ""));
-        const double lengthMs = 1000.0 * buffer->frames() / SampleBuffer::kSampleRate;
-        constexpr double kFramesPerMs = SampleBuffer::kSampleRate / 1000.0;
-        const auto first =
-            static_cast<std::size_t>(std::llround(define.slice.startMs * kFramesPerMs));
-        if (first + 1 >= buffer->frames()) {
+        const std::size_t frames = file->second.frames;
+        const double lengthMs = 1000.0 * static_cast<double>(frames) / SampleBuffer::kSampleRate;
+        const std::size_t first = framesAt(define.slice.startMs);
+        if (first + 1 >= frames) {
             problems.push_back(where + " starts at " + milliseconds(define.slice.startMs) +
                                ", past the end of the audio (" + milliseconds(lengthMs) +
                                "); skipped");
             return std::nullopt;
         }
-        auto last = static_cast<std::size_t>(
-            std::llround((define.slice.startMs + define.slice.durationMs) * kFramesPerMs));
-        if (last > buffer->frames()) {
+        if (framesAt(define.slice.startMs + define.slice.durationMs) > frames)
             problems.push_back(where + " runs past the end of the audio (" +
                                milliseconds(lengthMs) + "); cut short there");
-            last = buffer->frames();
-        }
-        std::vector<float> samples(buffer->samples.begin() + static_cast<std::ptrdiff_t>(first),
-                                   buffer->samples.begin() + static_cast<std::ptrdiff_t>(last));
+        std::vector<float> samples =
+            file->second.pieces.at({define.slice.startMs, define.slice.durationMs});
         fadeEdges(samples);
         result =
             write(QStringLiteral("slice_%1").arg(slices_.size(), 3, 10, QLatin1Char('0')), samples);
@@ -249,6 +243,56 @@ public:
     }
 
 private:
+    // A pack file's slices, decoded.
+    struct CutFile {
+        bool decoded = false;
+        // The length of the file's audio, frames at 48 kHz.
+        std::size_t frames = 0;
+        // Start and duration in ms → the samples there.
+        std::map<std::pair<double, double>, std::vector<float>> pieces;
+    };
+
+    static std::size_t framesAt(double ms) {
+        return static_cast<std::size_t>(
+            std::llround(std::max(0.0, ms) * SampleBuffer::kSampleRate / 1000.0));
+    }
+
+    // Reads a pack file into a scratch file of our own for the decoder, which reads
+    // files; its path, or none (reported) when it cannot be read.
+    std::optional<QString> stage(const std::string& raw) {
+        std::string error;
+        const auto name = safeName(raw, error);
+        if (!name) {
+            problems.push_back("sound file " + quoted(raw) + ": " + error + "; skipped");
+            return std::nullopt;
+        }
+        if (stopped || cancelled())
+            return std::nullopt;
+        const qint64 allowance = std::min(options_.maxFileBytes, options_.maxTotalBytes - total_);
+        auto bytes = source_.read(*name, allowance, error);
+        if (!bytes) {
+            if (allowance < options_.maxFileBytes) {
+                problems.push_back("the pack holds more than " +
+                                   std::to_string(options_.maxTotalBytes / (1024 * 1024)) +
+                                   " MiB of audio; the rest is not read");
+                stopped = true;
+            } else {
+                problems.push_back("sound file " + quoted(raw) + ": " + error + "; skipped");
+            }
+            return std::nullopt;
+        }
+        total_ += bytes->size();
+        const QString staged =
+            scratch_ + QLatin1Char('/') + QString::number(++staged_) + extensionOf(*name);
+        QFile file(staged);
+        if (!file.open(QIODevice::WriteOnly) || file.write(*bytes) != bytes->size()) {
+            problems.push_back("sound file " + quoted(raw) +
+                               ": cannot stage it: " + file.errorString().toStdString());
+            return std::nullopt;
+        }
+        return staged;
+    }
+
     PackSource& source_;
     const PackImporter::Options& options_;
     SampleDecoder& decoder_;
@@ -256,7 +300,9 @@ private:
     QString sounds_;
     QString scratch_;
     qint64 total_ = 0;
+    int staged_ = 0;
     std::map<std::string, std::shared_ptr<const SampleBuffer>> audio_;
+    std::map<std::string, CutFile> cut_;
     std::map<std::string, std::optional<std::string>> wholes_;
     std::map<std::tuple<std::string, double, double>, std::optional<std::string>> slices_;
     std::set<std::string> written_;
@@ -389,13 +435,24 @@ PackImportResult PackImporter::importPack(PackSource& source, const Options& opt
             choice = {&define, rank};
     }
 
+    // The file a single pack's define is cut from.
+    const auto sourceOf = [&](const SourcePackConfig::Define& define) -> const std::string& {
+        return define.up && !config->soundUp.empty() ? config->soundUp.front()
+                                                     : config->sound.front();
+    };
+    if (config->layout == Layout::single) {
+        // Each file is decoded once, for the slices the chosen defines cut from it.
+        std::map<std::string, std::vector<SourcePackConfig::Slice>> slicesOf;
+        for (const auto& choices : chosen)
+            for (const auto& [name, choice] : choices)
+                slicesOf[sourceOf(*choice.define)].push_back(choice.define->slice);
+        for (const auto& [file, slices] : slicesOf)
+            run.cut(file, slices);
+    }
     const auto variantsOf = [&](const SourcePackConfig::Define& define) {
         std::vector<std::string> files;
         if (config->layout == Layout::single) {
-            const std::string& from = define.up && !config->soundUp.empty()
-                                          ? config->soundUp.front()
-                                          : config->sound.front();
-            if (auto file = run.slice(from, define))
+            if (auto file = run.slice(sourceOf(define), define))
                 files.push_back(*file);
         } else {
             for (const std::string& name : define.files)
