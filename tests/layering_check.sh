@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The logic folders depend one way (core <- input <- settings, kits <- audio <- monitors)
 # and never on the platform, the views or any GUI, sound-server or X11 header; the views
-# depend on the logic only.
+# depend on the logic only. src/analysis measures how kits sound for the bench and the
+# tests: it sits on the kits, may use FFTW besides, and nothing that ships includes it.
 set -u
 src="$1/src"
 declare -A allowed=(
@@ -11,6 +12,7 @@ declare -A allowed=(
     [kits]="core input kits"
     [audio]="core input settings kits audio"
     [monitors]="core input settings kits audio monitors"
+    [analysis]="core input kits analysis"
 )
 status=0
 for folder in "${!allowed[@]}"; do
@@ -35,5 +37,9 @@ while IFS=: read -r file _ include; do
         status=1
     fi
 done < <(grep -rn '#include "[a-z_]*/' "$src/ui")
+if grep -rn '#include "analysis/' "$src" | grep -v "^$src/analysis/"; then
+    echo "only the bench and the tests may use analysis/"
+    status=1
+fi
 [ $status -eq 0 ] && echo "layering OK"
 exit $status
