@@ -67,61 +67,69 @@ struct ModelledKit {
 
 // clang-format off
 const ModelledKit kModelledKits[] = {
-    // A clicky switch, tighter than the classic: hard contact, a loud bright leaf,
-    // short-lived modes.
+    // A clicky switch, tighter than the classic: hard contact, a loud bright leaf, a
+    // housing that rings high, short-lived modes.
     {"crisp-click", "Crisp Click", "Sharper and tighter than the classic clicky", "clicky",
-     {.contactMs = 0.3, .noiseDb = -9, .noiseDecayMs = 1.5, .noiseLowHz = 1200,
-      .noiseHighHz = 12000, .plateHz = 520, .plateDecayMs = 18, .plateDb = -4, .caseHz = 230,
-      .caseDecayMs = 18, .caseDb = -14, .capHz = 2600, .capDecayMs = 10, .capDb = 0,
-      .housingHz = 4800, .housingDecayMs = 5, .housingDb = 0, .springHz = 3400,
-      .springDecayMs = 40, .springDb = -16, .clickDb = -3, .clickHz = 4300,
-      .clickDecayMs = 1.2, .clickLeadMs = 8, .rattleDb = -22, .releaseDb = -9,
-      .releaseContactMs = 0.25},
+     {.contactMs = 0.3, .noiseDb = 2.5, .noiseDecayMs = 1.5, .noiseLowHz = 1200,
+      .noiseHighHz = 12000, .buzzDb = -26, .tailDb = 11.8, .tailHz = 2340, .tailQ = 0.87,
+      .tailDecayMs = 12.4, .plateHz = 520, .plateDecayMs = 18, .plateDb = -22.5, .caseHz = 230,
+      .caseDecayMs = 18, .caseDb = -14, .capHz = 3340, .capDecayMs = 6, .capDb = 6,
+      .housingHz = 4800, .housingDecayMs = 6, .housingDb = 15.8, .springHz = 3400,
+      .springDecayMs = 40, .springDb = -26, .clickDb = -1.5, .clickHz = 4300,
+      .clickDecayMs = 1.2, .clickLeadMs = 8, .rattleDb = -22, .releaseDb = -11,
+      .releaseContactMs = 0.25, .radiateHz = 800},
      11},
-    // A lubricated linear: soft contact, little noise, almost no spring or wire.
+    // A lubricated linear: soft contact, a thin board, little spring or wire.
     {"silk-linear", "Silk Linear", "Smooth and rounded, with almost no rattle", "linear",
-     {.contactMs = 0.7, .noiseDb = -4, .noiseDecayMs = 1.5, .noiseLowHz = 500,
-      .noiseHighHz = 7000, .plateHz = 380, .plateDecayMs = 16, .plateDb = -5, .caseHz = 170,
-      .caseDecayMs = 30, .caseDb = -10, .capHz = 1700, .capDecayMs = 8, .capDb = 0,
+     {.contactMs = 0.7, .noiseDb = 5, .noiseDecayMs = 2.5, .noiseLowHz = 500,
+      .noiseHighHz = 7000, .buzzDb = -23, .tailDb = 10, .tailHz = 1090, .tailQ = 0.5,
+      .tailDecayMs = 18, .plateHz = 380, .plateDecayMs = 16, .plateDb = -15.5, .caseHz = 170,
+      .caseDecayMs = 30, .caseDb = -8.5, .capHz = 1700, .capDecayMs = 7, .capDb = 6,
       .housingHz = 3600, .housingDecayMs = 3, .housingDb = -8, .springHz = 4800,
       .springDecayMs = 40, .springDb = -34, .rattleDb = -34, .releaseDb = -8,
-      .releaseContactMs = 0.45, .muteHz = 12000},
+      .releaseContactMs = 0.45, .muteHz = 12000, .radiateHz = 1070},
      23},
-    // A smooth linear with thin caps on a stiff plate: everything rings higher.
+    // A smooth linear with thin caps on a stiff plate: hard contact, caps and housing
+    // ringing high.
     {"deep-linear", "Deep Linear", "Premium smoothness, higher pitched", "linear",
-     {.contactMs = 0.45, .noiseDb = -6, .noiseDecayMs = 1.4, .noiseLowHz = 800,
-      .noiseHighHz = 10000, .plateHz = 800, .plateDecayMs = 20, .plateDb = -4, .caseHz = 260,
-      .caseDecayMs = 24, .caseDb = -12, .capHz = 3400, .capDecayMs = 12, .capDb = 0,
-      .housingHz = 4600, .housingDecayMs = 3, .housingDb = -4, .springHz = 3600,
-      .springDecayMs = 40, .springDb = -22, .rattleDb = -30, .releaseDb = -9,
-      .releaseContactMs = 0.3},
+     {.contactMs = 0.29, .noiseDb = 4.5, .noiseDecayMs = 3.1, .noiseLowHz = 800,
+      .noiseHighHz = 10000, .buzzDb = -15.5, .tailDb = 4, .tailHz = 1180, .tailQ = 0.47,
+      .tailDecayMs = 19.5, .plateHz = 800, .plateDecayMs = 20, .plateDb = -16, .caseHz = 260,
+      .caseDecayMs = 24, .caseDb = -18, .capHz = 3400, .capDecayMs = 12, .capDb = 6.7,
+      .housingHz = 4600, .housingDecayMs = 3, .housingDb = -5.5, .springHz = 3600,
+      .springDecayMs = 40, .springDb = -19.7, .rattleDb = -30, .releaseDb = -9,
+      .releaseContactMs = 0.3, .radiateHz = 700, .keySpread = 0.06},
      37},
-    // Soft contact on a dampened board: low modes, high ones filtered away.
+    // Soft contact on a dampened board: low caps, the highs filtered away.
     {"velvet", "Velvet", "Softer and rounder, a little muted", "linear",
-     {.contactMs = 1.0, .noiseDb = -3, .noiseDecayMs = 1.2, .noiseLowHz = 300,
-      .noiseHighHz = 6000, .plateHz = 300, .plateDecayMs = 12, .plateDb = -5, .caseHz = 150,
-      .caseDecayMs = 32, .caseDb = -10, .capHz = 1400, .capDecayMs = 6, .capDb = 0,
+     {.contactMs = 0.68, .noiseDb = 10, .noiseDecayMs = 1.2, .noiseLowHz = 300,
+      .noiseHighHz = 6000, .buzzDb = -26, .tailDb = 13, .tailHz = 1500, .tailQ = 0.5,
+      .tailDecayMs = 20.5, .plateHz = 300, .plateDecayMs = 12, .plateDb = -12.5, .caseHz = 150,
+      .caseDecayMs = 32, .caseDb = -11.5, .capHz = 1230, .capDecayMs = 11, .capDb = 9,
       .housingHz = 3000, .housingDecayMs = 2, .housingDb = -6, .springHz = 4200,
-      .springDecayMs = 25, .springDb = -44, .rattleDb = -32, .releaseDb = -8,
-      .releaseContactMs = 0.6, .muteHz = 9000},
+      .springDecayMs = 25, .springDb = -39.5, .rattleDb = -32, .releaseDb = -8,
+      .releaseContactMs = 0.6, .muteHz = 6200, .radiateHz = 530},
      41},
-    // Thick caps over a heavy case with a deep cavity.
+    // Thick caps over a heavy case with a deep cavity: the darkest board.
     {"walnut-thock", "Walnut Thock", "Deep, full thock from a heavy, dampened case", "linear",
-     {.contactMs = 0.8, .noiseDb = -3, .noiseDecayMs = 1.1, .noiseLowHz = 400,
-      .noiseHighHz = 6500, .plateHz = 260, .plateDecayMs = 18, .plateDb = -6, .caseHz = 120,
-      .caseDecayMs = 45, .caseDb = -6, .capHz = 1100, .capDecayMs = 10, .capDb = 0,
+     {.contactMs = 0.75, .noiseDb = 20, .noiseDecayMs = 1.0, .noiseLowHz = 400,
+      .noiseHighHz = 6500, .buzzDb = -24, .tailDb = 18.5, .tailHz = 1300, .tailQ = 0.5,
+      .tailDecayMs = 25, .plateHz = 260, .plateDecayMs = 18, .plateDb = -14.3, .caseHz = 180,
+      .caseDecayMs = 45, .caseDb = -4, .capHz = 1100, .capDecayMs = 9, .capDb = 6.5,
       .housingHz = 3200, .housingDecayMs = 3, .housingDb = -12, .springHz = 4500,
       .springDecayMs = 35, .springDb = -38, .rattleDb = -26, .releaseDb = -7,
-      .releaseContactMs = 0.5, .muteHz = 10000},
+      .releaseContactMs = 0.5, .muteHz = 5000, .radiateHz = 620},
      53},
-    // Hard thin caps on a bare plate, with a tactile bump before each clack.
+    // Hard thin caps on a bare plate in a hollow case, with a tactile bump before each
+    // clack.
     {"chalk-clack", "Chalk Clack", "Bright, hollow clack with a crisp tactile bump", "tactile",
-     {.contactMs = 0.25, .noiseDb = -8, .noiseDecayMs = 1.5, .noiseLowHz = 1500,
-      .noiseHighHz = 13000, .plateHz = 700, .plateDecayMs = 16, .plateDb = -4, .caseHz = 300,
-      .caseDecayMs = 15, .caseDb = -14, .capHz = 3200, .capDecayMs = 10, .capDb = 1,
-      .housingHz = 5200, .housingDecayMs = 5, .housingDb = -1, .springHz = 3800,
-      .springDecayMs = 45, .springDb = -16, .bumpDb = -14, .bumpLeadMs = 12,
-      .rattleDb = -18, .releaseDb = -8, .releaseContactMs = 0.2},
+     {.contactMs = 0.25, .noiseDb = 6, .noiseDecayMs = 2.5, .noiseLowHz = 1500,
+      .noiseHighHz = 13000, .buzzDb = -18.5, .tailDb = 2.5, .tailHz = 1180, .tailQ = 0.53,
+      .tailDecayMs = 20, .plateHz = 700, .plateDecayMs = 16, .plateDb = -25, .caseHz = 300,
+      .caseDecayMs = 15, .caseDb = -7.3, .capHz = 3400, .capDecayMs = 11.3, .capDb = 6,
+      .housingHz = 5200, .housingDecayMs = 5, .housingDb = -2, .springHz = 3800,
+      .springDecayMs = 45, .springDb = -26.3, .bumpDb = -14, .bumpLeadMs = 12,
+      .rattleDb = -18, .releaseDb = -8, .releaseContactMs = 0.2, .radiateHz = 160},
      67},
 };
 // clang-format on

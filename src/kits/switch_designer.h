@@ -56,12 +56,14 @@ public:
         SynthParams params;
     };
 
-    /// Starting points after the feel of the bundled synthesised keyboards.
+    /// Starting points after the feel of the bundled modelled keyboards of the same
+    /// names: as bright as two partials and a tick allow (a recorded keystroke centres
+    /// around 2 to 4 kHz), in the same order from dark to bright, and as tight.
     static constexpr std::array<Preset, 4> kPresets{{
-        {"Crisp click", {560.0f, 1.1f, 7.0f, 11000.0f, true}},
-        {"Silk linear", {300.0f, 0.4f, 14.0f, 5500.0f, false}},
-        {"Deep linear", {420.0f, 0.5f, 11.0f, 7500.0f, false}},
-        {"Velvet", {240.0f, 0.3f, 16.0f, 3500.0f, false}},
+        {"Crisp click", {900.0f, 1.5f, 8.0f, 14000.0f, true}},
+        {"Silk linear", {700.0f, 1.0f, 10.0f, 11000.0f, false}},
+        {"Deep linear", {860.0f, 1.2f, 9.0f, 13000.0f, false}},
+        {"Velvet", {600.0f, 0.8f, 12.0f, 8000.0f, false}},
     }};
 
     /// The key groups a designed kit holds, in the order they are rendered.

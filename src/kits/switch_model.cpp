@@ -30,13 +30,29 @@
 //   wire     a stabiliser's wire, struck by the rattle impacts of Space, Return,
 //            Backspace and Shift.
 //
+// Only the lowest modes of plate and case stand apart. Above a kHz or so the plate, PCB,
+// case and caps together have so many modes, so heavily damped, that they overlap: the
+// board answers an impact with a dense ringing that is heard as noise in a broad band
+// (around 1 to 3 kHz on recorded boards), decaying over some tens of ms. It is rendered
+// as such: noise through a pair of band-passes, its centre moved by the key's row and
+// place, lower and longer under a long cap. This, with the sharp broadband attack, is
+// what makes a keystroke a clack rather than a tuned thud.
+//
 // After each impact the stem and cap buzz in their play for some ms: a faint band of
 // high noise that outlasts the click.
+//
+// A board is far smaller than the wavelengths of its lowest modes, so it radiates them
+// poorly: the output falls off at 12 dB per octave below a corner of some hundred Hz
+// (heavier, larger cases lower). Recorded keystrokes carry little below 400 Hz.
 //
 // Every key draws its own small detuning and level offsets of all modes from a key seed
 // (no two keys alike) and every stroke its own force, contact time and timing from a
 // press seed. The signal is dry (no room): DC removed, optionally low-passed for boards
 // that are dampened, never normalised here.
+//
+// The kits' profiles are calibrated against recordings of real keyboards of their
+// families (bench/kit_features): over the first 40 ms of each press, the spectral
+// centroid, flatness and third-octave envelope, and the time to fall 40 dB.
 //
 // Sources
 //   D. Asonov and R. Agrawal, "Keyboard Acoustic Emanations", IEEE Symposium on Security
@@ -57,6 +73,11 @@
 //     1998: mode frequencies of plates and free-free bars.
 //   K. L. Johnson, "Contact Mechanics", Cambridge University Press, 1985: Hertzian
 //     contact duration of an elastic impact.
+//   R. H. Lyon and R. G. DeJong, "Theory and Application of Statistical Energy Analysis",
+//     Butterworth-Heinemann, 1995: where modes overlap, a structure's response is a band
+//     of decaying noise described by its energy, not by single modes.
+//   F. Fahy and P. Gardonio, "Sound and Structural Vibration", Academic Press, 2007: the
+//     radiation efficiency of small plates falls steeply towards low frequencies.
 
 #include "kits/switch_model.h"
 
@@ -155,6 +176,8 @@ struct Drive {
 };
 constexpr Drive kPressDrive{1.0, 1.0, 1.0, 1.0, 1.0};
 constexpr Drive kReleaseDrive{0.45, 0.3, 1.0, 1.5, 1.2};
+/// How the board's dense ringing after a top-out differs: higher and shorter.
+constexpr double kReleaseTailPitch = 1.5, kReleaseTailDecay = 0.6;
 
 /// Stabiliser rattle: delays of the secondary impacts (ms) and their levels.
 constexpr std::array<double, 3> kRattleDelayMs{2.2, 5.8, 10.5};
@@ -237,6 +260,46 @@ public:
         }
     }
 
+    /// Noise through two band-passes at `centreHz` (quality `q`), rising over `riseMs`
+    /// and decaying with `decayMs`, added straight to the output with peak envelope `level`.
+    void band(SynthEngine::Random& random, double atMs, double riseMs, double decayMs,
+              double centreHz, double q, double level) {
+        const auto start = index(atMs);
+        if (centreHz <= 0 || centreHz >= 0.45 * kRate || q <= 0)
+            return;
+        const auto [sn, cs] = pm::sinCos(pm::kTwoPi * centreHz / kRate);
+        const double alpha = sn / (2.0 * q);
+        const double a0 = 1.0 + alpha;
+        const double b0 = alpha / a0, a1 = -2.0 * cs / a0, a2 = (1.0 - alpha) / a0;
+        // White noise through the pair keeps about this share of its amplitude, which
+        // the level makes up for: a 0 dB band is about as loud as a 0 dB burst.
+        const double makeUp = std::sqrt(2.0 * q * kRate / (pm::kPi * centreHz));
+        const double rise = std::max(1.0, riseMs * kRate / 1000.0);
+        const double fall = onePoleRetain(decayMs);
+        const auto length = static_cast<std::size_t>(rise + decayMs * 9.2 * kRate / 1000.0);
+        double x1 = 0, x2 = 0, y1 = 0, y2 = 0, z1 = 0, z2 = 0, decay = 1;
+        for (std::size_t i = 0; i < length && start + i < out_.size(); ++i) {
+            const double x = random.noise();
+            const double y = b0 * (x - x2) - a1 * y1 - a2 * y2;
+            x2 = x1;
+            x1 = x;
+            const double z = b0 * (y - y1) - a1 * z1 - a2 * z2;
+            y2 = y1;
+            y1 = y;
+            z2 = z1;
+            z1 = z;
+            const double n = static_cast<double>(i);
+            double env = 0;
+            if (n < rise) {
+                env = n / rise;
+            } else {
+                decay *= fall;
+                env = decay;
+            }
+            out_[start + i] += z * env * level * makeUp;
+        }
+    }
+
     /// Adds the ringing of `mode` driven by its channel.
     void ring(const Mode& mode) {
         const auto& input = channels_[static_cast<std::size_t>(mode.channel)];
@@ -290,14 +353,23 @@ void addModes(std::vector<Mode>& modes, const ModeSet<N>& set, double baseHz, do
     }
 }
 
-/// Removes DC (a one-pole high-pass at 25 Hz) and, for dampened boards, low-passes.
-void finish(std::vector<double>& x, double muteHz) {
-    const double hp = Stroke::onePoleRetain(1000.0 / (pm::kTwoPi * 25.0));
-    double x1 = 0, h = 0;
-    for (double& v : x) {
-        h = hp * (h + v - x1);
-        x1 = v;
-        v = h;
+/// Removes DC (a one-pole high-pass at 25 Hz), lets the low modes fall off as a small
+/// board radiates them (two one-pole high-passes: 12 dB per octave below `radiateHz`) and,
+/// for dampened boards, low-passes.
+void finish(std::vector<double>& x, double radiateHz, double muteHz) {
+    const auto highPass = [&x](double cornerHz) {
+        const double hp = Stroke::onePoleRetain(1000.0 / (pm::kTwoPi * cornerHz));
+        double x1 = 0, h = 0;
+        for (double& v : x) {
+            h = hp * (h + v - x1);
+            x1 = v;
+            v = h;
+        }
+    };
+    highPass(25.0);
+    if (radiateHz > 0) {
+        highPass(radiateHz);
+        highPass(radiateHz);
     }
     if (muteHz <= 0)
         return;
@@ -387,6 +459,10 @@ std::vector<float> render(const SwitchProfile& p, const KeyPlacement& key, std::
 
     // This stroke: force, contact time and timing vary a little from stroke to stroke.
     const double keyLevel = jitter(keyRandom, p.keySpread);
+    // Where the board is struck also moves the centre of its dense ringing, as it moves
+    // the modes: by row (the cap's profile) and from key to key.
+    const double tailHz = p.tailHz * kRowCapPitch[static_cast<std::size_t>(row)] *
+                          jitter(keyRandom, 4.0 * p.keySpread) * (1.0 - 0.25 * wide);
     const double force = jitter(pressRandom, 5.0 * p.pressSpread) * keyLevel;
     const double contactMs = (release ? p.releaseContactMs : p.contactMs) *
                              jitter(pressRandom, 6.0 * p.pressSpread) *
@@ -449,9 +525,16 @@ std::vector<float> render(const SwitchProfile& p, const KeyPlacement& key, std::
 
     stroke.noise(pressRandom, impactMs, 0.5, p.buzzDecayMs, 2500, 16000,
                  pm::gainOfDb(p.buzzDb) * impactLevel);
+    // The board rings on: lower and longer under a long cap, which spreads the blow over
+    // more of the plate; after a top-out, which reaches it through the switch only, less,
+    // higher and shorter.
+    stroke.band(pressRandom, impactMs, 0.3,
+                p.tailDecayMs * (1.0 + 0.4 * wide) * (release ? kReleaseTailDecay : 1.0),
+                tailHz * (release ? kReleaseTailPitch : 1.0), p.tailQ,
+                pm::gainOfDb(p.tailDb) * impactLevel * drive.plate);
     for (const Mode& mode : modes)
         stroke.ring(mode);
-    finish(stroke.output(), p.muteHz);
+    finish(stroke.output(), p.radiateHz, p.muteHz);
     return trimmed(stroke.output());
 }
 

@@ -13,20 +13,24 @@ struct SwitchProfile {
     /// Duration of the stem's bottom-out contact: short is hard and bright.
     double contactMs = 0.5;
     /// Level and decay of the broadband noise of the impact (the radiated "tick").
-    double noiseDb = -6, noiseDecayMs = 1.2;
+    double noiseDb = 8, noiseDecayMs = 1.5;
     /// Corners of the band the impact noise is shaped to.
     double noiseLowHz = 600, noiseHighHz = 9000;
     /// The stem and cap buzzing in their play after the impact: a faint, high noise
     /// that outlasts the click.
     double buzzDb = -26, buzzDecayMs = 10;
+    /// The board's dense ringing after each impact: plate, PCB, case and caps have far
+    /// too many modes above a kHz or so to hear one by one, so they ring as a band of
+    /// noise around `tailHz` (width set by `tailQ`) that decays with `tailDecayMs`.
+    double tailDb = 8, tailHz = 1500, tailQ = 0.5, tailDecayMs = 20;
     /// Lowest plate mode, its decay time constant and level.
-    double plateHz = 420, plateDecayMs = 14, plateDb = 0;
+    double plateHz = 420, plateDecayMs = 14, plateDb = -14;
     /// Case cavity modes (the low "thock"): lowest frequency, decay, level.
-    double caseHz = 190, caseDecayMs = 24, caseDb = -6;
+    double caseHz = 190, caseDecayMs = 24, caseDb = -10;
     /// Keycap modes of a 1u cap, their decay and level.
-    double capHz = 2100, capDecayMs = 7, capDb = -4;
+    double capHz = 2100, capDecayMs = 10, capDb = 6;
     /// Switch housing modes, struck directly by the stem.
-    double housingHz = 4300, housingDecayMs = 3, housingDb = -8;
+    double housingHz = 4300, housingDecayMs = 3, housingDb = -6;
     /// The coil spring's ring after each impact.
     double springHz = 5200, springDecayMs = 40, springDb = -30;
     /// A click leaf or jacket: level (off below -90), resonance, decay, and how long
@@ -40,6 +44,9 @@ struct SwitchProfile {
     double releaseDb = -10, releaseContactMs = 0.3;
     /// Corner of the gentle low-pass of a dampened board (0: none).
     double muteHz = 0;
+    /// Below about this frequency a board, far smaller than the sound's wavelength,
+    /// radiates ever less: its low modes are felt more than heard (0: no fall-off).
+    double radiateHz = 600;
     /// How far keys differ from each other and presses from each other (fractions).
     double keySpread = 0.04, pressSpread = 0.015;
 };
