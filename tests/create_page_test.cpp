@@ -287,9 +287,10 @@ TEST(DesignerViewModel, SaveRunsOffTheMainThreadThenListsAndChoosesTheKit) {
     ASSERT_EQ(editor.kitChoices().size(), 1);
     EXPECT_EQ(editor.kitChoices()[0].toMap().value("kitId"), "custom-my-switch");
 
-    // Once the design moves on, the sentence about the last save goes.
+    // What the last save did stays until the next save, however the design moves on.
     designer.setClick(0.2);
-    EXPECT_EQ(designer.status(), "");
+    designer.setName("Another");
+    EXPECT_EQ(designer.status(), "Saved and selected. Type anywhere to hear it.");
 }
 
 TEST(DesignerViewModel, TheWriterRunsOnAnotherThread) {
