@@ -189,6 +189,16 @@ def focused_row(session, kit_list):
     return rows[0].get_name() if rows else None
 
 
+def shelf_above(session, kit_list, row_name):
+    """The shelf heading drawn nearest above the kit list's row `row_name`."""
+    def top(accessible):
+        return accessible.get_extents(ui.harness.Atspi.CoordType.SCREEN).y
+    row = top(session.find("push button", row_name, root=kit_list))
+    above = sorted((top(h), h.get_name()) for h in session.find_all("heading", root=kit_list)
+                   if top(h) < row)
+    return above[-1][1] if above else None
+
+
 def keys_until(session, key, done, tries=30):
     """Taps `key` until `done()` holds, as a person watching the screen would; what
     `done()` last said."""
@@ -319,7 +329,10 @@ class SoundPage(unittest.TestCase):
                      root=window, timeout=60)
             s.wait_for_preference("selectedPackId", "imported-sine-pack")
             ui.label(s, "Switch kit: Sine Pack", root=window)
-            ui.button(s, "Sine Pack, chosen", s.find("list", "Sound kits", root=window))
+            # Listed under the user's own, each shelf still headed by its own name.
+            kit_list = s.find("list", "Sound kits", root=window)
+            self.assertEqual(shelf_above(s, kit_list, "Sine Pack, chosen"), "YOURS")
+            self.assertEqual(shelf_above(s, kit_list, ui.kit_name(s, "gun-suppressed")), "Fun")
             ui.label(s, "One part could not be used:", root=window)
             problem = s.find("list item", lambda n: "space.wav" in (n or ""), root=window)
             self.assertIn("no such file", problem.get_name())

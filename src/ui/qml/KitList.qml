@@ -39,8 +39,10 @@ ListView {
     }
 
     section.property: "section"
+    // The shelf's name comes as the context property `section`, not a required property:
+    // a header the view reuses after the kits are listed again is handed its new shelf
+    // only that way, where a required property would keep the shelf it was made for.
     section.delegate: Text {
-        required property string section
         width: ListView.view.width
         text: section.toUpperCase()
         color: list.theme.mutedText
