@@ -72,9 +72,11 @@ DesktopShell::DesktopShell(Services services, QObject* parent)
             [this] { panelModel_.setMixCount(mixes_.count()); });
     connect(&kits_, &KitListModel::currentChanged, this,
             [this] { panelModel_.setCurrentKitName(kits_.currentName()); });
-    // A designed, recorded or imported kit, once written, is listed at once under the user's own.
+    // A designed, recorded or imported kit, once written, is listed at once under the
+    // user's own, in the panel, the Sound page and the mix editor's kit browser alike.
     const auto listNewKits = [this] {
         kits_.reload();
+        mixEditor_.kitsReloaded();
         tuner_.kitsReloaded();
     };
     connect(&designer_, &DesignerViewModel::packsReloaded, this, listNewKits);
