@@ -2,7 +2,10 @@
 #include "platform/evdev/evdev_device.h"
 #include "platform/evdev/evdev_keymap.h"
 
+#include "platform/capture_backends.h"
+
 #include "support/event_recorder.h"
+#include "support/threads.h"
 
 #include <gtest/gtest.h>
 
@@ -138,7 +141,7 @@ TEST(EvdevDevice, RecordsSplitAcrossReadsAndDevicesThatVanish) {
 TEST(EvdevCapture, ReaderThreadDeliversAndSurvivesAVanishingDevice) {
     Stream first, second;
     EvdevCapture reader(DeviceRole::keyboard, "tappix-evtap", "/nonexistent");
-    KeyEventService service{CaptureBackends{}};
+    KeyEventService service{makeCaptureBackends()};
     test::EventRecorder recorder;
     recorder.attach(service);
     CaptureSink& sink = service.captureSink();
@@ -159,6 +162,12 @@ TEST(EvdevCapture, ReaderThreadDeliversAndSurvivesAVanishingDevice) {
         service.drain();
         for (auto& e : recorder.take())
             events.push_back(std::move(e));
+    }
+    // The reader and the key queue it hands keys to both run at real-time priority
+    // (here as root, as in CI; elsewhere through RealtimeKit).
+    if (geteuid() == 0) {
+        EXPECT_EQ(test::schedulingPolicies("tappix-evtap"), std::vector<int>{SCHED_FIFO});
+        EXPECT_EQ(test::schedulingPolicies("tappix-keys"), std::vector<int>{SCHED_FIFO});
     }
     reader.stop();
     std::sort(events.begin(), events.end());

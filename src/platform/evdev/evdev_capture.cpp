@@ -1,6 +1,7 @@
 #include "platform/evdev/evdev_capture.h"
 
 #include "core/log.h"
+#include "platform/dbus/realtime_thread.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -226,6 +227,8 @@ void EvdevCapture::handleDirectoryChanges(CaptureSink&) {
 
 void EvdevCapture::run(CaptureSink* sink) {
     pthread_setname_np(pthread_self(), threadName_.c_str());
+    // The first hop of every key: it runs as soon as the key arrives, as the key queue does.
+    RealtimeThread::makeCallingThreadRealtime(threadName_.c_str(), lcEvents());
     epoll_event events[16];
     for (;;) {
         const int ready = ::epoll_wait(epollFd_, events, 16, -1);
