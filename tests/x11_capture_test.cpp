@@ -74,8 +74,9 @@ TEST_F(X11Capture, TypedWordGivesEachKeyOnceInOrder) {
     EXPECT_EQ(collect(8), (Events{"k 40 down", "k 40 up", "k 14 down", "k 14 up", "k 16 down",
                                   "k 16 up", "k 1 down", "k 1 up"}));
     // The reader is the first hop of every key: real-time, as the key queue is.
-    if (geteuid() == 0)
+    if (geteuid() == 0) {
         EXPECT_EQ(test::schedulingPolicies("tappix-x11keys"), std::vector<int>{SCHED_FIFO});
+    }
 }
 
 TEST_F(X11Capture, HeldKeyRepeatsGiveNothing) {
