@@ -23,7 +23,7 @@ namespace tappix {
 class PulseDeviceManager final : public AudioDeviceManager {
 public:
     /// Longest wait for the server's answers to one query, all its requests together,
-    /// so a hung server never stalls the caller (the main thread polls) noticeably.
+    /// so a hung server holds up the asking thread (the sleep monitor's) only briefly.
     static constexpr int kTimeoutMs = 40;
 
     /// Connects in the background.
