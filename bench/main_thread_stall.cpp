@@ -24,10 +24,13 @@ int main(int argc, char** argv) {
     const int warmUp = argc > 2 ? std::atoi(argv[2]) : 3;
     const std::unique_ptr<QCoreApplication> app = tappix::DesktopShell::makeApplication(argc, argv);
 
-    tappix::AppDelegate::Platform platform{
-        tappix::makeAudioOutput(),        tappix::makeSampleDecoder(),
-        tappix::makeAudioDeviceManager(), tappix::makeCaptureBackends(),
-        tappix::captureIsPossible,        std::make_unique<tappix::FreedesktopNotifier>()};
+    tappix::AppDelegate::Platform platform;
+    platform.output = tappix::makeAudioOutput();
+    platform.decoder = tappix::makeSampleDecoder();
+    platform.devices = tappix::makeAudioDeviceManager();
+    platform.capture = tappix::makeCaptureBackends();
+    platform.captureIsPossible = tappix::captureIsPossible;
+    platform.notifier = std::make_unique<tappix::FreedesktopNotifier>();
     platform.withWindows = true;
     platform.focus = tappix::makeFocusSource();
     platform.launchesAtLogin = [] { return true; };
