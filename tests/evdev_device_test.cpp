@@ -2,11 +2,17 @@
 #include "platform/evdev/evdev_device.h"
 #include "platform/evdev/evdev_keymap.h"
 
+#include "platform/capture_backends.h"
+
 #include "support/event_recorder.h"
+#include "support/threads.h"
 
 #include <gtest/gtest.h>
 
+#include <QTemporaryDir>
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 using namespace tappix;
@@ -138,7 +144,7 @@ TEST(EvdevDevice, RecordsSplitAcrossReadsAndDevicesThatVanish) {
 TEST(EvdevCapture, ReaderThreadDeliversAndSurvivesAVanishingDevice) {
     Stream first, second;
     EvdevCapture reader(DeviceRole::keyboard, "tappix-evtap", "/nonexistent");
-    KeyEventService service{CaptureBackends{}};
+    KeyEventService service{makeCaptureBackends()};
     test::EventRecorder recorder;
     recorder.attach(service);
     CaptureSink& sink = service.captureSink();
@@ -160,17 +166,61 @@ TEST(EvdevCapture, ReaderThreadDeliversAndSurvivesAVanishingDevice) {
         for (auto& e : recorder.take())
             events.push_back(std::move(e));
     }
+    // The reader and the key queue it hands keys to both run at real-time priority
+    // (here as root, as in CI; elsewhere through RealtimeKit).
+    if (geteuid() == 0) {
+        EXPECT_EQ(test::schedulingPolicies("tappix-evtap"), std::vector<int>{SCHED_FIFO});
+        EXPECT_EQ(test::schedulingPolicies("tappix-keys"), std::vector<int>{SCHED_FIFO});
+    }
     reader.stop();
     std::sort(events.begin(), events.end());
     EXPECT_EQ(events, (Events{"k 0 down", "k 0 up", "k 1 down", "k 1 up"}));
 }
 
-TEST(EvdevCapture, StartFailsWithoutDevicesAndLeavesNothingRunning) {
-    RecordingSink sink;
+// Keyboards and pointers fall back to X11 without a device of theirs; media keys have no
+// fallback, so their reader waits, and a device plugged in later is heard. The node is a
+// FIFO standing in for a media-key device.
+TEST(EvdevCapture, WithoutDevicesOnlyTheMediaReaderStartsAndHearsOnePluggedInLater) {
+    RecordingSink refused;
     EvdevCapture capture(DeviceRole::keyboard, "tappix-evtap", "/nonexistent");
-    EXPECT_FALSE(capture.start(sink));
+    EXPECT_FALSE(capture.start(refused));
     capture.stop();
-    EvdevCapture empty(DeviceRole::keyboard, "tappix-evtap", ::testing::TempDir());
-    EXPECT_FALSE(empty.start(sink));
+    QTemporaryDir dev;
+    const std::string dir = dev.path().toStdString();
+    EvdevCapture empty(DeviceRole::keyboard, "tappix-evtap", dir);
+    EXPECT_FALSE(empty.start(refused));
     EXPECT_TRUE(scanDevices("/nonexistent").empty());
+    EvdevCapture nowhere(DeviceRole::media, "tappix-media", "/nonexistent");
+    EXPECT_FALSE(nowhere.start(refused)); // nothing to watch either
+
+    KeyEventService service{CaptureBackends{}};
+    test::EventRecorder recorder;
+    recorder.attach(service);
+    EvdevCapture media(DeviceRole::media, "tappix-media", dir, [](int, DeviceReport& report) {
+        report.name = "stand-in";
+        report.media = true;
+        return true;
+    });
+    ASSERT_TRUE(media.start(service.captureSink()));
+    const std::string node = dir + "/event7";
+    ASSERT_EQ(::mkfifo(node.c_str(), 0600), 0);
+    int writer = -1; // opens once the reader has the node open
+    for (int i = 0; i < 2000 && writer < 0; ++i) {
+        writer = ::open(node.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        if (writer < 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    ASSERT_GE(writer, 0) << "the device plugged in was never opened";
+    const input_event press[] = {key(KEY_VOLUMEUP, 1), syn(), key(KEY_VOLUMEUP, 0), syn()};
+    ASSERT_EQ(::write(writer, press, sizeof press), static_cast<ssize_t>(sizeof press));
+    Events events;
+    for (int i = 0; i < 2000 && events.size() < 2; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        service.drain();
+        for (auto& e : recorder.take())
+            events.push_back(std::move(e));
+    }
+    media.stop();
+    ::close(writer);
+    EXPECT_EQ(events, (Events{"k 1000 down", "k 1000 up"}));
 }

@@ -1,5 +1,7 @@
 #include "platform/capture_backends.h"
 
+#include "core/log.h"
+#include "platform/dbus/realtime_thread.h"
 #include "platform/null/null_capture.h"
 
 #include <cstdlib>
@@ -20,6 +22,11 @@ namespace tappix {
 
 CaptureBackends makeCaptureBackends() {
     CaptureBackends backends;
+    // Every hop a key takes before its sound is queued runs at real-time priority: the
+    // readers below raise their own threads, this raises the key queue's.
+    backends.onKeyQueueThread = [] {
+        RealtimeThread::makeCallingThreadRealtime("tappix-keys", lcEvents());
+    };
 #ifdef TAPPIX_WITH_EVDEV
     backends.keyboard =
         std::make_unique<evdev::EvdevCapture>(evdev::DeviceRole::keyboard, "tappix-evtap");

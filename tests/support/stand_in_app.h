@@ -7,6 +7,7 @@
 #include "app/app_delegate.h"
 
 #include "platform/null/null_output.h"
+#include "support/core_app.h"
 #include "support/fake_time.h"
 #include "support/temp_prefs.h"
 
@@ -23,15 +24,6 @@
 #include <thread>
 
 namespace tappix::test {
-
-inline QCoreApplication& app() {
-    static int argc = 1;
-    static char name[] = "tappix_tests";
-    static char* argv[] = {name, nullptr};
-    static QCoreApplication* instance =
-        QCoreApplication::instance() ? nullptr : new QCoreApplication(argc, argv);
-    return instance ? *instance : *QCoreApplication::instance();
-}
 
 /// A keyboard at the platform boundary. `typeContinuously` makes it behave like a
 /// real backend thread that keeps reporting until `stop` joins it.
