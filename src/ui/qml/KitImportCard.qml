@@ -46,6 +46,7 @@ SettingsSection {
         }
     }
 
+    // Every part of the report is silent while hidden: a reader hears what shows.
     ColumnLayout {
         id: report
         visible: card.kitImport.busy || card.kitImport.status !== ""
@@ -72,6 +73,7 @@ SettingsSection {
                 label: "Importing"
                 running: card.kitImport.busy
                 visible: running
+                Accessible.ignored: !visible
             }
             Text {
                 text: card.kitImport.status
@@ -81,6 +83,7 @@ SettingsSection {
                 Layout.fillWidth: true
                 Accessible.role: Accessible.StaticText
                 Accessible.name: text
+                Accessible.ignored: !visible
             }
         }
 
@@ -96,6 +99,7 @@ SettingsSection {
             Layout.fillWidth: true
             Accessible.role: Accessible.StaticText
             Accessible.name: text
+            Accessible.ignored: !visible
         }
 
         Rectangle {
@@ -125,6 +129,7 @@ SettingsSection {
                 }
                 Accessible.role: Accessible.List
                 Accessible.name: "Import problems"
+                Accessible.ignored: !visible
                 delegate: Item {
                     id: line
                     required property string modelData
@@ -161,6 +166,7 @@ SettingsSection {
             theme: card.theme
             text: "Dismiss"
             Layout.alignment: Qt.AlignRight
+            Accessible.ignored: !visible
             onClicked: card.kitImport.dismiss()
         }
     }
