@@ -218,23 +218,3 @@ TEST(KeyboardNodes, TheKernelsKeyListSaysWhichNodesAreKeyboards) {
             expected.push_back(c.node);
     EXPECT_EQ(found, expected);
 }
-
-TEST(KeyboardAccess, TheStateFollowsTheFacts) {
-    using State = KeyboardAccess::State;
-    const struct {
-        KeyboardAccess::Facts facts;
-        KeyboardAccess access;
-    } cases[] = {
-        {{false, false, "", false, false}, {State::unavailable, ""}},
-        {{true, true, "input", false, true}, {State::readable, "input"}},
-        {{true, false, "input", false, false}, {State::notMember, "input"}},
-        {{true, false, "input", true, false}, {State::memberNotInSession, "input"}},
-        // Held and still refused: no group change helps.
-        {{true, false, "input", true, true}, {State::unavailable, "input"}},
-        // Only root's group may read: nothing to join.
-        {{true, false, "", false, false}, {State::unavailable, ""}},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(KeyboardAccess::from(c.facts), c.access)
-            << KeyboardAccess::name(c.access.state) << " " << c.facts.group;
-}
