@@ -34,8 +34,6 @@ class OnboardingModel final : public QObject {
 public:
     /// How often the step is worked out again while the window shows.
     static constexpr std::chrono::milliseconds kRecheckInterval{1000};
-    /// The command that lets the user's account read the keyboards.
-    static constexpr const char* kPermissionCommand = "sudo usermod -aG input $USER";
     /// The group the keyboards belong to on most systems, named until the nodes say.
     static constexpr const char* kUsualGroup = "input";
 
