@@ -1,6 +1,7 @@
 #include "platform/evdev/evdev_capture.h"
 #include "platform/evdev/evdev_device.h"
 #include "platform/evdev/evdev_keymap.h"
+#include "platform/evdev/keyboard_nodes.h"
 
 #include "platform/capture_backends.h"
 
@@ -9,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include <QDir>
+#include <QFile>
 #include <QTemporaryDir>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -223,4 +226,44 @@ TEST(EvdevCapture, WithoutDevicesOnlyTheMediaReaderStartsAndHearsOnePluggedInLat
     media.stop();
     ::close(writer);
     EXPECT_EQ(events, (Events{"k 1000 down", "k 1000 up"}));
+}
+
+// Which nodes count as keyboards, from the kernel's key lists alone: letters and Space
+// in the lowest word; more words in front of it (most significant first); a node the
+// kernel says nothing about and that cannot be asked.
+TEST(KeyboardNodes, TheKernelsKeyListSaysWhichNodesAreKeyboards) {
+    QTemporaryDir dev, sysfs;
+    const struct {
+        const char* node;
+        const char* keys; // nullptr: no list in sysfs
+        bool keyboard;
+    } cases[] = {
+        // Q 16, A 30, Z 44, Space 57.
+        {"event0", "200100040010000", true},
+        {"event1", "1 0 0 200100040010000", true}, // media keys in higher words
+        {"event2", "200100040000000", false},      // no Q
+        {"event3", "0", false},
+        {"event4", "zz", false}, // unreadable list, and the node is no device when asked
+        {"event5", nullptr, false},
+        {"mouse0", "200100040010000", false}, // not an event node
+    };
+    for (const auto& c : cases) {
+        QFile(dev.filePath(c.node)).open(QIODevice::WriteOnly);
+        if (c.keys) {
+            const QString dir = sysfs.filePath(QString(c.node) + "/device/capabilities");
+            QDir().mkpath(dir);
+            QFile list(dir + "/key");
+            list.open(QIODevice::WriteOnly);
+            list.write(QByteArray(c.keys) + "\n");
+        }
+    }
+    std::vector<std::string> found;
+    for (const KeyboardNode& node :
+         keyboardNodes(dev.path().toStdString(), sysfs.path().toStdString()))
+        found.push_back(node.path.substr(node.path.rfind('/') + 1));
+    std::vector<std::string> expected;
+    for (const auto& c : cases)
+        if (c.keyboard)
+            expected.push_back(c.node);
+    EXPECT_EQ(found, expected);
 }

@@ -63,7 +63,11 @@ DesktopShell::DesktopShell(Services services, QObject* parent)
       outputDevices_(services.settings, services.devices,
                      services.player ? &services.player->output() : nullptr),
       behaviour_(services), onboarding_(services.scheduler ? *services.scheduler : ownScheduler_,
-                                        {.captureIsPossible = services.captureIsPossible}),
+                                        {.captureIsPossible = services.captureIsPossible,
+                                         .showFile = services.showFile,
+                                         .keyboardAccess = services.keyboardAccess,
+                                         .canAskToJoin = services.canAskToJoin,
+                                         .askToJoin = services.askToJoin}),
       settingsWindow_(services.settings, [this] { return makeWindow(kSettingsUrl); }),
       onboardingWindow_(onboarding_, [this] { return makeWindow(kOnboardingUrl); }) {
     panelModel_.setMixCount(mixes_.count());

@@ -116,6 +116,8 @@ struct HarnessOptions {
     std::function<void(const QString& bundle, const QString& user)> addKits = {};
     /// The microphone a keyboard recording uses; none can be had when null.
     std::function<std::unique_ptr<Microphone>()> microphone = {};
+    /// Changes the platform last, before the delegate is made.
+    std::function<void(AppDelegate::Platform&)> platform = {};
 };
 
 /// Options for a Tappix that shows itself, to a returning user: the launch opens the
@@ -171,6 +173,8 @@ struct Harness {
         platform.withWindows = options.withWindows;
         platform.makeMicrophone =
             options.microphone ? options.microphone : [] { return std::unique_ptr<Microphone>(); };
+        if (options.platform)
+            options.platform(platform);
         delegate = std::make_unique<AppDelegate>(std::move(platform), prefs.path, kits.path(),
                                                  userKits.path());
         delegate->start();
