@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Measures the test suite by the faults it catches.
 
 Each fault in the list is a one-line slip (a wrong comparison, a dropped call, a wrong
@@ -207,8 +207,8 @@ def main():
     # Share compiled objects with the other trees, as the Makefile does.
     os.environ.setdefault("CCACHE_BASEDIR", str(ROOT))
     os.environ.setdefault("CCACHE_NOHASHDIR", "true")
-    signal.signal(signal.SIGTERM, signal.default_int_handler)
-    signal.signal(signal.SIGHUP, signal.default_int_handler)
+    for stop in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        signal.signal(stop, signal.default_int_handler)
 
     faults = [f for f in read_list(args.list)
               if re.search(args.filter, f.id) or re.search(args.filter, f.file)]
