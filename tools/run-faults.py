@@ -32,7 +32,8 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 FIELD = re.compile(r"\s+\|\s+")
-FAILED = re.compile(r"^\s*\d+ - (\S+) \((.+)\)\s*$")
+# "  12 - Suite.Name (Failed)", or with "  # GetParam() = ..." after a parameterised name.
+FAILED = re.compile(r"^\s*\d+ - (\S+)\s.*\([^()]+\)\s*$")
 
 
 class Fault:
@@ -40,7 +41,7 @@ class Fault:
         self.line = line_number
         self.id, self.file, self.tests, find, replace = fields
         self.find, self.replace = unescape(find), unescape(replace)
-        self.result, self.detail, self.failing = "", "", []
+        self.result, self.detail, self.failing, self.known = "", "", [], []
         self.build_seconds = self.test_seconds = 0.0
 
 
@@ -152,6 +153,7 @@ def try_fault(fault, args, known_failures):
             return
         code, output, fault.test_seconds = ctest(args, fault.tests)
         first = [t for t in failed_tests(output) if t not in known_failures]
+        fault.known = [t for t in failed_tests(output) if t in known_failures]
         if code != 0 and not failed_tests(output):
             fault.result, fault.detail = "error", (output.strip().splitlines() or [""])[-1]
             return
@@ -175,8 +177,9 @@ def report(faults, interrupted, seconds):
             continue
         names = ", ".join(f.failing[:4]) + (f" (+{len(f.failing) - 4} more)" if len(f.failing) > 4
                                             else "")
+        known = f" [also failing without it: {', '.join(f.known)}]" if f.known else ""
         print(f"{f.id:<{width}}  {f.result:<8} {f.build_seconds:>5.0f}s {f.test_seconds:>5.0f}s"
-              f"  {names or f.detail}")
+              f"  {names or f.detail}{known}")
     count = {r: sum(f.result == r for f in faults)
              for r in ("caught", "missed", "flaky", "no-build", "anchor", "error")}
     judged = count["caught"] + count["missed"] + count["flaky"]
