@@ -182,10 +182,11 @@ const Recorded kRecorded[] = {
 
 } // namespace
 
-// Every modelled keyboard end to end: a sound for every key name, enough variants, the
-// groups filled, a family the catalogue understands and a level that never clips; and it
-// measures inside the range of the recordings of its family, its spectrum shaped more
-// like theirs than like any other family's. The thock is the darkest of them.
+// Every modelled keyboard end to end (that its files load is the kit check's): a sound for
+// every key name, enough variants, the groups filled, a family the catalogue understands and
+// a level that never clips; and it measures inside the range of the recordings of its
+// family, its spectrum shaped more like theirs than like any other family's. The thock is
+// the darkest of them.
 TEST(BundledKits, EachKeyboardCoversTheKeysAndSoundsLikeRecordingsOfItsFamily) {
     const auto ids = synthesizedKitIds();
     EXPECT_NE(std::find(ids.begin(), ids.end(), "gun-pistol"), ids.end());
@@ -198,7 +199,6 @@ TEST(BundledKits, EachKeyboardCoversTheKeysAndSoundsLikeRecordingsOfItsFamily) {
         const auto kit = synthesizedKit(id);
         ASSERT_TRUE(kit);
         const SoundpackConfig& c = kit->config;
-        EXPECT_TRUE(c.metadata.supportsKeyUp);
         ASSERT_TRUE(c.metadata.family && c.metadata.blurb);
         ASSERT_TRUE(KitCatalog::familyFrom(*c.metadata.family));
         for (KeyCode code = 0; code < 128; ++code) {
@@ -223,14 +223,11 @@ TEST(BundledKits, EachKeyboardCoversTheKeysAndSoundsLikeRecordingsOfItsFamily) {
         }
         float peak = 0;
         for (const auto& [file, samples] : kit->files) {
-            EXPECT_FALSE(samples.empty()) << file;
             for (float s : samples)
                 peak = std::max(peak, std::fabs(s));
         }
         EXPECT_GT(peak, 0.8f);
         EXPECT_LE(peak, 0.9f);
-        for (const std::string& file : c.allFiles())
-            EXPECT_TRUE(kit->files.contains(file)) << file;
 
         const KitFigures f = KitFigures::ofKit(
             c, [&](const std::string& file) { return std::optional(kit->files.at(file)); });
