@@ -20,7 +20,8 @@
 //   spread     spread of centroids across the letter keys (standard deviation over mean)
 //   release    level of releases against presses (RMS of the first 40 ms), median of
 //              the letters' differences; a minus sign means quieter
-// then the range of each family's recordings. --envelopes prints every kit's envelope and
+// then the designer's presets (the press sounds a save renders for each group), then the
+// range of each family's recordings. --envelopes prints every kit's envelope and
 // each family's median envelope over its recordings as a C++ table.
 // With --png, a page of spectrograms: one row per kit, the same keys in every row, each
 // from 2 ms before the onset over 160 ms (or N ms with --ms).
@@ -28,6 +29,8 @@
 #include "analysis/kit_figures.h"
 #include "kits/kit_catalog.h"
 #include "kits/soundpack_config.h"
+#include "kits/switch_designer.h"
+#include "kits/synth_engine.h"
 #include "platform/pack_import.h"
 #include "platform/sndfile/sndfile_decoder.h"
 
@@ -432,6 +435,28 @@ int main(int argc, char** argv) {
             if (kit.recorded == recorded)
                 printRow(kit, kits);
         }
+    }
+
+    // The designer's presets, measured on the presses a save of them renders.
+    std::printf("\n%-24s %7s %8s %6s\n", "designer preset", "centr.", "flatness", "-40dB");
+    for (const auto& preset : tappix::SwitchDesigner::kPresets) {
+        std::vector<KitFigures::Press> presses;
+        std::uint64_t seed = tappix::SwitchDesigner::kFirstSeed;
+        for (const std::string_view group : tappix::SwitchDesigner::kGroups) {
+            const auto params = tappix::SwitchDesigner::groupParams(group, preset.params);
+            for (int i = 0;
+                 i < tappix::SwitchDesigner::kPresses + tappix::SwitchDesigner::kReleases;
+                 ++i, seed += tappix::SwitchDesigner::kSeedStep) {
+                if (i >= tappix::SwitchDesigner::kPresses)
+                    continue;
+                if (const auto press =
+                        KitFigures::measure(tappix::SynthEngine::render(params, seed, false)))
+                    presses.push_back(*press);
+            }
+        }
+        const KitFigures f = KitFigures::summarise(presses);
+        std::printf("%-24s %7.0f %8.3f %6.0f\n", std::string(preset.name).c_str(), f.centroidHz,
+                    f.flatness, f.decayMs);
     }
 
     // Each family's recordings: the range of their figures.
