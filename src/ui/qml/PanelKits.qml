@@ -69,6 +69,7 @@ ColumnLayout {
             text: name
             detail: blurb
             marked: isCurrent
+            leftPadding: 8
             focusPolicy: Qt.NoFocus
             background: Rectangle {
                 radius: 8
