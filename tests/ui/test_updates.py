@@ -85,6 +85,7 @@ class UpdateCheck(unittest.TestCase):
         with self.subTest("the newest version"):
             serve(version)
             check_now("Tappix %s is the newest version." % version)
+            ui.screenshot(s, "settings-behaviour-update-newest-dark")
         with self.subTest("a newer version"):
             serve("99.0")
             newer = "Tappix 99.0 is available; you have %s. Read about it at %s99.0" % (
@@ -106,6 +107,9 @@ class UpdateCheck(unittest.TestCase):
         s.press(s.find("page tab", "Behaviour", root=window), "Press")
         check_now(newer)
         ui.screenshot(s, "settings-behaviour-update-newer-light")
+        os.remove(appcast)
+        check_now("Couldn't check for updates: the server answered 404.")
+        ui.screenshot(s, "settings-behaviour-update-failed-light")
 
 
 if __name__ == "__main__":
