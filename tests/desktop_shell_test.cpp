@@ -5,11 +5,13 @@
 #include "settings/settings_page.h"
 #include "support/stand_in_app.h"
 #include "ui/desktop_shell.h"
+#include "ui/symbol_icons.h"
 
 #include <gtest/gtest.h>
 
 #include <QAbstractItemModelTester>
 #include <QApplication>
+#include <QPainter>
 #include <QSignalSpy>
 #include <cmath>
 #include <mutex>
@@ -210,6 +212,43 @@ TEST(DesktopShell, TheTrayIconHidesWhenSwitchedOff) {
     run.delegate->settings().setShowMenuBarIcon(false);
     settle();
     EXPECT_FALSE(tray.isVisible());
+}
+
+// Tray hosts draw the icon on whatever their panel is; Tappix cannot tell its colour.
+TEST(DesktopShell, TheTrayIconStandsOutOnLightAndDarkPanels) {
+    auto luminance = [](QColor c) {
+        auto linear = [](double v) {
+            return v <= 0.03928 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
+        };
+        return 0.2126 * linear(c.redF()) + 0.7152 * linear(c.greenF()) + 0.0722 * linear(c.blueF());
+    };
+    struct State {
+        const char* name;
+        bool on, dimmed;
+    };
+    const State states[] = {
+        {"on", true, false}, {"off", false, false}, {"off, dimmed", false, true}};
+    for (const State& state : states) {
+        for (const QColor panel :
+             {QColor("#ffffff"), QColor("#eff0f1"), QColor("#2a2e32"), QColor("#000000")}) {
+            SCOPED_TRACE(std::string(state.name) + " on " + panel.name().toStdString());
+            QImage image(22, 22, QImage::Format_RGB32);
+            image.fill(panel);
+            QPainter painter(&image);
+            SymbolIcons::trayIcon(state.on, state.dimmed).paint(&painter, image.rect());
+            painter.end();
+            // A tenth of the icon at least stands apart from the panel by 3:1 or more.
+            const double background = luminance(panel);
+            int standsOut = 0;
+            for (int y = 0; y < image.height(); ++y)
+                for (int x = 0; x < image.width(); ++x) {
+                    const double l = luminance(image.pixelColor(x, y));
+                    standsOut +=
+                        (std::max(l, background) + 0.05) / (std::min(l, background) + 0.05) >= 3.0;
+                }
+            EXPECT_GE(standsOut, 22 * 22 / 10);
+        }
+    }
 }
 
 int main(int argc, char** argv) {

@@ -76,11 +76,21 @@ TEST(KeyCastOverlay, TheWindowShowsInItsCornerWhileThereAreChips) {
     using namespace keys;
     overlayWarnings.clear();
     previousHandler = qInstallMessageHandler(recordOverlayWarnings);
-    for (const char* size : {"small", "medium", "large"}) {
-        SCOPED_TRACE(size);
-        Harness run(withOverlay(true, {{"visualizerSize", size},
+    struct Case {
+        const char *size, *position;
+        int chipHeight;
+        bool top, left, right;
+    };
+    // Unknown values mean medium, bottom centre.
+    const Case cases[] = {{"small", "topRight", 34, true, false, true},
+                          {"large", "bottomLeft", 58, false, true, false},
+                          {"medium", "middle", 44, false, false, false},
+                          {"huge", "bottomRight", 44, false, false, true}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.size) + " " + c.position);
+        Harness run(withOverlay(true, {{"visualizerSize", c.size},
                                        {"visualizerShortcutsOnly", true},
-                                       {"visualizerPosition", "topRight"}}));
+                                       {"visualizerPosition", c.position}}));
         KeyCastOverlay& overlay = *run.delegate->shell()->keyCastOverlay();
         run.type({t, y, p, e});
         EXPECT_EQ(overlay.window(), nullptr) << "plain typing shows nothing";
@@ -94,11 +104,22 @@ TEST(KeyCastOverlay, TheWindowShowsInItsCornerWhileThereAreChips) {
                                               Qt::WindowDoesNotAcceptFocus |
                                               Qt::WindowStaysOnTopHint | Qt::Tool));
         EXPECT_EQ(overlay.chips().texts(), QStringList({"⌘K"}));
-        // In the top right corner of the screen, inside its margin, as tall as a chip.
+        // In its corner of the screen, inside the margin, as tall as a chip.
+        EXPECT_EQ(overlay.chipHeight(), c.chipHeight);
+        EXPECT_GT(window->height(), c.chipHeight);
+        EXPECT_LT(window->height(), c.chipHeight + 8);
         const QRect area = overlay.area();
-        EXPECT_EQ(window->y(), area.y() + KeyCastOverlay::kMargin);
-        EXPECT_EQ(window->x() + window->width(), area.right() + 1 - KeyCastOverlay::kMargin);
-        EXPECT_GT(window->height(), overlay.chipHeight());
+        const int margin = KeyCastOverlay::kMargin;
+        if (c.top)
+            EXPECT_EQ(window->y(), area.y() + margin);
+        else
+            EXPECT_EQ(window->y() + window->height(), area.bottom() + 1 - margin);
+        if (c.left)
+            EXPECT_EQ(window->x(), area.x() + margin);
+        else if (c.right)
+            EXPECT_EQ(window->x() + window->width(), area.right() + 1 - margin);
+        else
+            EXPECT_NEAR(window->x() + window->width() / 2.0, area.x() + area.width() / 2.0, 1.0);
         run.press(command, false);
 
         // The last chip gone, the window follows once it has faded.

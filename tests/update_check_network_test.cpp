@@ -224,7 +224,7 @@ TEST_F(UpdateCheckOverHttps, FailuresGiveOneLogLineAndNoNotification) {
         {"a certificate from an authority not trusted", rogueServer_->url("newer.xml"), standard,
          "SSL"},
         {"a malformed feed", server_->url("malformed.xml"), standard, ""},
-        {"a missing feed", server_->url("gone.xml"), standard, ""},
+        {"a missing feed", server_->url("gone.xml"), standard, "the server answered 404"},
         {"a feed larger than allowed", server_->url("huge.xml"), standard,
          "the feed is larger than 1 MB"},
         {"a server that never answers", silentServer_->url("newer.xml"), 300,

@@ -151,6 +151,42 @@ TEST(UpdateChecker, AnnouncesANewerVersionOnceAndNothingElse) {
     EXPECT_EQ(c.notes.posted.size(), 2u);
 }
 
+// Asked from the tray, where no window shows the answer, every outcome is told, in one
+// notification that "Checking for updates…" opens and the answer replaces.
+TEST(UpdateChecker, ACheckAskedToReportTellsEveryOutcome) {
+    struct Case {
+        const char* name;
+        std::optional<QByteArray> body;
+        const char* error;
+        const char* told;
+    };
+    const Case cases[] = {
+        {"up to date", feed({"1.2.0"}), "", "Tappix is up to date|1.2.0 is the newest version."},
+        {"unreachable", std::nullopt, "Connection refused",
+         "Couldn't check for updates|Connection refused."},
+        {"not a feed", QByteArray("{}"), "", "Couldn't check for updates|"},
+        {"newer, told again though announced before", feed({"1.3.0"}), "",
+         "Tappix 1.3.0 is available|You have 1.2.0. Read about it at "
+         "https://example.test/notes/1.3.0"},
+    };
+    Checker c;
+    c.checker.checkNow();
+    c.fetcher.answer(feed({"1.3.0"}));
+    for (const Case& test : cases) {
+        SCOPED_TRACE(test.name);
+        c.notes.posted.clear();
+        c.checker.checkNow();
+        // A check already running is not repeated; its answer is told.
+        c.checker.checkNow(UpdateChecker::Report::everyOutcome);
+        EXPECT_EQ(c.fetcher.waiting.size(), 1u);
+        c.fetcher.answer(test.body, test.error);
+        ASSERT_EQ(c.notes.posted.size(), 2u);
+        EXPECT_EQ(c.notes.posted[0], "tappix.update|Checking for updates…|You have Tappix 1.2.0.");
+        EXPECT_TRUE(c.notes.posted[1].startsWith(QStringLiteral("tappix.update|") + test.told))
+            << c.notes.posted[1].toStdString();
+    }
+}
+
 TEST(UpdateChecker, AnAnswerAfterTheCheckerIsGoneIsDropped) {
     auto c = std::make_unique<Checker>();
     c->checker.checkNow();

@@ -148,7 +148,7 @@ void AppDelegate::makeShell() {
     services.pauseShortcut = [this](bool paused) {
         shortcutPaused_.store(paused, std::memory_order_relaxed);
     };
-    services.checkForUpdates = [this] { checkForUpdates(); };
+    services.updates = updateChecker_.get();
     services.makeMicrophone = makeMicrophone_;
     services.clock = &clock_;
     services.recordKeys = [this](std::function<void(KeyCode, bool)> recorder) {
@@ -305,8 +305,9 @@ void AppDelegate::toggleSounds() {
 }
 
 void AppDelegate::checkForUpdates() {
+    // Asked from the tray, where no window shows the answer: a notification tells it.
     if (updateChecker_)
-        updateChecker_->checkNow();
+        updateChecker_->checkNow(UpdateChecker::Report::everyOutcome);
 }
 
 void AppDelegate::chooseFirstKit() {

@@ -62,14 +62,14 @@ int main(int argc, char** argv) {
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGHUP, &action, nullptr);
 
-    tappix::AppDelegate::Platform platform{tappix::makeAudioOutput(),
-                                           tappix::makeSampleDecoder(),
-                                           tappix::makeAudioDeviceManager(),
-                                           tappix::makeCaptureBackends(),
-                                           tappix::captureIsPossible,
-                                           std::make_unique<tappix::FreedesktopNotifier>(),
-                                           std::make_unique<tappix::HttpsFeedFetcher>(),
-                                           QUrl(QStringLiteral(TAPPIX_UPDATE_FEED))};
+    tappix::AppDelegate::Platform platform{
+        tappix::makeAudioOutput(), tappix::makeSampleDecoder(), tappix::makeAudioDeviceManager(),
+        tappix::makeCaptureBackends(), tappix::captureIsPossible,
+        std::make_unique<tappix::FreedesktopNotifier>(),
+        std::make_unique<tappix::HttpsFeedFetcher>(
+            tappix::HttpsFeedFetcher::authoritiesFromEnvironment()),
+        // A mirror (or a test) may serve the releases.
+        QUrl(qEnvironmentVariable("TAPPIX_UPDATE_FEED", QStringLiteral(TAPPIX_UPDATE_FEED)))};
     platform.withWindows = true;
     platform.focus = tappix::makeFocusSource();
     platform.launchesAtLogin = [] { return tappix::AutostartEntry().isEnabled(); };

@@ -13,32 +13,32 @@
 
 namespace tappix {
 
-/// One chip of the key-cast overlay: the modifiers held (drawn in the accent) and the
-/// key's own label. A modifier pressed alone has only `modifiers`.
+/// One chip of the key-cast overlay. A combination has the held modifiers' symbols in
+/// `modifiers` (drawn in the accent) and the key's label in `key`; a plain key has only
+/// `key`; a modifier pressed alone has only its own symbol, in `modifiers`.
 struct KeyCastChip {
     /// Stays the same while the chip lives, so a view can animate it; never reused.
     std::uint64_t id = 0;
-    /// Modifier symbols in the order ⌃ ⌥ ⇧ ⌘, possibly empty.
+    /// Modifier symbols in the order ⌃ ⌥ ⇧ ⌘ fn ⇪, possibly empty.
     QString modifiers;
-    /// The key's label, empty for a chip of modifiers alone.
+    /// The key's label, empty for a modifier pressed alone.
     QString key;
-    /// Whether the chip follows modifiers still held down (it has no end yet).
-    bool held = false;
-    /// When the chip goes; meaningless while `held`.
+    /// Whether the chip shows a key with modifiers held.
+    bool isShortcut = false;
+    /// When the chip goes: its creation plus `KeyCast::kLifetime`.
     Clock::Duration expires{};
 
     /// The whole text, as read aloud and compared in tests.
     QString text() const { return modifiers + key; }
 };
 
-/// Turns key presses into the chips the key-cast overlay shows. Each key-down is its own
-/// chip, prefixed by the modifiers held (Ctrl ⌃, Alt ⌥, Shift ⇧, Super ⌘); letters are
-/// not merged into words, so every chip stands for one key and the count shows the pace.
-/// While modifiers are held and no key has gone down with them yet, a chip shows them;
-/// released alone it stays as a chip of its own. A chip lives `kLifetime` from its key
-/// (a chip of modifiers alone, from their release); at most `kMaxChips` show, the oldest
-/// going first. With shortcuts only, keys without Ctrl, Alt or Super held show nothing.
-/// Main thread only.
+/// Turns key presses into the chips the key-cast overlay shows. A modifier pressed alone
+/// is a chip of its own at once; any other key is one chip, prefixed by the modifiers held
+/// with it in the fixed order ⌃ ⌥ ⇧ ⌘ fn ⇪ whatever the order they went down in. Letters
+/// are not merged into words, so every chip stands for one key. Each chip lives
+/// `kLifetime` from its creation; at most `kMaxChips` show, the oldest going first. With
+/// shortcuts only, modifiers alone and keys without a modifier show nothing, while a key
+/// with any modifier held, Shift included, still does. Main thread only.
 class KeyCast final : public QObject {
     Q_OBJECT
 public:
@@ -54,7 +54,7 @@ public:
     /// Called after every change of `chips`. Main thread.
     void setOnChange(std::function<void()> onChange) { onChange_ = std::move(onChange); }
 
-    /// Shows only combinations with Ctrl, Alt or Super. Main thread.
+    /// Shows only keys pressed with a modifier held. Main thread.
     void setShortcutsOnly(bool shortcutsOnly);
 
     /// A key went down (`down`) or up. Main thread.
@@ -70,13 +70,8 @@ public:
     Scheduler& scheduler() { return scheduler_; }
 
 private:
-    static QString symbols(unsigned modifiers);
-    unsigned held() const;
-    bool shows(unsigned modifiers) const;
-    void modifierDown();
-    void modifierUp();
-    void keyDown(KeyCode code);
-    void push(KeyCastChip chip);
+    QString heldSymbols() const;
+    void add(KeyCastChip chip);
     void expire();
     void reschedule();
     void changed();
@@ -87,15 +82,11 @@ private:
     bool shortcutsOnly_ = false;
     std::vector<KeyCastChip> chips_;
     std::uint64_t nextId_ = 1;
+    // One task, due when the oldest chip goes.
     Scheduler::TaskId timer_ = 0;
     Clock::Duration timerDue_{};
-
-    // Modifier keys held down, by side, and what they mean together.
-    std::vector<KeyCode> heldKeys_;
-    // Every modifier held since the first went down, until all are up.
-    unsigned peak_ = 0;
-    // A key went down with the held modifiers: their release shows nothing.
-    bool used_ = false;
+    // Modifier keys held down, in the order they went down, each once.
+    std::vector<KeyCode> heldModifiers_;
 };
 
 } // namespace tappix

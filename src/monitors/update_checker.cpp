@@ -2,6 +2,8 @@
 
 #include "core/log.h"
 
+#include <utility>
+
 namespace tappix {
 
 UpdateChecker::UpdateChecker(SettingsStore& settings, FeedFetcher& fetcher, UserNotifier& notifier,
@@ -39,14 +41,17 @@ void UpdateChecker::reschedule(std::chrono::milliseconds delay) {
     });
 }
 
-void UpdateChecker::checkNow() {
+void UpdateChecker::checkNow(Report report) {
+    if (report == Report::everyOutcome) {
+        reportEveryOutcome_ = true;
+        notifier_.post(QString::fromLatin1(kNotificationId),
+                       QStringLiteral("Checking for updates…"),
+                       QStringLiteral("You have Tappix %1.").arg(currentVersion_));
+    }
     if (isChecking_)
         return;
     if (!feed_.isValid() || feed_.scheme() != QLatin1String("https")) {
-        lastError_ = QStringLiteral("no HTTPS feed address is set in this build");
-        qCWarning(lcApp, "update check skipped: %s", qPrintable(lastError_));
-        hasChecked_ = true;
-        Q_EMIT changed();
+        failed(QStringLiteral("no HTTPS feed address is set in this build"));
         return;
     }
     isChecking_ = true;
@@ -59,33 +64,50 @@ void UpdateChecker::checkNow() {
     });
 }
 
-void UpdateChecker::finished(std::optional<QByteArray> body, const QString& fetchError) {
+void UpdateChecker::failed(const QString& error) {
     isChecking_ = false;
     hasChecked_ = true;
+    lastError_ = error;
+    qCWarning(lcApp, "update check failed: %s", qPrintable(lastError_));
+    Q_EMIT changed();
+    if (std::exchange(reportEveryOutcome_, false)) {
+        notifier_.post(QString::fromLatin1(kNotificationId),
+                       QStringLiteral("Couldn't check for updates"),
+                       lastError_.left(1).toUpper() + lastError_.mid(1) + QLatin1Char('.'));
+    }
+}
+
+void UpdateChecker::finished(std::optional<QByteArray> body, const QString& fetchError) {
     QString error = fetchError;
     std::optional<AppcastRelease> newest;
     if (body)
         newest = AppcastRelease::newestIn(*body, error);
     if (!newest) {
-        lastError_ = error.isEmpty() ? QStringLiteral("no answer") : error;
-        qCWarning(lcApp, "update check failed: %s", qPrintable(lastError_));
-        Q_EMIT changed();
+        failed(error.isEmpty() ? QStringLiteral("no answer") : error);
         return;
     }
+    isChecking_ = false;
+    hasChecked_ = true;
     lastError_.clear();
+    const bool report = std::exchange(reportEveryOutcome_, false);
     if (AppcastRelease::compareVersions(newest->version, currentVersion_) <= 0) {
         latestVersion_.clear();
         latestLink_.clear();
         qCInfo(lcApp, "update check: %s is the newest version", qPrintable(currentVersion_));
         Q_EMIT changed();
+        if (report)
+            notifier_.post(QString::fromLatin1(kNotificationId),
+                           QStringLiteral("Tappix is up to date"),
+                           QStringLiteral("%1 is the newest version.").arg(currentVersion_));
         return;
     }
     latestVersion_ = newest->version;
     latestLink_ = newest->link;
     qCInfo(lcApp, "update check: Tappix %s is available", qPrintable(latestVersion_));
     Q_EMIT changed();
-    // Each newer version is announced once per run, however often the feed is asked.
-    if (announcedVersion_ == latestVersion_)
+    // Each newer version is announced once per run, however often the feed is asked,
+    // unless the user asked to be told.
+    if (announcedVersion_ == latestVersion_ && !report)
         return;
     announcedVersion_ = latestVersion_;
     QString text = QStringLiteral("You have %1.").arg(currentVersion_);

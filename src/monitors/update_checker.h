@@ -14,8 +14,9 @@ namespace tappix {
 
 /// Asks the release feed whether a newer Tappix exists: once a day while automatic
 /// checks are on, and whenever the user asks. A newer version is announced once in a
-/// notification and kept for the About page; nothing is ever downloaded or installed.
-/// An unreachable, slow or malformed feed gives one log line and nothing else.
+/// notification; nothing is ever downloaded or installed. What the last check found
+/// (or why it failed) stays readable for the settings; an unreachable, slow or malformed
+/// feed gives one log line, and a notification only when the user asked to be told.
 /// Main thread only.
 class UpdateChecker final : public QObject {
     Q_OBJECT
@@ -25,6 +26,7 @@ class UpdateChecker final : public QObject {
     Q_PROPERTY(QString latestLink READ latestLink NOTIFY changed)
     Q_PROPERTY(QString lastError READ lastError NOTIFY changed)
     Q_PROPERTY(bool hasChecked READ hasChecked NOTIFY changed)
+    Q_PROPERTY(QString currentVersion READ currentVersion CONSTANT)
 
 public:
     /// The first automatic check waits this long after start, so launching stays quiet.
@@ -44,8 +46,17 @@ public:
     /// Starts the daily schedule (while the switch is on).
     void start();
 
-    /// Checks at once ("Check Now", "Check for Updates…"); ignored while one runs.
-    Q_INVOKABLE void checkNow();
+    /// Whether the answer of a check is told in a notification.
+    enum class Report {
+        /// Only a newer version is announced, once (the settings show the rest).
+        newerVersion,
+        /// "Checking for updates…" at once, replaced by whatever the answer is.
+        everyOutcome,
+    };
+
+    /// Checks at once ("Check Now", "Check for Updates…"); a check already running is
+    /// not repeated, but its answer is reported as `report` asks.
+    void checkNow(Report report = Report::newerVersion);
 
     /// Whether a check is running.
     bool isChecking() const { return isChecking_; }
@@ -59,6 +70,8 @@ public:
     QString lastError() const { return lastError_; }
     /// Whether any check has finished since start.
     bool hasChecked() const { return hasChecked_; }
+    /// The version of this build.
+    QString currentVersion() const { return currentVersion_; }
 
 Q_SIGNALS:
     /// Any of the values changed.
@@ -67,6 +80,7 @@ Q_SIGNALS:
 private:
     void reschedule(std::chrono::milliseconds delay);
     void finished(std::optional<QByteArray> body, const QString& error);
+    void failed(const QString& error);
 
     SettingsStore& settings_;
     FeedFetcher& fetcher_;
@@ -78,6 +92,7 @@ private:
     bool started_ = false;
     bool isChecking_ = false;
     bool hasChecked_ = false;
+    bool reportEveryOutcome_ = false;
     QString latestVersion_, latestLink_, lastError_, announcedVersion_;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };

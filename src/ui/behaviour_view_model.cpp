@@ -1,6 +1,7 @@
 #include "ui/behaviour_view_model.h"
 
 #include "input/shortcut.h"
+#include "monitors/update_checker.h"
 #include "settings/settings_store.h"
 
 #include <QKeySequence>
@@ -51,6 +52,9 @@ BehaviourViewModel::BehaviourViewModel(const ShellServices& services, QObject* p
         connect(services_.focus, &FocusSource::focusChanged, this,
                 &BehaviourViewModel::windowSourceChanged);
     }
+    if (services_.updates)
+        connect(services_.updates, &UpdateChecker::changed, this,
+                &BehaviourViewModel::updateStatusChanged);
     listChanged();
 }
 
@@ -138,12 +142,27 @@ void BehaviourViewModel::setLaunchAtLogin(bool enabled) {
 }
 
 void BehaviourViewModel::checkForUpdates() {
-    if (!services_.checkForUpdates)
-        return;
-    services_.checkForUpdates();
-    // A newer version is announced in a notification and on the About page.
-    updateStatus_ = QStringLiteral("Checked just now. A new version shows up as a notification.");
-    Q_EMIT updateStatusChanged();
+    if (services_.updates)
+        services_.updates->checkNow();
+}
+
+QString BehaviourViewModel::updateStatus() const {
+    const UpdateChecker* updates = services_.updates;
+    if (!updates)
+        return {};
+    if (updates->isChecking())
+        return QStringLiteral("Checking for updates…");
+    if (!updates->hasChecked())
+        return {};
+    if (!updates->lastError().isEmpty())
+        return QStringLiteral("Couldn't check for updates: %1.").arg(updates->lastError());
+    if (!updates->updateAvailable())
+        return QStringLiteral("Tappix %1 is the newest version.").arg(updates->currentVersion());
+    QString text = QStringLiteral("Tappix %1 is available; you have %2.")
+                       .arg(updates->latestVersion(), updates->currentVersion());
+    if (!updates->latestLink().isEmpty())
+        text += QStringLiteral(" Read about it at %1").arg(updates->latestLink());
+    return text;
 }
 
 void BehaviourViewModel::sendTestNotification() {

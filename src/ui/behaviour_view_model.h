@@ -39,8 +39,9 @@ public:
     bool launchAtLogin() const;
     /// Why the last change of the login start failed, else empty.
     QString launchAtLoginProblem() const { return launchAtLoginProblem_; }
-    /// What the last update check asked, else empty.
-    QString updateStatus() const { return updateStatus_; }
+    /// What the update check is doing or last found, or why it failed; empty before the
+    /// first check.
+    QString updateStatus() const;
 
     /// Whether this session can tell which window is in front.
     bool windowTriggersAvailable() const;
@@ -67,7 +68,7 @@ public:
 
     /// Starts Tappix at login, or stops doing so.
     Q_INVOKABLE void setLaunchAtLogin(bool enabled);
-    /// Asks the release feed now ("Check Now").
+    /// Asks the release feed now ("Check Now"); the answer shows in `updateStatus`.
     Q_INVOKABLE void checkForUpdates();
     /// Shows a notification like those Tappix sends when it sleeps and wakes.
     Q_INVOKABLE void sendTestNotification();
@@ -98,7 +99,6 @@ private:
     AppListModel runningApps_;
     std::vector<AppIdentity> running_;
     QString launchAtLoginProblem_;
-    QString updateStatus_;
 };
 
 } // namespace tappix

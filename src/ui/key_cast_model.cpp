@@ -32,8 +32,8 @@ QVariant KeyCastModel::data(const QModelIndex& index, int role) const {
     case Qt::DisplayRole:
     case TextRole:
         return chip.text();
-    case HeldRole:
-        return chip.held;
+    case IsShortcutRole:
+        return chip.isShortcut;
     default:
         return {};
     }
@@ -44,7 +44,7 @@ QHash<int, QByteArray> KeyCastModel::roleNames() const {
             {ModifiersRole, "modifiers"},
             {KeyRole, "key"},
             {TextRole, "text"},
-            {HeldRole, "held"}};
+            {IsShortcutRole, "isShortcut"}};
 }
 
 QStringList KeyCastModel::texts() const {
@@ -55,8 +55,8 @@ QStringList KeyCastModel::texts() const {
 }
 
 void KeyCastModel::sync() {
-    // Chips only ever join at the end and keep their order, so the old rows missing
-    // from the new list are removals and the new list's tail past the old ones is added.
+    // Chips never change, only ever join at the end and keep their order, so the old rows
+    // missing from the new list are removals and the new list's tail past them is added.
     const std::vector<KeyCastChip>& next = cast_.chips();
     const int before = rowCount();
     auto survives = [&next](const KeyCastChip& row) {
@@ -68,15 +68,6 @@ void KeyCastModel::sync() {
             beginRemoveRows({}, row, row);
             rows_.erase(rows_.begin() + row);
             endRemoveRows();
-        }
-    }
-    for (std::size_t row = 0; row < rows_.size(); ++row) {
-        const KeyCastChip& now = next[row];
-        KeyCastChip& shown = rows_[row];
-        if (now.modifiers != shown.modifiers || now.key != shown.key || now.held != shown.held) {
-            shown = now;
-            const QModelIndex at = index(int(row));
-            Q_EMIT dataChanged(at, at);
         }
     }
     if (next.size() > rows_.size()) {

@@ -9,8 +9,8 @@
 namespace tappix {
 
 /// The key-cast chips as a list a view animates: a chip keeps its row while it lives,
-/// new chips are inserted at the end, gone ones removed where they were, and a chip of
-/// held modifiers that becomes a combination changes in place. Main thread only.
+/// new chips are inserted at the end and gone ones removed where they were. Main thread
+/// only.
 class KeyCastModel final : public QAbstractListModel {
     Q_OBJECT
     Q_PROPERTY(int count READ rowCount NOTIFY countChanged)
@@ -22,7 +22,7 @@ public:
         ModifiersRole,
         KeyRole,
         TextRole,
-        HeldRole,
+        IsShortcutRole,
     };
 
     /// Lists the chips of `cast`, which must outlive the model (it takes `cast`'s

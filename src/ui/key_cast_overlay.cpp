@@ -38,20 +38,25 @@ void KeyCastOverlay::hideIfEmpty() {
 }
 
 int KeyCastOverlay::fontSize() const {
-    const QString size = settings_.visualizerSize();
-    if (size == QLatin1String("small"))
-        return 18;
-    if (size == QLatin1String("large"))
-        return 36;
-    return 26;
+    return qRound(chipHeight() * 0.46);
 }
 
 int KeyCastOverlay::chipHeight() const {
-    return fontSize() * 2;
+    const QString size = settings_.visualizerSize();
+    if (size == QLatin1String("small"))
+        return 34;
+    if (size == QLatin1String("large"))
+        return 58;
+    return 44;
 }
 
 QString KeyCastOverlay::position() const {
-    return settings_.visualizerPosition();
+    const QString position = settings_.visualizerPosition();
+    for (const char* known : {"bottomLeft", "bottomRight", "topRight"}) {
+        if (position == QLatin1String(known))
+            return position;
+    }
+    return QStringLiteral("bottomCenter");
 }
 
 QRect KeyCastOverlay::area() const {
@@ -86,8 +91,9 @@ void KeyCastOverlay::chipsChanged() {
     }
     if (window_ && !window_->isVisible()) {
         cutToChips_ = drawsClear_ && !drawsClear_();
-        if (!cutToChips_)
-            window_->setMask(QRegion());
+        // Cut to a clear pixel until the view has placed its chips, so the strip never
+        // shows black for a frame.
+        window_->setMask(cutToChips_ ? QRegion(0, 0, 1, 1) : QRegion());
         window_->setVisible(true);
     }
 }

@@ -16,8 +16,8 @@ namespace tappix {
 class KeyCast;
 class SettingsStore;
 
-/// The key-cast overlay: a frameless, click-through window above every other that shows
-/// the chips of `KeyCast` in a corner of the primary screen. The window is made when the
+/// The key-cast overlay: a frameless, click-through strip above every other window that
+/// shows the chips of `KeyCast` in a corner of the primary screen. The window is made when the
 /// first chip appears and shows only while there are chips (a moment longer, for the last
 /// chip to fade). Size and place follow `visualizerSize` and `visualizerPosition`.
 /// Main thread only.
@@ -29,6 +29,8 @@ class KeyCastOverlay final : public QObject {
     Q_PROPERTY(QString position READ position NOTIFY looksChanged)
     Q_PROPERTY(QRect area READ area NOTIFY looksChanged)
     Q_PROPERTY(int margin READ margin CONSTANT)
+    Q_PROPERTY(int spacing READ spacing CONSTANT)
+    Q_PROPERTY(int fadeOutMs READ fadeOutMs CONSTANT)
 
 public:
     /// Makes the window, given this overlay to show; called once, on first need.
@@ -36,8 +38,11 @@ public:
 
     /// Space between the overlay and the screen's edges.
     static constexpr int kMargin = 48;
-    /// How long the window stays after the last chip went, for it to fade.
-    static constexpr std::chrono::milliseconds kLinger{250};
+    /// Space between two chips.
+    static constexpr int kSpacing = 7;
+    /// How long a chip takes to fade out once it went; the window stays that long after
+    /// the last chip.
+    static constexpr std::chrono::milliseconds kLinger{300};
 
     /// Shows the chips of `cast`, which must outlive the overlay. `drawsClear` tells
     /// whether a compositor shows the window's clear parts; without it (or when it says
@@ -51,16 +56,22 @@ public:
 
     /// The chips. Main thread.
     KeyCastModel& chips() { return chips_; }
-    /// The key label's pixel size for `visualizerSize`. Main thread.
+    /// The key label's pixel size, in proportion to the chip. Main thread.
     int fontSize() const;
-    /// A chip's height. Main thread.
+    /// A chip's height (and least width): 34, 44 or 58 for a `visualizerSize` of "small",
+    /// "medium" or "large", medium for any other value. Main thread.
     int chipHeight() const;
-    /// "bottomLeft", "bottomCenter", "bottomRight" or "topRight". Main thread.
+    /// `visualizerPosition`: "bottomLeft", "bottomCenter", "bottomRight" or "topRight";
+    /// "bottomCenter" for any other value. Main thread.
     QString position() const;
     /// The primary screen's available geometry. Main thread.
     QRect area() const;
     /// Space from the screen's edges. Main thread.
     int margin() const { return kMargin; }
+    /// Space between chips. Main thread.
+    int spacing() const { return kSpacing; }
+    /// A chip's fade-out, in milliseconds. Main thread.
+    int fadeOutMs() const { return int(kLinger.count()); }
     /// Cuts the window to these chips (`QRectF`s in its own coordinates, corners of
     /// `radius`) where nothing would draw the rest clear; does nothing where a compositor
     /// does. Main thread.

@@ -24,6 +24,9 @@ constexpr int kMargin = 8;
 MenuBarController::MenuBarController(SettingsStore& settings, MenuPanelModel& model,
                                      PanelFactory makePanel, QObject* parent)
     : QObject(parent), settings_(settings), model_(model), makePanel_(std::move(makePanel)) {
+    openPanel_ =
+        menu_.addAction(QStringLiteral("Open Panel"), this, [this] { showPanel(Placement::tray); });
+    openPanelSeparator_ = menu_.addSeparator();
     menu_.addAction(QStringLiteral("About Tappix"), this, &MenuBarController::aboutRequested);
     menu_.addAction(QStringLiteral("Check for Updates…"), this,
                     &MenuBarController::updateCheckRequested);
@@ -63,6 +66,9 @@ void MenuBarController::refresh() {
         tray_.setToolTip(on ? QStringLiteral("Tappix: sounds on")
                             : QStringLiteral("Tappix: sounds off"));
     }
+    // The menu leads to the panel while the icon's click does not.
+    openPanel_->setVisible(settings_.clickTogglesSound());
+    openPanelSeparator_->setVisible(settings_.clickTogglesSound());
     const bool wanted = settings_.showMenuBarIcon();
     if (tray_.isVisible() != wanted)
         tray_.setVisible(wanted);
@@ -84,11 +90,17 @@ void MenuBarController::activated(QSystemTrayIcon::ActivationReason reason) {
         }
         break;
     case QSystemTrayIcon::MiddleClick:
-        // With a left click that mutes, the other button is the way to the panel.
         togglePanel(Placement::tray);
         break;
-    case QSystemTrayIcon::DoubleClick:
     case QSystemTrayIcon::Context:
+        // With a left click that mutes, the right one opens the panel, in place of the
+        // menu an XEmbed tray has Qt pop up first.
+        if (settings_.clickTogglesSound()) {
+            menu_.hide();
+            togglePanel(Placement::tray);
+        }
+        break;
+    case QSystemTrayIcon::DoubleClick:
     case QSystemTrayIcon::Unknown:
         break;
     }

@@ -19,9 +19,11 @@ class SettingsStore;
 
 /// The tray icon and the panel that drops from it. The icon shows whether sounds are
 /// on; activating it opens the panel or flips the sounds, as the user chose; its menu
-/// holds the application's menu. The panel window is made by the caller's factory on
-/// first need (so a Tappix that stays in the tray never loads the views) and kept.
-/// Main thread only.
+/// holds the application's menu. While a click flips the sounds the panel stays one
+/// click away: the right button opens it where the tray hands that click to Tappix, the
+/// middle one always does, and the menu, which trays show on their own, leads to it. The panel
+/// window is made by the caller's factory on first need (so a Tappix that stays in the tray never
+/// loads the views) and kept. Main thread only.
 class MenuBarController final : public QObject {
     Q_OBJECT
 public:
@@ -77,6 +79,8 @@ private:
     PanelFactory makePanel_;
     QPointer<QQuickWindow> panel_;
     QMenu menu_;
+    QAction* openPanel_ = nullptr;
+    QAction* openPanelSeparator_ = nullptr;
     QSystemTrayIcon tray_;
     QElapsedTimer lastAutoHide_;
     bool anchoredBelow_ = true;

@@ -18,7 +18,7 @@ int assignedParts(const SoundMix& mix) {
 } // namespace
 
 MixListModel::MixListModel(SettingsStore& settings, QObject* parent)
-    : QAbstractListModel(parent), settings_(settings), shownCount_(count()) {
+    : QAbstractListModel(parent), settings_(settings), shownCount_(count()), shownIds_(ids()) {
     connect(&settings_, &SettingsStore::tappixMixChanged, this, &MixListModel::mixesChanged);
 }
 
@@ -81,12 +81,25 @@ QString MixListModel::summary(int assignedParts) {
     return QStringLiteral("%1 of %2 parts").arg(assignedParts).arg(kParts);
 }
 
+QStringList MixListModel::ids() const {
+    QStringList out;
+    for (const SoundMix& mix : settings_.mixes())
+        out << mix.id;
+    return out;
+}
+
 void MixListModel::mixesChanged() {
-    // Mixes are few: every edit lists them again, which also covers reordering.
-    beginResetModel();
-    shownCount_ = count();
-    endResetModel();
-    Q_EMIT countChanged();
+    if (ids() == shownIds_) {
+        if (shownCount_ > 0)
+            Q_EMIT dataChanged(index(0), index(shownCount_ - 1));
+    } else {
+        // Mixes are few: added, removed or reordered ones are listed again.
+        beginResetModel();
+        shownCount_ = count();
+        shownIds_ = ids();
+        endResetModel();
+        Q_EMIT countChanged();
+    }
     Q_EMIT activeChanged();
 }
 

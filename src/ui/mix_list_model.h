@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QAbstractListModel>
+#include <QStringList>
 
 namespace tappix {
 
@@ -48,9 +49,13 @@ Q_SIGNALS:
 
 private:
     void mixesChanged();
+    QStringList ids() const;
 
     SettingsStore& settings_;
     int shownCount_ = 0;
+    // The mixes' ids as listed, so that a change of the active mix or of a mix's parts
+    // updates rows in place (keeping a view's focus) rather than listing them again.
+    QStringList shownIds_;
 };
 
 } // namespace tappix

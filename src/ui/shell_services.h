@@ -24,6 +24,7 @@ class SoundEngine;
 class SoundpackStore;
 class ThemeStore;
 class TypingMonitor;
+class UpdateChecker;
 
 /// The services the views show and change, handed over as they are, and the few things
 /// the views ask of the platform, as calls. Null or empty parts are absent (tests).
@@ -44,8 +45,8 @@ struct ShellServices {
     std::function<bool()> launchesAtLogin = {};
     /// Starts Tappix at login, or stops doing so; false when the file system refused.
     std::function<bool(bool)> setLaunchAtLogin = {};
-    /// Asks the release feed now.
-    std::function<void()> checkForUpdates = {};
+    /// Asks the release feed whether a newer version exists; no update checks without.
+    UpdateChecker* updates = nullptr;
     /// Shows a notification so the user sees what Tappix's look like.
     std::function<void()> sendTestNotification = {};
     /// Holds the sounds shortcut back (true) while a new one is being recorded.

@@ -10,7 +10,7 @@ namespace {
 // Tray hosts ask for a few sizes; drawing each keeps the glyph crisp.
 constexpr int kTraySizes[] = {16, 22, 24, 32, 48, 64};
 // How strongly a muted icon fades when dimming is on.
-constexpr double kDimmedOpacity = 0.4;
+constexpr double kDimmedOpacity = 0.6;
 
 QString file(const char* name) {
     return QStringLiteral(":/Tappix/Ui/icons/%1.svg").arg(QLatin1String(name));

@@ -1,18 +1,26 @@
 #!/usr/bin/python3
 """A feed server for the network tests, on 127.0.0.1 at a free port it prints first.
 
-    https_feed_server.py serve CERT KEY DIR   files in DIR over HTTPS
+    https_feed_server.py serve CERT KEY DIR   files in DIR over HTTPS; /slow/PATH answers
+                                              as PATH does, 1.5 s late
     https_feed_server.py silent               accepts connections and never answers
 """
 import http.server
 import socket
 import ssl
 import sys
+import time
 
 
 class Quiet(http.server.SimpleHTTPRequestHandler):
     def log_message(self, *args):
         pass
+
+    def do_GET(self):
+        if self.path.startswith("/slow/"):
+            time.sleep(1.5)
+            self.path = self.path[len("/slow"):]
+        super().do_GET()
 
 
 def serve(cert, key, root):

@@ -35,6 +35,10 @@ MIXES = [
     {"id": "quiet", "name": "Quiet", "assignments": {}},
 ]
 
+# Twelve: more than the panel's mixes page shows at once.
+TWELVE_MIXES = MIXES + [{"id": "mix-%d" % n, "name": "Mix %d" % n,
+                         "assignments": {"space": {"packId": "velvet"}}} for n in range(3, 13)]
+
 # Lifetime counters as the About page gets them.
 COUNTERS = {
     "keystrokeCount": 1234567, "dingCount": 5, "clickCount": 1042, "bestWPM": 88.4,

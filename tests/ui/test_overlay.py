@@ -1,17 +1,35 @@
 #!/usr/bin/python3
 """The key-cast overlay under a real X server: keys typed anywhere become chips read from
-the accessibility tree, never more than six; the window lets clicks through to what lies
-below and never takes the focus; a picture in a small and a large size."""
+the accessibility tree, never more than six; combinations typed with xdotool give the
+chips they should in both modes; the window lets clicks through to what lies below and
+never takes the focus; pictures of each size in a dark and a light theme."""
 
+import contextlib
+import threading
+import time
 import unittest
 
 from Xlib import X, display as xdisplay
 from Xlib.ext import shape
 
+import harness
 import tappix_ui as ui
 
 OVERLAY = "Tappix key cast"
 MARGIN = 48
+SHORTCUTS_ONLY = "Hide plain typing; show \u2318-combos"
+
+# What xdotool types (one call), the chips it makes, and those it makes with shortcuts only.
+COMBINATIONS = [
+    (["key", "super"], ["\u2318"], []),
+    (["key", "super+k"], ["\u2318", "\u2318K"], ["\u2318K"]),
+    (["keydown", "alt", "keydown", "ctrl", "key", "c", "keyup", "ctrl", "keyup", "alt"],
+     ["\u2325", "\u2303", "\u2303\u2325C"], ["\u2303\u2325C"]),
+    (["keydown", "ctrl", "keydown", "alt", "key", "c", "keyup", "alt", "keyup", "ctrl"],
+     ["\u2303", "\u2325", "\u2303\u2325C"], ["\u2303\u2325C"]),
+    (["key", "shift+a"], ["\u21e7", "\u21e7A"], ["\u21e7A"]),
+    (["key", "h", "i"], ["H", "I"], []),
+]
 
 
 class ClickCatcher:
@@ -40,12 +58,34 @@ class ClickCatcher:
         self.connection.close()
 
 
+@contextlib.contextmanager
+def keep_typing(s, key, every=0.2):
+    """Taps `key` every `every` seconds, so chips keep coming while the test looks."""
+    stop = threading.Event()
+
+    def tap():
+        while not stop.is_set():
+            s.key(key)
+            stop.wait(every)
+    thread = threading.Thread(target=tap, daemon=True)
+    thread.start()
+    try:
+        yield
+    finally:
+        stop.set()
+        thread.join()
+
+
 class Overlay(unittest.TestCase):
 
-    def start(self, size, position="bottomCenter"):
-        s = ui.start(self, {"visualizerEnabled": True, "visualizerSize": size,
-                            "visualizerPosition": position}, tray=False,
-                     env={"LC_ALL": "C.UTF-8"})
+    def start(self, size, position="bottomCenter", theme=None, catch_clicks=True):
+        prefs = {"visualizerEnabled": True, "visualizerSize": size,
+                 "visualizerPosition": position}
+        if theme:
+            prefs["themeID"] = theme
+        s = ui.start(self, prefs, tray=False, env={"LC_ALL": "C.UTF-8"})
+        if not catch_clicks:
+            return s, None
         catcher = ClickCatcher(s)
         self.addCleanup(catcher.close)
         return s, catcher
@@ -60,6 +100,17 @@ class Overlay(unittest.TestCase):
         return s.wait_until(
             lambda: next((w for w in s.x_windows() if w["title"] == OVERLAY), None), 5,
             message="the overlay's X window")
+
+    def warm_up(self, s):
+        """The window is made for the first chip, which may be gone before the window is on
+        the accessibility bus: type until chips are read, then let them go."""
+        with keep_typing(s, "x"):
+            s.wait_until(lambda: "X" in self.chips(s), 10, message="the first chips")
+        s.wait_until(lambda: not ui.showing(s, OVERLAY), 5, message="the overlay to hide")
+
+    def wait_for_chips(self, s, expected):
+        s.wait_until(lambda: self.chips(s) == expected, 5, interval=0.02,
+                     message=lambda: "the chips %s (showing %s)" % (expected, self.chips(s)))
 
     def test_typed_keys_show_as_at_most_six_chips_and_clicks_go_through(self):
         s, catcher = self.start("large")
@@ -76,36 +127,46 @@ class Overlay(unittest.TestCase):
         # All gone a moment after the last key.
         s.wait_until(lambda: not ui.showing(s, OVERLAY), 5, message="the overlay to hide")
 
-        # Ctrl held keeps its chip, and the window, on screen.
-        s.key_down("Control_L")
-        self.addCleanup(lambda: s.key_up("Control_L"))
-        window = self.overlay_window(s)
-        s.wait_until(lambda: self.chips(s) == ["\u2303"], 5, message="the chip \u2303")
-        self.assertEqual(window["y"] + window["height"], 800 - MARGIN, window)
-        self.assertAlmostEqual(window["x"] + window["width"] / 2, 640, delta=1)
+        # While keys keep coming the window stays, a strip along the bottom.
+        with keep_typing(s, "ctrl"):
+            s.wait_until(lambda: set(self.chips(s)) == {"\u2303"}, 5, message="the chips \u2303")
 
-        # Nothing of it takes a click: the window under it gets them.
-        connection = xdisplay.Display(s.display)
-        self.addCleanup(connection.close)
-        overlay = connection.create_resource_object("window", window["id"])
-        self.assertEqual(overlay.shape_get_rectangles(shape.SK.Input).rectangles, [])
-        # Nor the focus: it tells window managers it takes no keyboard input.
-        self.assertEqual(overlay.get_wm_hints().input, 0)
-        # No compositor draws its clear parts here, so the window is cut to its chip: the
-        # chip's middle is in it, the rounded corner's outside is not.
+            def centred():
+                window = self.overlay_window(s)
+                return (window["y"] + window["height"] == 800 - MARGIN
+                        and abs(window["x"] + window["width"] / 2 - 640) <= 1) and window
+            window = s.wait_until(centred, 5, message=lambda: "the window in the bottom centre "
+                                  "(%s)" % self.overlay_window(s))
 
-        def covered(x, y):
-            rectangles = overlay.shape_get_rectangles(shape.SK.Bounding).rectangles
-            return any(r.x <= x < r.x + r.width and r.y <= y < r.y + r.height
-                       for r in rectangles)
-        s.wait_until(lambda: not covered(1, 1), 5, message="the window cut to its chip")
-        self.assertTrue(covered(window["width"] // 2, window["height"] // 2))
-        catcher.presses()
-        s.click_at(window["x"] + window["width"] // 2, window["y"] + window["height"] // 2)
-        s.wait_until(lambda: catcher.presses() > 0, 5, message="the click below the overlay")
-        ui.screenshot(s, "overlay-large")
-        s.key_up("Control_L")
-        s.wait_until(lambda: self.chips(s) in ([], ["\u2303"]), 5)
+            # Nothing of it takes a click: the window under it gets them.
+            connection = xdisplay.Display(s.display)
+            self.addCleanup(connection.close)
+            overlay = connection.create_resource_object("window", window["id"])
+            self.assertEqual(overlay.shape_get_rectangles(shape.SK.Input).rectangles, [])
+            # Nor the focus: it tells window managers it takes no keyboard input.
+            self.assertEqual(overlay.get_wm_hints().input, 0)
+            # No compositor draws its clear parts here, so the window is cut to its chips:
+            # a chip's middle is in it, the first one's rounded corner's outside is not.
+
+            def covered(x, y):
+                rectangles = overlay.shape_get_rectangles(shape.SK.Bounding).rectangles
+                return any(r.x <= x < r.x + r.width and r.y <= y < r.y + r.height
+                           for r in rectangles)
+            def chip_middle():
+                frame = s.find(None, OVERLAY, max_depth=2)
+                labels = s.find_all("label", root=frame, showing=True)
+                box = labels[len(labels) // 2].get_component_iface().get_extents(
+                    harness.Atspi.CoordType.SCREEN)
+                return box.x + box.width // 2, box.y + box.height // 2
+
+            def on_a_chip():
+                x, y = chip_middle()
+                return covered(x - window["x"], y - window["y"]) and (x, y)
+            s.wait_until(lambda: not covered(1, 1), 5, message="the window cut to its chips")
+            x, y = s.wait_until(on_a_chip, 5, message="a chip inside the window's shape")
+            catcher.presses()
+            s.click_at(x, y)
+            s.wait_until(lambda: catcher.presses() > 0, 5, message="the click below the overlay")
 
     def test_small_in_the_top_right_corner(self):
         s, catcher = self.start("small", "topRight")
@@ -117,19 +178,79 @@ class Overlay(unittest.TestCase):
         s.key_down("Control_L")
         self.addCleanup(lambda: s.key_up("Control_L"))
         s.key("shift+z")
-        s.key("c")
-        s.wait_until(lambda: self.chips(s)[-2:] == ["\u2303\u21e7Z", "\u2303C"], 5,
-                     message=lambda: "the chips \u2303\u21e7Z \u2303C (%s)" % self.chips(s))
-        window = self.overlay_window(s)
-        self.assertEqual(window["y"], MARGIN, window)
-        self.assertEqual(window["x"] + window["width"], 1280 - MARGIN, window)
-        connection = xdisplay.Display(s.display)
-        self.addCleanup(connection.close)
-        bounding = connection.create_resource_object("window", window["id"]).shape_get_rectangles(
-            shape.SK.Bounding).rectangles
-        self.assertEqual([(r.x, r.y, r.width, r.height) for r in bounding],
-                         [(0, 0, window["width"], window["height"])])
-        ui.screenshot(s, "overlay-small")
+        s.wait_until(lambda: self.chips(s)[-1:] == ["\u2303\u21e7Z"], 5,
+                     message=lambda: "the chip \u2303\u21e7Z (%s)" % self.chips(s))
+        with keep_typing(s, "c"):
+            s.wait_until(lambda: self.chips(s)[-1:] == ["\u2303C"], 5,
+                         message=lambda: "the chip \u2303C (%s)" % self.chips(s))
+
+            def in_corner():
+                window = self.overlay_window(s)
+                return (window["y"] == MARGIN
+                        and window["x"] + window["width"] == 1280 - MARGIN) and window
+            window = s.wait_until(in_corner, 5, message=lambda: "the window in the top right "
+                                  "corner (%s)" % self.overlay_window(s))
+            connection = xdisplay.Display(s.display)
+            self.addCleanup(connection.close)
+            overlay = connection.create_resource_object("window", window["id"])
+
+            def whole():
+                # Chips come and go: the window and its shape are read together.
+                size = self.overlay_window(s)
+                bounding = overlay.shape_get_rectangles(shape.SK.Bounding).rectangles
+                return ([(r.x, r.y, r.width, r.height) for r in bounding]
+                        == [(0, 0, size["width"], size["height"])])
+            s.wait_until(whole, 5, message="the window's whole shape")
+
+    def test_typed_combinations_give_their_chips_in_both_modes(self):
+        s, _ = self.start("medium")
+        self.warm_up(s)
+        for keys, chips, _ in COMBINATIONS:
+            with self.subTest(keys=" ".join(keys)):
+                s.xdotool(*keys)
+                self.wait_for_chips(s, chips)
+                s.wait_until(lambda: not ui.showing(s, OVERLAY), 5, message="the overlay to hide")
+
+        ui.cli_ok(self, s, "--settings", "look")
+        window = ui.settings_window(s)
+        s.press(s.find("check box", SHORTCUTS_ONLY, root=window))
+        s.wait_for_preference("visualizerShortcutsOnly", True)
+        ui.close_window(s, ui.SETTINGS)
+        # Typed one after the other: modifiers alone and plain keys add nothing between.
+        s.xdotool(*[word for keys, _, _ in COMBINATIONS for word in keys])
+        self.wait_for_chips(s, [chip for _, _, only in COMBINATIONS for chip in only])
+
+    def test_pictures_of_each_size_in_a_dark_and_a_light_theme(self):
+        for theme, suffix in ((None, "dark"), ("milk", "light")):
+            s, _ = self.start("medium", theme=theme, catch_clicks=False)
+            self.warm_up(s)
+            ui.cli_ok(self, s, "--settings", "look")
+            window = ui.settings_window(s)
+            for size in ("Small", "Medium", "Large"):
+                s.press(ui.button(s, "Size: " + size, window))
+                s.wait_for_preference("visualizerSize", size.lower())
+                chips = ["\u2303", "\u2325", "\u2303\u2325C", "A", "\u2423", "\u2318"]
+                for attempt in range(4):
+                    typed = time.monotonic()
+                    s.xdotool("key", "ctrl+alt+c", "a", "space", "super")
+                    # On a loaded machine the chips can be gone before they are read.
+                    try:
+                        self.wait_for_chips(s, chips)
+                    except TimeoutError:
+                        if attempt == 3:
+                            raise
+                    else:
+                        # About a second after the keys, every chip has sprung in (slowly,
+                        # in a sanitized build) and none has gone (the screenshot waits
+                        # 0.4 s itself); all six still there after it, the picture has them.
+                        time.sleep(max(0.0, typed + 0.6 - time.monotonic()))
+                        ui.screenshot(s, "overlay-%s-%s" % (size.lower(), suffix))
+                        if self.chips(s) == chips:
+                            break
+                    s.wait_until(lambda: not ui.showing(s, OVERLAY), 5,
+                                 message="the overlay to hide")
+                s.wait_until(lambda: not ui.showing(s, OVERLAY), 5, message="the overlay to hide")
+            s.close()
 
 
 if __name__ == "__main__":

@@ -4,13 +4,14 @@ each control stores, and what the keys then sound like."""
 
 import unittest
 
+import harness
 import tappix_ui as ui
 
 class Panel(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        cls.s = ui.start(cls, dict(ui.STEADY_SOUND, volume=0.8, soundMixes=ui.MIXES,
+        cls.s = ui.start(cls, dict(ui.STEADY_SOUND, volume=0.8, soundMixes=ui.TWELVE_MIXES,
                                    selectedPackId="ibm-buckling-spring"), tray=False)
         cls.windows_at_start = cls.s.windows()
         cls.buckling = ui.kit_name(cls.s, "ibm-buckling-spring")
@@ -146,6 +147,42 @@ class Panel(unittest.TestCase):
         ui.wait_gone(s, ui.PANEL)
         s.wait_for_preference("lastSettingsPage", "mix")
         ui.heading(s, "Mix", window)
+
+    def test_twelve_mixes_are_each_reached_from_the_keyboard_inside_the_panel(self):
+        s = self.s
+        self.press("Mix: Off")
+        off = ui.button(s, "Off — main kit only, chosen", self.panel)
+        (window,) = [w for w in s.x_windows() if w["title"] == ui.PANEL]
+        self.assertEqual(window["height"], 420, window)
+
+        def focused():
+            return s.wait_until(lambda: next(iter(
+                b for b in s.find_all("push button", root=self.panel)
+                if "focused" in s.states(b)), None), 5, message="a focused row")
+
+        def inside(row):
+            box = row.get_component_iface().get_extents(harness.Atspi.CoordType.SCREEN)
+            return (box.y >= window["y"] and box.y + box.height <= window["y"] + 420
+                    and box.height > 0)
+
+        self.assertEqual(focused().get_name(), off.get_name())
+        # Tab walks the rows in order, each scrolled into sight when it takes the focus,
+        # and ends on the way to the editor below them.
+        for name in [mix["name"] for mix in ui.TWELVE_MIXES] + ["Edit this mix"]:
+            s.key("Tab")
+            s.wait_until(lambda: focused().get_name() == name, 5,
+                         message=lambda: "%s focused (not %s)" % (name, focused().get_name()))
+            s.wait_until(lambda: inside(focused()), 5, message=name + " inside the panel")
+        s.key("shift+Tab", "Return")
+        s.wait_for_preference("activeMixId", "mix-12")
+        ui.button(s, "Mix 12, chosen", self.panel)
+        # Choosing keeps the focus where it was.
+        self.assertEqual(focused().get_name(), "Mix 12, chosen")
+        ui.screenshot(s, "panel-mixes-twelve-dark")
+        # Scrolled out of sight above, but there for a screen reader.
+        s.press(s.find("push button", "Off — main kit only", root=self.panel))
+        s.wait_until(lambda: "activeMixId" not in s.preferences(), 10,
+                     message="activeMixId to be removed")
 
     def test_design_a_switch_opens_the_create_page(self):
         self.press("Design a switch")

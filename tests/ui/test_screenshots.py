@@ -36,7 +36,7 @@ def write_desktop_file(s):
 class Screenshots(unittest.TestCase):
 
     def shoot(self, theme_id, suffix):
-        prefs = dict(ui.COUNTERS, soundMixes=ui.MIXES, activeMixId="desk",
+        prefs = dict(ui.COUNTERS, soundMixes=ui.TWELVE_MIXES, activeMixId="desk",
                      selectedPackId="ibm-buckling-spring", sleepEnabled=True,
                      sleepTriggerApps=True, sleepAppIds=["org.example.Notes", "XTerm"])
         if theme_id:

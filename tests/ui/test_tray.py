@@ -2,6 +2,9 @@
 """The tray icon as a StatusNotifier host sees it: its menu, what its clicks do, and
 its icon following the sounds' state however that changes."""
 
+import os
+import subprocess
+import tempfile
 import unittest
 
 import tappix_ui as ui
@@ -16,6 +19,35 @@ def tooltip_title(tray):
 
 def icon(tray):
     return [(w, h, bytes(data)) for w, h, data in tray.item_property("IconPixmap")]
+
+
+def picture_of_icons(icons, name):
+    """The 22-pixel icons side by side on a light and on a dark panel, four times
+    enlarged, saved as NAME.png under $TAPPIX_UI_ARTIFACTS for a person to look at."""
+    folder = os.environ.get("TAPPIX_UI_ARTIFACTS")
+    if not folder:
+        return
+    os.makedirs(folder, exist_ok=True)
+    with tempfile.TemporaryDirectory() as scratch:
+        files = []
+        for n, pixmaps in enumerate(icons):
+            w, h, argb = next(p for p in pixmaps if p[0] == 22)
+            rgba = bytearray(len(argb))
+            rgba[0::4], rgba[1::4], rgba[2::4], rgba[3::4] = (argb[1::4], argb[2::4],
+                                                              argb[3::4], argb[0::4])
+            path = os.path.join(scratch, "%d.rgba" % n)
+            with open(path, "wb") as f:
+                f.write(rgba)
+            files.append("rgba:" + path)
+        rows = []
+        for panel in ("#eff0f1", "#2a2e32"):
+            rows += ["(", "-size", "%dx30" % (34 * len(files)), "xc:" + panel]
+            for n, path in enumerate(files):
+                rows += ["(", "-size", "22x22", "-depth", "8", path, ")",
+                         "-geometry", "+%d+4" % (6 + 34 * n), "-composite"]
+            rows += [")"]
+        subprocess.run(["convert", *rows, "-append", "-scale", "400%",
+                        os.path.join(folder, name + ".png")], check=True, timeout=30)
 
 
 class TrayOpensThePanel(unittest.TestCase):
@@ -86,7 +118,9 @@ class TrayOpensThePanel(unittest.TestCase):
         tray.wait_for_signal("NewIcon", since=mark)
         s.wait_until(lambda: tooltip_title(tray) == "Tappix: sounds off", 5,
                      message=lambda: "the tooltip to say off (%r)" % tooltip_title(tray))
-        self.assertNotEqual(icon(tray), on_icon)
+        off_icon = icon(tray)
+        self.assertNotEqual(off_icon, on_icon)
+        picture_of_icons([on_icon, off_icon], "tray-icons-on-off-dimmed")
         muted = ui.record_typing(s)
         self.assertFalse(muted.heard(), muted)
 
@@ -121,11 +155,18 @@ class TrayClickTogglesSound(unittest.TestCase):
         s.wait_until(lambda: icon(tray) == on_icon, 5, message="the icon to turn back on")
         self.assertNotIn(ui.PANEL, s.windows())
 
-        # The middle button still opens the panel.
-        tray.secondary_activate()
-        ui.panel(s)
-        s.key("Escape")
-        ui.wait_gone(s, ui.PANEL)
+        # The panel stays one click away: the middle button, the right one where the tray
+        # hands it over, and the menu where the tray shows that instead.
+        entries = [plain_label(e.label) for e in tray.menu() if e.parent == 0 and e.visible
+                   and e.kind != "separator"]
+        self.assertEqual(entries, ["Open Panel"] + MENU)
+        for click in (tray.secondary_activate, tray.context_menu,
+                      lambda: tray.click("Open Panel")):
+            click()
+            ui.panel(s)
+            s.key("Escape")
+            ui.wait_gone(s, ui.PANEL)
+        self.assertEqual(s.preferences().get("isEnabled", True), True)
 
         tray.click("Quit Tappix")
         ui.assert_exits_cleanly(self, s)

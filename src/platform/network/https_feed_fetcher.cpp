@@ -13,6 +13,16 @@ HttpsFeedFetcher::HttpsFeedFetcher(QList<QSslCertificate> extraAuthorities, int 
     network_.setRedirectPolicy(QNetworkRequest::NoLessSafeRedirectPolicy);
 }
 
+QList<QSslCertificate> HttpsFeedFetcher::authoritiesFromEnvironment() {
+    const QString path = qEnvironmentVariable("SSL_CERT_FILE");
+    if (path.isEmpty())
+        return {};
+    const QList<QSslCertificate> authorities = QSslCertificate::fromPath(path, QSsl::Pem);
+    if (authorities.isEmpty())
+        qCWarning(lcApp, "SSL_CERT_FILE names %s, which holds no certificate", qPrintable(path));
+    return authorities;
+}
+
 void HttpsFeedFetcher::fetch(const QUrl& url, Done done) {
     QNetworkRequest request(url);
     request.setTransferTimeout(timeoutMs_);
@@ -51,11 +61,13 @@ void HttpsFeedFetcher::fetch(const QUrl& url, Done done) {
                                      .arg(QString::number(timeoutMs / 1000.0, 'g', 3)));
             return;
         }
-        if (reply->error() != QNetworkReply::NoError) {
+        // A server that answered says so by its status, not by Qt's long sentence with the
+        // address in it.
+        const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+        if (reply->error() != QNetworkReply::NoError && status == 0) {
             finish(std::nullopt, reply->errorString());
             return;
         }
-        const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
         if (status != 200) {
             finish(std::nullopt, QStringLiteral("the server answered %1").arg(status));
             return;

@@ -26,6 +26,11 @@ public:
 
     void fetch(const QUrl& url, Done done) override;
 
+    /// The authorities in the PEM file that `SSL_CERT_FILE` names, as OpenSSL's own
+    /// programs trust them (a company's intercepting proxy, a local test server); none
+    /// when it is unset, and a log line when it names nothing readable.
+    static QList<QSslCertificate> authoritiesFromEnvironment();
+
 private:
     QNetworkAccessManager network_;
     QList<QSslCertificate> extraAuthorities_;

@@ -1,8 +1,10 @@
 import QtQuick
 
 // The key-cast overlay: the latest keys as chips in a corner of the screen, above every
-// window, never taking focus or a click. The window is as large as its chips, and where
-// no compositor draws it clear it is cut to their shape, so it covers nothing else.
+// window, never taking focus or a click. The window is a strip along the screen's edge,
+// inside its margin; the row of chips slides within it to stay in its corner as chips come
+// and go, so the chips that stay never jump. Where no compositor draws the window clear it
+// is cut to the chips' shape, so it covers nothing else.
 Window {
     id: root
     required property var theme
@@ -35,23 +37,28 @@ Window {
            | Qt.WindowTransparentForInput | Qt.WindowDoesNotAcceptFocus
     color: "transparent"
     visible: false
-    width: Math.max(1, Math.ceil(chips.contentWidth) + 2 * pad)
+    width: Math.max(1, area.width - 2 * overlay.margin)
     height: overlay.chipHeight + 2 * pad
-    x: overlay.position === "bottomLeft" ? area.x + overlay.margin
-       : overlay.position === "bottomCenter" ? area.x + Math.round((area.width - width) / 2)
-       : area.x + area.width - width - overlay.margin
+    x: area.x + overlay.margin
     y: overlay.position === "topRight" ? area.y + overlay.margin
        : area.y + area.height - height - overlay.margin
 
     ListView {
         id: chips
-        x: root.pad
+        // The row's place in the strip: at its left end, its right end or its middle.
+        x: root.overlay.position === "bottomLeft" ? root.pad
+           : root.overlay.position === "bottomCenter"
+             ? Math.round((root.width - contentWidth) / 2)
+             : root.width - root.pad - Math.ceil(contentWidth)
+        // As long as the chips that move aside, so that those staying stand still.
+        Behavior on x { NumberAnimation { duration: 140; easing.type: Easing.OutCubic } }
+        onXChanged: root.reshape()
         y: root.pad
-        // Wide enough for six long chips, so every one is made and measured.
-        width: root.overlay.fontSize * 40
+        // As wide as the strip, so every chip is made and measured.
+        width: root.width
         height: root.overlay.chipHeight
         orientation: ListView.Horizontal
-        spacing: Math.round(root.overlay.fontSize / 3)
+        spacing: root.overlay.spacing
         interactive: false
         model: root.overlay.chips
 
@@ -60,7 +67,7 @@ Window {
             required property string modifiers
             required property string key
             required property string text
-            required property bool held
+            required property bool isShortcut
             // Set while the chip fades out: it no longer counts as shown.
             property bool leaving: false
 
@@ -68,7 +75,7 @@ Window {
             width: Math.max(height, Math.ceil(row.implicitWidth) + Math.round(height * 0.6))
             radius: Math.round(height / 4)
             color: root.theme.card
-            border.color: chip.held ? root.theme.accent : root.theme.divider
+            border.color: chip.isShortcut ? root.theme.accent : root.theme.divider
             border.width: Math.max(1, Math.round(root.overlay.fontSize / 14))
             Accessible.role: Accessible.StaticText
             Accessible.name: chip.text
@@ -101,26 +108,50 @@ Window {
                     }
                 }
                 Text {
+                    id: keyLabel
+                    // A symbol alone (␣, ⏎, ←) is centred by its ink too: ␣ sits on the
+                    // baseline, where a letter's foot would be.
+                    readonly property bool alone: !chip.modifiers && text.length === 1
+                                                  && !/[A-Z0-9]/.test(text)
                     text: chip.key
                     visible: text.length > 0
                     color: root.theme.text
                     font.pixelSize: root.overlay.fontSize
                     font.weight: Font.DemiBold
                     Accessible.ignored: true
+                    transform: Translate {
+                        y: keyLabel.alone ? Math.round(keyLabel.height / 2 - keyLabel.baselineOffset
+                                                       - root.overlay.inkMiddle(keyLabel.text,
+                                                                                keyLabel.font))
+                                          : 0
+                    }
                 }
             }
         }
 
+        // A new chip springs up into place from a little below, growing as it fades in;
+        // a chip that goes shrinks a little as it fades out.
         add: Transition {
-            NumberAnimation { property: "opacity"; from: 0; to: 1; duration: 120 }
+            NumberAnimation { property: "opacity"; from: 0; to: 1; duration: 150 }
             NumberAnimation {
-                property: "y"; from: root.overlay.chipHeight / 3; to: 0; duration: 160
-                easing.type: Easing.OutCubic
+                property: "scale"; from: 0.7; to: 1; duration: 300
+                easing.type: Easing.OutBack; easing.overshoot: 0.8
+            }
+            NumberAnimation {
+                property: "y"; from: 8; to: 0; duration: 300
+                easing.type: Easing.OutBack; easing.overshoot: 0.8
             }
         }
         remove: Transition {
             PropertyAction { property: "leaving"; value: true }
-            NumberAnimation { property: "opacity"; to: 0; duration: 160 }
+            NumberAnimation {
+                properties: "opacity"; to: 0; duration: root.overlay.fadeOutMs
+                easing.type: Easing.OutCubic
+            }
+            NumberAnimation {
+                property: "scale"; to: 0.9; duration: root.overlay.fadeOutMs
+                easing.type: Easing.OutCubic
+            }
         }
         displaced: Transition {
             NumberAnimation { property: "x"; duration: 140; easing.type: Easing.OutCubic }

@@ -1,0 +1,116 @@
+#!/usr/bin/python3
+"""The update check against a release feed served over HTTPS on 127.0.0.1 (a throwaway
+authority, trusted through SSL_CERT_FILE): "Check Now" on the Behaviour page and the
+tray's "Check for Updates…" say that they are checking, then what the answer was, or why
+there was none."""
+
+import os
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import tappix_ui as ui
+
+SERVER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support",
+                      "https_feed_server.py")
+NOTES = "https://morvane.app/tappix/notes/"
+
+
+def make_certificates(folder):
+    """An authority, and a certificate for 127.0.0.1 that it signs."""
+    def openssl(*args):
+        subprocess.run(["openssl", *args], cwd=folder, check=True, capture_output=True,
+                       timeout=60)
+    ec = ["-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes"]
+    with open(os.path.join(folder, "server.ext"), "w") as f:
+        f.write("basicConstraints=CA:FALSE\nkeyUsage=critical,digitalSignature\n"
+                "extendedKeyUsage=serverAuth\nsubjectAltName=IP:127.0.0.1\n")
+    openssl("req", "-x509", *ec, "-keyout", "ca.key", "-out", "ca.pem", "-days", "2",
+            "-subj", "/CN=Tappix Test Authority", "-addext", "basicConstraints=critical,CA:TRUE",
+            "-addext", "keyUsage=critical,keyCertSign,cRLSign")
+    openssl("req", *ec, "-keyout", "server.key", "-out", "server.csr", "-subj", "/CN=127.0.0.1")
+    openssl("x509", "-req", "-in", "server.csr", "-CA", "ca.pem", "-CAkey", "ca.key",
+            "-CAcreateserial", "-out", "server.pem", "-days", "2", "-extfile", "server.ext")
+
+
+def feed(version):
+    return ('<?xml version="1.0"?><rss version="2.0" '
+            'xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle"><channel>'
+            '<title>Tappix</title><item><title>Tappix %s</title>'
+            '<sparkle:releaseNotesLink>%s%s</sparkle:releaseNotesLink>'
+            '<enclosure url="https://morvane.app/tappix-%s.deb" sparkle:shortVersionString="%s"/>'
+            '</item></channel></rss>' % (version, NOTES, version, version, version))
+
+
+class UpdateCheck(unittest.TestCase):
+
+    def test_check_now_and_the_tray_say_what_the_check_found(self):
+        scratch = tempfile.TemporaryDirectory()
+        self.addCleanup(scratch.cleanup)
+        make_certificates(scratch.name)
+        www = os.path.join(scratch.name, "www")
+        os.makedirs(www)
+        server = subprocess.Popen(
+            [sys.executable, SERVER, "serve", os.path.join(scratch.name, "server.pem"),
+             os.path.join(scratch.name, "server.key"), www], stdout=subprocess.PIPE, text=True)
+        self.addCleanup(server.wait)
+        self.addCleanup(server.kill)
+        port = int(server.stdout.readline())
+        appcast = os.path.join(www, "appcast.xml")
+
+        def serve(version):
+            with open(appcast, "w", encoding="utf-8") as f:
+                f.write(feed(version))
+
+        # Every answer comes 1.5 s late, so that the page is seen checking.
+        s = ui.start(self, {"automaticUpdateChecks": False, "lastSettingsPage": "behaviour"},
+                     login_start=False, env={
+                         "TAPPIX_UPDATE_FEED": "https://127.0.0.1:%d/slow/appcast.xml" % port,
+                         "SSL_CERT_FILE": os.path.join(scratch.name, "ca.pem")})
+        window = ui.settings_window(s)
+        version = re.search(r"Tappix (\S+) running", s.log()).group(1)
+        ui.label(s, "Once a day. Tappix tells you about a new version; it never installs "
+                 "anything.", root=window)
+
+        def check_now(answer):
+            s.press(ui.button(s, "Check Now", window))
+            ui.label(s, "Checking for updates…", root=window)
+            return ui.label(s, answer, root=window)
+
+        with self.subTest("a feed that is not there"):
+            check_now("Couldn't check for updates: the server answered 404.")
+            ui.screenshot(s, "settings-behaviour-update-failed-dark")
+        with self.subTest("the newest version"):
+            serve(version)
+            check_now("Tappix %s is the newest version." % version)
+            ui.screenshot(s, "settings-behaviour-update-newest-dark")
+        with self.subTest("a newer version"):
+            serve("99.0")
+            newer = "Tappix 99.0 is available; you have %s. Read about it at %s99.0" % (
+                version, NOTES)
+            check_now(newer)
+            ui.screenshot(s, "settings-behaviour-update-newer-dark")
+
+        with self.subTest("the tray's Check for Updates…"):
+            os.remove(appcast)
+            s.tray.wait_for_item()
+            s.tray.click("Check for Updates…")
+            ui.label(s, "Checking for updates…", root=window)
+            ui.label(s, "Couldn't check for updates: the server answered 404.", root=window)
+
+        s.press(s.find("page tab", "Look", root=window), "Press")
+        s.press(ui.button(s, "Milk", window))
+        s.wait_for_preference("themeID", "milk")
+        serve("99.0")
+        s.press(s.find("page tab", "Behaviour", root=window), "Press")
+        check_now(newer)
+        ui.screenshot(s, "settings-behaviour-update-newer-light")
+        os.remove(appcast)
+        check_now("Couldn't check for updates: the server answered 404.")
+        ui.screenshot(s, "settings-behaviour-update-failed-light")
+
+
+if __name__ == "__main__":
+    unittest.main()
