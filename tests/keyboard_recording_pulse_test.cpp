@@ -24,6 +24,8 @@
 #include <QTemporaryDir>
 #include <QThread>
 #include <cstdio>
+#include <pthread.h>
+#include <sched.h>
 
 // Last: Xlib's macros would clash with the names above.
 #include <X11/Xlib.h>
@@ -76,11 +78,12 @@ Key springKey(const QString& xdotool, const QString& kitName) {
     return key;
 }
 
-// Plays a timeline into the microphone's feed and presses keys at its moments, both on
-// one clock: the stream's own. Keys are pressed from this thread (XTest, no process per
-// key) just before the samples of their moment are written, and every write waits for
-// room in a short server buffer, so a stall anywhere in the test delays the sound and
-// its key alike: the distance between them never depends on the machine's load.
+// Plays a timeline into the microphone's feed and presses each key when the stream
+// plays its moment: both on one clock, the stream's own, never on a schedule the sound
+// server and xdotool (a process per key, hundreds of milliseconds apart on a loaded
+// machine) would each keep late in their own way. The stream holds enough to ride out
+// a stall of this thread, so every sound plays whole; the thread runs real-time where
+// it may (as root, as in CI), so a key is pressed within a millisecond of its sound.
 class KeyedTimeline {
 public:
     struct Moment {
@@ -90,7 +93,7 @@ public:
     };
 
     /// Writes `samples` (mono 48 kHz) into the sink `sink`, pressing and releasing keys
-    /// at `moments` (in sample order). False, with `error`, when it could not.
+    /// as `moments` (in sample order) are played. False, with `error`, when it could not.
     static bool play(const char* sink, const std::vector<float>& samples,
                      const std::vector<Moment>& moments, std::string& error) {
         Display* display = XOpenDisplay(nullptr);
@@ -99,7 +102,7 @@ public:
             return false;
         }
         const pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, kRate, 1};
-        constexpr std::uint32_t kBufferBytes = kRate / 100 * sizeof(float); // 10 ms
+        constexpr std::uint32_t kBufferBytes = kRate / 10 * sizeof(float); // 100 ms
         const pa_buffer_attr buffer{std::uint32_t(-1), kBufferBytes, std::uint32_t(-1),
                                     std::uint32_t(-1), std::uint32_t(-1)};
         int code = 0;
@@ -110,23 +113,39 @@ public:
             XCloseDisplay(display);
             return false;
         }
-        constexpr std::size_t kChunk = kRate / 1000; // 1 ms
+        int policy = SCHED_OTHER;
+        sched_param before{};
+        pthread_getschedparam(pthread_self(), &policy, &before);
+        sched_param realtime{};
+        realtime.sched_priority = 20;
+        pthread_setschedparam(pthread_self(), SCHED_FIFO, &realtime); // else as it was
+        constexpr std::size_t kChunk = kRate / 1000;                  // 1 ms
         std::size_t next = 0;
         bool ok = true;
-        for (std::size_t at = 0; ok && at < samples.size();) {
-            std::size_t end = std::min(samples.size(), at + kChunk);
-            while (next < moments.size() && moments[next].sample <= at) {
+        // Presses the keys whose moments the stream has played, `written` samples in: the
+        // server asks for more only as it plays, so the stream is a full buffer behind.
+        // (The latency it reports includes the null sink's nominal latency, which a
+        // monitor does not wait for.)
+        const auto pressPlayed = [&](std::size_t written) {
+            while (next < moments.size() &&
+                   moments[next].sample + kBufferBytes / sizeof(float) <= written) {
                 XTestFakeKeyEvent(display, XKeysymToKeycode(display, moments[next].key),
                                   moments[next].down, CurrentTime);
                 XFlush(display);
                 ++next;
             }
-            if (next < moments.size())
-                end = std::min(end, std::max(at + 1, moments[next].sample));
-            ok = pa_simple_write(stream, samples.data() + at, (end - at) * sizeof(float), &code) ==
-                 0;
-            at = end;
+        };
+        for (std::size_t at = 0; ok && at < samples.size(); at += kChunk) {
+            const std::size_t count = std::min(kChunk, samples.size() - at);
+            ok = pa_simple_write(stream, samples.data() + at, count * sizeof(float), &code) == 0;
+            pressPlayed(at + count);
         }
+        const std::vector<float> silence(kChunk, 0.0f); // the last keys' moments play
+        for (std::size_t at = samples.size(); ok && next < moments.size(); at += kChunk) {
+            ok = pa_simple_write(stream, silence.data(), kChunk * sizeof(float), &code) == 0;
+            pressPlayed(at + kChunk);
+        }
+        pthread_setschedparam(pthread_self(), policy, &before);
         if (ok)
             ok = pa_simple_drain(stream, &code) == 0;
         if (!ok)
@@ -134,7 +153,7 @@ public:
         pa_simple_free(stream);
         XSync(display, 0);
         XCloseDisplay(display);
-        return ok;
+        return ok && next == moments.size();
     }
 };
 
