@@ -122,13 +122,12 @@ public:
         constexpr std::size_t kChunk = kRate / 1000;                  // 1 ms
         std::size_t next = 0;
         bool ok = true;
-        // Presses the keys whose moments the stream has played, `written` samples in: the
-        // server asks for more only as it plays, so the stream is a full buffer behind.
-        // (The latency it reports includes the null sink's nominal latency, which a
-        // monitor does not wait for.)
+        // Presses the keys whose moments are written, `written` samples in: the server
+        // asks for more only as it plays, so what is written plays a full buffer later,
+        // every time. (The latency it reports includes the null sink's nominal latency,
+        // which a monitor does not wait for, so it is no better a measure.)
         const auto pressPlayed = [&](std::size_t written) {
-            while (next < moments.size() &&
-                   moments[next].sample + kBufferBytes / sizeof(float) <= written) {
+            while (next < moments.size() && moments[next].sample <= written) {
                 XTestFakeKeyEvent(display, XKeysymToKeycode(display, moments[next].key),
                                   moments[next].down, CurrentTime);
                 XFlush(display);
