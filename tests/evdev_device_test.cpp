@@ -69,60 +69,80 @@ input_event syn(std::uint16_t code = SYN_REPORT) {
     return input_event{{}, EV_SYN, code, 0};
 }
 
+/// What `service` delivers from its reader threads until `count` events or two seconds.
+Events delivered(KeyEventService& service, test::EventRecorder& recorder, std::size_t count) {
+    Events events;
+    for (int i = 0; i < 2000 && events.size() < count; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        service.drain();
+        for (auto& e : recorder.take())
+            events.push_back(std::move(e));
+    }
+    return events;
+}
+
 } // namespace
 
-TEST(EvdevKeymap, TranslatesAtTheBoundary) {
-    EXPECT_EQ(virtualKeyCode(KEY_A), 0);
-    EXPECT_EQ(virtualKeyCode(KEY_B), 11);
-    EXPECT_EQ(virtualKeyCode(KEY_102ND), 10);
-    EXPECT_EQ(virtualKeyCode(KEY_LEFTMETA), 55);
-    EXPECT_EQ(virtualKeyCode(KEY_RIGHTCTRL), 62);
-    EXPECT_EQ(virtualKeyCode(KEY_FN), 63);
-    EXPECT_EQ(virtualKeyCode(KEY_F1), 122);
-    EXPECT_EQ(virtualKeyCode(KEY_NUMLOCK), 71);
-    EXPECT_EQ(virtualKeyCode(KEY_KPENTER), 76);
-    EXPECT_EQ(virtualKeyCode(KEY_VOLUMEUP), 1000);
-    EXPECT_EQ(virtualKeyCode(KEY_KBDILLUMDOWN), 1022);
-    EXPECT_FALSE(virtualKeyCode(KEY_POWER));
-    EXPECT_FALSE(virtualKeyCode(KEY_MAX));
-    EXPECT_EQ(mouseButton(BTN_LEFT), MouseButton::left);
-    EXPECT_EQ(mouseButton(BTN_RIGHT), MouseButton::right);
-    EXPECT_EQ(mouseButton(BTN_SIDE), MouseButton::other);
-    EXPECT_FALSE(mouseButton(BTN_TOUCH));
+TEST(EvdevKeymap, TranslatesAtTheBoundaryToItsLastEntryAndNoFurther) {
+    const std::pair<std::uint16_t, std::optional<KeyCode>> keys[] = {
+        {KEY_A, 0},
+        {KEY_B, 11},
+        {KEY_102ND, 10},
+        {KEY_LEFTMETA, 55},
+        {KEY_RIGHTCTRL, 62},
+        {KEY_F1, 122},
+        {KEY_NUMLOCK, 71},
+        {KEY_KPENTER, 76},
+        {KEY_VOLUMEUP, 1000},
+        {KEY_KBDILLUMDOWN, 1022},
+        {KEY_POWER, std::nullopt},
+        {KEY_FN, 63}, // the table's last code
+        {KEY_FN + 1, std::nullopt},
+        {KEY_MAX, std::nullopt}};
+    for (const auto& [from, code] : keys)
+        EXPECT_EQ(virtualKeyCode(from), code) << from;
+    const std::pair<std::uint16_t, std::optional<MouseButton>> buttons[] = {
+        {BTN_LEFT, MouseButton::left},
+        {BTN_RIGHT, MouseButton::right},
+        {BTN_SIDE, MouseButton::other},
+        {BTN_TOUCH, std::nullopt}};
+    for (const auto& [from, button] : buttons)
+        EXPECT_EQ(mouseButton(from), button) << from;
 }
 
-TEST(EvdevDevice, DropsRepeatsAndKeepsItsRole) {
-    Stream stream;
-    RecordingSink sink;
-    EvdevDevice keyboard(::dup(stream.read), DeviceRole::keyboard, "kbd");
-    stream.send({key(KEY_A, 1), syn(), key(KEY_A, 2), syn(), key(KEY_A, 2), key(KEY_A, 0), syn(),
-                 key(KEY_VOLUMEUP, 1), key(KEY_POWER, 1), input_event{{}, EV_MSC, MSC_SCAN, 30},
-                 key(BTN_LEFT, 1)});
-    EXPECT_EQ(keyboard.readAvailable(sink), EvdevDevice::ReadResult::open);
-    EXPECT_EQ(sink.events, (Events{"k 0 down", "k 0 up"}));
-
-    RecordingSink mediaSink;
-    EvdevDevice media(::dup(stream.read), DeviceRole::media, "media");
-    stream.send({key(KEY_A, 1), key(KEY_VOLUMEUP, 1), key(KEY_VOLUMEUP, 2), key(KEY_VOLUMEUP, 0)});
-    media.readAvailable(mediaSink);
-    EXPECT_EQ(mediaSink.events, (Events{"k 1000 down", "k 1000 up"}));
-
-    RecordingSink mouseSink;
-    EvdevDevice pointer(::dup(stream.read), DeviceRole::pointer, "mouse");
-    stream.send({key(BTN_MIDDLE, 1), syn(), key(BTN_MIDDLE, 0), key(BTN_LEFT, 1), key(BTN_TOUCH, 1),
-                 key(KEY_A, 1)});
-    pointer.readAvailable(mouseSink);
-    EXPECT_EQ(mouseSink.events, (Events{"m other down", "m other up", "m left down"}));
-}
-
-TEST(EvdevDevice, IgnoresEverythingBetweenSynDroppedAndTheNextReport) {
-    Stream stream;
-    RecordingSink sink;
-    EvdevDevice device(::dup(stream.read), DeviceRole::keyboard, "kbd");
-    stream.send({key(KEY_Q, 1), syn(), syn(SYN_DROPPED), key(KEY_W, 1), key(KEY_Q, 0), syn(),
-                 key(KEY_E, 1), syn()});
-    device.readAvailable(sink);
-    EXPECT_EQ(sink.events, (Events{"k 12 down", "k 14 down"}));
+// What each kind of device reports of a stream: repeats dropped, only its own role's
+// keys, and nothing between SYN_DROPPED and the next report.
+TEST(EvdevDevice, ReportsOnlyItsRolesKeysOnceEach) {
+    const struct {
+        DeviceRole role;
+        std::vector<input_event> in;
+        Events out;
+    } cases[] = {
+        {DeviceRole::keyboard,
+         {key(KEY_A, 1), syn(), key(KEY_A, 2), syn(), key(KEY_A, 2), key(KEY_A, 0), syn(),
+          key(KEY_VOLUMEUP, 1), key(KEY_POWER, 1), input_event{{}, EV_MSC, MSC_SCAN, 30},
+          key(BTN_LEFT, 1)},
+         {"k 0 down", "k 0 up"}},
+        {DeviceRole::media,
+         {key(KEY_A, 1), key(KEY_VOLUMEUP, 1), key(KEY_VOLUMEUP, 2), key(KEY_VOLUMEUP, 0)},
+         {"k 1000 down", "k 1000 up"}},
+        {DeviceRole::pointer,
+         {key(BTN_MIDDLE, 1), syn(), key(BTN_MIDDLE, 0), key(BTN_LEFT, 1), key(BTN_TOUCH, 1),
+          key(KEY_A, 1)},
+         {"m other down", "m other up", "m left down"}},
+        {DeviceRole::keyboard,
+         {key(KEY_Q, 1), syn(), syn(SYN_DROPPED), key(KEY_W, 1), key(KEY_Q, 0), syn(),
+          key(KEY_E, 1), syn()},
+         {"k 12 down", "k 14 down"}},
+    };
+    for (const auto& c : cases) {
+        Stream stream;
+        RecordingSink sink;
+        EvdevDevice device(::dup(stream.read), c.role, "device");
+        stream.send(c.in);
+        EXPECT_EQ(device.readAvailable(sink), EvdevDevice::ReadResult::open);
+        EXPECT_EQ(sink.events, c.out);
+    }
 }
 
 TEST(EvdevDevice, RecordsSplitAcrossReadsAndDevicesThatVanish) {
@@ -162,13 +182,7 @@ TEST(EvdevCapture, ReaderThreadDeliversAndSurvivesAVanishingDevice) {
     first.send({key(KEY_A, 1), syn()});
     first.closeWriter(); // vanishes holding A: its key-up is reported
     second.send({key(KEY_S, 1), syn(), key(KEY_S, 2), syn(), key(KEY_S, 0), syn()});
-    Events events;
-    for (int i = 0; i < 2000 && events.size() < 4; ++i) { // bounded wait for the reader thread
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        service.drain();
-        for (auto& e : recorder.take())
-            events.push_back(std::move(e));
-    }
+    Events events = delivered(service, recorder, 4);
     // The reader and the key queue it hands keys to both run at real-time priority
     // (here as root, as in CI; elsewhere through RealtimeKit).
     if (geteuid() == 0) {
@@ -216,13 +230,7 @@ TEST(EvdevCapture, WithoutDevicesOnlyTheMediaReaderStartsAndHearsOnePluggedInLat
     ASSERT_GE(writer, 0) << "the device plugged in was never opened";
     const input_event press[] = {key(KEY_VOLUMEUP, 1), syn(), key(KEY_VOLUMEUP, 0), syn()};
     ASSERT_EQ(::write(writer, press, sizeof press), static_cast<ssize_t>(sizeof press));
-    Events events;
-    for (int i = 0; i < 2000 && events.size() < 2; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        service.drain();
-        for (auto& e : recorder.take())
-            events.push_back(std::move(e));
-    }
+    const Events events = delivered(service, recorder, 2);
     media.stop();
     ::close(writer);
     EXPECT_EQ(events, (Events{"k 1000 down", "k 1000 up"}));

@@ -58,17 +58,6 @@ TEST(KeyGroup, CoarseGroupIgnoresRowsArrowsAndMedia) {
         EXPECT_EQ(coarseGroup(code), group) << code;
 }
 
-TEST(KeyGroup, RawValuesDecodeStrictly) {
-    for (auto value : KeyGroup::allCases) {
-        const KeyGroup group(value);
-        EXPECT_EQ(KeyGroup::fromRawValue(group.rawValue()), group);
-    }
-    EXPECT_EQ(KeyGroup::fromRawValue("functionRow"), KeyGroup::functionRow);
-    EXPECT_FALSE(KeyGroup::fromRawValue("Letters"));
-    EXPECT_FALSE(KeyGroup::fromRawValue("functionrow"));
-    EXPECT_FALSE(KeyGroup::fromRawValue(""));
-}
-
 TEST(KeyTables, NamesIncludingDeliberateSharing) {
     const std::pair<KeyCode, const char*> names[] = {
         {62, "ctrlLeft"}, {59, "ctrlLeft"}, {54, "command"}, {55, "command"}, {76, "enter"},

@@ -1,8 +1,8 @@
 // Recording a keyboard into a kit as a person does it: `tappix-kit record` listens to
 // the private sound server's microphone and captures keys under a private X server;
 // known key sounds (the buckling-spring recordings the build converts) are played into
-// the microphone at the moments xdotool presses the matching keys. The kit it writes
-// must hold those sounds, cut at their onsets, and Tappix must then play it.
+// the microphone as the matching keys are pressed. The kit it writes must hold those
+// sounds, cut at their onsets, and Tappix must then play it.
 
 #include "core/sample_buffer.h"
 #include "kits/kit_checker.h"
@@ -12,9 +12,10 @@
 #include "support/xvfb_server.h"
 
 #include <gtest/gtest.h>
+#include <pulse/error.h>
+#include <pulse/simple.h>
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -23,6 +24,15 @@
 #include <QTemporaryDir>
 #include <QThread>
 #include <cstdio>
+#include <pthread.h>
+#include <sched.h>
+
+// Last: Xlib's macros would clash with the names above.
+#include <X11/Xlib.h>
+#include <X11/extensions/XTest.h>
+#undef None
+#undef Bool
+#undef Status
 
 using namespace tappix;
 using test::PulseServer;
@@ -67,6 +77,84 @@ Key springKey(const QString& xdotool, const QString& kitName) {
             s *= 0.5f;
     return key;
 }
+
+// Plays a timeline into the microphone's feed and presses each key when the stream
+// plays its moment: both on one clock, the stream's own, never on a schedule the sound
+// server and xdotool (a process per key, hundreds of milliseconds apart on a loaded
+// machine) would each keep late in their own way. The stream holds enough to ride out
+// a stall of this thread, so every sound plays whole; the thread runs real-time where
+// it may (as root, as in CI), so a key is pressed within a millisecond of its sound.
+class KeyedTimeline {
+public:
+    struct Moment {
+        std::size_t sample;
+        KeySym key;
+        bool down;
+    };
+
+    /// Writes `samples` (mono 48 kHz) into the sink `sink`, pressing and releasing keys
+    /// as `moments` (in sample order) are played. False, with `error`, when it could not.
+    static bool play(const char* sink, const std::vector<float>& samples,
+                     const std::vector<Moment>& moments, std::string& error) {
+        Display* display = XOpenDisplay(nullptr);
+        if (!display) {
+            error = "no X display";
+            return false;
+        }
+        const pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, kRate, 1};
+        constexpr std::uint32_t kBufferBytes = kRate / 10 * sizeof(float); // 100 ms
+        const pa_buffer_attr buffer{std::uint32_t(-1), kBufferBytes, std::uint32_t(-1),
+                                    std::uint32_t(-1), std::uint32_t(-1)};
+        int code = 0;
+        pa_simple* stream = pa_simple_new(nullptr, "keyed timeline", PA_STREAM_PLAYBACK, sink,
+                                          "key sounds", &spec, nullptr, &buffer, &code);
+        if (!stream) {
+            error = pa_strerror(code);
+            XCloseDisplay(display);
+            return false;
+        }
+        int policy = SCHED_OTHER;
+        sched_param before{};
+        pthread_getschedparam(pthread_self(), &policy, &before);
+        sched_param realtime{};
+        realtime.sched_priority = 20;
+        pthread_setschedparam(pthread_self(), SCHED_FIFO, &realtime); // else as it was
+        constexpr std::size_t kChunk = kRate / 1000;                  // 1 ms
+        std::size_t next = 0;
+        bool ok = true;
+        // Presses the keys whose moments are written, `written` samples in: the server
+        // asks for more only as it plays, so what is written plays a full buffer later,
+        // every time. (The latency it reports includes the null sink's nominal latency,
+        // which a monitor does not wait for, so it is no better a measure.)
+        const auto pressPlayed = [&](std::size_t written) {
+            while (next < moments.size() && moments[next].sample <= written) {
+                XTestFakeKeyEvent(display, XKeysymToKeycode(display, moments[next].key),
+                                  moments[next].down, CurrentTime);
+                XFlush(display);
+                ++next;
+            }
+        };
+        for (std::size_t at = 0; ok && at < samples.size(); at += kChunk) {
+            const std::size_t count = std::min(kChunk, samples.size() - at);
+            ok = pa_simple_write(stream, samples.data() + at, count * sizeof(float), &code) == 0;
+            pressPlayed(at + count);
+        }
+        const std::vector<float> silence(kChunk, 0.0f); // the last keys' moments play
+        for (std::size_t at = samples.size(); ok && next < moments.size(); at += kChunk) {
+            ok = pa_simple_write(stream, silence.data(), kChunk * sizeof(float), &code) == 0;
+            pressPlayed(at + kChunk);
+        }
+        pthread_setschedparam(pthread_self(), policy, &before);
+        if (ok)
+            ok = pa_simple_drain(stream, &code) == 0;
+        if (!ok)
+            error = pa_strerror(code);
+        pa_simple_free(stream);
+        XSync(display, 0);
+        XCloseDisplay(display);
+        return ok && next == moments.size();
+    }
+};
 
 class RecordingAKeyboard : public ::testing::Test {
 protected:
@@ -198,12 +286,7 @@ TEST_F(RecordingAKeyboard, TheKitHoldsEachKeysOwnSoundCutAtItsOnsetAndTappixPlay
     constexpr double kLead = 0.4, kHold = 0.15, kEvery = 0.42;
 
     // The microphone's part: every press and release at its moment, in one file.
-    struct Moment {
-        double at;
-        QString xdotool;
-        bool down;
-    };
-    std::vector<Moment> moments;
+    std::vector<KeyedTimeline::Moment> moments;
     std::vector<float> played(
         static_cast<std::size_t>((kLead + kEvery * kTimes * double(keys.size()) + 0.6) * kRate),
         0.0f);
@@ -212,18 +295,15 @@ TEST_F(RecordingAKeyboard, TheKitHoldsEachKeysOwnSoundCutAtItsOnsetAndTappixPlay
         for (int round = 0; round < kTimes; ++round) {
             for (bool down : {true, false}) {
                 const double at = down ? t : t + kHold;
-                moments.push_back({at, key.xdotool, down});
-                const auto& sound = down ? key.press : key.release;
                 const auto from = static_cast<std::size_t>(at * kRate);
+                moments.push_back(
+                    {from, XStringToKeysym(key.xdotool.toLatin1().constData()), down});
+                const auto& sound = down ? key.press : key.release;
                 for (std::size_t i = 0; i < sound.size() && from + i < played.size(); ++i)
                     played[from + i] += sound[i];
             }
             t += kEvery;
         }
-    const QString timeline = home_.filePath("timeline.wav");
-    std::string error;
-    ASSERT_TRUE(writeWav(played, QFile::encodeName(timeline).toStdString(), error)) << error;
-
     // Tappix runs meanwhile: the recorder must keep it quiet, then turn it back on.
     launchTappix({{"pitchVariation", false}});
     // Kept where TAPPIX_TEST_RECORDING says, to look at the take.
@@ -234,17 +314,8 @@ TEST_F(RecordingAKeyboard, TheKitHoldsEachKeysOwnSoundCutAtItsOnsetAndTappixPlay
          QString::number(kTimes), "--retakes", "0", "--keep-recording", recording}))
         << output_.data();
     const auto heardFromTappix = pulse_->record("tappix_a", [&] {
-        QProcess player;
-        player.start("paplay", {"--device=mic_feed", "--latency-msec=20", timeline});
-        ASSERT_TRUE(player.waitForStarted(5000));
-        QElapsedTimer clock;
-        clock.start();
-        for (const Moment& moment : moments) {
-            while (clock.nsecsElapsed() < qint64(moment.at * 1e9))
-                QThread::usleep(200);
-            XvfbServer::xdotool({moment.down ? "keydown" : "keyup", moment.xdotool});
-        }
-        player.waitForFinished(20000);
+        std::string error;
+        EXPECT_TRUE(KeyedTimeline::play("mic_feed", played, moments, error)) << error;
     });
     ASSERT_EQ(finish(recorder_), 0) << output_.data();
     EXPECT_TRUE(output_.contains("Tappix's own sounds are off while recording")) << output_.data();

@@ -13,7 +13,6 @@
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusPendingCall>
-#include <QDeadlineTimer>
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -24,24 +23,10 @@ using namespace tappix;
 
 namespace {
 
-QCoreApplication& app() {
-    static int argc = 1;
-    static char name[] = "tappix_kwin_tests";
-    static char* argv[] = {name, nullptr};
-    static QCoreApplication instance(argc, argv);
-    return instance;
-}
-
 /// Runs the event loop until `done` holds; false after ten seconds (KWin draws in
 /// software on a shared machine).
 bool waitFor(const std::function<bool()>& done) {
-    QDeadlineTimer deadline(10000);
-    while (!done()) {
-        if (deadline.hasExpired())
-            return false;
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
-    }
-    return true;
+    return test::waitFor(done, 10000);
 }
 
 /// KWin on a virtual screen with its own runtime and configuration directories, on the
@@ -136,7 +121,7 @@ bool scriptLoaded(const QString& pluginName) {
 } // namespace
 
 TEST(KWinFocus, FollowsTheAppInFrontAndItsFullScreenUntilKWinGoes) {
-    app();
+    test::app();
     ASSERT_TRUE(QDBusConnection::sessionBus().isConnected()) << "run under dbus-run-session";
     QTemporaryDir data;
     ASSERT_TRUE(test::writeNotesEntry(data.path(), "notes-icon"));

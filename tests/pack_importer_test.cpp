@@ -380,14 +380,22 @@ TEST(PackImport, BadPartsOfADirectoryPackAreReportedOneLineEach) {
                                                  {"28", QJsonArray{150, 100}}, // runs past
                                                  {"57", QJsonArray{900, 50}},  // starts past
                                                  {"enter", QJsonArray{0, 10}}, // not a code
-                                                 {"31", QJsonArray{"a", 10}}}}});
+                                                 {"31", QJsonArray{"a", 10}},
+                                                 {"32", QJsonArray{10, 0}},      // no time
+                                                 {"33", QJsonArray{-5, 50}}}}}); // before 0
     const PackImportResult single = w.import(w.pack);
     expectKitChecks(single);
-    EXPECT_EQ(single.problems.size(), 4u);
-    EXPECT_TRUE(mentions(single.problems, "\"28\" runs past the end of the audio (200 ms)"));
-    EXPECT_TRUE(mentions(single.problems, "\"57\" starts at 900 ms"));
-    EXPECT_TRUE(mentions(single.problems, "\"enter\" is not a key code"));
-    EXPECT_TRUE(mentions(single.problems, "\"31\" is not [start, duration]"));
+    const char* singleSays[] = {"\"28\" runs past the end of the audio (200 ms)",
+                                "\"57\" starts at 900 ms",
+                                "\"enter\" is not a key code",
+                                "\"31\" is not [start, duration]",
+                                "\"32\" has a slice that starts before 0 or lasts no time",
+                                "\"33\" has a slice that starts before 0 or lasts no time"};
+    EXPECT_EQ(single.problems.size(), std::size(singleSays));
+    for (const char* says : singleSays)
+        EXPECT_TRUE(mentions(single.problems, says)) << says;
+    EXPECT_FALSE(single.config->sounds.contains("d")); // the refused slices made no sound
+    EXPECT_FALSE(single.config->sounds.contains("f"));
     std::size_t frames = 0;
     level(single.directory, single.config->sounds.at("enter").down.front(), &frames);
     EXPECT_NEAR(double(frames), 2400, 2);         // cut short at the end
@@ -403,11 +411,12 @@ TEST(PackImport, BadPartsOfADirectoryPackAreReportedOneLineEach) {
     const PackImportResult multi = w.import(w.pack);
     expectKitChecks(multi);
     EXPECT_TRUE(multi.replaced);
-    EXPECT_EQ(multi.problems.size(), 4u);
-    EXPECT_TRUE(mentions(multi.problems, "\"missing.wav\": no such file"));
-    EXPECT_TRUE(mentions(multi.problems, "\"../secret.wav\": the name leaves the pack"));
-    EXPECT_TRUE(mentions(multi.problems, "an absolute path"));
-    EXPECT_TRUE(mentions(multi.problems, "\"link.wav\": is a link"));
+    const char* multiSays[] = {"\"missing.wav\": no such file",
+                               "\"../secret.wav\": the name leaves the pack", "an absolute path",
+                               "\"link.wav\": is a link"};
+    EXPECT_EQ(multi.problems.size(), std::size(multiSays));
+    for (const char* says : multiSays)
+        EXPECT_TRUE(mentions(multi.problems, says)) << says;
     // Nothing of the secret reached the kit, and nothing was left anywhere else.
     for (const QString& file : w.files())
         EXPECT_TRUE(file.startsWith("pack/") || file == "secret.wav" ||

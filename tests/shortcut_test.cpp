@@ -25,6 +25,7 @@ TEST(Shortcut, ParsesReadableCombinationsAndRefusesTheRest) {
         {"Ctrl+Return", true, Shortcut::ctrl, keys::returnKey, "Ctrl+Return"},
         {"Super+/", true, Shortcut::super, keys::slash, "Super+/"},
         {"F13", true, 0, keys::f13, "F13"},
+        {"F20", true, 0, keys::f20, "F20"}, // the last function key, alone
         {"Ctrl+", false, 0, 0, ""},
         {"Hyper+Q", false, 0, 0, ""},
         {"", false, 0, 0, ""},

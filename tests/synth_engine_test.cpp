@@ -21,19 +21,6 @@ const SynthParams kKey{420, 0.9f, 10, 8000, false};
 
 } // namespace
 
-TEST(SynthEngine, UniformDrawsRepeatAndStayInRange) {
-    Random a(7), b(7);
-    for (int i = 0; i < 1000; ++i) {
-        const float x = a.uniform(0.96f, 1.04f);
-        EXPECT_GE(x, 0.96f);
-        EXPECT_LE(x, 1.04f);
-        EXPECT_EQ(x, b.uniform(0.96f, 1.04f));
-    }
-    Random bounded(3);
-    for (int i = 0; i < 1000; ++i)
-        EXPECT_LT(bounded.uniform(10u), 10u);
-}
-
 TEST(SynthEngine, RendersDependOnTheSeedAndAreNormalised) {
     // Sizes and exact samples are pinned by GoldenDrawsAndSamples.
     const auto a = render(kKey, 42, false);

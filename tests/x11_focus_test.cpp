@@ -9,24 +9,15 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QTemporaryDir>
-#include <functional>
 #include <string>
 #include <unistd.h>
 #include <vector>
 
 using namespace tappix;
+using test::waitFor;
 
 namespace {
-
-QCoreApplication& app() {
-    static int argc = 1;
-    static char name[] = "tappix_x11_tests";
-    static char* argv[] = {name, nullptr};
-    static QCoreApplication instance(argc, argv);
-    return instance;
-}
 
 std::vector<std::string>& logged() {
     static std::vector<std::string> lines;
@@ -45,21 +36,10 @@ std::size_t loggedWith(const char* text) {
     }));
 }
 
-/// Runs the event loop until `done` holds; false after five seconds.
-bool waitFor(const std::function<bool()>& done) {
-    QDeadlineTimer deadline(5000);
-    while (!done()) {
-        if (deadline.hasExpired())
-            return false;
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
-    }
-    return true;
-}
-
 class X11Focus : public ::testing::Test {
 protected:
     void SetUp() override {
-        app();
+        test::app();
         qInstallMessageHandler(keepLog);
         logged().clear();
         ASSERT_TRUE(server_.isRunning()) << "Xvfb did not start";
