@@ -132,7 +132,9 @@ chroot "$root" /usr/bin/env -i PATH=/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin
     CCACHE_DIR=/root/.cache/ccache ${JOBS:+JOBS=$JOBS} ${FUZZ_SECONDS:+FUZZ_SECONDS=$FUZZ_SECONDS} \
     BUILD="build-$release" TEST_BUILD="build-$release-test" \
     PACKAGE_BUILD="build-$release-release" FUZZ_BUILD="build-$release-fuzz" \
-    /bin/bash -c "cd /src && $command"
+    /bin/bash -c "cd /src && $command" &
+# Waited for in the background, so that a signal reaches the clean-up at once.
+wait $!
 status=$?
 set -e
 exit $status
