@@ -1,7 +1,7 @@
 // Recording a keyboard into a kit as a person does it: `tappix-kit record` listens to
 // the private sound server's microphone and captures keys under a private X server;
 // known key sounds (the buckling-spring recordings the build converts) are played into
-// the microphone at the moments xdotool presses the matching keys. The kit it writes
+// the microphone, and each key is pressed as its sound goes out. The kit it writes
 // must hold those sounds, cut at their onsets, and Tappix must then play it.
 
 #include "core/sample_buffer.h"
@@ -14,7 +14,6 @@
 #include <gtest/gtest.h>
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -22,7 +21,11 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QThread>
+#include <X11/Xlib.h>
+#include <X11/extensions/XTest.h>
 #include <cstdio>
+#include <pulse/error.h>
+#include <pulse/simple.h>
 
 using namespace tappix;
 using test::PulseServer;
@@ -33,9 +36,9 @@ namespace {
 constexpr int kRate = SampleBuffer::kSampleRate;
 const QString kSpring = QStringLiteral(TAPPIX_KITS_PATH "/ibm-buckling-spring");
 
-// One key the test types: its xdotool name, its kit name, and the sounds played for it.
+// One key the test types: its X key name, its kit name, and the sounds played for it.
 struct Key {
-    QString xdotool;
+    QString keysym;
     QString kitName;
     std::vector<float> press;
     std::vector<float> release;
@@ -56,16 +59,59 @@ QJsonObject readJson(const QString& path) {
 }
 
 // The buckling-spring press and release of a key, at half level so nothing clips.
-Key springKey(const QString& xdotool, const QString& kitName) {
+Key springKey(const QString& keysym, const QString& kitName) {
     const QJsonObject sound =
         readJson(kSpring + "/config.json")["sounds"].toObject()[kitName].toObject();
-    Key key{xdotool, kitName, {}, {}};
+    Key key{keysym, kitName, {}, {}};
     key.press = decode(kSpring + "/sounds/" + sound["down"].toArray()[0].toString());
     key.release = decode(kSpring + "/sounds/" + sound["up"].toArray()[0].toString());
     for (auto* sound : {&key.press, &key.release})
         for (float& s : *sound)
             s *= 0.5f;
     return key;
+}
+
+// A key moving at a moment of the microphone's sound.
+struct Moment {
+    double at;
+    QString keysym;
+    bool down;
+};
+
+// Plays `sound` into the sink "mic_feed" and moves each key as its moment goes out. The
+// keys follow the sound as it is written, a few milliseconds at a time into a stream of
+// 20 ms: the sound cannot run ahead of the keys, nor the keys ahead of the sound, however
+// late the server or this thread is scheduled, so the lag between them stays what the
+// stream holds. (A player started beside a clock is off from it by its start-up time,
+// which on a loaded machine can pass what the recorder allows.)
+void playAndType(const std::vector<float>& sound, const std::vector<Moment>& moments) {
+    const pa_sample_spec spec{PA_SAMPLE_FLOAT32NE, kRate, 1};
+    const auto bytesOf = [](int ms) { return std::uint32_t(ms * kRate / 1000 * sizeof(float)); };
+    const pa_buffer_attr buffer{std::uint32_t(-1), bytesOf(20), std::uint32_t(-1), bytesOf(5),
+                                std::uint32_t(-1)};
+    int error = 0;
+    pa_simple* feed = pa_simple_new(nullptr, "tappix-test", PA_STREAM_PLAYBACK, "mic_feed",
+                                    "key sounds", &spec, nullptr, &buffer, &error);
+    ASSERT_NE(feed, nullptr) << pa_strerror(error);
+    Display* display = XOpenDisplay(nullptr);
+    ASSERT_NE(display, nullptr);
+    constexpr std::size_t kChunk = kRate / 200; // 5 ms
+    std::size_t next = 0;
+    for (std::size_t from = 0; from < sound.size(); from += kChunk) {
+        const std::size_t count = std::min(kChunk, sound.size() - from);
+        ASSERT_EQ(pa_simple_write(feed, sound.data() + from, count * sizeof(float), &error), 0)
+            << pa_strerror(error);
+        for (; next < moments.size() && moments[next].at * kRate < double(from + count); ++next) {
+            const KeySym keysym = XStringToKeysym(moments[next].keysym.toLatin1().constData());
+            XTestFakeKeyEvent(display, XKeysymToKeycode(display, keysym), moments[next].down,
+                              CurrentTime);
+            XFlush(display);
+        }
+    }
+    XSync(display, False);
+    XCloseDisplay(display);
+    pa_simple_drain(feed, &error);
+    pa_simple_free(feed);
 }
 
 class RecordingAKeyboard : public ::testing::Test {
@@ -197,12 +243,7 @@ TEST_F(RecordingAKeyboard, TheKitHoldsEachKeysOwnSoundCutAtItsOnsetAndTappixPlay
     constexpr int kTimes = 3;
     constexpr double kLead = 0.4, kHold = 0.15, kEvery = 0.42;
 
-    // The microphone's part: every press and release at its moment, in one file.
-    struct Moment {
-        double at;
-        QString xdotool;
-        bool down;
-    };
+    // The microphone's part: every press and release at its moment.
     std::vector<Moment> moments;
     std::vector<float> played(
         static_cast<std::size_t>((kLead + kEvery * kTimes * double(keys.size()) + 0.6) * kRate),
@@ -212,7 +253,7 @@ TEST_F(RecordingAKeyboard, TheKitHoldsEachKeysOwnSoundCutAtItsOnsetAndTappixPlay
         for (int round = 0; round < kTimes; ++round) {
             for (bool down : {true, false}) {
                 const double at = down ? t : t + kHold;
-                moments.push_back({at, key.xdotool, down});
+                moments.push_back({at, key.keysym, down});
                 const auto& sound = down ? key.press : key.release;
                 const auto from = static_cast<std::size_t>(at * kRate);
                 for (std::size_t i = 0; i < sound.size() && from + i < played.size(); ++i)
@@ -220,9 +261,6 @@ TEST_F(RecordingAKeyboard, TheKitHoldsEachKeysOwnSoundCutAtItsOnsetAndTappixPlay
             }
             t += kEvery;
         }
-    const QString timeline = home_.filePath("timeline.wav");
-    std::string error;
-    ASSERT_TRUE(writeWav(played, QFile::encodeName(timeline).toStdString(), error)) << error;
 
     // Tappix runs meanwhile: the recorder must keep it quiet, then turn it back on.
     launchTappix({{"pitchVariation", false}});
@@ -233,19 +271,7 @@ TEST_F(RecordingAKeyboard, TheKitHoldsEachKeysOwnSoundCutAtItsOnsetAndTappixPlay
         {kits_, "--name", "Desk Board", "--keys", "a,s,space,return,backspace,shift", "--times",
          QString::number(kTimes), "--retakes", "0", "--keep-recording", recording}))
         << output_.data();
-    const auto heardFromTappix = pulse_->record("tappix_a", [&] {
-        QProcess player;
-        player.start("paplay", {"--device=mic_feed", "--latency-msec=20", timeline});
-        ASSERT_TRUE(player.waitForStarted(5000));
-        QElapsedTimer clock;
-        clock.start();
-        for (const Moment& moment : moments) {
-            while (clock.nsecsElapsed() < qint64(moment.at * 1e9))
-                QThread::usleep(200);
-            XvfbServer::xdotool({moment.down ? "keydown" : "keyup", moment.xdotool});
-        }
-        player.waitForFinished(20000);
-    });
+    const auto heardFromTappix = pulse_->record("tappix_a", [&] { playAndType(played, moments); });
     ASSERT_EQ(finish(recorder_), 0) << output_.data();
     EXPECT_TRUE(output_.contains("Tappix's own sounds are off while recording")) << output_.data();
     EXPECT_TRUE(test::onsets(heardFromTappix).empty()) << "Tappix sounded while recording";
