@@ -11,10 +11,15 @@ PACKAGE_BUILD ?= build-release
 FUZZ_BUILD   ?= build-fuzz
 FUZZ_SECONDS ?= 60
 
-.PHONY: all run test deps build build-test fuzz format clean package package-check
+# Another Debian release for `make debian-root`: RELEASE's root, kept, runs CMD in this tree.
+RELEASE ?= trixie
+CMD     ?= make test
+
+.PHONY: all run test deps build build-test fuzz format clean package package-check debian-root
 
 all: build
 
+# What building and running Tappix needs; `make test` adds the test tools.
 deps:
 	@tools/install-deps.sh
 
@@ -25,16 +30,20 @@ build: deps
 run: build
 	./$(BUILD)/tappix
 
-build-test: deps
-	@cmake -S . -B $(TEST_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DTAPPIX_SANITIZE=ON >/dev/null
+build-test:
+	@tools/install-deps.sh --test
+	@cmake -S . -B $(TEST_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DTAPPIX_SANITIZE=ON \
+		-DTAPPIX_TESTS=ON -DTAPPIX_BENCH=ON >/dev/null
 	@cmake --build $(TEST_BUILD) -j $(JOBS)
 
 test: build-test
 	ctest --test-dir $(TEST_BUILD) --output-on-failure -j $(JOBS)
 
-# A Debian package of a release build installed under /usr, checked by tools/check-package.sh
-# and installed into a fresh Debian 12 root by tools/check-package-install.sh.
-package: deps
+# A Debian package of a release build installed under /usr, for the release this runs on,
+# checked by tools/check-package.sh and installed into a fresh root of the same release by
+# tools/check-package-install.sh.
+package:
+	@tools/install-deps.sh --package
 	@cmake -S . -B $(PACKAGE_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 		-DCMAKE_INSTALL_PREFIX=/usr -DTAPPIX_TESTS=OFF -DTAPPIX_BENCH=OFF >/dev/null
 	@cmake --build $(PACKAGE_BUILD) -j $(JOBS)
@@ -53,6 +62,9 @@ fuzz:
 		-DTAPPIX_FUZZ=ON -DTAPPIX_TESTS=OFF -DTAPPIX_BENCH=OFF >/dev/null
 	@cmake --build $(FUZZ_BUILD) -j $(JOBS) --target fuzz-targets
 	@tools/run-fuzzers.sh $(FUZZ_BUILD) $(FUZZ_SECONDS)
+
+debian-root:
+	@tools/debian-root.sh $(RELEASE) $(CMD)
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs -r clang-format -i

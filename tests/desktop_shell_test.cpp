@@ -14,6 +14,7 @@
 #include <QPainter>
 #include <QSignalSpy>
 #include <cmath>
+#include <functional>
 #include <mutex>
 #include <vector>
 
@@ -194,6 +195,16 @@ TEST(DesktopShell, EveryWindowAndPageLoadsWithoutAWarning) {
         settle();
     }
     EXPECT_TRUE(shell.isSettingsVisible());
+    // The Mix page as it changes: a mix made, a part's editor opened and closed. (A layout
+    // that never settles hangs here: the test's time limit catches it.)
+    run.delegate->openSettings("mix");
+    MixEditorModel& mixes = shell.mixEditor();
+    for (const auto& step : std::initializer_list<std::function<void()>>{
+             [&] { mixes.createMix("Desk"); }, [&] { mixes.editRegion("enter"); },
+             [&] { mixes.editRegion(""); }}) {
+        step();
+        settle();
+    }
     for (const bool keys : {false, true}) {
         run.captureIsPossible = keys;
         run.delegate->showOnboarding();

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Installs a built tappix .deb into a fresh Debian 12 root, the way a user would on a new
-# machine, and runs what it installed there: apt brings every dependency from the
-# package sources, then tappix --version, tappix-doctor, tappix-kit check on every kit,
-# and a first launch of tappix on a virtual display, which must show its welcome window
-# without a QML or library error. Nothing on this machine is installed or changed.
+# Installs a built tappix .deb into a fresh root of the Debian release this runs on (the
+# one it was built for), the way a user would on a new machine, and runs what it
+# installed there: apt brings every dependency from the package sources, then tappix
+# --version, tappix-doctor, tappix-kit check on every kit, and a first launch of tappix on
+# a virtual display, which must show its welcome window with no library, plugin or QML
+# module missing and no QML warning. Nothing on this machine is installed or changed.
 #
 # The root is made by mmdebstrap: as root with plain chroot, otherwise in a user namespace.
 # The display server and xdotool installed next to Tappix are the test's own tools.
@@ -18,9 +19,8 @@ mode=unshare
 [ "$(id -u)" -eq 0 ] && mode=root
 
 # The same package sources this machine uses, so the check needs no other network access.
-sources=/etc/apt/sources.list.d/debian.sources
-[ -f "$sources" ] || sources=/etc/apt/sources.list
-[ -s "$sources" ] || sources="deb http://deb.debian.org/debian bookworm main"
+release=$(. /etc/os-release && echo "$VERSION_CODENAME")
+mapfile -t mirrors < <("$(dirname "$0")/debian-sources.sh" "$release" "$work/sources")
 
 # Runs inside the new root after apt installed the package and the test's tools.
 cat >"$work/inside.sh" <<'EOF'
@@ -63,8 +63,11 @@ status=$?
 kill $xvfb 2>/dev/null
 [ -n "$shown" ] && pass "first launch shows the welcome window" || fail "no welcome window"
 [ $status -lt 128 ] && pass "tappix quits on SIGTERM (status $status)" || fail "tappix died ($status)"
-if grep -E -i 'is not installed|module .* not found|cannot load library|error while loading|QQmlApplicationEngine failed' /tmp/tappix.log; then
+if grep -E -i 'is not installed|module .* not found|cannot load library|error while loading|could not (find|load) the qt platform plugin|QQmlApplicationEngine failed' /tmp/tappix.log; then
     fail "tappix could not load part of itself"
+fi
+if grep -E '\.qml:[0-9]+' /tmp/tappix.log; then
+    fail "QML warnings on the first launch"
 fi
 [ -f "$HOME/.config/tappix/preferences.json" ] && pass "preferences written on quit" \
     || fail "no preferences file after quit"
@@ -72,18 +75,18 @@ fi
 exit $failures
 EOF
 
-echo "Installing $(basename "$deb") into a fresh Debian 12 root ($mode mode)…"
+echo "Installing $(basename "$deb") into a fresh Debian $release root ($mode mode)…"
 version=$(dpkg-deb -f "$deb" Version)
 set +e
 mmdebstrap --mode="$mode" --variant=minbase --quiet \
     --customize-hook="copy-in '$deb' '$work/inside.sh' /tmp" \
     --customize-hook='chroot "$1" apt-get install -y -qq --no-install-recommends /tmp/'"$(basename "$deb")"' xvfb xauth xdotool >/dev/null' \
     --customize-hook='chroot "$1" env TAPPIX_VERSION='"$version"' bash /tmp/inside.sh' \
-    bookworm /dev/null "$sources" </dev/null
+    "$release" /dev/null "${mirrors[@]}" </dev/null
 status=$?
 set -e
 if [ $status -ne 0 ]; then
     echo "FAIL: the package did not install and run in a fresh root (mmdebstrap status $status)"
     exit 1
 fi
-echo "$(basename "$deb"): installs and runs in a fresh Debian 12 root"
+echo "$(basename "$deb"): installs and runs in a fresh Debian $release root"

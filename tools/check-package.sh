@@ -18,9 +18,16 @@ trap 'rm -rf "$work"' EXIT
 [ "$(dpkg-deb -f "$deb" Package)" = tappix ] && pass "package name" || fail "package name"
 [ "$(dpkg-deb -f "$deb" Section)" = sound ] && pass "section sound" || fail "section"
 depends=$(dpkg-deb -f "$deb" Depends)
-for needed in libc6 libqt6core6 libqt6quick6 libpulse0 libsndfile1 libevdev2 libzip4 \
-    qml6-module-qtquick-controls qml6-module-qtquick-dialogs qml6-module-qt-labs-folderlistmodel \
-    libqt6svg6 qt6-qpa-plugins; do
+# Libraries by their names on any release (t64: renamed by the 64-bit time transition),
+# and what Qt loads at run time by the package that holds it on this machine.
+qt=/usr/lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH 2>/dev/null || gcc -print-multiarch)/qt6
+owner() { dpkg-query -S "$1" 2>/dev/null | sed 's/[:,].*//'; }
+for needed in libc6 'libqt6core6(t64)?' 'libqt6quick6(t64)?' 'libpulse0' 'libsndfile1' \
+    'libevdev2' 'libzip[0-9]+(t64)?' \
+    "$(owner $qt/qml/QtQuick/Controls/qmldir)" "$(owner $qt/qml/QtQuick/Dialogs/qmldir)" \
+    "$(owner $qt/qml/Qt/labs/folderlistmodel/qmldir)" \
+    "$(owner $qt/plugins/imageformats/libqsvg.so)" "$(owner $qt/plugins/iconengines/libqsvgicon.so)"; do
+    [ -n "$needed" ] || { fail "a file Tappix loads at run time is not installed here"; continue; }
     grep -qE "(^|, )$needed( |,|$)" <<<"$depends" || fail "Depends lacks $needed"
 done
 pass "Depends: $depends"

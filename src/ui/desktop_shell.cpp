@@ -8,6 +8,7 @@
 #include "ui/symbol_icons.h"
 
 #include <QApplication>
+#include <QImageReader>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickStyle>
@@ -44,6 +45,10 @@ std::unique_ptr<QCoreApplication> DesktopShell::makeApplication(int& argc, char*
     auto app = std::make_unique<QApplication>(argc, argv);
     // Closing the last window leaves Tappix running in the tray.
     QApplication::setQuitOnLastWindowClosed(false);
+    // Qt draws SVG through plugins that some releases package apart from its library.
+    if (!QImageReader::supportedImageFormats().contains("svg"))
+        qCWarning(lcApp, "icons: Qt's SVG image plugin is not installed, so Tappix's icons "
+                         "cannot be drawn");
     QApplication::setWindowIcon(SymbolIcons::applicationIcon());
     return app;
 }

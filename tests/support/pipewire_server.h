@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <QDir>
+#include <QFileInfo>
+#include <QRegularExpression>
 #include <QStandardPaths>
 #include <csignal>
 #include <memory>
@@ -17,7 +19,8 @@ namespace tappix::test {
 /// (pipewire-pulse), the stack most desktops run: all three inside a session bus of
 /// their own, with a private 0700 runtime directory, configuration and state, and
 /// WirePlumber's ALSA, Bluetooth and camera monitors off, so a machine's real devices
-/// are never opened. The sinks and the microphone are loaded through pactl.
+/// are never opened: a start fails when WirePlumber loaded a device plugin all the same.
+/// The sinks and the microphone are loaded through pactl.
 ///
 /// It runs as root as well (CI containers have no user session): PipeWire 0.3.65 does
 /// not refuse root, and under root in a container the only complaint in the log is the
@@ -36,16 +39,26 @@ public:
         QDir().mkpath(runtime_);
         QFile::setPermissions(runtime_, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
                                             QFileDevice::ExeOwner);
+        // The device monitors off, in WirePlumber 0.4's Lua and 0.5's own format (0.5
+        // ignores the Lua files, 0.4 the .conf ones).
         const QString config = dir_.filePath(QStringLiteral("config/wireplumber"));
-        for (const auto& [folder, line] :
-             {std::pair{"main.lua.d", "alsa_monitor.enabled = false\n"
-                                      "v4l2_monitor.enabled = false\n"
-                                      "libcamera_monitor.enabled = false\n"},
-              std::pair{"bluetooth.lua.d", "bluez_monitor.enabled = false\n"}}) {
-            QDir().mkpath(config + "/" + folder);
-            QFile file(config + "/" + folder + "/51-tappix-test.lua");
-            if (file.open(QIODevice::WriteOnly))
-                file.write(line);
+        for (const auto& [file, text] :
+             {std::pair{"main.lua.d/51-tappix-test.lua", "alsa_monitor.enabled = false\n"
+                                                         "v4l2_monitor.enabled = false\n"
+                                                         "libcamera_monitor.enabled = false\n"},
+              std::pair{"bluetooth.lua.d/51-tappix-test.lua", "bluez_monitor.enabled = false\n"},
+              std::pair{"wireplumber.conf.d/51-tappix-test.conf",
+                        "wireplumber.profiles = {\n  main = {\n"
+                        "    hardware.audio = disabled\n    hardware.bluetooth = disabled\n"
+                        "    hardware.video-capture = disabled\n    monitor.alsa = disabled\n"
+                        "    monitor.alsa-midi = disabled\n    monitor.bluez = disabled\n"
+                        "    monitor.bluez-midi = disabled\n    monitor.v4l2 = disabled\n"
+                        "    monitor.libcamera = disabled\n  }\n}\n"}}) {
+            const QString path = config + "/" + file;
+            QDir().mkpath(QFileInfo(path).path());
+            QFile out(path);
+            if (out.open(QIODevice::WriteOnly))
+                out.write(text);
         }
         if (buffers == Buffers::refuseSmall) {
             const QString pulse =
@@ -113,7 +126,7 @@ public:
             const QString info = pactl({"info"});
             if (info.contains("Default Sink: tappix_a\n") &&
                 info.contains("Default Source: tappix_mic\n"))
-                return true;
+                return ownsNoDevices();
             QThread::msleep(100);
         }
         return false;
@@ -131,6 +144,35 @@ public:
     }
 
 private:
+    /// Whether WirePlumber left the machine's sound cards, Bluetooth and cameras alone:
+    /// it has loaded none of PipeWire's device plugins. Says which it has in the log.
+    bool ownsNoDevices() {
+        static const QRegularExpression device(
+            QStringLiteral("libspa-(alsa|bluez5|v4l2|libcamera)\\.so"));
+        const auto group = static_cast<pid_t>(server_.processId());
+        for (const QString& entry :
+             QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+            bool number = false;
+            const pid_t pid = entry.toInt(&number);
+            QFile comm(QStringLiteral("/proc/%1/comm").arg(entry));
+            if (!number || ::getpgid(pid) != group || !comm.open(QIODevice::ReadOnly) ||
+                comm.readAll().trimmed() != "wireplumber")
+                continue;
+            QFile maps(QStringLiteral("/proc/%1/maps").arg(entry));
+            maps.open(QIODevice::ReadOnly);
+            const QRegularExpressionMatch loaded =
+                device.match(QString::fromLatin1(maps.readAll()));
+            if (loaded.hasMatch()) {
+                QFile log(dir_.filePath(QStringLiteral("server.log")));
+                log.open(QIODevice::Append);
+                log.write("WirePlumber loaded " + loaded.captured().toLatin1() +
+                          ": the test server could take this machine's devices\n");
+                return false;
+            }
+        }
+        return true;
+    }
+
     QString runtime_;
     QProcess server_;
 };

@@ -200,10 +200,16 @@ class Recording:
 
 # ---- AT-SPI -------------------------------------------------------------------------
 
-def _role_name(role):
+def _role(role):
+    """`role` as an Atspi.Role. Roles are compared as constants, never by their names:
+    at-spi2-core 2.53 renamed some ("push button" is "button" there). A string names
+    the constant, "push button" or "PUSH_BUTTON" for Atspi.Role.PUSH_BUTTON."""
     if isinstance(role, str):
-        return role.lower().replace("_", " ")
-    return Atspi.role_get_name(role)
+        constant = getattr(Atspi.Role, role.upper().replace(" ", "_"), None)
+        if not isinstance(constant, Atspi.Role):
+            raise ValueError("no AT-SPI role %r" % role)
+        return constant
+    return role
 
 
 def _matches(value, wanted):
@@ -234,17 +240,17 @@ def children(accessible):
 
 
 def find_all(root, role=None, name=None, predicate=None, showing=None, max_depth=64):
-    """Every descendant of `root` (root included) matching all of: `role` (AT-SPI role
-    name such as "push button", "slider", "check box", "toggle button", "label",
-    "frame", or an Atspi.Role), `name` (exact string, compiled regex or callable),
+    """Every descendant of `root` (root included) matching all of: `role` (an
+    Atspi.Role, or its constant's name such as "push button", "slider", "check box",
+    "toggle button", "label", "frame"), `name` (exact string, compiled regex or callable),
     `predicate(accessible)`, and `showing` (True: on screen). Breadth-first."""
-    wanted_role = _role_name(role) if role is not None else None
+    wanted_role = _role(role) if role is not None else None
     found, level = [], [root]
     for _depth in range(max_depth):
         next_level = []
         for accessible in level:
             try:
-                if ((wanted_role is None or accessible.get_role_name() == wanted_role)
+                if ((wanted_role is None or accessible.get_role() == wanted_role)
                         and _matches(accessible.get_name(), name)
                         and (showing is None or is_showing(accessible) == showing)
                         and (predicate is None or predicate(accessible))):
@@ -642,7 +648,7 @@ class Session:
         """The application's showing top-level window (frame) titled `title` (string or regex)."""
         return self.find(None, title, root=self.app(), timeout=timeout, max_depth=2,
                          predicate=lambda a: a.get_parent() is not None
-                         and a.get_parent().get_role_name() == "application" and is_showing(a))
+                         and a.get_parent().get_role() == Atspi.Role.APPLICATION and is_showing(a))
 
     def tree(self):
         try:

@@ -19,9 +19,14 @@ const QString kScriptingInterface = QStringLiteral("org.kde.kwin.Scripting");
 constexpr int kCallTimeoutMs = 3000;
 
 /// The KWin script; `@SERVICE@` and `@PATH@` become JSON strings naming this
-/// process's connection and report object. Byte arrays (the resource names) reach
-/// the script as ArrayBuffers, hence `text`.
+/// process's connection and report object. KWin 6 renamed clients to windows
+/// (`windowList`, `activeWindow`, `windowActivated` …); the script takes whichever the
+/// running KWin has. Byte arrays (KWin 5's resource names) reach the script as
+/// ArrayBuffers, hence `text`.
 constexpr const char* kScript = R"JS(
+var kwin6 = typeof workspace.windowList === "function";
+function windowList() { return kwin6 ? workspace.windowList() : workspace.clientList(); }
+function activeWindow() { return kwin6 ? workspace.activeWindow : workspace.activeClient; }
 function text(value) {
     if (value instanceof ArrayBuffer)
         return String.fromCharCode.apply(null, new Uint8Array(value));
@@ -33,11 +38,11 @@ function describe(c) {
 }
 function report() {
     var windows = [];
-    var list = workspace.clientList();
+    var list = windowList();
     for (var i = 0; i < list.length; ++i)
         if (list[i].normalWindow)
             windows.push(describe(list[i]));
-    var active = workspace.activeClient;
+    var active = activeWindow();
     callDBus(@SERVICE@, @PATH@, "app.morvane.tappix.KWinFocus", "Report",
              JSON.stringify({active: active ? describe(active) : null, windows: windows}));
 }
@@ -50,12 +55,12 @@ function watch(c) {
     if (c.desktopFileNameChanged)
         c.desktopFileNameChanged.connect(report);
 }
-var existing = workspace.clientList();
+var existing = windowList();
 for (var i = 0; i < existing.length; ++i)
     watch(existing[i]);
-workspace.clientAdded.connect(function (c) { watch(c); report(); });
-workspace.clientRemoved.connect(report);
-workspace.clientActivated.connect(report);
+(kwin6 ? workspace.windowAdded : workspace.clientAdded).connect(function (c) { watch(c); report(); });
+(kwin6 ? workspace.windowRemoved : workspace.clientRemoved).connect(report);
+(kwin6 ? workspace.windowActivated : workspace.clientActivated).connect(report);
 report();
 )JS";
 

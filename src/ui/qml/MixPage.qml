@@ -377,10 +377,14 @@ Flickable {
             visible: page.playing && page.editor.editing !== ""
             Layout.fillWidth: true
             implicitHeight: editorColumn.implicitHeight + 32
+            // Placed by width alone, and never narrower than nothing: the column lays the
+            // card out at no width while it is hidden, and Qt 6.8 never settles a negative
+            // width of wrapping rows.
             ColumnLayout {
                 id: editorColumn
-                anchors.fill: parent
-                anchors.margins: 16
+                x: 16
+                y: 16
+                width: Math.max(0, parent.width - 32)
                 spacing: 12
 
                 RowLayout {
