@@ -60,22 +60,8 @@ public Q_SLOTS:
 
     void onSettingsChanged() {
         // Whoever re-applies settings on this signal may read the preferences too.
-        const QJsonValue saved = prefs_.value(QString::fromLatin1(property.name()));
-        bool savedNew = false;
-        switch (expected.metaType().id()) {
-        case QMetaType::Bool:
-            savedNew = saved.isBool() && saved.toBool() == expected.toBool();
-            break;
-        case QMetaType::Float:
-            savedNew =
-                saved.isDouble() && static_cast<float>(saved.toDouble()) == expected.toFloat();
-            break;
-        case QMetaType::QStringList:
-            savedNew = saved.toVariant().toStringList() == expected.toStringList();
-            break;
-        default:
-            savedNew = saved.toString() == expected.toString();
-        }
+        QVariant saved = prefs_.value(QString::fromLatin1(property.name())).toVariant();
+        const bool savedNew = saved.convert(expected.metaType()) && saved == expected;
         record("settings changed", property.read(&store_) == expected && savedNew);
     }
 
