@@ -401,7 +401,7 @@ class BehaviourAndLookPages(unittest.TestCase):
             s.press(s.find("push button", "Remove Notes", root=window))
             s.wait_for_preference("sleepAppIds", [])
 
-        with self.subTest("the shortcut recorder takes a chord and refuses a bare letter"):
+        with self.subTest("the shortcut recorder refuses a bare letter and takes a chord"):
             field = s.find("push button", "Toggle keystroke sounds: " + ui.SHORTCUT, root=window)
             ui.focus_window(s, ui.SETTINGS)
             s.press(field)
@@ -412,14 +412,6 @@ class BehaviourAndLookPages(unittest.TestCase):
             s.wait_for_preference("toggleSoundsShortcut", "Ctrl+Alt+J")
             s.find("push button", "Toggle keystroke sounds: Ctrl+Alt+J", root=window)
 
-            # Another try: a bare letter, then Escape, keeps the shortcut.
-            s.press(s.find("push button", "Toggle keystroke sounds: Ctrl+Alt+J", root=window))
-            s.find("push button", "Toggle keystroke sounds: Type a shortcut…", root=window)
-            s.key("k")
-            ui.label(s, NEEDS_MODIFIER, root=window)
-            s.key("Escape")
-            s.find("push button", "Toggle keystroke sounds: Ctrl+Alt+J", root=window)
-            self.assertEqual(s.preferences().get("toggleSoundsShortcut"), "Ctrl+Alt+J")
 
         with self.subTest("typing a combination into the recorder does not also run it"):
             # The round trips above leave the key queue plenty of time to act on it.
