@@ -26,7 +26,7 @@ QStringList keptAside(const test::TempPrefs& prefs) {
 
 // Changes are written once, after a pause, atomically and privately; what changes nothing
 // writes nothing, even at exit. A missing file is not created by reading it:
-// SettingsStore.LoadingWritesNothing.
+// SettingsStore.LoadingTakesDefaultsForOddValuesAndWritesNothing.
 TEST(JsonFilePreferences, OneWriteForWhatChangedAndNoneForWhatDidNot) {
     using Change = std::function<void(JsonFilePreferences&)>;
     const struct {
@@ -51,8 +51,10 @@ TEST(JsonFilePreferences, OneWriteForWhatChangedAndNoneForWhatDidNot) {
         test::TempPrefs prefs;
         prefs.write(QJsonObject{{"volume", 0.5}, {"other", true}});
         QFile file(prefs.path);
+        ASSERT_TRUE(file.open(QIODevice::ReadWrite));
         ASSERT_TRUE(file.setFileTime(QDateTime::fromSecsSinceEpoch(1000),
                                      QFileDevice::FileModificationTime));
+        file.close();
         {
             JsonFilePreferences store(prefs.path, time);
             c.change(store);
