@@ -67,8 +67,9 @@ TEST(JsonFilePreferences, OneWriteForWhatChangedAndNoneForWhatDidNot) {
         EXPECT_DOUBLE_EQ(prefs.read().value("volume").toDouble(), c.volume);
         struct stat info {};
         ASSERT_EQ(::stat(prefs.path.toLocal8Bit().constData(), &info), 0);
-        if (c.writes > 0)
+        if (c.writes > 0) {
             EXPECT_EQ(info.st_mode & 0777, 0600u);
+        }
         // Nothing but the file itself is left in the directory (no temporary files).
         EXPECT_EQ(QDir(QFileInfo(prefs.path).absolutePath()).entryList(QDir::Files).size(), 1);
     }
