@@ -211,6 +211,11 @@ TEST(DesignerViewModel, SaveRunsOffTheMainThreadThenListsAndChoosesTheKit) {
     EXPECT_EQ(shell.tuner().kitName(), "My Switch");
     ASSERT_EQ(editor.kitChoices().size(), 1);
     EXPECT_EQ(editor.kitChoices()[0].toMap().value("kitId"), "custom-my-switch");
+
+    // What the last save did stays until the next save, however the design moves on.
+    designer.setClick(0.2);
+    designer.setName("Another");
+    EXPECT_EQ(designer.status(), "Saved and selected. Type anywhere to hear it.");
 }
 
 TEST(DesignerViewModel, NumbersStayInRangeAndRedrawTheWaveform) {
