@@ -355,8 +355,8 @@ class SoundPage(unittest.TestCase):
 class BehaviourAndLookPages(unittest.TestCase):
 
     def test_autostart_app_list_shortcut_and_palette(self):
-        # Started by hand (no autostart entry), so the window opens.
-        s = ui.start(self, {"lastSettingsPage": "behaviour"}, login_start=False)
+        # Started by hand (no autostart entry), so the window opens; quieting down is on.
+        s = ui.start(self, {"lastSettingsPage": "behaviour", "sleepEnabled": True}, login_start=False)
         window = ui.settings_window(s)
         ui.heading(s, "Behaviour", window)
         entry = os.path.join(s.config_home, "autostart", "app.morvane.tappix.desktop")
