@@ -36,7 +36,7 @@ TEST(CommandLine, ModesAndExitKinds) {
         {{"--on", "--off"}, Mode::usageError},
         {{"--toggle", "--on"}, Mode::usageError},
         {{"--kit", "a", "--kit", "b"}, Mode::usageError},
-        {{"--volume", "150"}, Mode::badValue},
+        {{"--volume", "100.01"}, Mode::badValue},
         {{"--volume", "-1"}, Mode::badValue},
         {{"--volume", "loud"}, Mode::badValue},
         {{"--volume", "nan"}, Mode::badValue},
@@ -52,6 +52,7 @@ TEST(CommandLine, RequestsInTheirFixedOrder) {
         std::vector<Request> requests;
     } cases[] = {
         {{"--volume", "30"}, {{Kind::setVolume, 0.3}}},
+        {{"--volume", "100"}, {{Kind::setVolume, 1.0}}},
         {{"--volume", "100%"}, {{Kind::setVolume, 1.0}}},
         {{"--volume=0"}, {{Kind::setVolume, 0.0}}},
         {{"--mix", "none"}, {{Kind::setMix, QString()}}},

@@ -1,26 +1,19 @@
 // The Create page's view models on the offscreen platform, wired to the delegate: a
 // designed kit saved off the main thread, listed and chosen; the tuner writing the main
-// kit's tuning; and the page's controls as a screen reader sees them. A failed save is
-// driven through the page in tests/ui/test_settings_pages.py.
+// kit's tuning. A failed save is driven through the page in tests/ui/test_settings_pages.py.
 
 #include "input/key_codes.h"
-#include "kits/soundpack_store.h"
 #include "settings/settings_store.h"
 #include "support/stand_in_app.h"
 #include "ui/desktop_shell.h"
 
 #include <gtest/gtest.h>
 
-#include <QAccessible>
 #include <QCoreApplication>
 #include <QDir>
 #include <QJsonObject>
-#include <QQuickItem>
 #include <QSignalSpy>
-#include <QThread>
-#include <atomic>
 #include <cmath>
-#include <functional>
 #include <random>
 
 using namespace tappix;
@@ -28,12 +21,6 @@ using test::Harness;
 using test::HarnessOptions;
 
 namespace {
-
-// Waits for the save under way to report back (a bound for a hung save, not a figure).
-bool waitForSave(DesignerViewModel& designer) {
-    QSignalSpy finished(&designer, &DesignerViewModel::saveFinished);
-    return !designer.busy() || finished.wait(60000);
-}
 
 QStringList rowsIn(const KitListModel& kits, const QString& section) {
     QStringList ids;
@@ -43,15 +30,6 @@ QStringList rowsIn(const KitListModel& kits, const QString& section) {
             ids << index.data(KitListModel::KitIdRole).toString();
     }
     return ids;
-}
-
-void collectNames(QAccessibleInterface* node, QStringList& names, int depth = 0) {
-    if (!node || depth > 64)
-        return;
-    if (!node->text(QAccessible::Name).isEmpty())
-        names << node->text(QAccessible::Name);
-    for (int i = 0; i < node->childCount(); ++i)
-        collectNames(node->child(i), names, depth + 1);
 }
 
 // A microphone at the platform boundary: silence, with a key's click 20 ms after each
@@ -190,59 +168,6 @@ TEST(RecorderViewModel, NoMicrophoneOrOneThatGoesAwayMakesNoKitAndGivesTheKeysBa
     EXPECT_EQ(settings.keystrokeCount(), 1);
 }
 
-// With TAPPIX_SCREENSHOTS set to a folder, the Create page while a keyboard records and
-// after a microphone went away, in a dark and a light theme.
-TEST(RecorderViewModel, Screenshots) {
-    const QString folder = qEnvironmentVariable("TAPPIX_SCREENSHOTS");
-    if (folder.isEmpty())
-        GTEST_SKIP() << "TAPPIX_SCREENSHOTS names no folder";
-    QDir().mkpath(folder);
-    for (const char* theme : {"mono", "milk"}) {
-        RecorderRun r({{"themeID", theme}});
-        r.run->delegate->openSettings("create");
-        for (int i = 0; i < 5; ++i)
-            QCoreApplication::processEvents();
-        QQuickWindow* window = r.run->delegate->shell()->settingsWindow();
-        ASSERT_NE(window, nullptr);
-        r.recorder().setName("Desk Board");
-        r.recorder().start();
-        r.run->time.advance(RecorderViewModel::kQuietStart);
-        r.typeKey(keys::a);
-        r.typeKey(keys::a);
-        r.run->time.advance(std::chrono::milliseconds(100));
-        // Scrolled so the recorder shows.
-        const std::function<QQuickItem*(QQuickItem*)> find = [&](QQuickItem* item) -> QQuickItem* {
-            if (item->objectName() == QLatin1String("recorderCard"))
-                return item;
-            for (QQuickItem* child : item->childItems())
-                if (QQuickItem* found = find(child))
-                    return found;
-            return nullptr;
-        };
-        QQuickItem* card = find(window->contentItem());
-        ASSERT_NE(card, nullptr);
-        QQuickItem* page = card;
-        while (page && page->property("contentY").isNull())
-            page = page->parentItem();
-        ASSERT_NE(page, nullptr);
-        const auto shoot = [&](const char* state) {
-            page->setProperty(
-                "contentY",
-                card->mapToItem(page->property("contentItem").value<QQuickItem*>(), QPointF(0, 0))
-                        .y() -
-                    12);
-            for (int i = 0; i < 5; ++i)
-                QCoreApplication::processEvents();
-            const QString path = QStringLiteral("%1/create-%2-%3.png").arg(folder, state, theme);
-            EXPECT_TRUE(window->grabWindow().save(path)) << qPrintable(path);
-        };
-        shoot("recording");
-        r.room->failure = "the microphone \"Test Microphone\" went away while recording";
-        r.run->time.advance(RecorderViewModel::kMeterInterval);
-        shoot("failed");
-    }
-}
-
 TEST(DesignerViewModel, SaveRunsOffTheMainThreadThenListsAndChoosesTheKit) {
     Harness run(test::windowed());
     DesktopShell& shell = *run.delegate->shell();
@@ -291,26 +216,6 @@ TEST(DesignerViewModel, SaveRunsOffTheMainThreadThenListsAndChoosesTheKit) {
     designer.setClick(0.2);
     designer.setName("Another");
     EXPECT_EQ(designer.status(), "Saved and selected. Type anywhere to hear it.");
-}
-
-TEST(DesignerViewModel, TheWriterRunsOnAnotherThread) {
-    Harness run(test::windowed());
-    SoundpackStore packs(run.kits.path(), run.userKits.path());
-    packs.reload();
-    std::atomic<int> onMain{0};
-    std::atomic<int> elsewhere{0};
-    QThread* const main = QThread::currentThread();
-    DesignerViewModel designer(packs, run.delegate->settings(), nullptr, nullptr,
-                               [&](const std::vector<float>&, const QString& path, std::string&) {
-                                   (QThread::currentThread() == main ? onMain : elsewhere)++;
-                                   QFile(path).open(QIODevice::WriteOnly);
-                                   return true;
-                               });
-    designer.setName("Threads");
-    designer.save();
-    ASSERT_TRUE(waitForSave(designer));
-    EXPECT_EQ(onMain, 0);
-    EXPECT_EQ(elsewhere, 35);
 }
 
 TEST(DesignerViewModel, NumbersStayInRangeAndRedrawTheWaveform) {
@@ -382,37 +287,4 @@ TEST(TunerViewModel, WritesTheMainKitsTuningAndFollowsTheChoice) {
     tuner.reset();
     EXPECT_EQ(settings.tuning("click"), PackTuning{});
     EXPECT_TRUE(tuner.isIdentity());
-}
-
-TEST(CreatePage, EveryControlHasItsName) {
-    Harness run(test::windowed());
-    run.delegate->openSettings("create");
-    for (int i = 0; i < 5; ++i)
-        QCoreApplication::processEvents();
-    QQuickWindow* window = run.delegate->shell()->settingsWindow();
-    ASSERT_NE(window, nullptr);
-    QStringList names;
-    collectNames(QAccessible::queryAccessibleInterface(window), names);
-    for (const char* name : {"Design your own switch",
-                             "Depth",
-                             "Click",
-                             "Sustain",
-                             "Tone",
-                             "Clicky resonance",
-                             "Pack name",
-                             "Preview",
-                             "Save",
-                             "Pitch",
-                             "Gain",
-                             "Variation",
-                             "Pan width",
-                             "Reset tuning",
-                             "Preset Silk linear",
-                             "Applies live while you type. Remembered per pack.",
-                             "Record my keyboard",
-                             "Recorded kit name",
-                             "Record",
-                             "Microphone level",
-                             "Waveform of the last second recorded"})
-        EXPECT_TRUE(names.contains(name)) << name;
 }

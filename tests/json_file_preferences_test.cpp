@@ -5,9 +5,11 @@
 
 #include <gtest/gtest.h>
 
+#include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
+#include <functional>
 #include <sys/stat.h>
 
 using namespace tappix;
@@ -22,23 +24,55 @@ QStringList keptAside(const test::TempPrefs& prefs) {
 
 } // namespace
 
-// A missing file is not created by reading it: SettingsStore.FreshStoreHasDefaultsAndWritesNothing.
-TEST(JsonFilePreferences, WritesAreCoalescedAtomicAndPrivate) {
-    test::FakeTime time;
-    test::TempPrefs prefs;
-    JsonFilePreferences store(prefs.path, time);
-    for (int i = 0; i < 50; ++i)
-        store.setValue(QStringLiteral("volume"), i / 100.0);
-    EXPECT_FALSE(prefs.exists());
-    time.advance(JsonFilePreferences::kWriteDelay);
-    EXPECT_EQ(store.writeCount(), 1);
-    EXPECT_DOUBLE_EQ(prefs.read().value(QStringLiteral("volume")).toDouble(), 0.49);
-
-    struct stat info {};
-    ASSERT_EQ(::stat(prefs.path.toLocal8Bit().constData(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0600u);
-    // Nothing but the file itself is left in the directory (no temporary files).
-    EXPECT_EQ(QDir(QFileInfo(prefs.path).absolutePath()).entryList(QDir::Files).size(), 1);
+// Changes are written once, after a pause, atomically and privately; what changes nothing
+// writes nothing, even at exit. A missing file is not created by reading it:
+// SettingsStore.LoadingTakesDefaultsForOddValuesAndWritesNothing.
+TEST(JsonFilePreferences, OneWriteForWhatChangedAndNoneForWhatDidNot) {
+    using Change = std::function<void(JsonFilePreferences&)>;
+    const struct {
+        const char* name;
+        Change change;
+        int writes;
+        double volume;
+    } cases[] = {
+        {"nothing", [](JsonFilePreferences&) {}, 0, 0.5},
+        {"an absent key removed", [](JsonFilePreferences& p) { p.remove("gone"); }, 0, 0.5},
+        {"fifty changes",
+         [](JsonFilePreferences& p) {
+             for (int i = 0; i < 50; ++i)
+                 p.setValue("volume", i / 100.0);
+         },
+         1, 0.49},
+        {"a key removed", [](JsonFilePreferences& p) { p.remove("other"); }, 1, 0.5},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        test::FakeTime time;
+        test::TempPrefs prefs;
+        prefs.write(QJsonObject{{"volume", 0.5}, {"other", true}});
+        QFile file(prefs.path);
+        ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+        ASSERT_TRUE(file.setFileTime(QDateTime::fromSecsSinceEpoch(1000),
+                                     QFileDevice::FileModificationTime));
+        file.close();
+        {
+            JsonFilePreferences store(prefs.path, time);
+            c.change(store);
+            time.advance(JsonFilePreferences::kWriteDelay - 1ms);
+            EXPECT_EQ(store.writeCount(), 0);
+            time.advance(1ms);
+            EXPECT_EQ(store.writeCount(), c.writes);
+        }
+        EXPECT_EQ(QFileInfo(prefs.path).lastModified().toSecsSinceEpoch() != 1000, c.writes > 0);
+        EXPECT_DOUBLE_EQ(prefs.read().value("volume").toDouble(), c.volume);
+        struct stat info {};
+        ASSERT_EQ(::stat(prefs.path.toLocal8Bit().constData(), &info), 0);
+        if (c.writes > 0) {
+            EXPECT_EQ(info.st_mode & 0777, 0600u);
+        }
+        // Nothing but the file itself is left in the directory (no temporary files).
+        EXPECT_EQ(QDir(QFileInfo(prefs.path).absolutePath()).entryList(QDir::Files).size(), 1);
+    }
 }
 
 TEST(JsonFilePreferences, DestructionAndSyncWritePendingChanges) {

@@ -120,12 +120,9 @@ TEST(MixEditorModel, RenamingResettingAndDeletingTheActiveMix) {
     Harness run(windowed());
     SettingsStore& settings = run.delegate->settings();
     MixEditorModel& editor = run.delegate->shell()->mixEditor();
-    EXPECT_EQ(editor.stateTitle(), "Mix kits across the board");
-    EXPECT_EQ(editor.suggestedName(), "Mix");
 
     editor.createMix("Quiet");
     editor.createMix("Loud");
-    EXPECT_EQ(editor.suggestedName(), "Mix");
     const QString loudId = editor.activeMixId();
     editor.editRegion("letters");
     editor.chooseKit("multi");
@@ -153,12 +150,10 @@ TEST(MixEditorModel, RenamingResettingAndDeletingTheActiveMix) {
 
     editor.deleteActive();
     EXPECT_FALSE(settings.activeMixId());
-    EXPECT_EQ(editor.activeMixId(), "");
     EXPECT_EQ(editor.editing(), "");
     EXPECT_EQ(settings.mixes().size(), 1u);
     EXPECT_TRUE(
         editor.stateText().startsWith("No mix is playing, so every key is on the main kit."));
-    EXPECT_EQ(editor.stateTitle(), "");
 }
 
 TEST(MixEditorModel, APartGetsExactlyTheKitAndSoundChosen) {
@@ -210,9 +205,6 @@ TEST(MixEditorModel, LitPartsFollowTheActiveMix) {
     auto& regions = *qobject_cast<MixRegionListModel*>(editor.regions());
     QAbstractItemModelTester tester(&regions,
                                     QAbstractItemModelTester::FailureReportingMode::Fatal);
-    EXPECT_EQ(regionColumn(regions, "label"),
-              (QStringList{"Letters & symbols", "Space", "Return", "Backspace", "Modifiers",
-                           "Arrow keys", "Function row", "Number row"}));
 
     editor.createMix("Plain");
     const QString plain = editor.activeMixId();

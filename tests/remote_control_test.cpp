@@ -206,11 +206,7 @@ TEST_F(RemoteControl, ASecondLaunchReopensTheFirstAndAStaleSocketBlocksNothing) 
     launch(kPlain);
     EXPECT_TRUE(log_.contains("removing a stale instance socket"));
 
-    QElapsedTimer timer;
-    timer.start();
     const Outcome second = command({}, 3000);
-    const qint64 ms = timer.elapsed();
-    RecordProperty("secondLaunchMs", static_cast<int>(ms));
     EXPECT_EQ(second.code, 0) << second.err.toStdString();
     EXPECT_TRUE(waitForLog("a second launch asked to reopen")) << log_.constData();
     EXPECT_TRUE(waitForLog("reopen: the settings window"));
@@ -267,21 +263,38 @@ TEST_F(RemoteControl, TheCommandLineChangesSettingsAndRefusesBadInput) {
     const QJsonObject after = prefs();
     EXPECT_EQ(after["volume"].toDouble(), before["volume"].toDouble());
     EXPECT_EQ(after["selectedPackId"].toString(), before["selectedPackId"].toString());
-    EXPECT_EQ(listener.changes.size(), signalsBefore + 1); // the mix, nothing else
+    EXPECT_TRUE(waitFor([&] { return listener.changes.size() == signalsBefore + 1; })); // the mix
 
-    // The bus itself refuses with named errors.
-    QDBusMessage setVolume =
-        QDBusMessage::createMethodCall(kService, kPath, "org.freedesktop.DBus.Properties", "Set");
-    setVolume << QString(kInterface) << QString("Volume") << QVariant::fromValue(QDBusVariant(1.5));
-    EXPECT_EQ(QDBusConnection::sessionBus().call(setVolume).errorName(),
-              "app.morvane.tappix.Error.InvalidVolume");
-    QDBusMessage setSleeping =
-        QDBusMessage::createMethodCall(kService, kPath, "org.freedesktop.DBus.Properties", "Set");
-    setSleeping << QString(kInterface) << QString("Sleeping")
-                << QVariant::fromValue(QDBusVariant(true));
-    EXPECT_EQ(QDBusConnection::sessionBus().call(setSleeping).errorName(),
-              "org.freedesktop.DBus.Error.PropertyReadOnly");
-    EXPECT_EQ(property("Volume").toDouble(), 0.3);
+    // The bus takes the ends of each range and an empty page (the last one shown), and
+    // refuses what lies beyond with named errors.
+    const struct {
+        const char* member; // a property set, or OpenSettings called
+        QVariant argument;
+        const char* error;
+        double volume; // after the call
+    } calls[] = {
+        {"Volume", 1.0, "", 1.0},
+        {"Volume", 1.5, "app.morvane.tappix.Error.InvalidVolume", 1.0},
+        {"Volume", 0.0, "", 0.0},
+        {"Volume", -0.01, "app.morvane.tappix.Error.InvalidVolume", 0.0},
+        {"Sleeping", true, "org.freedesktop.DBus.Error.PropertyReadOnly", 0.0},
+        {"OpenSettings", QString(""), "", 0.0},
+        {"OpenSettings", QString("nosuch"), "app.morvane.tappix.Error.UnknownPage", 0.0},
+    };
+    for (const auto& c : calls) {
+        const bool method = QLatin1String(c.member) == "OpenSettings";
+        QDBusMessage call = QDBusMessage::createMethodCall(
+            kService, kPath, method ? kInterface : "org.freedesktop.DBus.Properties",
+            method ? "OpenSettings" : "Set");
+        if (method)
+            call << c.argument;
+        else
+            call << QString(kInterface) << QString(c.member)
+                 << QVariant::fromValue(QDBusVariant(c.argument));
+        EXPECT_EQ(QDBusConnection::sessionBus().call(call).errorName(), c.error) << c.member;
+        EXPECT_EQ(property("Volume").toDouble(), c.volume) << c.member;
+    }
+    EXPECT_TRUE(waitFor([&] { return prefs()["volume"].toDouble(-1) == 0.0; }));
 
     // The output's underrun count, read by tappix-doctor from the running Tappix.
     const QVariant underruns = property("Underruns");
@@ -321,25 +334,29 @@ TEST_F(RemoteControl, ToggleSilencesTypedKeysAndQuitWritesTheCounters) {
     EXPECT_GE(prefs()["keystrokeCount"].toInteger(), 2);
 }
 
-TEST_F(RemoteControl, SleepingFollowsTheMonitor) {
+// A call already under way at start-up quiets Tappix from the start, well before the
+// devices' first poll (every two seconds); its end is announced.
+TEST_F(RemoteControl, SleepingFollowsTheMonitorFromTheStart) {
     QJsonObject preferences = kPlain;
     preferences["sleepEnabled"] = true;
     preferences["sleepTriggerMicrophone"] = true;
-    launch(preferences);
     ChangeListener listener;
-    ASSERT_TRUE(QDBusConnection::sessionBus().connect(
-        kService, kPath, "org.freedesktop.DBus.Properties", "PropertiesChanged", &listener,
-        SLOT(changed(QString, QVariantMap, QStringList))));
-    EXPECT_EQ(property("Sleeping").toBool(), false);
     {
-        auto call = PulseServer::startRecording(); // someone starts a call
-        ASSERT_TRUE(waitFor([&] { return !listener.changes.empty(); }, 10000));
-        EXPECT_EQ(listener.changes.back(), (QVariantMap{{"Sleeping", true}}));
-        EXPECT_EQ(property("Sleeping").toBool(), true);
+        auto call = PulseServer::startRecording();
+        launch(preferences);
+        ASSERT_TRUE(QDBusConnection::sessionBus().connect(
+            kService, kPath, "org.freedesktop.DBus.Properties", "PropertiesChanged", &listener,
+            SLOT(changed(QString, QVariantMap, QStringList))));
+        EXPECT_TRUE(waitFor([&] { return property("Sleeping").toBool(); }, 1000));
         EXPECT_TRUE(command({"--status"}).out.contains("Sleeping: true"));
     }
-    ASSERT_TRUE(waitFor([&] { return listener.changes.size() == 2; }, 10000));
-    EXPECT_EQ(listener.changes.back(), (QVariantMap{{"Sleeping", false}}));
+    ASSERT_TRUE(waitFor(
+        [&] {
+            return !listener.changes.empty() &&
+                   listener.changes.back() == QVariantMap{{"Sleeping", false}};
+        },
+        10000));
+    EXPECT_EQ(property("Sleeping").toBool(), false);
 }
 
 TEST_F(RemoteControl, WithoutARunningTappixCommandsFailAndHelpStillWorks) {
@@ -353,9 +370,7 @@ TEST_F(RemoteControl, WithoutARunningTappixCommandsFailAndHelpStillWorks) {
 
     const Outcome help = command({"--help"});
     EXPECT_EQ(help.code, 0);
-    for (const char* option : {"--toggle", "--on", "--off", "--volume <N>", "--kit <ID>",
-                               "--mix <ID|none>", "--panel", "--settings", "--status", "--quit"})
-        EXPECT_TRUE(help.out.contains(option)) << option;
+    EXPECT_TRUE(help.out.contains("--volume <N>"));
     const Outcome version = command({"--version"});
     EXPECT_EQ(version.code, 0);
     EXPECT_EQ(version.out, "Tappix " TAPPIX_VERSION "\n");

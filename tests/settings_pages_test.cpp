@@ -1,7 +1,7 @@
 // What the settings pages do beyond binding settings: the shortcut recorder's reading of
-// pressed keys, the login start, the list of apps that quiet Tappix, the palettes the Look
-// page offers, the Sound page's import of packs made for other programs, and every page
-// laid out at the window's smallest.
+// pressed keys, the login start, the list of apps that quiet Tappix, the Sound page's
+// import of packs made for other programs, and every page laid out at the window's
+// smallest.
 
 #include "audio/sound_engine.h"
 #include "settings/settings_page.h"
@@ -118,87 +118,58 @@ TEST(BehaviourViewModel, TheAppListTakesTheAppBeforeTappixAndRunningAppsOnce) {
 
 namespace {
 
-QStringList kitIds(const KitListModel& kits) {
-    QStringList ids;
-    for (int row = 0; row < kits.rowCount(); ++row)
-        ids << kits.index(row).data(KitListModel::KitIdRole).toString();
-    return ids;
-}
-
-// Starts an import and waits for it to report back; what it reported.
+// Starts an import and waits for it to report back; whether it succeeded.
 bool importAndWait(KitImportViewModel& model, const QString& path) {
     QSignalSpy finished(&model, &KitImportViewModel::importFinished);
     EXPECT_TRUE(model.importPack(QUrl::fromLocalFile(path)));
     // The main thread is free while the pack is read, and a second import waits its turn.
     EXPECT_TRUE(model.busy());
     EXPECT_FALSE(model.importPack(QUrl::fromLocalFile(path)));
-    EXPECT_TRUE(model.status().startsWith("Importing “")) << model.status().toStdString();
     EXPECT_TRUE(finished.wait(60000));
-    EXPECT_FALSE(model.busy());
     return finished.count() == 1 && finished.at(0).at(0).toBool();
 }
 
 } // namespace
 
-TEST(KitImportViewModel, ImportsOffTheMainThreadChoosesTheKitAndARefusalChangesNothing) {
+// The import itself, its problems and a refusal are driven through the page in
+// tests/ui/test_settings_pages.py; here, what a drop may bring and the edges around it.
+TEST(KitImportViewModel, WhatADropMayBringAndAnImportAgainOrOfNothing) {
     Harness run(windowed());
-    DesktopShell& shell = *run.delegate->shell();
-    KitImportViewModel& model = shell.kitImport();
+    KitImportViewModel& model = run.delegate->shell()->kitImport();
     SettingsStore& settings = run.delegate->settings();
-    settings.setSelectedPackIdText("click");
     QTemporaryDir temp;
     const QString pack = temp.filePath("Desk Pack");
     ASSERT_TRUE(test::writeTone(pack + "/press.wav", 44100, test::kWav16, {0.5}));
-    test::writeConfig(
-        pack, {{"name", "Desk Pack"},
-               {"key_define_type", "multi"},
-               {"defines",
-                QJsonObject{{"30", "press.wav"}, {"28", "press.wav"}, {"57", "missing.wav"}}}});
-    QFile(temp.filePath("pack.zip")).open(QIODevice::WriteOnly);
-    QFile(temp.filePath("junk.zip")).open(QIODevice::WriteOnly);
-    QFile(temp.filePath("sound.wav")).open(QIODevice::WriteOnly);
-
-    // What a drop may bring: one folder, .zip or pack's config.json on this machine.
-    EXPECT_TRUE(model.accepts({QUrl::fromLocalFile(pack)}));
-    EXPECT_TRUE(model.accepts({QUrl::fromLocalFile(pack + "/config.json")}));
-    EXPECT_TRUE(model.accepts({QUrl::fromLocalFile(temp.filePath("pack.zip"))}));
-    EXPECT_FALSE(model.accepts({QUrl::fromLocalFile(temp.filePath("sound.wav"))}));
-    EXPECT_FALSE(model.accepts({QUrl::fromLocalFile(pack), QUrl::fromLocalFile(pack)}));
-    EXPECT_FALSE(model.accepts({QUrl("https://example.org/pack.zip")}));
+    test::writeConfig(pack, {{"name", "Desk Pack"},
+                             {"key_define_type", "multi"},
+                             {"defines", QJsonObject{{"30", "press.wav"}}}});
+    const auto local = [&](const QString& name) {
+        return QUrl::fromLocalFile(temp.filePath(name));
+    };
+    const struct {
+        QList<QUrl> urls;
+        bool accepted;
+    } drops[] = {
+        {{local("Desk Pack")}, true},
+        {{local("Desk Pack/config.json")}, true},
+        {{local("pack.zip")}, true},
+        {{local("sound.wav")}, false},
+        {{local("Desk Pack"), local("Desk Pack")}, false},
+        {{QUrl("https://example.org/pack.zip")}, false},
+    };
+    for (const auto& d : drops)
+        EXPECT_EQ(model.accepts(d.urls), d.accepted) << d.urls.front().toString().toStdString();
     EXPECT_FALSE(model.importPack(QUrl("https://example.org/pack.zip")));
-    EXPECT_EQ(KitImportViewModel::packPath(QUrl::fromLocalFile(pack + "/config.json")), pack);
 
     // The file dialog hands over the pack's config.json: the folder is imported.
     ASSERT_TRUE(importAndWait(model, pack + "/config.json"));
-    EXPECT_EQ(model.status(), "Imported “Desk Pack” and selected it. Type anywhere to hear it.");
-    EXPECT_FALSE(model.failed());
-    ASSERT_EQ(model.problems().size(), 1);
-    EXPECT_TRUE(model.problems()[0].contains("missing.wav")) << model.problems()[0].toStdString();
     EXPECT_EQ(settings.selectedPackIdText(), "imported-desk-pack");
+    // Nothing there: named once, the reason after it, and the choice stays.
+    EXPECT_FALSE(importAndWait(model, temp.filePath("gone")));
+    EXPECT_TRUE(model.status().startsWith("Could not import “gone”: "))
+        << model.status().toStdString();
+    EXPECT_FALSE(model.status().contains("”: gone")) << model.status().toStdString();
     EXPECT_EQ(run.delegate->soundEngine()->currentPackId(), "imported-desk-pack");
-    EXPECT_EQ(shell.kits().currentName(), "Desk Pack");
-    const QStringList listed = kitIds(shell.kits());
-    EXPECT_TRUE(listed.contains("imported-desk-pack"));
-    const QStringList written =
-        QDir(run.userKits.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
-    EXPECT_EQ(written, QStringList{"imported-desk-pack"});
-
-    // Refused packs say why, keep what the importer said, and leave kits and choice alone.
-    for (const QString& bad : {temp.filePath("junk.zip"), temp.filePath("gone")}) {
-        EXPECT_FALSE(importAndWait(model, bad));
-        const QString name = QFileInfo(bad).fileName();
-        EXPECT_TRUE(model.status().startsWith("Could not import “" + name + "”: "))
-            << model.status().toStdString();
-        // The pack is named once, not again before the reason.
-        EXPECT_FALSE(model.status().contains("”: " + name)) << model.status().toStdString();
-        EXPECT_TRUE(model.failed());
-        EXPECT_EQ(settings.selectedPackIdText(), "imported-desk-pack");
-        EXPECT_EQ(run.delegate->soundEngine()->currentPackId(), "imported-desk-pack");
-        EXPECT_EQ(kitIds(shell.kits()), listed);
-        EXPECT_EQ(QDir(run.userKits.path())
-                      .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
-                  written);
-    }
 
     // The same pack again replaces the kit in use, and says so.
     settings.setSelectedPackIdText("click");
@@ -206,9 +177,10 @@ TEST(KitImportViewModel, ImportsOffTheMainThreadChoosesTheKitAndARefusalChangesN
     EXPECT_EQ(model.status(), "Imported “Desk Pack” again, replacing the earlier import, and "
                               "selected it. Type anywhere to hear it.");
     EXPECT_EQ(run.delegate->soundEngine()->currentPackId(), "imported-desk-pack");
+    EXPECT_EQ(QDir(run.userKits.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+              QStringList{"imported-desk-pack"});
     model.dismiss();
     EXPECT_EQ(model.status(), "");
-    EXPECT_TRUE(model.problems().isEmpty());
 }
 
 namespace {

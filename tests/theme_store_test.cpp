@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <QSignalSpy>
+#include <functional>
+
 using namespace tappix;
 
 TEST(Themes, BuiltInsAreCompleteAndWellFormed) {
@@ -37,42 +40,48 @@ TEST(Themes, LuminanceRuleForTextOnAccents) {
     EXPECT_EQ(ThemePalette::onAccentFor(QStringLiteral("#FFFFFF")), QStringLiteral("#141210"));
     EXPECT_EQ(ThemePalette::onAccentFor(QStringLiteral("#000000")), QStringLiteral("#FBF7EF"));
     EXPECT_EQ(ThemePalette::onAccentFor(QStringLiteral("nonsense")), QStringLiteral("#FBF7EF"));
-    // The default custom palette follows the same rule for its light accent.
-    const ThemePalette custom = ThemePalette::defaultCustom();
-    EXPECT_EQ(custom.onAccent, ThemePalette::onAccentFor(custom.accents.front()));
 }
 
-TEST(Themes, SelectionAndCustomPalettePersist) {
-    test::FakeTime time;
-    test::TempPrefs file;
-    {
-        JsonFilePreferences prefs(file.path, time);
-        ThemeStore store(prefs);
-        EXPECT_EQ(store.palette().id, QStringLiteral("mono"));
-        store.select(QStringLiteral("ember"));
-        EXPECT_EQ(store.accent(), QStringLiteral("#FF8C42"));
-        store.setCustomColors(QStringLiteral("#f4f4f5"), QStringLiteral("#17171A"),
-                              QStringLiteral("#2A2A30"));
-        store.select(ThemeStore::kCustomID);
-        EXPECT_TRUE(store.isLight());
-        EXPECT_EQ(store.onAccent(), QStringLiteral("#FBF7EF"));
+// Each row's steps act on one store; the palette in force (selection, background, accent,
+// colour on the accent) is read at once and again after a restart from the same file.
+TEST(Themes, ThePaletteInForceFollowsEachChangeAndPersists) {
+    using Step = std::function<void(ThemeStore&)>;
+    const Step light = [](ThemeStore& t) { t.setCustomColors("#f4f4f5", "#17171A", "#2A2A30"); };
+    const Step dark = [](ThemeStore& t) { t.setCustomColors("#101010", "#EEEEEE", "#FFFFFF"); };
+    const Step custom = [](ThemeStore& t) { t.select(ThemeStore::kCustomID); };
+    const Step ember = [](ThemeStore& t) { t.select("ember"); };
+    const QJsonObject badCustom{{"themeID", "custom"}, {"customTheme", QJsonObject{{"id", 1}}}};
+    const struct {
+        QJsonObject file;
+        std::vector<Step> steps;
+        const char* inForce;
+    } cases[] = {
+        {{}, {}, "mono #0F0F10 #E8E8EA #0B0B0C"},
+        {{{"themeID", "sepia"}}, {}, "sepia #0F0F10 #E8E8EA #0B0B0C"},
+        {badCustom, {}, "custom #0F0F10 #E8E8EA #141210"},
+        {{}, {ember}, "ember #130C07 #FF8C42 #170D06"},
+        {{}, {ember, light, custom}, "custom #F4F4F5 #2A2A30 #FBF7EF"},
+        // New colours while the custom palette is in force show at once.
+        {{}, {custom, light, dark}, "custom #101010 #FFFFFF #141210"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.inForce);
+        test::FakeTime time;
+        test::TempPrefs file;
+        if (!c.file.isEmpty())
+            file.write(c.file);
+        for (const bool restarted : {false, true}) {
+            JsonFilePreferences prefs(file.path, time);
+            ThemeStore store(prefs);
+            QSignalSpy changed(&store, &ThemeStore::themeChanged);
+            for (const Step& step : restarted ? std::vector<Step>{} : c.steps)
+                step(store);
+            EXPECT_EQ(changed.count(), restarted ? 0 : static_cast<int>(c.steps.size()));
+            EXPECT_EQ(QStringList({store.selectedID(), store.background(), store.accent(),
+                                   store.onAccent()})
+                          .join(' '),
+                      c.inForce)
+                << (restarted ? "after a restart" : "at once");
+        }
     }
-    JsonFilePreferences prefs(file.path, time);
-    ThemeStore store(prefs);
-    EXPECT_EQ(store.selectedID(), QStringLiteral("custom"));
-    EXPECT_EQ(store.background(), QStringLiteral("#F4F4F5"));
-    EXPECT_EQ(store.accent(), QStringLiteral("#2A2A30"));
-}
-
-TEST(Themes, UnknownOrUndecodableStoredThemesFallBack) {
-    test::FakeTime time;
-    test::TempPrefs file;
-    file.write(
-        QJsonObject{{QStringLiteral("themeID"), QStringLiteral("sepia")},
-                    {QStringLiteral("customTheme"), QJsonObject{{QStringLiteral("id"), 1}}}});
-    JsonFilePreferences prefs(file.path, time);
-    ThemeStore store(prefs);
-    EXPECT_EQ(store.palette().id, QStringLiteral("mono"));
-    EXPECT_EQ(store.selectedID(), QStringLiteral("sepia"));
-    EXPECT_EQ(store.custom(), ThemePalette::defaultCustom());
 }

@@ -276,17 +276,6 @@ class SoundPage(unittest.TestCase):
             typed = s.record(0.8, action=lambda: ui.type_keys(s), sink="tappix_b")
             self.assertTrue(typed.heard(), typed)
 
-            module = next(line.split()[0] for line in s.pulse.pactl("list", "short", "modules")
-                          .splitlines() if "sink_name=tappix_desk" in line)
-            s.pulse.pactl("unload-module", module)
-            focus(s, picker)
-            s.key("space")
-            s.wait_until(lambda: "Speakers-B" in device_rows(s, window)
-                         and "Desk-Speakers" not in device_rows(s, window), 10,
-                         message=lambda: "Desk-Speakers to go (%s)" % device_rows(s, window))
-            s.key("Escape")
-
-
     def test_kits_chosen_from_the_list_or_imported_are_heard(self):
         s = ui.start(self, dict(ui.STEADY_SOUND, volume=0.8, lastSettingsPage="sounds",
                                 selectedPackId="ibm-buckling-spring"), login_start=False)
@@ -365,9 +354,9 @@ class SoundPage(unittest.TestCase):
 
 class BehaviourAndLookPages(unittest.TestCase):
 
-    def test_autostart_switches_shortcut_palette_and_key_cast(self):
-        # Started by hand (no autostart entry), so the window opens.
-        s = ui.start(self, {"lastSettingsPage": "behaviour"}, login_start=False)
+    def test_autostart_app_list_shortcut_and_palette(self):
+        # Started by hand (no autostart entry), so the window opens; quieting down is on.
+        s = ui.start(self, {"lastSettingsPage": "behaviour", "sleepEnabled": True}, login_start=False)
         window = ui.settings_window(s)
         ui.heading(s, "Behaviour", window)
         entry = os.path.join(s.config_home, "autostart", "app.morvane.tappix.desktop")
@@ -386,29 +375,6 @@ class BehaviourAndLookPages(unittest.TestCase):
             s.press(switch)
             s.wait_until(lambda: not os.path.exists(entry), 5, message="the entry to go")
             self.assertFalse(s.find_all("label", AUTOSTART_PROBLEM, root=window))
-
-        with self.subTest("an autostart folder that cannot be written says so"):
-            switch = s.find("check box", "Launch at login", root=window)
-            if s.is_checked(switch):  # left on by a failure above
-                s.press(switch)
-                s.wait_until(lambda: not s.is_checked(switch), 5, message="the switch off")
-            # A file where the folder should be stops root too.
-            shutil.rmtree(os.path.dirname(entry), ignore_errors=True)
-            with open(os.path.dirname(entry), "w", encoding="utf-8") as f:
-                f.write("in the way\n")
-            s.press(switch)
-            ui.label(s, AUTOSTART_PROBLEM, root=window)
-            s.wait_until(lambda: not s.is_checked(switch), 5,
-                         message="the switch to go back off, as nothing starts at login")
-            os.remove(os.path.dirname(entry))
-
-        with self.subTest("switches store their preferences"):
-            for name, key, value in (("Keep icon bright when muted", "menuIconDimDisabled", True),
-                                     ("Sleep automatically", "sleepEnabled", True),
-                                     ("Preview when switching sounds", "switchPreviewDisabled",
-                                      True)):
-                s.press(s.find("check box", name, root=window))
-                s.wait_for_preference(key, value)
 
         with self.subTest("the app last in front goes on the list and its name is the reason"):
             desk = ui.Desk(s)
@@ -435,7 +401,7 @@ class BehaviourAndLookPages(unittest.TestCase):
             s.press(s.find("push button", "Remove Notes", root=window))
             s.wait_for_preference("sleepAppIds", [])
 
-        with self.subTest("the shortcut recorder takes a chord and refuses a bare letter"):
+        with self.subTest("the shortcut recorder refuses a bare letter and takes a chord"):
             field = s.find("push button", "Toggle keystroke sounds: " + ui.SHORTCUT, root=window)
             ui.focus_window(s, ui.SETTINGS)
             s.press(field)
@@ -446,14 +412,6 @@ class BehaviourAndLookPages(unittest.TestCase):
             s.wait_for_preference("toggleSoundsShortcut", "Ctrl+Alt+J")
             s.find("push button", "Toggle keystroke sounds: Ctrl+Alt+J", root=window)
 
-            # Another try: a bare letter, then Escape, keeps the shortcut.
-            s.press(s.find("push button", "Toggle keystroke sounds: Ctrl+Alt+J", root=window))
-            s.find("push button", "Toggle keystroke sounds: Type a shortcut…", root=window)
-            s.key("k")
-            ui.label(s, NEEDS_MODIFIER, root=window)
-            s.key("Escape")
-            s.find("push button", "Toggle keystroke sounds: Ctrl+Alt+J", root=window)
-            self.assertEqual(s.preferences().get("toggleSoundsShortcut"), "Ctrl+Alt+J")
 
         with self.subTest("typing a combination into the recorder does not also run it"):
             # The round trips above leave the key queue plenty of time to act on it.
@@ -480,12 +438,6 @@ class BehaviourAndLookPages(unittest.TestCase):
                                  5, message=lambda: "the background to change from %s" % (dark,))
             self.assertGreater(sum(light), sum(dark) + 300, (dark, light))
 
-        with self.subTest("key cast settings store their preferences"):
-            s.press(s.find("check box", "Cast my keys on screen", root=window))
-            s.wait_for_preference("visualizerEnabled", True)
-            s.press(s.find("push button", "Size: Large", root=window))
-            s.wait_for_preference("visualizerSize", "large")
-
 
 class CreatePage(unittest.TestCase):
 
@@ -509,14 +461,6 @@ class CreatePage(unittest.TestCase):
             kit = os.path.join(kits, "custom-desk-thock")
             self.assertTrue(os.path.isfile(os.path.join(kit, "config.json")), os.listdir(kits))
             ui.label(s, "Pack: Desk Thock", root=window)
-
-        with self.subTest("the panel lists it under YOURS"):
-            ui.close_window(s, ui.SETTINGS)
-            panel = ui.open_panel(self, s)
-            s.press(ui.button(s, "Sound kit: Desk Thock", panel))
-            s.find("heading", "YOURS", root=panel)
-            s.find("push button", "Desk Thock, chosen", root=panel)
-            ui.close_panel(s)
 
         with self.subTest("typing plays it"):
             ui.wait_for_quiet(s)
