@@ -5,6 +5,7 @@
 #include "platform/dbus/realtime_thread.h"
 
 #include <algorithm>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 namespace tappix {
@@ -26,19 +27,26 @@ PulseOutput::PulseOutput(int idleAfterMs)
       connection_(
           "Tappix", "tappix-pulse",
           {[this](pa_context* context) { onContextReady(context); }, [this] { dropStream(); }}),
-      mirror_(2 * kMirrorFrames), resend_(2 * kMirrorFrames) {}
+      wakeFd_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)), mirror_(2 * kMirrorFrames),
+      resend_(2 * kMirrorFrames) {}
 
 PulseOutput::~PulseOutput() {
     stop();
+    if (wakeFd_ >= 0)
+        close(wakeFd_);
 }
 
 bool PulseOutput::start(Mixer& mixer) {
     mixer_ = &mixer;
-    if (!connection_.start())
+    if (wakeFd_ < 0 || !connection_.start())
         return false;
+    connection_.lock();
+    // New sounds are started by the loop thread itself, woken through this: whoever asks
+    // for a sound never takes the loop's lock, so the loop never waits behind them.
+    wakeEvent_ = connection_.api()->io_new(connection_.api(), wakeFd_, PA_IO_EVENT_INPUT,
+                                           &PulseOutput::onWakeEvent, this);
     // Give the first connection a moment so sound is ready when start returns; the
     // loop keeps trying in the background either way.
-    connection_.lock();
     connection_.waitFor([this] { return playing_.load(); }, kStartWaitMs);
     const bool ready = stream_ && pa_stream_get_state(stream_) == PA_STREAM_READY;
     connection_.unlock();
@@ -59,6 +67,10 @@ bool PulseOutput::start(Mixer& mixer) {
 
 void PulseOutput::stop() {
     connection_.lock();
+    if (wakeEvent_) {
+        connection_.api()->io_free(wakeEvent_);
+        wakeEvent_ = nullptr;
+    }
     dropStream();
     connection_.unlock();
     connection_.stop();
@@ -235,6 +247,10 @@ void PulseOutput::onMoved(pa_stream* stream, void* self) {
 
 void PulseOutput::dropStream() {
     playing_ = false;
+    // Whatever was queued or ringing for this stream would sound late on the next one;
+    // and once nothing reads them, the player may free replaced samples at once.
+    if (mixer_)
+        mixer_->stopAll();
     if (retry_) {
         connection_.api()->time_free(retry_);
         retry_ = nullptr;
@@ -486,23 +502,30 @@ void PulseOutput::setIdle(pa_stream* stream, bool idle) {
 }
 
 void PulseOutput::wake() {
-    connection_.lock();
-    if (!stream_ || pa_stream_get_state(stream_) != PA_STREAM_READY) {
-        connection_.unlock();
+    // A system call, not a lock: the loop thread does the rest at its own priority.
+    if (wakeFd_ >= 0)
+        eventfd_write(wakeFd_, 1);
+}
+
+void PulseOutput::onWakeEvent(pa_mainloop_api*, pa_io_event*, int fd, pa_io_event_flags_t,
+                              void* self) {
+    // Loop thread: one pass starts every sound queued since the last.
+    eventfd_t count = 0;
+    eventfd_read(fd, &count);
+    auto* output = static_cast<PulseOutput*>(self);
+    pa_stream* stream = output->stream_;
+    if (!stream || pa_stream_get_state(stream) != PA_STREAM_READY)
         return;
-    }
-    if (!idle_.load()) {
+    if (!output->idle_.load()) {
         // Re-send the unplayed buffer with the new sound in it. When the sound already
         // went out with a regular write, or the mirror is not in step, nothing happens
         // and it plays at the end of the buffer.
-        resendWithNewSounds();
-        connection_.unlock();
+        output->resendWithNewSounds();
         return;
     }
     // Put the new sound at the read position, over the queued silence, so it starts
     // as soon as after any other key.
-    restartAtRead(stream_);
-    connection_.unlock();
+    output->restartAtRead(stream);
 }
 
 void PulseOutput::restartAtRead(pa_stream* stream) {

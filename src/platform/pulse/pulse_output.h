@@ -38,6 +38,11 @@ namespace tappix {
 /// second instead of a small one every few milliseconds; `wake` switches back and
 /// starts the new sound at the read position, so the first key after a silence is
 /// as quick as any other.
+///
+/// `wake` only signals the loop thread, which does that work at its own (real-time)
+/// priority: the thread asking for a sound never holds the loop's lock, so a busy
+/// machine preempting it cannot hold up the stream. When the stream goes away, what
+/// was queued or ringing for it is dropped, so nothing sounds late when it is back.
 class PulseOutput final : public AudioOutput {
 public:
     /// The buffer the stream asks the server for while sounds play. New sounds are
@@ -131,6 +136,8 @@ private:
     void forgetWritten();
     void restartAtRead(pa_stream* stream);
     bool resendWithNewSounds();
+    static void onWakeEvent(pa_mainloop_api*, pa_io_event*, int fd, pa_io_event_flags_t,
+                            void* self);
     static void onMeter(pa_mainloop_api*, pa_time_event*, const struct timeval*, void* self);
     void scheduleMeter();
     void scheduleStreamRetry();
@@ -141,6 +148,9 @@ private:
     pa_stream* stream_ = nullptr;
     pa_time_event* meter_ = nullptr;
     pa_time_event* retry_ = nullptr;
+    // Signalled by `wake`, read by the loop.
+    int wakeFd_ = -1;
+    pa_io_event* wakeEvent_ = nullptr;
     bool streamFailureLogged_ = false;
     std::atomic<bool> idle_{false};
     std::size_t quietFrames_ = 0;
