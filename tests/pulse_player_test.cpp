@@ -344,7 +344,7 @@ TEST_P(PulsePlayer, AStalledStreamResumesWithoutTheKeysTypedMeanwhile) {
         "tappix_a",
         [&] {
             server_->pause(true);
-            QThread::msleep(150);
+            QThread::msleep(PulseOutput::kStalledAfterMs + 200);
             for (int i = 0; i < 10; ++i) {
                 player_->playBuffer(tone(0.3f), 1, 1, 1);
                 QThread::msleep(40);

@@ -278,6 +278,7 @@ void PulseOutput::onStreamState(pa_stream* stream, void* self) {
     auto* output = static_cast<PulseOutput*>(self);
     switch (pa_stream_get_state(stream)) {
     case PA_STREAM_READY: {
+        output->lastRequestAt_ = pa_rtclock_now();
         output->playing_ = true;
         output->idle_ = false;
         output->quietFrames_ = 0;
@@ -321,6 +322,7 @@ void PulseOutput::onStreamState(pa_stream* stream, void* self) {
 
 void PulseOutput::onWrite(pa_stream* stream, std::size_t bytes, void* self) {
     auto* output = static_cast<PulseOutput*>(self);
+    output->lastRequestAt_ = pa_rtclock_now();
     if (output->playsInCycles_ && !output->idle_.load())
         output->markCycle(stream, bytes);
     // Everything the server asks for, always: what is left unwritten it still counts as
@@ -516,6 +518,8 @@ void PulseOutput::onWakeEvent(pa_mainloop_api*, pa_io_event*, int fd, pa_io_even
     pa_stream* stream = output->stream_;
     if (!stream || pa_stream_get_state(stream) != PA_STREAM_READY)
         return;
+    if (pa_rtclock_now() - output->lastRequestAt_ > kStalledAfterMs * PA_USEC_PER_MSEC)
+        return; // stalled: the sound waits for the stream to resume
     if (!output->idle_.load()) {
         // Re-send the unplayed buffer with the new sound in it. When the sound already
         // went out with a regular write, or the mirror is not in step, nothing happens

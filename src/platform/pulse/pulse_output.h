@@ -78,6 +78,10 @@ public:
     static constexpr std::size_t kMirrorFrames = 16384;
     /// How long `start` waits for the stream before returning (it keeps trying after).
     static constexpr int kStartWaitMs = 1000;
+    /// A stream the server has asked nothing of for this long has stalled (the idle
+    /// buffer is refilled every 125-190 ms): new sounds wait rather than being written
+    /// for whenever it resumes, when the mixer drops them as late.
+    static constexpr int kStalledAfterMs = 500;
 
     /// An output that idles after `idleAfterMs` of silence.
     explicit PulseOutput(int idleAfterMs = kIdleAfterMs);
@@ -169,6 +173,8 @@ private:
     std::atomic<std::uint64_t> underruns_{0};
     std::atomic<std::uint64_t> resends_{0};
     pa_usec_t gapsExpectedUntil_ = 0;
+    // When the server last asked for data (or the stream became ready). Loop thread.
+    pa_usec_t lastRequestAt_ = 0;
     // Whether the server plays in graph cycles (PipeWire's PulseAudio layer); learnt
     // from the server's name before the stream is made.
     bool playsInCycles_ = false;
