@@ -1,5 +1,6 @@
-// Device questions answered by a real sound server, and the /proc camera check.
+// Device questions answered by a real sound server, and the camera check.
 
+#include "platform/camera_watch.h"
 #include "platform/pulse/pulse_device_manager.h"
 
 #include "support/pipewire_server.h"
@@ -10,6 +11,8 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QTemporaryDir>
+#include <functional>
+#include <memory>
 
 using namespace tappix;
 using test::PulseServer;
@@ -86,19 +89,79 @@ TEST_P(DeviceQueries, BluetoothAndBuiltInOutputsFromTheSinkProperties) {
     PulseServer::pactl({"unload-module", jack});
 }
 
-TEST(CameraInUse, AProcessHoldingAVideoNodeCounts) {
-    QTemporaryDir proc;
-    auto process = [&](const char* pid, const char* fd, const char* target) {
-        QDir().mkpath(proc.filePath(QString("%1/fd").arg(pid)));
-        QFile::link(target, proc.filePath(QString("%1/fd/%2").arg(pid, fd)));
+// A camera is in use while some process holds its node open. The processes are looked
+// through once at the first question, when a node appears and after a close; an open is
+// seen as it happens, and while nothing is opened or closed, nothing is looked through.
+TEST(CameraWatch, OpensAndClosesAreSeenAndOnlyTheyLookThroughTheProcesses) {
+    QTemporaryDir root;
+    const QString dev = root.filePath("dev"), proc = root.filePath("proc");
+    QDir().mkpath(dev);
+    auto node = [&](const char* name) {
+        QFile file(dev + "/" + name);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
     };
-    process("100", "0", "/dev/null");
-    process("100", "5", "/dev/snd/pcmC0D0c");
-    QDir().mkpath(proc.filePath("self")); // not a process directory
-    EXPECT_FALSE(anyProcessHoldsVideoDevice(proc.path().toStdString()));
-    process("4242", "7", "/dev/video0");
-    EXPECT_TRUE(anyProcessHoldsVideoDevice(proc.path().toStdString()));
-    EXPECT_FALSE(anyProcessHoldsVideoDevice("/nonexistent"));
+    auto holds = [&](const char* pid, const char* target) {
+        QDir().mkpath(QString("%1/%2/fd").arg(proc, pid));
+        QFile::link(target[0] == '/' ? QString(target) : dev + "/" + target,
+                    QString("%1/%2/fd/7").arg(proc, pid));
+    };
+    auto lets = [&](const char* pid) { QDir(QString("%1/%2").arg(proc, pid)).removeRecursively(); };
+    auto openAndClose = [&](const char* name) {
+        QFile file(dev + "/" + name);
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    };
+    node("video0");
+    node("null");
+    holds("100", "/dev/snd/pcmC0D0c");
+    holds("200", "video0");
+    QDir().mkpath(proc + "/self/fd"); // not a process
+    CameraWatch camera(dev.toStdString(), proc.toStdString());
+    std::unique_ptr<QFile> held;
+    struct Step {
+        const char* what;
+        std::function<void()> happens;
+        bool inUse;
+    } steps[] = {
+        {"held before the first question", [] {}, true},
+        {"its holder closes it",
+         [&] {
+             lets("200");
+             openAndClose("video0");
+         },
+         false},
+        {"nothing opened or closed: no look", [&] { holds("300", "video0"); }, false},
+        {"opened",
+         [&] {
+             lets("300");
+             held = std::make_unique<QFile>(dev + "/video0");
+             ASSERT_TRUE(held->open(QIODevice::ReadOnly));
+         },
+         true},
+        {"another node opened and closed",
+         [&] {
+             node("other");
+             openAndClose("null");
+         },
+         true},
+        {"closed", [&] { held.reset(); }, false},
+        {"a node plugged in already held",
+         [&] {
+             holds("400", "video1");
+             node("video1");
+         },
+         true},
+        {"it is unplugged and let go",
+         [&] {
+             lets("400");
+             QFile::remove(dev + "/video1");
+         },
+         false},
+    };
+    for (const Step& step : steps) {
+        step.happens();
+        EXPECT_EQ(camera.inUse(), step.inUse) << step.what;
+    }
+    EXPECT_FALSE(CameraWatch("/nonexistent", "/nonexistent").inUse());
 }
 
 TEST(NoSoundServer, EveryQuestionIsAnsweredNoWithoutHanging) {

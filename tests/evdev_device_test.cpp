@@ -1,12 +1,21 @@
 #include "platform/evdev/evdev_capture.h"
 #include "platform/evdev/evdev_device.h"
 #include "platform/evdev/evdev_keymap.h"
+#include "platform/evdev/keyboard_nodes.h"
+
+#include "platform/capture_backends.h"
 
 #include "support/event_recorder.h"
+#include "support/threads.h"
 
 #include <gtest/gtest.h>
 
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 using namespace tappix;
@@ -138,7 +147,7 @@ TEST(EvdevDevice, RecordsSplitAcrossReadsAndDevicesThatVanish) {
 TEST(EvdevCapture, ReaderThreadDeliversAndSurvivesAVanishingDevice) {
     Stream first, second;
     EvdevCapture reader(DeviceRole::keyboard, "tappix-evtap", "/nonexistent");
-    KeyEventService service{CaptureBackends{}};
+    KeyEventService service{makeCaptureBackends()};
     test::EventRecorder recorder;
     recorder.attach(service);
     CaptureSink& sink = service.captureSink();
@@ -160,17 +169,101 @@ TEST(EvdevCapture, ReaderThreadDeliversAndSurvivesAVanishingDevice) {
         for (auto& e : recorder.take())
             events.push_back(std::move(e));
     }
+    // The reader and the key queue it hands keys to both run at real-time priority
+    // (here as root, as in CI; elsewhere through RealtimeKit).
+    if (geteuid() == 0) {
+        EXPECT_EQ(test::schedulingPolicies("tappix-evtap"), std::vector<int>{SCHED_FIFO});
+        EXPECT_EQ(test::schedulingPolicies("tappix-keys"), std::vector<int>{SCHED_FIFO});
+    }
     reader.stop();
     std::sort(events.begin(), events.end());
     EXPECT_EQ(events, (Events{"k 0 down", "k 0 up", "k 1 down", "k 1 up"}));
 }
 
-TEST(EvdevCapture, StartFailsWithoutDevicesAndLeavesNothingRunning) {
-    RecordingSink sink;
+// Keyboards and pointers fall back to X11 without a device of theirs; media keys have no
+// fallback, so their reader waits, and a device plugged in later is heard. The node is a
+// FIFO standing in for a media-key device.
+TEST(EvdevCapture, WithoutDevicesOnlyTheMediaReaderStartsAndHearsOnePluggedInLater) {
+    RecordingSink refused;
     EvdevCapture capture(DeviceRole::keyboard, "tappix-evtap", "/nonexistent");
-    EXPECT_FALSE(capture.start(sink));
+    EXPECT_FALSE(capture.start(refused));
     capture.stop();
-    EvdevCapture empty(DeviceRole::keyboard, "tappix-evtap", ::testing::TempDir());
-    EXPECT_FALSE(empty.start(sink));
+    QTemporaryDir dev;
+    const std::string dir = dev.path().toStdString();
+    EvdevCapture empty(DeviceRole::keyboard, "tappix-evtap", dir);
+    EXPECT_FALSE(empty.start(refused));
     EXPECT_TRUE(scanDevices("/nonexistent").empty());
+    EvdevCapture nowhere(DeviceRole::media, "tappix-media", "/nonexistent");
+    EXPECT_FALSE(nowhere.start(refused)); // nothing to watch either
+
+    KeyEventService service{CaptureBackends{}};
+    test::EventRecorder recorder;
+    recorder.attach(service);
+    EvdevCapture media(DeviceRole::media, "tappix-media", dir, [](int, DeviceReport& report) {
+        report.name = "stand-in";
+        report.media = true;
+        return true;
+    });
+    ASSERT_TRUE(media.start(service.captureSink()));
+    const std::string node = dir + "/event7";
+    ASSERT_EQ(::mkfifo(node.c_str(), 0600), 0);
+    int writer = -1; // opens once the reader has the node open
+    for (int i = 0; i < 2000 && writer < 0; ++i) {
+        writer = ::open(node.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        if (writer < 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    ASSERT_GE(writer, 0) << "the device plugged in was never opened";
+    const input_event press[] = {key(KEY_VOLUMEUP, 1), syn(), key(KEY_VOLUMEUP, 0), syn()};
+    ASSERT_EQ(::write(writer, press, sizeof press), static_cast<ssize_t>(sizeof press));
+    Events events;
+    for (int i = 0; i < 2000 && events.size() < 2; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        service.drain();
+        for (auto& e : recorder.take())
+            events.push_back(std::move(e));
+    }
+    media.stop();
+    ::close(writer);
+    EXPECT_EQ(events, (Events{"k 1000 down", "k 1000 up"}));
+}
+
+// Which nodes count as keyboards, from the kernel's key lists alone: letters and Space
+// in the lowest word; more words in front of it (most significant first); a node the
+// kernel says nothing about and that cannot be asked.
+TEST(KeyboardNodes, TheKernelsKeyListSaysWhichNodesAreKeyboards) {
+    QTemporaryDir dev, sysfs;
+    const struct {
+        const char* node;
+        const char* keys; // nullptr: no list in sysfs
+        bool keyboard;
+    } cases[] = {
+        // Q 16, A 30, Z 44, Space 57.
+        {"event0", "200100040010000", true},
+        {"event1", "1 0 0 200100040010000", true}, // media keys in higher words
+        {"event2", "200100040000000", false},      // no Q
+        {"event3", "0", false},
+        {"event4", "zz", false}, // unreadable list, and the node is no device when asked
+        {"event5", nullptr, false},
+        {"mouse0", "200100040010000", false}, // not an event node
+    };
+    for (const auto& c : cases) {
+        QFile(dev.filePath(c.node)).open(QIODevice::WriteOnly);
+        if (c.keys) {
+            const QString dir = sysfs.filePath(QString(c.node) + "/device/capabilities");
+            QDir().mkpath(dir);
+            QFile list(dir + "/key");
+            list.open(QIODevice::WriteOnly);
+            list.write(QByteArray(c.keys) + "\n");
+        }
+    }
+    std::vector<std::string> found;
+    for (const KeyboardNode& node :
+         keyboardNodes(dev.path().toStdString(), sysfs.path().toStdString()))
+        found.push_back(node.path.substr(node.path.rfind('/') + 1));
+    std::vector<std::string> expected;
+    for (const auto& c : cases)
+        if (c.keyboard)
+            expected.push_back(c.node);
+    EXPECT_EQ(found, expected);
 }

@@ -3,6 +3,7 @@
 
 #include "input/key_codes.h"
 #include "settings/json_file_preferences.h"
+#include "support/core_app.h"
 #include "support/fake_time.h"
 #include "support/temp_prefs.h"
 
@@ -13,13 +14,19 @@ using namespace std::chrono_literals;
 
 namespace {
 
+/// Answers as the test says, and notes where it was asked.
 struct FakeDevices final : NullAudioDeviceManager {
     bool microphone = false, camera = false, bluetooth = false, builtIn = false;
     int queries = 0;
-    bool isMicrophoneInUse() override { return ++queries, microphone; }
-    bool isCameraInUse() override { return ++queries, camera; }
-    bool isDefaultOutputBluetooth() override { return ++queries, bluetooth; }
-    bool isDefaultOutputBuiltIn() override { return ++queries, builtIn; }
+    bool askedOnMainThread = false;
+    bool isMicrophoneInUse() override { return asked(), microphone; }
+    bool isCameraInUse() override { return asked(), camera; }
+    bool isDefaultOutputBluetooth() override { return asked(), bluetooth; }
+    bool isDefaultOutputBuiltIn() override { return asked(), builtIn; }
+    void asked() {
+        ++queries;
+        askedOnMainThread |= QThread::currentThread() == QCoreApplication::instance()->thread();
+    }
 };
 
 struct FakeNotifier final : UserNotifier {
@@ -54,10 +61,21 @@ struct Sleep {
     std::vector<std::string> changes;
 
     Sleep() {
+        test::app(); // the devices' answers come back through the event loop
         monitor.setOnChange([this](bool sleeping, std::optional<QString> reason) {
             changes.push_back(sleeping ? reason->toStdString() : "awake");
         });
         settings.setSleepEnabled(true);
+    }
+    /// Starts, and lets the devices answer.
+    void start() {
+        monitor.start();
+        monitor.waitForAnswers();
+    }
+    /// Lets `step` pass, and the devices answer the polls on the way.
+    void poll(std::chrono::milliseconds step) {
+        time.advance(step);
+        monitor.waitForAnswers();
     }
 };
 
@@ -68,32 +86,52 @@ TEST(SleepMonitor, TriggersInPriorityOrderAndOnlyFlipsAreReported) {
     s.settings.setSleepTriggerMicrophone(true);
     s.settings.setSleepTriggerCamera(true);
     s.devices.microphone = s.devices.camera = true;
-    s.monitor.start();
+    s.start();
     EXPECT_EQ(s.changes, std::vector<std::string>{"The microphone is live"});
     s.devices.microphone = false; // the camera keeps it asleep: nothing to report
-    s.time.advance(2s);
+    s.poll(2s);
     EXPECT_EQ(s.changes.size(), 1u);
     s.devices.camera = false;
-    s.time.advance(1999ms);
+    s.poll(1999ms);
     EXPECT_EQ(s.changes.size(), 1u); // not polled yet
-    s.time.advance(1ms);
+    s.poll(1ms);
     EXPECT_EQ(s.changes, (std::vector<std::string>{"The microphone is live", "awake"}));
+}
+
+// Every 2 s the devices are asked (a sound server can take tens of milliseconds to
+// answer); the main thread, where the windows live, never waits for them.
+TEST(SleepMonitor, DevicesAreAskedOffTheMainThreadAndAnswerLater) {
+    Sleep s;
+    s.settings.setSleepTriggerMicrophone(true);
+    s.settings.setSleepTriggerCamera(true);
+    s.devices.camera = true;
+    s.monitor.start();
+    EXPECT_TRUE(s.changes.empty()); // not answered yet
+    s.monitor.waitForAnswers();
+    EXPECT_EQ(s.changes, std::vector<std::string>{"The camera is on"});
+    s.devices.camera = false;
+    s.time.advance(2s);
+    s.monitor.start(); // a poll while one is under way is asked once it is answered
+    s.monitor.waitForAnswers();
+    EXPECT_EQ(s.changes, (std::vector<std::string>{"The camera is on", "awake"}));
+    EXPECT_EQ(s.devices.queries, 6);
+    EXPECT_FALSE(s.devices.askedOnMainThread);
 }
 
 TEST(SleepMonitor, DisabledTriggersAndSwitchingOffWake) {
     Sleep s;
     s.devices.microphone = s.devices.camera = s.devices.bluetooth = s.devices.builtIn = true;
-    s.monitor.start();
-    s.time.advance(10s);
+    s.start();
+    s.poll(10s);
     EXPECT_TRUE(s.changes.empty()); // every trigger off: never sleeps
     EXPECT_EQ(s.devices.queries, 0);
 
     s.settings.setSleepTriggerSpeakers(true);
-    s.time.advance(2s);
+    s.poll(2s);
     s.settings.setSleepTriggerHeadphones(true);
-    s.time.advance(2s); // a higher trigger now holds too, but it is already asleep
+    s.poll(2s); // a higher trigger now holds too, but it is already asleep
     s.settings.setSleepEnabled(false);
-    s.time.advance(2s);
+    s.poll(2s);
     EXPECT_EQ(s.changes, (std::vector<std::string>{"Playing through built-in speakers", "awake"}));
 }
 
@@ -102,9 +140,9 @@ TEST(SleepMonitor, NotificationsCarryTheExactTextsAndOneIdentifier) {
     s.settings.setNotificationsEnabled(true);
     s.settings.setSleepTriggerHeadphones(true);
     s.devices.bluetooth = true;
-    s.monitor.start();
+    s.start();
     s.devices.bluetooth = false;
-    s.time.advance(2s);
+    s.poll(2s);
     EXPECT_EQ(s.notifier.posted,
               (std::vector<std::string>{"tappix.sleep|Sleeping|Headphones are connected",
                                         "tappix.sleep|Clacking again|Keystroke sounds are back"}));
@@ -156,7 +194,7 @@ TEST(SleepMonitor, WindowTriggersComeAfterTheDeviceTriggersInTheirOrder) {
         s.settings.setSleepTriggerApps(c.on & apps);
         s.settings.setSleepAppIds(c.listed);
         s.focus.show(c.front);
-        s.monitor.start();
+        s.start();
         EXPECT_EQ(s.changes.empty() ? "awake" : s.changes.back(), c.expected) << c.what;
     }
 }
@@ -165,7 +203,7 @@ TEST(SleepMonitor, FocusChangesAreEvaluatedAtOnceAndTheLastOtherAppIsKept) {
     Sleep s;
     s.settings.setSleepTriggerApps(true);
     s.settings.setSleepAppIds({"org.example.Notes", "XTerm"});
-    s.monitor.start();
+    s.start();
     s.focus.show(window("org.example.Notes", "Notes")); // no poll needed
     s.focus.show(window("XTerm", "XTerm"));             // still asleep: not news
     s.focus.show(window("tappix", "Tappix", {}, false, true));
@@ -175,7 +213,7 @@ TEST(SleepMonitor, FocusChangesAreEvaluatedAtOnceAndTheLastOtherAppIsKept) {
 
     s.monitor.stop();
     s.focus.show(window("XTerm", "XTerm"));
-    s.time.advance(10s);
+    s.poll(10s);
     EXPECT_EQ(s.changes.size(), 2u); // stopped: neither listening nor polling
 }
 

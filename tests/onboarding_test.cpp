@@ -1,6 +1,8 @@
 // The first-run window: the step it shows for where Tappix runs from and whether keys
-// can be heard, its commands, moving on by itself, and both ways of ending the first
-// run. Pictures of each step are taken by tests/ui/test_onboarding.py.
+// can be heard, its commands, asking for the keyboards' group and starting again with
+// it, moving on by itself, and both ways of ending the first run. Pictures of each step
+// are taken by tests/ui/test_onboarding.py; the real group change, sg and the hand-over
+// by tests/ui/test_keyboard_access.py.
 
 #include "support/stand_in_app.h"
 #include "ui/desktop_shell.h"
@@ -52,6 +54,39 @@ HarnessOptions firstLaunch(bool captureIsPossible, QJsonObject preferences = {})
     return options;
 }
 
+/// The system's side of joining the keyboards' group, played by the test: the state
+/// it reports, the password prompt left open until the test answers it, and the
+/// processes started again with the group.
+struct GroupSystem {
+    KeyboardAccess access{KeyboardAccess::State::notMember, "input"};
+    std::function<void(GroupJoinResult)> prompt;
+    QStringList asked, started;
+    bool startWorks = true;
+
+    HarnessOptions launch(bool tookOver = false) {
+        HarnessOptions options = firstLaunch(false);
+        options.platform = [this, tookOver](AppDelegate::Platform& p) {
+            p.keyboardAccess = [this] { return access; };
+            p.canAskToJoin = [] { return true; };
+            p.askToJoin = [this](const QString& group, std::function<void(GroupJoinResult)> done) {
+                asked << group;
+                prompt = std::move(done);
+                return true;
+            };
+            p.startWithGroup = [this](const QString& group) {
+                started << group;
+                return startWorks;
+            };
+            p.tookOver = tookOver;
+        };
+        return options;
+    }
+    void answer(GroupJoinResult result) {
+        std::exchange(prompt, {})(result);
+        settle();
+    }
+};
+
 } // namespace
 
 TEST(OnboardingModel, TemporaryAndRemovablePlacesAreTheOnesTheDesktopForgets) {
@@ -77,10 +112,22 @@ TEST(OnboardingModel, NoWayToAskAboutTheKeysCountsAsKeysNotHeard) {
 TEST(OnboardingModel, CommandsOpenTheRightFoldersAndCopyTheCommand) {
     test::FakeTime time;
     QList<QUrl> opened;
+    QStringList shown;
+    bool fileManager = false;
     OnboardingModel model(time, {.executablePath = [] { return QString("/tmp/x/Tappix.AppImage"); },
-                                 .openUrl = [&opened](const QUrl& url) { opened << url; }});
+                                 .openUrl = [&opened](const QUrl& url) { opened << url; },
+                                 .showFile =
+                                     [&](const QString& path, std::function<void()> otherwise) {
+                                         shown << path;
+                                         if (!fileManager)
+                                             otherwise();
+                                     }});
     model.openHome();
+    // The program selected in the file manager; its folder where none answers.
     model.showTappix();
+    fileManager = true;
+    model.showTappix();
+    EXPECT_EQ(shown, QStringList({"/tmp/x/Tappix.AppImage", "/tmp/x/Tappix.AppImage"}));
     EXPECT_EQ(opened,
               (QList<QUrl>{QUrl::fromLocalFile(QDir::homePath()), QUrl::fromLocalFile("/tmp/x")}));
 
@@ -154,5 +201,71 @@ TEST(Onboarding, DoneAndTheCloseBoxBothEndTheFirstRun) {
         EXPECT_TRUE(run.file().value("hasSeenWelcome").toBool()) << "written to the file";
         // The offscreen platform has no tray, so the panel stays closed.
         EXPECT_FALSE(shell.menuBar().isPanelVisible());
+    }
+}
+
+TEST(Onboarding, AllowKeyboardAccessAsksOnceAndStartsTappixAgainWithTheGroup) {
+    RunsFrom home("/opt/Tappix.AppImage");
+    GroupSystem system;
+    Harness run(system.launch());
+    OnboardingModel& model = run.delegate->shell()->onboarding();
+    settle();
+    ASSERT_EQ(model.step(), "permission");
+    EXPECT_EQ(model.access(), "notMember");
+    EXPECT_TRUE(model.canAskForAccess());
+
+    // Refused: the step stays, with one line saying so (the other answers are in
+    // tests/ui); a second press while the prompt is open asks nothing.
+    model.allowAccess();
+    EXPECT_EQ(model.accessNote(), "Waiting for your password…");
+    model.allowAccess();
+    system.answer(GroupJoinResult::refused);
+    EXPECT_EQ(model.accessNote(), "The system did not allow the change. Nothing was changed.");
+    EXPECT_EQ(model.step(), "permission");
+    EXPECT_EQ(system.asked, QStringList{"input"});
+    EXPECT_TRUE(system.started.isEmpty());
+
+    // Joined: Tappix starts again with the group at once, not at the next poll, and once.
+    model.allowAccess();
+    system.access.state = KeyboardAccess::State::memberNotInSession;
+    system.answer(GroupJoinResult::joined);
+    EXPECT_EQ(system.started, QStringList{"input"});
+    EXPECT_EQ(model.access(), "memberNotInSession");
+    EXPECT_EQ(model.accessNote(),
+              "You're in the input group now.\nTappix is starting again with it…");
+    EXPECT_TRUE(run.delegate->expectsTakeOver());
+    run.time.advance(5s);
+    EXPECT_EQ(system.started.size(), 1);
+
+    // The new Tappix never took over: the group comes with the next login.
+    run.time.advance(AppDelegate::kTakeOverWait);
+    EXPECT_FALSE(run.delegate->expectsTakeOver());
+    EXPECT_TRUE(model.accessNote().contains("Log out and back in"))
+        << model.accessNote().toStdString();
+    EXPECT_EQ(system.started.size(), 1);
+}
+
+// A member whose session started before joining, where starting again cannot help:
+// this Tappix was itself started that way, or cannot start one. The next login brings it.
+TEST(Onboarding, AMemberWhoseSessionPredatesTheGroupStartsAgainWithItOnlyOnce) {
+    RunsFrom home("/opt/Tappix.AppImage");
+    const struct {
+        bool tookOver, startWorks;
+        int starts;
+    } cases[] = {{false, false, 1}, {true, true, 0}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "took over " << c.tookOver);
+        GroupSystem system;
+        system.access.state = KeyboardAccess::State::memberNotInSession;
+        system.startWorks = c.startWorks;
+        Harness run(system.launch(c.tookOver));
+        OnboardingModel& model = run.delegate->shell()->onboarding();
+        settle();
+        run.time.advance(5s);
+        EXPECT_EQ(system.started.size(), c.starts);
+        EXPECT_FALSE(run.delegate->expectsTakeOver());
+        EXPECT_TRUE(run.delegate->shell()->isOnboardingVisible());
+        EXPECT_FALSE(model.canAskForAccess());
+        EXPECT_TRUE(model.accessNote().contains("Log out and back in"));
     }
 }

@@ -269,11 +269,20 @@ TEST(SoundEngine, MouseSoundsByOption) {
     f.apply();
     f.engine->useMouseKit("up");
     f.engine->handleMouse(MouseButton::right, true);
+    // A kit that is not installed is silent, not the kit chosen before it.
+    f.settings.mouseSound = MouseSoundOption::parse("not-installed");
+    f.apply();
+    f.engine->useMouseKit("not-installed");
+    f.engine->handleMouse(MouseButton::right, true);
+    f.settings.mouseSound = MouseSoundOption::parse("up");
+    f.apply();
+    f.engine->useMouseKit("up");
+    f.engine->handleMouse(MouseButton::right, true);
     f.settings.mouseSound = MouseSoundOption::parse("match-keyboard");
     f.apply();
     f.engine->handleMouse(MouseButton::right, true);
     f.engine->handleMouse(MouseButton::right, false); // the main kit has no releases
-    EXPECT_EQ(f.player.names(), (Names{"mouse", "main/alpha.wav"}));
+    EXPECT_EQ(f.player.names(), (Names{"mouse", "mouse", "main/alpha.wav"}));
 }
 
 TEST(SoundEngine, PreviewsIgnoreTheEventRules) {

@@ -5,6 +5,7 @@
 #include "platform/x11/x11_capture.h"
 
 #include "support/event_recorder.h"
+#include "support/threads.h"
 #include "support/xvfb_server.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +13,7 @@
 #include <QCoreApplication>
 #include <chrono>
 #include <thread>
+#include <unistd.h>
 
 using namespace tappix;
 using Events = std::vector<std::string>;
@@ -71,6 +73,10 @@ TEST_F(X11Capture, TypedWordGivesEachKeyOnceInOrder) {
     ASSERT_TRUE(test::XvfbServer::xdotool({"type", "--delay", "30", "keys"}));
     EXPECT_EQ(collect(8), (Events{"k 40 down", "k 40 up", "k 14 down", "k 14 up", "k 16 down",
                                   "k 16 up", "k 1 down", "k 1 up"}));
+    // The reader is the first hop of every key: real-time, as the key queue is.
+    if (geteuid() == 0) {
+        EXPECT_EQ(test::schedulingPolicies("tappix-x11keys"), std::vector<int>{SCHED_FIFO});
+    }
 }
 
 TEST_F(X11Capture, HeldKeyRepeatsGiveNothing) {

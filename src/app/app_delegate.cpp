@@ -28,7 +28,11 @@ AppDelegate::AppDelegate(Platform platform, const QString& preferencesPath,
                                               : std::function<std::unique_ptr<Microphone>()>(
                                                     [] { return makeMicrophone(); })),
       setLaunchAtLogin_(std::move(platform.setLaunchAtLogin)),
-      captureIsPossible_(std::move(platform.captureIsPossible)) {
+      captureIsPossible_(std::move(platform.captureIsPossible)),
+      keyboardAccess_(std::move(platform.keyboardAccess)),
+      canAskToJoin_(std::move(platform.canAskToJoin)), askToJoin_(std::move(platform.askToJoin)),
+      startWithGroup_(std::move(platform.startWithGroup)), showFile_(std::move(platform.showFile)),
+      tookOver_(platform.tookOver) {
     preferences_ = std::make_unique<JsonFilePreferences>(preferencesPath, scheduler_);
     settings_ = std::make_unique<SettingsStore>(*preferences_, scheduler_);
     themes_ = std::make_unique<ThemeStore>(*preferences_);
@@ -110,16 +114,20 @@ void AppDelegate::start() {
     if (updateChecker_)
         updateChecker_->start();
 
-    wasTrusted_ = captureIsPossible_ && captureIsPossible_();
-    if (wasTrusted_)
+    const bool possible = captureIsPossible_ && captureIsPossible_();
+    wasTrusted_ = possible;
+    if (possible)
         startCapture();
     else
         qCWarning(lcApp, "key capture is not possible yet: run tappix-doctor to see why; "
                          "checking again every 2 s");
     if (shell_) {
-        shell_->panelModel().setCaptureIsPossible(wasTrusted_);
+        // The panel asks for access, not for a capture that failed for another reason.
+        shell_->panelModel().setCaptureIsPossible(possible);
         showWelcomeOrSettings();
     }
+    if (!possible)
+        checkAccess();
     connect(&permissionTimer_, &QTimer::timeout, this, &AppDelegate::permissionTick);
     permissionTimer_.start(kPermissionPollMs);
 }
@@ -157,6 +165,10 @@ void AppDelegate::makeShell() {
     };
     services.importPack = &tappix::importPack;
     services.captureIsPossible = [this] { return captureIsPossible_ && captureIsPossible_(); };
+    services.keyboardAccess = keyboardAccess_;
+    services.canAskToJoin = canAskToJoin_;
+    services.askToJoin = askToJoin_;
+    services.showFile = showFile_;
     services.windowsDrawClear = [] {
 #ifdef TAPPIX_WITH_X11
         // On X11 only a compositing manager shows a window's clear parts; Wayland always does.
@@ -196,10 +208,14 @@ void AppDelegate::makeShell() {
     connect(&panel, &MenuPanelModel::quitRequested, this, quit);
     connect(&shell_->onboarding(), &OnboardingModel::finished, this,
             &AppDelegate::finishOnboarding);
+    // Joined a moment ago: start again with the group at once, not at the next poll.
+    connect(&shell_->onboarding(), &OnboardingModel::joinedGroup, this, &AppDelegate::checkAccess);
 }
 
 void AppDelegate::showWelcomeOrSettings() {
-    if (!settings_->hasSeenWelcome() || !wasTrusted_) {
+    // Started again with the keyboards' group: the first-run window goes on where the
+    // one before left it.
+    if (tookOver_ || !settings_->hasSeenWelcome() || !wasTrusted_) {
         showOnboarding();
         return;
     }
@@ -446,6 +462,8 @@ void AppDelegate::finishOnboarding() {
 
 void AppDelegate::permissionTick() {
     const bool possible = captureIsPossible_ && captureIsPossible_();
+    if (!possible)
+        checkAccess();
     if (possible == wasTrusted_)
         return;
     wasTrusted_ = possible;
@@ -458,7 +476,46 @@ void AppDelegate::permissionTick() {
     }
     // The panel asks for access while keys cannot be heard.
     if (shell_)
-        shell_->panelModel().setCaptureIsPossible(wasTrusted_);
+        shell_->panelModel().setCaptureIsPossible(possible);
+}
+
+void AppDelegate::checkAccess() {
+    if (!keyboardAccess_ || shutDown_ || restart_ != Restart::none)
+        return;
+    const KeyboardAccess access = keyboardAccess_();
+    if (access.state != KeyboardAccess::State::memberNotInSession)
+        return;
+    const QString group = QString::fromStdString(access.group);
+    // A member by the database whose session predates it: a process started with the
+    // group hears keys now, without logging out. Once only: a Tappix that was itself
+    // started that way and still lacks the group leaves it to the next login.
+    if (tookOver_ || !startWithGroup_) {
+        qCWarning(lcApp, "in the group %s but this process lacks it; it comes with the next login",
+                  qPrintable(group));
+        setRestart(Restart::failed);
+        return;
+    }
+    qCInfo(lcApp, "in the group %s since this session started: starting again with it",
+           qPrintable(group));
+    setRestart(Restart::starting);
+    if (!startWithGroup_(group)) {
+        setRestart(Restart::failed);
+        return;
+    }
+    QPointer<AppDelegate> self = this;
+    scheduler_.schedule(kTakeOverWait, [self] {
+        if (self && self->restart_ == Restart::starting) {
+            qCWarning(lcApp, "the Tappix started with the new group never took over; "
+                             "the group comes with the next login");
+            self->setRestart(Restart::failed);
+        }
+    });
+}
+
+void AppDelegate::setRestart(Restart restart) {
+    restart_ = restart;
+    if (shell_)
+        shell_->onboarding().setRestart(restart);
 }
 
 void AppDelegate::startCapture() {

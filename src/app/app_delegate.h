@@ -7,6 +7,7 @@
 #include "core/clock.h"
 #include "core/qt_scheduler.h"
 #include "input/key_event_service.h"
+#include "input/keyboard_access.h"
 #include "input/shortcut_matcher.h"
 #include "kits/soundpack_store.h"
 #include "monitors/focus_source.h"
@@ -45,6 +46,8 @@ public:
     static constexpr const char* kFirstKit = "ibm-buckling-spring";
     /// How long after the first run ends the panel opens to show where Tappix lives.
     static constexpr std::chrono::milliseconds kShowPanelAfterOnboarding{350};
+    /// How long a Tappix started again with a new group has to take over.
+    static constexpr std::chrono::milliseconds kTakeOverWait{20000};
 
     /// The platform parts the delegate runs on (real ones in `tappix`, others in tests).
     struct Platform {
@@ -73,6 +76,22 @@ public:
         std::unique_ptr<FocusSource> focus = {};
         /// Makes a recording of the default microphone; the sound server's when null.
         std::function<std::unique_ptr<Microphone>()> makeMicrophone = {};
+        /// Whether the user may read the keyboards, and which group would let them;
+        /// nothing is offered when null.
+        std::function<KeyboardAccess()> keyboardAccess = {};
+        /// Whether the system can be asked to add the user to a group.
+        std::function<bool()> canAskToJoin = {};
+        /// Asks the system to add the user to a group; false when it cannot be asked.
+        std::function<bool(const QString& group, std::function<void(GroupJoinResult)> done)>
+            askToJoin = {};
+        /// Starts Tappix again as a process of its own that also holds `group` and takes
+        /// over from this one; false when it could not be started.
+        std::function<bool(const QString& group)> startWithGroup = {};
+        /// Shows a file selected in the desktop's file manager, or calls `otherwise`.
+        std::function<void(const QString& path, std::function<void()> otherwise)> showFile = {};
+        /// This process took over from a Tappix that joined the keyboards' group: it opens
+        /// the first-run window, and never starts itself again.
+        bool tookOver = false;
     };
 
     /// Builds the services in order: settings, kits (scanned at once), player, capture
@@ -119,6 +138,9 @@ public:
     void finishOnboarding();
     /// The windows, when Tappix shows itself and has started. Main thread.
     DesktopShell* shell() { return shell_.get(); }
+    /// Whether a process asking to take over is the one this Tappix started again with
+    /// the keyboards' group (and still waits for). Main thread.
+    bool expectsTakeOver() const { return restart_ == Restart::starting; }
 
     /// The kits found at start. Main thread.
     const SoundpackStore& packStore() const { return *packStore_; }
@@ -146,6 +168,8 @@ private:
     void applyShortcut();
     void permissionTick();
     void startCapture();
+    void checkAccess();
+    void setRestart(OnboardingModel::Restart restart);
     void sleepChanged(bool isSleeping, const std::optional<QString>& reason);
     void chooseFirstKit();
     void makeShell();
@@ -192,6 +216,14 @@ private:
     std::function<std::unique_ptr<Microphone>()> makeMicrophone_;
     std::function<bool(bool)> setLaunchAtLogin_;
     std::function<bool()> captureIsPossible_;
+    std::function<KeyboardAccess()> keyboardAccess_;
+    std::function<bool()> canAskToJoin_;
+    std::function<bool(const QString&, std::function<void(GroupJoinResult)>)> askToJoin_;
+    std::function<bool(const QString&)> startWithGroup_;
+    std::function<void(const QString&, std::function<void()>)> showFile_;
+    bool tookOver_ = false;
+    using Restart = OnboardingModel::Restart;
+    Restart restart_ = Restart::none;
     QTimer permissionTimer_;
     bool wasTrusted_ = false;
     bool applyQueued_ = false;

@@ -55,6 +55,9 @@ struct Options {
                               QStringLiteral("Print Enabled, Volume, Kit, Mix and Sleeping, "
                                              "one line each.")};
     QCommandLineOption quit{QStringLiteral("quit"), QStringLiteral("Quit Tappix.")};
+    // Given by a Tappix that starts itself again with a group it just joined: this
+    // process takes over from it. Not for people.
+    QCommandLineOption takeOver{QStringLiteral("take-over"), QString()};
 
     std::vector<QCommandLineOption> qt;
 
@@ -64,6 +67,8 @@ struct Options {
         for (const auto* option : {&help, &version, &toggle, &on, &off, &volume, &kit, &mix, &panel,
                                    &settings, &status, &quit})
             parser.addOption(*option);
+        takeOver.setFlags(QCommandLineOption::HiddenFromHelp);
+        parser.addOption(takeOver);
         parser.addPositionalArgument(QStringLiteral("PAGE"),
                                      QStringLiteral("With --settings: the page to open."),
                                      QStringLiteral("[PAGE]"));
@@ -163,6 +168,8 @@ CommandLine::CommandLine(const QStringList& arguments) {
         requests_.push_back({Kind::quit, {}});
     if (!requests_.empty())
         mode_ = Mode::remote;
+    else
+        takeOver_ = parser.isSet(o.takeOver);
 }
 
 int CommandLine::run(const RemoteControlClient& client, QTextStream& out, QTextStream& err) const {

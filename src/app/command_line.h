@@ -67,6 +67,9 @@ public:
     Mode mode() const { return mode_; }
     /// The requests, in the order they run (remote mode).
     const std::vector<Request>& requests() const { return requests_; }
+    /// Whether this start takes over from a running Tappix that started it again with a
+    /// group it lacked (start mode).
+    bool takeOver() const { return takeOver_; }
     /// Why parsing failed (usage error, bad value).
     const QString& error() const { return error_; }
     /// The usage text that --help prints.
@@ -88,6 +91,7 @@ private:
     std::vector<Request> requests_;
     QString error_;
     QString usage_;
+    bool takeOver_ = false;
 };
 
 } // namespace tappix

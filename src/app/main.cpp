@@ -6,12 +6,15 @@
 #include "core/log.h"
 #include "platform/audio_backends.h"
 #include "platform/capture_backends.h"
+#include "platform/dbus/file_manager.h"
 #include "platform/dbus/freedesktop_notifier.h"
 #include "platform/dbus/remote_control_service.h"
 #include "platform/focus_backends.h"
+#include "platform/keyboard_group.h"
 #include "platform/network/https_feed_fetcher.h"
 #include "platform/xdg/autostart_entry.h"
 #include "ui/desktop_shell.h"
+#include "ui/onboarding_model.h"
 
 #include <QCoreApplication>
 #include <QSocketNotifier>
@@ -43,7 +46,7 @@ int main(int argc, char** argv) {
     QCoreApplication::setApplicationVersion(QStringLiteral(TAPPIX_VERSION));
 
     tappix::SingleInstance instance;
-    if (instance.claim() == tappix::SingleInstance::Role::handedOff)
+    if (instance.claim(commandLine.takeOver()) == tappix::SingleInstance::Role::handedOff)
         return 0;
 
     // SIGTERM (logout, systemd) and SIGINT (Ctrl+C) quit like the menu does: the
@@ -74,9 +77,32 @@ int main(int argc, char** argv) {
         return tappix::AutostartEntry().setEnabled(enabled,
                                                    QCoreApplication::applicationFilePath());
     };
+    // Joining the keyboards' group, and having it before the next login: started again
+    // through sg with the same arguments, the new Tappix takes over from this one.
+    tappix::KeyboardGroup keyboardGroup;
+    platform.keyboardAccess = &tappix::keyboardAccess;
+    platform.canAskToJoin = &tappix::KeyboardGroup::canAsk;
+    platform.askToJoin = [&keyboardGroup](const QString& group,
+                                          std::function<void(tappix::GroupJoinResult)> done) {
+        return keyboardGroup.askToJoin(group,
+                                       [done = std::move(done)](tappix::GroupJoinResult result,
+                                                                const QString&) { done(result); });
+    };
+    QStringList arguments = QCoreApplication::arguments().mid(1);
+    arguments.removeAll(QStringLiteral("--take-over"));
+    arguments.append(QStringLiteral("--take-over"));
+    platform.startWithGroup = [arguments](const QString& group) {
+        return tappix::KeyboardGroup::startWithGroup(
+            group, tappix::OnboardingModel::runningExecutable(), arguments);
+    };
+    platform.showFile = &tappix::showInFileManager;
+    platform.tookOver = commandLine.takeOver();
     tappix::AppDelegate delegate(std::move(platform), tappix::JsonFilePreferences::defaultPath(),
                                  tappix::SoundpackStore::defaultBundleDirectory(),
                                  tappix::SoundpackStore::defaultUserDirectory());
+    instance.setTakeOverPolicy([&delegate] { return delegate.expectsTakeOver(); });
+    QObject::connect(&instance, &tappix::SingleInstance::takenOver, app.get(),
+                     &QCoreApplication::quit);
     delegate.start();
     QObject::connect(&instance, &tappix::SingleInstance::reopenRequested, &delegate,
                      &tappix::AppDelegate::reopen);

@@ -11,7 +11,9 @@ namespace tappix {
 namespace {
 
 const QByteArray kReopen = QByteArrayLiteral("reopen\n");
+const QByteArray kTakeOver = QByteArrayLiteral("take-over\n");
 const QByteArray kDone = QByteArrayLiteral("ok\n");
+const QByteArray kRefused = QByteArrayLiteral("no\n");
 // A request is one short line; anything longer is not a Tappix talking.
 constexpr qint64 kMaxRequest = 64;
 // Two launches at the same moment take turns at deciding who runs.
@@ -37,16 +39,24 @@ SingleInstance::~SingleInstance() {
         server_.close(); // removes the socket file
 }
 
-SingleInstance::Role SingleInstance::claim() {
+SingleInstance::Role SingleInstance::claim(bool takeOver) {
     QLockFile lock(socketPath_ + QStringLiteral(".lock"));
     if (!lock.tryLock(kLockTimeoutMs))
         qCWarning(lcApp, "could not lock %s.lock; deciding without it", qPrintable(socketPath_));
 
-    if (askRunningToReopen())
+    switch (ask(takeOver ? kTakeOver : kReopen, takeOver)) {
+    case Answer::none:
+        break;
+    case Answer::agreed:
+        if (!takeOver)
+            return Role::handedOff;
+        break;
+    case Answer::refused:
         return Role::handedOff;
+    }
 
     // Nobody answers (and the lock keeps other launches from starting meanwhile): any
-    // file there was left by a process that died.
+    // file there was left by a process that died, or one that just made way.
     if (QFileInfo::exists(socketPath_)) {
         qCInfo(lcApp, "removing a stale instance socket at %s", qPrintable(socketPath_));
         QLocalServer::removeServer(socketPath_);
@@ -57,21 +67,40 @@ SingleInstance::Role SingleInstance::claim() {
     return Role::first;
 }
 
-bool SingleInstance::askRunningToReopen() {
+SingleInstance::Answer SingleInstance::ask(const QByteArray& request, bool waitForExit) {
     QLocalSocket socket;
     socket.connectToServer(socketPath_);
     if (!socket.waitForConnected(kAnswerTimeoutMs))
-        return false;
-    socket.write(kReopen);
+        return Answer::none;
+    socket.write(request);
     if (!socket.waitForBytesWritten(kAnswerTimeoutMs))
-        return false;
-    // The answer only confirms it; the request is delivered either way.
-    if (!socket.waitForReadyRead(kAnswerTimeoutMs) || !socket.readAll().startsWith(kDone))
-        qCWarning(lcApp, "the running Tappix did not confirm the reopen request");
-    else
-        qCInfo(lcApp, "Tappix is already running; asked it to reopen");
-    socket.disconnectFromServer();
-    return true;
+        return Answer::none;
+    // A late yes to a take-over would leave no Tappix running: wait as long as it takes.
+    const bool answered =
+        socket.waitForReadyRead(waitForExit ? kTakeOverTimeoutMs : kAnswerTimeoutMs);
+    const QByteArray answer = answered ? socket.readAll() : QByteArray();
+    if (!waitForExit) {
+        // The answer only confirms it; the request is delivered either way.
+        if (!answer.startsWith(kDone))
+            qCWarning(lcApp, "the running Tappix did not confirm the reopen request");
+        else
+            qCInfo(lcApp, "Tappix is already running; asked it to reopen");
+        socket.disconnectFromServer();
+        return Answer::agreed;
+    }
+    if (!answer.startsWith(kDone)) {
+        qCWarning(lcApp, "the running Tappix would not be taken over; leaving it running");
+        return Answer::refused;
+    }
+    // It quits, and its end closes the connection.
+    if (socket.state() != QLocalSocket::UnconnectedState &&
+        !socket.waitForDisconnected(kTakeOverTimeoutMs)) {
+        qCWarning(lcApp, "the running Tappix agreed to make way but did not quit within %d s",
+                  kTakeOverTimeoutMs / 1000);
+        return Answer::refused;
+    }
+    qCInfo(lcApp, "took over from the Tappix that started this one");
+    return Answer::agreed;
 }
 
 void SingleInstance::accept() {
@@ -89,6 +118,18 @@ void SingleInstance::accept() {
                 socket->flush();
                 qCInfo(lcApp, "a second launch asked to reopen");
                 Q_EMIT reopenRequested();
+            } else if (line == kTakeOver) {
+                if (agreeToTakeOver_ && agreeToTakeOver_()) {
+                    socket->write(kDone);
+                    socket->flush();
+                    qCInfo(lcApp, "the Tappix started with the new group takes over; quitting");
+                    // Left open: it closes when this process ends, which the new one waits for.
+                    Q_EMIT takenOver();
+                    return;
+                }
+                qCWarning(lcApp, "refused a request to take over that this Tappix did not ask for");
+                socket->write(kRefused);
+                socket->flush();
             } else {
                 qCWarning(lcApp, "ignoring an unknown request on the instance socket");
             }

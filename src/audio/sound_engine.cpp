@@ -148,7 +148,10 @@ void SoundEngine::useMouseKit(const std::string& kitId) {
         return;
     const Soundpack* pack = store_.find(kitId);
     if (!pack) {
+        // A kit that is not there sounds like nothing, never like the kit chosen before.
         qCInfo(lcEngine, "mouse kit %s is not installed", kitId.c_str());
+        loadedMouseKitID_.reset();
+        mouseKit_.store(nullptr);
         return;
     }
     player_.loadMouseKit(pack->soundsDirectory(), pack->config.allFiles());

@@ -94,7 +94,8 @@ public:
     void loadPack(const Soundpack* pack);
     /// Reloads the samples of every kit the active mix uses, the same way. Main thread.
     void mixChanged();
-    /// Loads a kit's samples as the mouse sounds, unless already loaded. Main thread.
+    /// Loads a kit's samples as the mouse sounds, unless already loaded; while the kit
+    /// is not installed, mouse clicks are silent. Main thread.
     void useMouseKit(const std::string& kitId);
     /// The main kit's id, if any. Main thread.
     std::optional<std::string> currentPackId() const;

@@ -16,7 +16,10 @@ std::string_view mouseButtonName(MouseButton button) {
     return "other";
 }
 
-KeyEventService::KeyEventService(CaptureBackends backends) : backends_(std::move(backends)) {}
+KeyEventService::KeyEventService(CaptureBackends backends) : backends_(std::move(backends)) {
+    if (backends_.onKeyQueueThread)
+        queue_.post(backends_.onKeyQueueThread);
+}
 
 KeyEventService::~KeyEventService() {
     stop();

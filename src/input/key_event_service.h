@@ -21,6 +21,9 @@ struct CaptureBackends {
     std::unique_ptr<CaptureSource> fallback;
     /// Mouse capture, tried in order until one starts (evdev pointers, then X11).
     std::vector<std::unique_ptr<CaptureSource>> mice;
+    /// Runs once on the key queue's thread before any event: where the platform gives
+    /// the key path its priority. None leaves the thread as it starts.
+    std::function<void()> onKeyQueueThread;
 };
 
 /// Captures every key that goes down or up, system-wide, and on request every mouse

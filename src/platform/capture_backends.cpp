@@ -1,16 +1,16 @@
 #include "platform/capture_backends.h"
 
+#include "core/log.h"
+#include "platform/dbus/realtime_thread.h"
 #include "platform/null/null_capture.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <dirent.h>
-#include <map>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #ifdef TAPPIX_WITH_EVDEV
 #include "platform/evdev/evdev_capture.h"
+#include "platform/evdev/keyboard_nodes.h"
 #endif
 #ifdef TAPPIX_WITH_X11
 #include "platform/x11/x11_capture.h"
@@ -20,6 +20,11 @@ namespace tappix {
 
 CaptureBackends makeCaptureBackends() {
     CaptureBackends backends;
+    // Every hop a key takes before its sound is queued runs at real-time priority: the
+    // readers below raise their own threads, this raises the key queue's.
+    backends.onKeyQueueThread = [] {
+        RealtimeThread::makeCallingThreadRealtime("tappix-keys", lcEvents());
+    };
 #ifdef TAPPIX_WITH_EVDEV
     backends.keyboard =
         std::make_unique<evdev::EvdevCapture>(evdev::DeviceRole::keyboard, "tappix-evtap");
@@ -42,33 +47,12 @@ CaptureBackends makeCaptureBackends() {
 namespace {
 
 #ifdef TAPPIX_WITH_EVDEV
-/// Whether some input device is a keyboard we may read. Polled every 2 s, so what a
-/// readable node reports is remembered by its inode: a poll costs a stat and an
-/// access check per node, and only new nodes are opened and asked.
+/// Whether some keyboard may be read. Polled every 2 s: the kernel's account of each
+/// node answers without opening it.
 bool readableKeyboard() {
-    static std::map<std::string, std::pair<ino_t, bool>> known;
-    std::map<std::string, std::pair<ino_t, bool>> seen;
-    bool found = false;
-    if (DIR* dir = ::opendir("/dev/input")) {
-        while (const dirent* entry = ::readdir(dir)) {
-            if (std::strncmp(entry->d_name, "event", 5) != 0)
-                continue;
-            const std::string path = std::string("/dev/input/") + entry->d_name;
-            struct stat info {};
-            if (::stat(path.c_str(), &info) != 0 || ::access(path.c_str(), R_OK) != 0)
-                continue;
-            bool keyboard = false;
-            if (auto it = known.find(path); it != known.end() && it->second.first == info.st_ino)
-                keyboard = it->second.second;
-            else
-                keyboard = evdev::probeDevice(path).keyboard;
-            seen[path] = {info.st_ino, keyboard};
-            found |= keyboard;
-        }
-        ::closedir(dir);
-    }
-    known = std::move(seen);
-    return found;
+    const auto nodes = evdev::keyboardNodes();
+    return std::any_of(nodes.begin(), nodes.end(),
+                       [](const evdev::KeyboardNode& node) { return node.readable; });
 }
 #endif
 
@@ -97,17 +81,54 @@ bool captureIsPossible() {
     return false;
 }
 
+KeyboardAccess keyboardAccess() {
+#ifdef TAPPIX_WITH_EVDEV
+    return evdev::keyboardAccess();
+#else
+    return {};
+#endif
+}
+
+std::vector<std::string> describeAccess(const KeyboardAccess& access) {
+    const std::string group = "\"" + access.group + "\"";
+    switch (access.state) {
+    case KeyboardAccess::State::readable:
+        return {"access: readable — you may read the keyboards" +
+                (access.group.empty() ? std::string() : " (group " + group + ")")};
+    case KeyboardAccess::State::notMember:
+        return {"access: not a member — the keyboards belong to the group " + group +
+                    ", and you are not in it",
+                "fix: Tappix's first-run window adds you (\"Allow Keyboard Access…\" asks for",
+                "     your password), or run",
+                "       sudo usermod -aG " + access.group + " $USER",
+                "     then log out and back in. Membership lets every program you run read",
+                "     the keyboards."};
+    case KeyboardAccess::State::memberNotInSession:
+        return {"access: a member, but this session started before it — you are in " + group +
+                    ", but",
+                "     programs started before you joined get the group only at your next login.",
+                "     Tappix starts itself again with it (sg " + access.group +
+                    ") and hears keys at once;",
+                "     log out and back in for everything else."};
+    case KeyboardAccess::State::unavailable:
+        break;
+    }
+    if (access.group.empty())
+        return {"access: no keyboard that a group change would let you read"};
+    return {"access: you hold the group " + group +
+            " and still cannot read the keyboards (their mode, an ACL or a security module "
+            "refuses)"};
+}
+
 std::vector<std::string> describeCapture() {
     std::vector<std::string> lines;
     bool evdevKeyboard = false;
-    bool permissionDenied = false;
 #ifdef TAPPIX_WITH_EVDEV
     const auto devices = evdev::scanDevices();
     if (devices.empty())
         lines.push_back("evdev: no devices under /dev/input");
     for (const auto& device : devices) {
         if (device.error != 0) {
-            permissionDenied |= device.error == EACCES || device.error == EPERM;
             lines.push_back("evdev: " + device.path + ": cannot read (" +
                             std::strerror(device.error) + ")");
             continue;
@@ -139,11 +160,8 @@ std::vector<std::string> describeCapture() {
     } else {
         lines.push_back("backend: none — Tappix cannot hear keys");
     }
-    if (!evdevKeyboard && permissionDenied) {
-        lines.push_back("fix: keyboards exist but are not readable by you. Run");
-        lines.push_back("       sudo usermod -aG input $USER");
-        lines.push_back("     then log out and back in.");
-    }
+    const auto access = describeAccess(keyboardAccess());
+    lines.insert(lines.end(), access.begin(), access.end());
     return lines;
 }
 

@@ -91,7 +91,6 @@ void DesignerViewModel::changeParams(const SynthParams& next) {
         waveform_.append(static_cast<double>(peak));
     Q_EMIT paramsChanged();
     Q_EMIT waveformChanged();
-    clearStatus();
 }
 
 QVariantMap DesignerViewModel::ranges() const {
@@ -127,7 +126,6 @@ void DesignerViewModel::setName(const QString& value) {
     const bool could = canSave();
     name_ = value;
     Q_EMIT nameChanged();
-    clearStatus();
     if (could != canSave())
         Q_EMIT canSaveChanged();
 }
@@ -160,12 +158,6 @@ void DesignerViewModel::save() {
 void DesignerViewModel::finishSave(const UserKitJobs::Outcome& outcome) {
     setStatus(outcome.ok() ? kSavedStatus : kFailedStatus + outcome.error);
     Q_EMIT saveFinished(outcome.ok());
-}
-
-void DesignerViewModel::clearStatus() {
-    // What the last save did no longer describes the design once it changes.
-    if (!busy())
-        setStatus({});
 }
 
 void DesignerViewModel::setStatus(const QString& value) {

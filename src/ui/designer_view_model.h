@@ -86,8 +86,8 @@ public:
     bool canSave() const;
     /// Whether a save is under way.
     bool busy() const { return saves_.busy(); }
-    /// What the last save did, in a sentence; empty before the first and once the
-    /// design or the name changes.
+    /// What the last save did, in a sentence, until the next save starts; empty
+    /// before the first.
     QString status() const { return status_; }
 
     /// Loads preset `index`; an index out of range changes nothing.
@@ -114,7 +114,6 @@ private:
     void changeParams(const SynthParams& next);
     void finishSave(const UserKitJobs::Outcome& outcome);
     void setStatus(const QString& value);
-    void clearStatus();
 
     SoundpackStore& packs_;
     AudioPlayer* player_;

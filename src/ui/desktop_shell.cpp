@@ -63,7 +63,11 @@ DesktopShell::DesktopShell(Services services, QObject* parent)
       outputDevices_(services.settings, services.devices,
                      services.player ? &services.player->output() : nullptr),
       behaviour_(services), onboarding_(services.scheduler ? *services.scheduler : ownScheduler_,
-                                        {.captureIsPossible = services.captureIsPossible}),
+                                        {.captureIsPossible = services.captureIsPossible,
+                                         .showFile = services.showFile,
+                                         .keyboardAccess = services.keyboardAccess,
+                                         .canAskToJoin = services.canAskToJoin,
+                                         .askToJoin = services.askToJoin}),
       settingsWindow_(services.settings, [this] { return makeWindow(kSettingsUrl); }),
       onboardingWindow_(onboarding_, [this] { return makeWindow(kOnboardingUrl); }) {
     panelModel_.setMixCount(mixes_.count());
@@ -72,9 +76,11 @@ DesktopShell::DesktopShell(Services services, QObject* parent)
             [this] { panelModel_.setMixCount(mixes_.count()); });
     connect(&kits_, &KitListModel::currentChanged, this,
             [this] { panelModel_.setCurrentKitName(kits_.currentName()); });
-    // A designed, recorded or imported kit, once written, is listed at once under the user's own.
+    // A designed, recorded or imported kit, once written, is listed at once under the
+    // user's own, in the panel, the Sound page and the mix editor's kit browser alike.
     const auto listNewKits = [this] {
         kits_.reload();
+        mixEditor_.kitsReloaded();
         tuner_.kitsReloaded();
     };
     connect(&designer_, &DesignerViewModel::packsReloaded, this, listNewKits);

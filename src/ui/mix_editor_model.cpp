@@ -499,6 +499,11 @@ void MixEditorModel::refresh() {
     refreshChoices();
 }
 
+void MixEditorModel::kitsReloaded() {
+    refreshSources();
+    refreshChoices();
+}
+
 void MixEditorModel::refreshSources() {
     const auto& packs = packs_.packs();
     QVariantList sources;

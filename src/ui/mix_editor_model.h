@@ -152,6 +152,9 @@ public:
     /// Deletes the active mix; no mix plays afterwards.
     Q_INVOKABLE void deleteActive();
 
+    /// Lists the kits the store holds now (after kits were added or removed).
+    void kitsReloaded();
+
 Q_SIGNALS:
     /// The saved mixes, their names or their summaries changed.
     void mixListChanged();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "input/key_group.h"
+#include "input/keyboard_access.h"
 #include "kits/pack_importer.h"
 
 #include <QString>
@@ -68,6 +69,15 @@ struct ShellServices {
         importPack = {};
     /// Whether keys can be captured now (the first-run window's steps).
     std::function<bool()> captureIsPossible = {};
+    /// Whether the user may read the keyboards, and which group would let them.
+    std::function<KeyboardAccess()> keyboardAccess = {};
+    /// Whether the system can be asked to add the user to a group.
+    std::function<bool()> canAskToJoin = {};
+    /// Asks the system to add the user to a group; false when it cannot be asked now.
+    std::function<bool(const QString& group, std::function<void(GroupJoinResult)> done)> askToJoin =
+        {};
+    /// Shows a file selected in the desktop's file manager, or calls `otherwise`.
+    std::function<void(const QString& path, std::function<void()> otherwise)> showFile = {};
     /// The monotonic clock key events are stamped with; the steady clock when null.
     const Clock* clock = nullptr;
     /// Timers for the views' models; the Qt event loop's when null.

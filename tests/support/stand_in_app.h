@@ -7,6 +7,7 @@
 #include "app/app_delegate.h"
 
 #include "audio/audio_output.h"
+#include "support/core_app.h"
 #include "support/fake_time.h"
 #include "support/temp_prefs.h"
 
@@ -23,15 +24,6 @@
 #include <thread>
 
 namespace tappix::test {
-
-inline QCoreApplication& app() {
-    static int argc = 1;
-    static char name[] = "tappix_tests";
-    static char* argv[] = {name, nullptr};
-    static QCoreApplication* instance =
-        QCoreApplication::instance() ? nullptr : new QCoreApplication(argc, argv);
-    return instance ? *instance : *QCoreApplication::instance();
-}
 
 /// A keyboard at the platform boundary. `typeContinuously` makes it behave like a
 /// real backend thread that keeps reporting until `stop` joins it.
@@ -140,6 +132,8 @@ struct HarnessOptions {
     std::function<void(const QString& bundle, const QString& user)> addKits = {};
     /// The microphone a keyboard recording uses; none can be had when null.
     std::function<std::unique_ptr<Microphone>()> microphone = {};
+    /// Changes the platform last, before the delegate is made.
+    std::function<void(AppDelegate::Platform&)> platform = {};
 };
 
 /// Options for a Tappix that shows itself, to a returning user: the launch opens the
@@ -197,6 +191,8 @@ struct Harness {
         platform.withWindows = options.withWindows;
         platform.makeMicrophone =
             options.microphone ? options.microphone : [] { return std::unique_ptr<Microphone>(); };
+        if (options.platform)
+            options.platform(platform);
         delegate = std::make_unique<AppDelegate>(std::move(platform), prefs.path, kits.path(),
                                                  userKits.path());
         delegate->start();

@@ -199,6 +199,58 @@ class Desk:
         self.connection.close()
 
 
+class FileManager:
+    """A file manager on the session bus (org.freedesktop.FileManager1) that records the
+    items it is asked to show, served from a thread of its own."""
+
+    XML = """<node><interface name="org.freedesktop.FileManager1">
+      <method name="ShowItems"><arg type="as" direction="in"/><arg type="s" direction="in"/></method>
+      <method name="ShowFolders"><arg type="as" direction="in"/><arg type="s" direction="in"/></method>
+    </interface></node>"""
+
+    def __init__(self):
+        import threading
+        from gi.repository import Gio, GLib
+        self.shown = []
+        ready = threading.Event()
+
+        def serve():
+            context = GLib.MainContext.new()
+            context.push_thread_default()
+            self._connection = Gio.DBusConnection.new_for_address_sync(
+                Gio.dbus_address_get_for_bus_sync(Gio.BusType.SESSION, None),
+                Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT
+                | Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION, None, None)
+            info = Gio.DBusNodeInfo.new_for_xml(self.XML).interfaces[0]
+
+            def call(_connection, _sender, _path, _interface, method, params, invocation):
+                self.shown.append((method, params.unpack()[0]))
+                invocation.return_value(None)
+
+            self._connection.register_object("/org/freedesktop/FileManager1", info, call, None,
+                                             None)
+            self._connection.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                       "org.freedesktop.DBus", "RequestName",
+                                       GLib.Variant("(su)", ("org.freedesktop.FileManager1", 4)),
+                                       None, Gio.DBusCallFlags.NONE, 5000, None)
+            self._loop = GLib.MainLoop.new(context, False)
+            self._context = context
+            ready.set()
+            self._loop.run()
+
+        self._thread = threading.Thread(target=serve, name="file-manager", daemon=True)
+        self._thread.start()
+        ready.wait(10)
+
+    def stop(self):
+        if self._thread is None:
+            return
+        self._context.invoke_full(0, lambda: (self._loop.quit(), False)[1])
+        self._thread.join(5)
+        self._connection.close_sync(None)
+        self._thread = None
+
+
 # ---- kits ----------------------------------------------------------------------
 
 def kit_name(session, kit_id):

@@ -1,6 +1,7 @@
 #!/usr/bin/python3
-"""Pictures of the panel's three pages and the six settings pages in a dark and a light theme,
-saved under $TAPPIX_UI_ARTIFACTS for a person to look over (nothing compares them).
+"""Pictures of the panel's three pages and the six settings pages (at the window's first size
+and at its smallest) in a dark and a light theme, saved under $TAPPIX_UI_ARTIFACTS for a
+person to look over (nothing compares them).
 Each run also walks the panel's pages and ends with its Quit row."""
 
 import os
@@ -12,6 +13,10 @@ import tappix_ui as ui
 # Each settings page by its tab, and the heading that shows it is on screen.
 SETTINGS_PAGES = [("Sound", "Sound"), ("Mix", "Mix"), ("Create", "Design your own switch"),
                   ("Behaviour", "Behaviour"), ("Look", "Look"), ("About", "Tappix")]
+
+
+# The settings window's smallest size.
+MINIMUM_SIZE = (700, 520)
 
 
 def focused_rows(s, panel):
@@ -76,6 +81,17 @@ class Screenshots(unittest.TestCase):
                           "click", "--repeat", 12, "--delay", 30, 5)
                 ui.button(s, "Remove Quiet Notes", window)
                 shots.append(ui.screenshot(s, "settings-behaviour-sleep-" + suffix))
+        # Every page again at the window's smallest, where rows are the most crowded, and
+        # scrolled to its end (over the page's margin, which no list covers).
+        (box,) = [w for w in s.x_windows() if w["title"] == ui.SETTINGS]
+        s.xdotool("windowsize", "--sync", box["id"], *MINIMUM_SIZE)
+        for tab, heading in SETTINGS_PAGES:
+            s.press(s.find("page tab", tab, root=window), "Press")
+            ui.heading(s, heading, window)
+            shots.append(ui.screenshot(s, "settings-%s-smallest-%s" % (tab.lower(), suffix)))
+            s.xdotool("mousemove", box["x"] + MINIMUM_SIZE[0] - 22, box["y"] + MINIMUM_SIZE[1] // 2,
+                      "click", "--repeat", 30, "--delay", 20, 5)
+            shots.append(ui.screenshot(s, "settings-%s-smallest-end-%s" % (tab.lower(), suffix)))
         ui.close_window(s, ui.SETTINGS)
 
         panel = ui.open_panel(self, s)

@@ -1,8 +1,9 @@
 #!/usr/bin/python3
 """The settings pages driven through their controls as a person would: what each one
 stores, what the keys then sound like, the autostart entry, the shortcut recorder,
-the palette on screen, a pack from another program imported and played, a designed kit
-saved and played, and a mix that gives Return another kit."""
+the palette on screen, a kit chosen from the keyboard and played, a pack from another
+program imported and played, a designed kit saved and played, and a mix that gives Return
+another kit."""
 
 import time
 import array
@@ -181,6 +182,35 @@ def device_rows(session, window):
     return [item.get_name() for item in session.find_all("list item", root=window)]
 
 
+def focused_row(session, kit_list):
+    """The name of the kit list's row that has the keyboard, or None."""
+    rows = session.find_all("push button", root=kit_list,
+                            predicate=lambda a: "focused" in session.states(a))
+    return rows[0].get_name() if rows else None
+
+
+def shelf_above(session, kit_list, row_name):
+    """The shelf heading drawn nearest above the kit list's row `row_name`."""
+    def top(accessible):
+        return accessible.get_extents(ui.harness.Atspi.CoordType.SCREEN).y
+    row = top(session.find("push button", row_name, root=kit_list))
+    above = sorted((top(h), h.get_name()) for h in session.find_all("heading", root=kit_list)
+                   if top(h) < row)
+    return above[-1][1] if above else None
+
+
+def keys_until(session, key, done, tries=30):
+    """Taps `key` until `done()` holds, as a person watching the screen would; what
+    `done()` last said."""
+    for _ in range(tries):
+        found = done()
+        if found:
+            return found
+        session.key(key)
+        time.sleep(0.2)  # the screen reader's view catches up
+    return done()
+
+
 # ---- the pages ------------------------------------------------------------------------
 
 class SoundPage(unittest.TestCase):
@@ -257,15 +287,39 @@ class SoundPage(unittest.TestCase):
             s.key("Escape")
 
 
-    def test_imported_pack_is_chosen_heard_and_its_problems_listed(self):
+    def test_kits_chosen_from_the_list_or_imported_are_heard(self):
         s = ui.start(self, dict(ui.STEADY_SOUND, volume=0.8, lastSettingsPage="sounds",
                                 selectedPackId="ibm-buckling-spring"), login_start=False)
         window = ui.settings_window(s)
         ui.heading(s, "Sound", window)
-        ui.label(s, "Switch kit: " + ui.kit_name(s, "ibm-buckling-spring"), root=window)
+        spring_name = ui.kit_name(s, "ibm-buckling-spring")
+        ui.label(s, "Switch kit: " + spring_name, root=window)
+        # Nothing of an import is read out before there is one.
+        self.assertFalse(s.find_all("list", "Import problems", root=window))
+        self.assertFalse(s.find_all("push button", "Dismiss", root=window))
         pack = write_pack_zip(s.root, "Sine Pack", 3000)
         ui.wait_for_quiet(s)
         spring = ui.record_typing(s)
+
+        with self.subTest("a kit chosen from the keyboard alone is the one heard"):
+            muted = ui.kit_name(s, "gun-suppressed")
+            kit_list = s.find("list", "Sound kits", root=window)
+            ui.focus_window(s, ui.SETTINGS)
+            # Tab reaches the list on the kit in use; the Fun shelf comes next.
+            self.assertEqual(keys_until(s, "Tab", lambda: focused_row(s, kit_list)),
+                             spring_name + ", chosen")
+            self.assertEqual(keys_until(s, "Down", lambda: focused_row(s, kit_list) == muted
+                                        and muted), muted)
+            s.key("Return")
+            s.wait_for_preference("selectedPackId", "gun-suppressed")
+            ui.label(s, "Switch kit: " + muted, root=window)
+            ui.button(s, muted + ", chosen", kit_list)
+            ui.wait_for_quiet(s)
+            thumps = ui.record_typing(s)
+            self.assertTrue(thumps.heard(), thumps)
+            # Muted thumps sit far below the spring's rattle.
+            detail = (spring, thumps, ui.brightness(spring), ui.brightness(thumps))
+            self.assertGreater(ui.brightness(spring), 2 * ui.brightness(thumps), detail)
 
         with self.subTest("Import… from the keyboard, a .zip chosen in the file dialog"):
             focus(s, ui.button(s, "Import…", window))
@@ -275,6 +329,10 @@ class SoundPage(unittest.TestCase):
                      root=window, timeout=60)
             s.wait_for_preference("selectedPackId", "imported-sine-pack")
             ui.label(s, "Switch kit: Sine Pack", root=window)
+            # Listed under the user's own, each shelf still headed by its own name.
+            kit_list = s.find("list", "Sound kits", root=window)
+            self.assertEqual(shelf_above(s, kit_list, "Sine Pack, chosen"), "YOURS")
+            self.assertEqual(shelf_above(s, kit_list, ui.kit_name(s, "gun-suppressed")), "Fun")
             ui.label(s, "One part could not be used:", root=window)
             problem = s.find("list item", lambda n: "space.wav" in (n or ""), root=window)
             self.assertIn("no such file", problem.get_name())

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <sched.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 namespace tappix {
 
@@ -38,6 +39,13 @@ std::string RealtimeThread::makeRealtime(pid_t tid) {
     if (reply.type() == QDBusMessage::ReplyMessage)
         return {};
     return direct + "; RealtimeKit: " + reply.errorMessage().toStdString();
+}
+
+bool RealtimeThread::makeCallingThreadRealtime(const char* name, const QLoggingCategory& category) {
+    const std::string why = makeRealtime(gettid());
+    if (!why.empty())
+        qCWarning(category, "%s runs at normal priority (%s)", name, why.c_str());
+    return why.empty();
 }
 
 } // namespace tappix

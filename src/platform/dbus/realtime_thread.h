@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QLoggingCategory>
 #include <string>
 #include <sys/types.h>
 
@@ -25,6 +26,11 @@ public:
     /// string when it is, else why not (for one log line). Blocks for up to
     /// `kCallTimeoutMs`; any thread.
     static std::string makeRealtime(pid_t tid);
+
+    /// Makes the calling thread real-time, as `makeRealtime` does; when it cannot, says
+    /// so in the log under `category` ("<name> runs at normal priority (why)"). Returns
+    /// whether it is. Blocks as `makeRealtime`; any thread.
+    static bool makeCallingThreadRealtime(const char* name, const QLoggingCategory& category);
 };
 
 } // namespace tappix

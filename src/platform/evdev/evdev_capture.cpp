@@ -1,6 +1,7 @@
 #include "platform/evdev/evdev_capture.h"
 
 #include "core/log.h"
+#include "platform/dbus/realtime_thread.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -38,22 +39,6 @@ bool isEventNode(const char* name) {
     return std::strncmp(name, "event", 5) == 0;
 }
 
-/// Asks a device what it reports; false when it is not an input device at all.
-bool describe(int fd, DeviceReport& report) {
-    libevdev* device = nullptr;
-    if (libevdev_new_from_fd(fd, &device) < 0)
-        return false;
-    report.name = libevdev_get_name(device) ? libevdev_get_name(device) : "";
-    auto has = [device](unsigned int code) {
-        return libevdev_has_event_code(device, EV_KEY, code) == 1;
-    };
-    report.keyboard = has(KEY_Q) && has(KEY_A) && has(KEY_Z) && has(KEY_SPACE);
-    report.media = std::any_of(std::begin(kMediaKeys), std::end(kMediaKeys), has);
-    report.pointer = has(BTN_LEFT);
-    libevdev_free(device); // leaves the descriptor open
-    return true;
-}
-
 bool hasRole(const DeviceReport& report, DeviceRole role) {
     switch (role) {
     case DeviceRole::keyboard:
@@ -81,6 +66,21 @@ std::vector<std::string> eventNodes(const std::string& directory) {
 
 } // namespace
 
+bool describeDevice(int fd, DeviceReport& report) {
+    libevdev* device = nullptr;
+    if (libevdev_new_from_fd(fd, &device) < 0)
+        return false;
+    report.name = libevdev_get_name(device) ? libevdev_get_name(device) : "";
+    auto has = [device](unsigned int code) {
+        return libevdev_has_event_code(device, EV_KEY, code) == 1;
+    };
+    report.keyboard = has(KEY_Q) && has(KEY_A) && has(KEY_Z) && has(KEY_SPACE);
+    report.media = std::any_of(std::begin(kMediaKeys), std::end(kMediaKeys), has);
+    report.pointer = has(BTN_LEFT);
+    libevdev_free(device); // leaves the descriptor open
+    return true;
+}
+
 DeviceReport probeDevice(const std::string& path) {
     DeviceReport report;
     report.path = path;
@@ -88,7 +88,7 @@ DeviceReport probeDevice(const std::string& path) {
     if (fd < 0) {
         report.error = errno;
     } else {
-        describe(fd, report);
+        describeDevice(fd, report);
         ::close(fd);
     }
     return report;
@@ -101,8 +101,10 @@ std::vector<DeviceReport> scanDevices(const std::string& directory) {
     return reports;
 }
 
-EvdevCapture::EvdevCapture(DeviceRole role, std::string threadName, std::string directory)
-    : role_(role), threadName_(std::move(threadName)), directory_(std::move(directory)) {}
+EvdevCapture::EvdevCapture(DeviceRole role, std::string threadName, std::string directory,
+                           Describe describe)
+    : role_(role), threadName_(std::move(threadName)), directory_(std::move(directory)),
+      describe_(std::move(describe)) {}
 
 EvdevCapture::~EvdevCapture() {
     stop();
@@ -117,7 +119,7 @@ std::unique_ptr<EvdevDevice> EvdevCapture::open(const std::string& path, bool lo
         return nullptr;
     }
     DeviceReport report;
-    if (!describe(fd, report) || !hasRole(report, role_)) {
+    if (!describe_(fd, report) || !hasRole(report, role_)) {
         ::close(fd);
         return nullptr;
     }
@@ -133,7 +135,9 @@ bool EvdevCapture::start(CaptureSink& sink) {
         if (auto device = open(path, true))
             devices.push_back(std::move(device));
     }
-    if (devices.empty())
+    // Keyboards and pointers fall back to X11 without a device; media keys have no
+    // fallback, so their reader waits for a device to be plugged in.
+    if (devices.empty() && role_ != DeviceRole::media)
         return false;
     return launch(sink, std::move(devices), true);
 }
@@ -170,7 +174,13 @@ bool EvdevCapture::launch(CaptureSink& sink, std::vector<std::unique_ptr<EvdevDe
         } else {
             qCInfo(lcEvents, "cannot watch %s for new devices: %s", directory_.c_str(),
                    std::strerror(errno));
+            if (devices.empty()) {
+                stop();
+                return false;
+            }
         }
+        if (devices.empty())
+            qCInfo(lcEvents, "no %s yet; one plugged in joins", roleName(role_));
     }
     for (auto& device : devices)
         addDevice(std::move(device));
@@ -226,6 +236,8 @@ void EvdevCapture::handleDirectoryChanges(CaptureSink&) {
 
 void EvdevCapture::run(CaptureSink* sink) {
     pthread_setname_np(pthread_self(), threadName_.c_str());
+    // The first hop of every key: it runs as soon as the key arrives, as the key queue does.
+    RealtimeThread::makeCallingThreadRealtime(threadName_.c_str(), lcEvents());
     epoll_event events[16];
     for (;;) {
         const int ready = ::epoll_wait(epollFd_, events, 16, -1);

@@ -3,6 +3,7 @@
 #include "input/capture_source.h"
 #include "platform/evdev/evdev_device.h"
 
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
@@ -23,6 +24,10 @@ struct DeviceReport {
     bool keyboard = false, media = false, pointer = false;
 };
 
+/// Asks the device open at `fd` what it reports (its name, which keys it has) and fills
+/// `report`; false when it is not an input device at all. Leaves `fd` open.
+bool describeDevice(int fd, DeviceReport& report);
+
 /// Opens one device node read-only just long enough to ask what it reports.
 DeviceReport probeDevice(const std::string& path);
 
@@ -36,12 +41,19 @@ std::vector<DeviceReport> scanDevices(const std::string& directory = "/dev/input
 /// dropped with their held keys released; nothing is ever grabbed.
 class EvdevCapture final : public CaptureSource {
 public:
-    /// Reads `role` devices from `directory` on a thread named `threadName`.
-    EvdevCapture(DeviceRole role, std::string threadName, std::string directory = "/dev/input");
+    /// How a newly opened device is asked what it reports (`describeDevice`).
+    using Describe = std::function<bool(int fd, DeviceReport& report)>;
+
+    /// Reads `role` devices from `directory` on a thread named `threadName`; `describe`
+    /// stands in for asking the kernel where the nodes are not real devices (tests).
+    EvdevCapture(DeviceRole role, std::string threadName, std::string directory = "/dev/input",
+                 Describe describe = describeDevice);
     ~EvdevCapture() override;
 
-    /// Opens the role's devices and starts the thread; false when none can be opened.
-    /// Controlling thread.
+    /// Opens the role's devices and starts the thread. Keyboards and pointers have a
+    /// fallback, so without a device of theirs this is false; media keys have none, so
+    /// their reader starts with no device and waits for one to be plugged in, and is
+    /// false only when the directory cannot be watched. Controlling thread.
     bool start(CaptureSink& sink) override;
 
     /// Starts on the given devices instead of scanning, without hot-plug (tests and
@@ -62,6 +74,7 @@ private:
     DeviceRole role_;
     std::string threadName_;
     std::string directory_;
+    Describe describe_;
     std::thread thread_;
     int epollFd_ = -1;
     int stopFd_ = -1;

@@ -1,9 +1,6 @@
 #include "platform/pulse/pulse_device_manager.h"
 
-#include <cstring>
-#include <dirent.h>
 #include <mutex>
-#include <unistd.h>
 
 namespace tappix {
 namespace {
@@ -23,23 +20,12 @@ private:
     PulseConnection& connection_;
 };
 
-bool isDigits(const char* text) {
-    if (!*text)
-        return false;
-    for (; *text; ++text) {
-        if (*text < '0' || *text > '9')
-            return false;
-    }
-    return true;
-}
-
 } // namespace
 
-PulseDeviceManager::PulseDeviceManager(std::string procRoot)
+PulseDeviceManager::PulseDeviceManager()
     : connection_(
           "Tappix device queries", "tappix-devices",
-          {[this](pa_context* context) { onConnected(context); }, [this] { reportChange(); }}),
-      procRoot_(std::move(procRoot)) {
+          {[this](pa_context* context) { onConnected(context); }, [this] { reportChange(); }}) {
     connection_.start();
 }
 
@@ -291,7 +277,7 @@ bool PulseDeviceManager::isMicrophoneInUse() {
 }
 
 bool PulseDeviceManager::isCameraInUse() {
-    return anyProcessHoldsVideoDevice(procRoot_);
+    return camera_.inUse();
 }
 
 bool PulseDeviceManager::isServerReachable() {
@@ -369,39 +355,6 @@ PulseDeviceManager::outputLatency(const std::string& uid) {
     if (await(op, card.done))
         query.latency->portOffsetSeconds = static_cast<double>(card.offsetUs) / 1e6;
     return query.latency;
-}
-
-bool anyProcessHoldsVideoDevice(const std::string& procRoot) {
-    DIR* processes = ::opendir(procRoot.c_str());
-    if (!processes)
-        return false;
-    bool found = false;
-    while (!found) {
-        const dirent* process = ::readdir(processes);
-        if (!process)
-            break;
-        if (!isDigits(process->d_name))
-            continue;
-        const std::string fdDir = procRoot + "/" + process->d_name + "/fd";
-        DIR* fds = ::opendir(fdDir.c_str()); // other users' processes are unreadable: skipped
-        if (!fds)
-            continue;
-        while (const dirent* fd = ::readdir(fds)) {
-            char target[256];
-            const std::string link = fdDir + "/" + fd->d_name;
-            const ssize_t n = ::readlink(link.c_str(), target, sizeof target - 1);
-            if (n <= 0)
-                continue;
-            target[n] = '\0';
-            if (std::strncmp(target, "/dev/video", 10) == 0) {
-                found = true;
-                break;
-            }
-        }
-        ::closedir(fds);
-    }
-    ::closedir(processes);
-    return found;
 }
 
 } // namespace tappix

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "audio/audio_device_manager.h"
+#include "platform/camera_watch.h"
 #include "platform/pulse/pulse_connection.h"
 
 #include <functional>
@@ -22,11 +23,11 @@ namespace tappix {
 class PulseDeviceManager final : public AudioDeviceManager {
 public:
     /// Longest wait for the server's answers to one query, all its requests together,
-    /// so a hung server never stalls the caller (the main thread polls) noticeably.
+    /// so a hung server holds up the asking thread (the sleep monitor's) only briefly.
     static constexpr int kTimeoutMs = 40;
 
-    /// Connects in the background; `procRoot` is where processes are listed (/proc).
-    explicit PulseDeviceManager(std::string procRoot = "/proc");
+    /// Connects in the background.
+    PulseDeviceManager();
     ~PulseDeviceManager() override;
 
     std::vector<Device> outputDevices() override;
@@ -70,11 +71,8 @@ private:
     std::mutex onChangedMutex_;
     std::function<void()> onChanged_;
     PulseConnection connection_;
-    std::string procRoot_;
+    CameraWatch camera_;
     pa_usec_t deadline_ = 0;
 };
-
-/// Whether any process under `procRoot` holds a /dev/video* device open.
-bool anyProcessHoldsVideoDevice(const std::string& procRoot);
 
 } // namespace tappix

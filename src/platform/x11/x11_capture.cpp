@@ -1,6 +1,7 @@
 #include "platform/x11/x11_capture.h"
 
 #include "core/log.h"
+#include "platform/dbus/realtime_thread.h"
 #include "platform/evdev/evdev_keymap.h"
 
 #include <X11/Xlib.h>
@@ -114,6 +115,8 @@ bool X11Capture::start(CaptureSink& sink) {
 
 void X11Capture::run(CaptureSink* sink) {
     pthread_setname_np(pthread_self(), threadName_.c_str());
+    // The first hop of every key: it runs as soon as the key arrives, as the key queue does.
+    RealtimeThread::makeCallingThreadRealtime(threadName_.c_str(), lcEvents());
     pollfd fds[2] = {{ConnectionNumber(display_), POLLIN, 0}, {stopFd_, POLLIN, 0}};
     for (;;) {
         while (!connectionLost_ && XPending(display_) > 0) {

@@ -132,7 +132,7 @@ Flickable {
                 theme: page.theme
                 title: "Dings"
                 value: page.count(page.settings.dingCount)
-                explanation: "Times the typewriter bell rang on the return key. Turn it on under Acoustics → Flourishes."
+                explanation: "Times the typewriter bell rang on the return key. Turn it on on the Sound page."
                 Layout.fillWidth: true
                 Layout.fillHeight: true
                 Layout.preferredWidth: 1
@@ -141,7 +141,7 @@ Flickable {
                 theme: page.theme
                 title: "Clicks"
                 value: page.count(page.settings.clickCount)
-                explanation: "Mouse clicks Tappix has sounded. Turn them on under Acoustics → Flourishes."
+                explanation: "Mouse clicks Tappix has sounded. Turn them on on the Sound page."
                 Layout.fillWidth: true
                 Layout.fillHeight: true
                 Layout.preferredWidth: 1

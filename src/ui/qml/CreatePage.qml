@@ -39,8 +39,8 @@ Flickable {
 
         PageHeader {
             theme: page.theme
-            title: "Design your own switch"
-            subtitle: "Shape a keystroke, preview it, save it as a pack."
+            title: "Create"
+            subtitle: "Design a switch of your own."
             Layout.fillWidth: true
         }
 
@@ -56,6 +56,25 @@ Flickable {
                 anchors.fill: parent
                 anchors.margins: 16
                 spacing: 12
+
+                Text {
+                    text: "Design your own switch"
+                    color: page.theme.text
+                    font.pixelSize: 15
+                    font.weight: Font.DemiBold
+                    Accessible.role: Accessible.Heading
+                    Accessible.name: text
+                }
+                Text {
+                    text: "Shape a keystroke, preview it, save it as a pack."
+                    color: page.theme.mutedText
+                    font.pixelSize: 12
+                    wrapMode: Text.WordWrap
+                    Layout.fillWidth: true
+                    Layout.topMargin: -8
+                    Accessible.role: Accessible.StaticText
+                    Accessible.name: text
+                }
 
                 Flow {
                     spacing: 8
@@ -158,6 +177,14 @@ Flickable {
                     Layout.preferredHeight: 1
                 }
 
+                Text {
+                    text: "Pack name"
+                    color: page.theme.text
+                    font.pixelSize: 13
+                    Layout.bottomMargin: -6
+                    // The field below carries the same name for a screen reader.
+                    Accessible.ignored: true
+                }
                 RowLayout {
                     spacing: 10
                     Layout.fillWidth: true
@@ -165,7 +192,7 @@ Flickable {
                     TextField {
                         id: nameField
                         text: page.designer.name
-                        placeholderText: "Name"
+                        placeholderText: "My switch"
                         placeholderTextColor: page.theme.mutedText
                         color: page.theme.text
                         selectionColor: page.theme.accent

@@ -12,6 +12,7 @@ Card {
     implicitHeight: column.implicitHeight + 28
     Accessible.role: Accessible.Grouping
     Accessible.name: title + ": " + value
+    Accessible.description: explanation
 
     ColumnLayout {
         id: column
@@ -25,12 +26,15 @@ Card {
             font.bold: true
             Accessible.role: Accessible.StaticText
             Accessible.name: card.title + ": " + text
+            Accessible.description: card.explanation
         }
         Label {
             text: card.title
             color: card.theme.text
             font.pixelSize: 13
             font.weight: Font.DemiBold
+            // Read out with the figure, as its name and description.
+            Accessible.ignored: true
         }
         Label {
             text: card.explanation
@@ -41,6 +45,7 @@ Card {
             Layout.fillWidth: true
             Layout.fillHeight: true
             verticalAlignment: Text.AlignTop
+            Accessible.ignored: true
         }
     }
 }
