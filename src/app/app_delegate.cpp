@@ -42,6 +42,8 @@ AppDelegate::AppDelegate(Platform platform, const QString& preferencesPath,
     audioPlayer_ =
         std::make_unique<AudioPlayer>(std::move(platform.output), std::move(platform.decoder),
                                       *devices_, settings_->volume(), &clock_);
+    if (platform.onAudioQueueThread)
+        audioPlayer_->runOnQueue(std::move(platform.onAudioQueueThread));
     keyService_ = std::make_unique<KeyEventService>(std::move(platform.capture));
     notifier_ = std::move(platform.notifier);
     focus_ = std::move(platform.focus);

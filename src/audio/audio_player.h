@@ -95,6 +95,10 @@ public:
     /// it. Asynchronous; never queries devices or waits on the server. Any thread.
     void setOutputDevice(std::optional<std::string> uid);
 
+    /// Runs `task` on the audio queue before any play asked for after it: where the
+    /// platform gives the queue the key path's priority. Main thread.
+    void runOnQueue(std::function<void()> task) { queue_.post(std::move(task)); }
+
     /// Blocks until every load and play asked for so far has reached the mixer. Not
     /// from the player's queues.
     void drain();
