@@ -103,6 +103,10 @@ public:
     /// How many times new sounds went out by re-sending the unplayed buffer (rather
     /// than waiting behind it). Any thread.
     std::uint64_t resends() const { return resends_.load(); }
+    /// Re-sends the server had read past the start of when it took them in (the first
+    /// milliseconds of a new sound lost: the server was held up longer than the margin
+    /// allows). Each widens the margin by what was missed. Any thread.
+    std::uint64_t lateResends() const { return lateResends_.load(); }
 
     /// Whether the loop thread got real-time priority when the output started. Any thread.
     bool isRealtime() const { return realtime_.load(); }
@@ -172,6 +176,9 @@ private:
     std::uint32_t loggedBuffer_ = 0;
     std::atomic<std::uint64_t> underruns_{0};
     std::atomic<std::uint64_t> resends_{0};
+    std::atomic<std::uint64_t> lateResends_{0};
+    // Where the last re-send started, until a timing report says whether it was on time.
+    std::int64_t resentFrom_ = -1;
     pa_usec_t gapsExpectedUntil_ = 0;
     // When the server last asked for data (or the stream became ready). Loop thread.
     pa_usec_t lastRequestAt_ = 0;
