@@ -72,7 +72,7 @@ int main(int argc, char** argv) {
                                            std::make_unique<tappix::HttpsFeedFetcher>(),
                                            QUrl(QStringLiteral(TAPPIX_UPDATE_FEED))};
     platform.onAudioQueueThread = [] {
-        tappix::RealtimeThread::makeCallingThreadRealtime("tappix-audio", tappix::lcAudio());
+        tappix::RealtimeThread::makeCallingThreadRealtime("tappix-audio", lcAudio());
     };
     platform.withWindows = true;
     platform.focus = tappix::makeFocusSource();
