@@ -21,7 +21,6 @@ export DBUS_SESSION_BUS_ADDRESS=$(head -1 "$session_dir/bus")
 export LAT_SINK=bench
 mix='{"id": "switching", "name": "Switching", "assignments": {"space": {"packId": "'"${kits[1]}"'"}, "enter": {"packId": "'"${kits[2]}"'"}}}'
 prefs='{"selectedPackId": "'"${kits[0]}"'", "keyUpSoundsEnabled": false, "pitchVariation": false, "hasSeenWelcome": true, "soundMixes": ['"$mix"']}'
-run="env $tappix_env $build/tappix"
 
 set_property() { # NAME VALUE
     dbus-send --session --print-reply --dest=app.morvane.tappix /app/morvane/tappix \
@@ -45,6 +44,7 @@ switcher() {
 
 for mode in steady switching; do
     tappix_home "$prefs"
+    run="env $tappix_env $build/tappix"
     switcher_pid=
     if [ "$mode" = switching ]; then
         switcher &
