@@ -19,7 +19,8 @@ namespace {
 /// One second of 48 kHz stereo with all sixteen voices busy at odd rates, pans and
 /// gains, the low-pass and the room on. Reports the CPU share of real time.
 void MixerOneSecondSixteenVoices(benchmark::State& state) {
-    Mixer mixer;
+    const SteadyClock clock;
+    Mixer mixer(clock);
     mixer.setMasterVolume(0.8f);
     mixer.setToneBrightness(0.5f);
     mixer.setRoom(true);
@@ -31,7 +32,8 @@ void MixerOneSecondSixteenVoices(benchmark::State& state) {
     for (auto _ : state) {
         for (int v = 0; v < Mixer::kVoiceCount; ++v)
             mixer.enqueue({sample.data(), static_cast<std::uint32_t>(sample.size()),
-                           0.9f + 0.013f * v, -0.9f + 0.12f * v, 0.3f + 0.05f * v, ++sequence});
+                           0.9f + 0.013f * v, -0.9f + 0.12f * v, 0.3f + 0.05f * v, ++sequence,
+                           clock.now()});
         // Render in 240-frame callbacks (5 ms), as a sound server asks for it.
         for (std::size_t done = 0; done < 48000; done += 240)
             mixer.render(out.data() + 2 * done, 240);
@@ -43,7 +45,8 @@ BENCHMARK(MixerOneSecondSixteenVoices)->Unit(benchmark::kMillisecond);
 
 /// One second with nothing playing: what the idle stream costs.
 void MixerOneSecondIdle(benchmark::State& state) {
-    Mixer mixer;
+    const SteadyClock clock;
+    Mixer mixer(clock);
     std::vector<float> out(2 * 48000);
     for (auto _ : state) {
         for (std::size_t done = 0; done < 48000; done += 240)

@@ -26,11 +26,11 @@
 #include <vector>
 
 using namespace tappix;
-using Clock = std::chrono::steady_clock;
+using Steady = std::chrono::steady_clock;
 
 namespace {
 
-double ms(Clock::time_point t, Clock::time_point origin) {
+double ms(Steady::time_point t, Steady::time_point origin) {
     return std::chrono::duration<double, std::milli>(t - origin).count();
 }
 
@@ -86,10 +86,10 @@ int main(int argc, char** argv) {
     QThread::msleep(500);
 
     // Known times, all on one clock; the recording's start is found from the references.
-    const Clock::time_point origin = Clock::now();
+    const Steady::time_point origin = Steady::now();
     std::vector<double> referenceTimes, keyTimes;
     for (int i = 0; i < 10; ++i) {
-        referenceTimes.push_back(ms(Clock::now(), origin));
+        referenceTimes.push_back(ms(Steady::now(), origin));
         reference.playBuffer(click, 1.0f, 0.0f, 1.0f);
         QThread::msleep(150);
     }
@@ -99,7 +99,7 @@ int main(int argc, char** argv) {
         std::this_thread::sleep_until(due);
         XTestFakeKeyEvent(display, keycode, True, 0);
         XFlush(display);
-        keyTimes.push_back(ms(Clock::now(), origin));
+        keyTimes.push_back(ms(Steady::now(), origin));
         QThread::msleep(25);
         XTestFakeKeyEvent(display, keycode, False, 0);
         XFlush(display);

@@ -107,6 +107,53 @@ TEST(AppDelegate, AKeyboardRecorderHearsTheKeysInsteadOfTheSounds) {
     EXPECT_EQ(heard.size(), 4u);
 }
 
+// Settings changes reach the decoder only as far as they bring in kits not decoded as
+// they are now: a level, a kit that is not installed (chosen, then left as it is), a
+// mix renamed, a kit chosen again decode nothing; a mix voice from another kit decodes
+// that kit's files alone.
+TEST(AppDelegate, SettingsChangesDecodeOnlyTheKitsTheyBringIn) {
+    test::HarnessOptions options;
+    options.addKits = [](const QString& bundle, const QString&) {
+        test::writeKit(bundle, "other", "Other");
+    };
+    Harness run(options);
+    SettingsStore& s = run.delegate->settings();
+    SoundMix mix;
+    struct Change {
+        const char* what;
+        std::function<void()> make;
+        int decodes;
+    };
+    const Change changes[] = {
+        {"the volume", [&] { s.setVolume(0.3f); }, 0},
+        {"a new mix", [&] { mix = s.createMix("Mine"); }, 0},
+        {"a voice from another kit",
+         [&] {
+             s.setVoice(MixVoice{QStringLiteral("other"), std::nullopt}, KeyGroup::space, mix.id);
+         },
+         1},
+        {"the mix renamed",
+         [&] {
+             mix = *s.activeMix();
+             mix.name = "Renamed";
+             s.updateMix(mix);
+         },
+         0},
+        {"a kit that is not installed", [&] { s.setSelectedPackIdText("gone"); }, 0},
+        {"the volume while it is chosen", [&] { s.setVolume(0.4f); }, 0},
+        {"the kit chosen before", [&] { s.setSelectedPackIdText("click"); }, 0},
+        {"the other kit chosen", [&] { s.setSelectedPackIdText("other"); }, 0},
+    };
+    run.delegate->audioPlayer().drain(); // the kit chosen at start
+    for (const Change& change : changes) {
+        const int before = run.decodes;
+        change.make();
+        run.settle();
+        run.delegate->audioPlayer().drain();
+        EXPECT_EQ(run.decodes - before, change.decodes) << change.what;
+    }
+}
+
 // Keys arriving on the capture thread while the service is torn down never reach a
 // destroyed engine or monitor (the sanitizer build turns such a use into a failure).
 TEST(AppDelegate, ShutsDownCleanlyWhileKeysAreStillArriving) {

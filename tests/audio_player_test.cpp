@@ -2,17 +2,56 @@
 
 #include "platform/sndfile/sndfile_decoder.h"
 
+#include "support/fake_time.h"
+
 #include <gtest/gtest.h>
 
 #include <QFile>
 #include <QTemporaryDir>
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
 #include <sys/stat.h>
 
 using namespace tappix;
 
 namespace {
 
-/// The platform boundary, driven by hand: the test renders the mixer itself.
+/// A gate a thread waits at until the test opens it.
+class Gate {
+public:
+    void close() {
+        std::lock_guard lock(mutex_);
+        open_ = false;
+    }
+    void open() {
+        {
+            std::lock_guard lock(mutex_);
+            open_ = true;
+        }
+        changed_.notify_all();
+    }
+    void pass() {
+        std::unique_lock lock(mutex_);
+        waiting_ = true;
+        changed_.notify_all();
+        changed_.wait(lock, [this] { return open_; });
+        waiting_ = false;
+    }
+    void awaitSomeoneWaiting() {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return waiting_; });
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool open_ = true;
+    bool waiting_ = false;
+};
+
+/// The platform boundary, driven by hand: the test renders the mixer itself, and says
+/// when the output goes away (its stream dropped, as when the server dies).
 class ManualOutput final : public AudioOutput {
 public:
     bool start(Mixer& mixer) override {
@@ -21,14 +60,21 @@ public:
     }
     void stop() override {}
     void setDevice(const std::optional<std::string>& name) override { device = name; }
-    bool isPlaying() const override { return true; }
+    void wake() override { wakeGate.pass(); }
+    bool isPlaying() const override { return !away; }
     double latencySeconds() const override { return 0; }
     std::vector<float> render(std::size_t frames) {
         std::vector<float> out(frames * 2);
         mixer_->render(out.data(), frames);
         return out;
     }
+    void goAway() {
+        away = true;
+        mixer_->stopAll();
+    }
     std::optional<std::string> device;
+    std::atomic<bool> away{false};
+    Gate wakeGate;
 
 private:
     Mixer* mixer_ = nullptr;
@@ -41,7 +87,7 @@ public:
         ++count;
         return real.decode(path, error);
     }
-    int count = 0;
+    std::atomic<int> count = 0;
     SndfileDecoder real;
 };
 
@@ -65,12 +111,14 @@ public:
 struct Fixture {
     QTemporaryDir dir;
     FakeDevices devices;
+    test::FakeTime time;
     ManualOutput* output = new ManualOutput;
     CountingDecoder* decoder = new CountingDecoder;
-    AudioPlayer player{std::unique_ptr<AudioOutput>(output),
-                       std::unique_ptr<SampleDecoder>(decoder), devices, 1.0f};
+    AudioPlayer player;
 
-    Fixture() {
+    explicit Fixture(std::size_t keptKitBytes = AudioPlayer::kKeptKitBytes)
+        : player(std::unique_ptr<AudioOutput>(output), std::unique_ptr<SampleDecoder>(decoder),
+                 devices, 1.0f, &time, keptKitBytes) {
         std::string error;
         writeWav(std::vector<float>(480, 0.5f), dir.filePath("click.wav").toStdString(), error);
         writeWav(std::vector<float>(480, 0.25f), dir.filePath("clack.wav").toStdString(), error);
@@ -78,19 +126,6 @@ struct Fixture {
 };
 
 } // namespace
-
-TEST(AudioPlayer, LoadsReplaceTheWholeMapAndDecodeEachFileOnce) {
-    Fixture f;
-    f.player.loadSampleSets({{"a", f.dir.path(), {"click.wav", "click.wav", "clack.wav"}},
-                             {"b", f.dir.path(), {"clack.wav"}}});
-    f.player.drain();
-    EXPECT_EQ(f.decoder->count, 3);
-    EXPECT_TRUE(f.player.hasSample("a", "click.wav"));
-    EXPECT_TRUE(f.player.hasSample("b", "clack.wav"));
-    f.player.loadSampleSets({{"b", f.dir.path(), {"clack.wav"}}});
-    EXPECT_FALSE(f.player.hasSample("a", "click.wav"));
-    EXPECT_TRUE(f.player.hasSample("b", "clack.wav"));
-}
 
 TEST(AudioPlayer, RefusesNamesThatEscapeOrAreNotFiles) {
     Fixture f;
@@ -102,7 +137,7 @@ TEST(AudioPlayer, RefusesNamesThatEscapeOrAreNotFiles) {
                               {"../click.wav", f.dir.filePath("click.wav").toStdString(),
                                "../pipe.wav", "inner.wav", "missing.wav", ""}}});
     f.player.drain();
-    EXPECT_EQ(f.decoder->count, 1); // only inner.wav was ever opened
+    EXPECT_EQ(f.decoder->count.load(), 1); // only inner.wav was ever opened
     EXPECT_TRUE(f.player.hasSample("k", "inner.wav"));
     EXPECT_FALSE(f.player.hasSample("k", "../click.wav"));
 
@@ -143,4 +178,90 @@ TEST(AudioPlayer, TheChosenDeviceGoesToTheOutputWithoutAQuery) {
     f.player.setOutputDevice(std::nullopt);
     EXPECT_EQ(f.output->device, std::nullopt);
     EXPECT_EQ(f.devices.queries, 0);
+}
+
+// A load replaces the whole map and decodes each file once. Decoded kits are kept by kit
+// and file identity: a load decodes only files new to the kit or changed on disk, and a
+// kit no longer in use stays kept within the budget, the least recently used let go first.
+TEST(AudioPlayer, LoadsDecodeOnlyWhatIsNew) {
+    const std::size_t sample = 480 * sizeof(float);
+    Fixture f(3 * sample); // one kit of one sample kept beside those in use, not two
+    const QString d = f.dir.path();
+    struct Step {
+        const char* what;
+        std::vector<SamplePlayer::SampleSet> sets;
+        int decodes;
+        const char* gone = "";
+    };
+    const Step steps[] = {
+        {"a kit", {{"a", d, {"click.wav", "click.wav", "clack.wav"}}}, 2},
+        {"the same kit again", {{"a", d, {"click.wav", "clack.wav"}}}, 0},
+        {"a second kit beside it",
+         {{"a", d, {"click.wav", "clack.wav"}}, {"b", d, {"clack.wav"}}},
+         1},
+        {"a file changed on disk",
+         {{"a", d, {"click.wav", "clack.wav"}}, {"b", d, {"clack.wav"}}},
+         1},
+        {"another kit alone", {{"c", d, {"click.wav"}}}, 1, "a"},
+        {"it again, letting go of the least recent", {{"c", d, {"click.wav"}}}, 0},
+        {"a kit kept", {{"b", d, {"clack.wav"}}}, 0},
+        {"a kit let go", {{"a", d, {"click.wav", "clack.wav"}}}, 2},
+    };
+    for (const Step& step : steps) {
+        if (std::string_view(step.what) == "a file changed on disk") {
+            std::string error;
+            writeWav(std::vector<float>(960, 0.5f), f.dir.filePath("click.wav").toStdString(),
+                     error);
+        }
+        const int before = f.decoder->count.load();
+        f.player.loadSampleSets(step.sets);
+        f.player.drain();
+        EXPECT_EQ(f.decoder->count.load() - before, step.decodes) << step.what;
+        for (const auto& set : step.sets)
+            for (const auto& file : set.files)
+                EXPECT_TRUE(f.player.hasSample(set.id, file)) << step.what;
+        EXPECT_FALSE(f.player.hasSample(step.gone, "click.wav")) << step.what;
+    }
+}
+
+// While the output is away (its stream dropped, nothing rendered) kits loaded and
+// sounds played must not pile up: replaced samples and played buffers are let go at
+// once, and the plays are dropped and counted, as they could not sound on time.
+TEST(AudioPlayer, MemoryStaysFlatWhileTheOutputIsAway) {
+    Fixture f(0); // no kit kept beyond those the last two loads used
+    const std::size_t kit = 2 * 480 * sizeof(float);
+    f.player.loadSampleSets({{"first", f.dir.path(), {"click.wav"}}});
+    f.player.drain();
+    f.player.play("first", "click.wav", 1, 0, 1); // queued, never rendered
+    f.player.drain();
+    f.output->goAway();
+    for (int round = 0; round < 20; ++round) {
+        const std::string id = "kit" + std::to_string(round);
+        f.player.loadSampleSets({{id, f.dir.path(), {"click.wav", "clack.wav"}}});
+        f.player.drain();
+        f.player.play(id, "click.wav", 1, 0, 1);
+        f.player.playBuffer(
+            std::make_shared<const SampleBuffer>(SampleBuffer{std::vector<float>(48000, 0.1f)}), 1,
+            0, 1);
+        f.player.drain();
+        EXPECT_LE(f.player.sampleBytes(), 2 * kit) << "round " << round;
+    }
+    EXPECT_EQ(f.player.droppedSounds(), 1u + 2 * 20);
+}
+
+// A burst that outruns the audio queue cannot grow it without limit: beyond its
+// capacity plays are dropped and counted.
+TEST(AudioPlayer, TheQueueHasABound) {
+    Fixture f;
+    f.player.loadSampleSets({{"a", f.dir.path(), {"click.wav"}}});
+    f.player.drain();
+    f.output->wakeGate.close();
+    f.player.play("a", "click.wav", 1, 0, 1);
+    f.output->wakeGate.awaitSomeoneWaiting(); // the queue is stuck on it
+    constexpr int kBurst = 1000;
+    for (int i = 0; i < kBurst; ++i)
+        f.player.play("a", "unknown.wav", 1, 0, 1);
+    EXPECT_EQ(f.player.droppedSounds(), kBurst - AudioPlayer::kQueueCapacity);
+    f.output->wakeGate.open();
+    f.player.drain();
 }

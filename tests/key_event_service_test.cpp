@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
 
 using namespace tappix;
 using Events = std::vector<std::string>;
@@ -203,4 +204,30 @@ TEST(KeyEventService, CallbacksChangeInDeliveryOrder) {
 
     f.service.reset(); // joins cleanly with a callback set
     EXPECT_EQ(late.load(), 1);
+}
+
+// A burst that outruns delivery cannot grow the queue without limit: beyond its
+// capacity events are dropped and counted, and delivery goes on after.
+TEST(KeyEventService, TheQueueHasABound) {
+    Fixture f;
+    std::promise<void> entered, open;
+    std::shared_future<void> opened = open.get_future().share();
+    std::atomic<int> delivered{0};
+    f.service->setOnKeyEvent([&](KeyCode, bool) {
+        if (delivered++ == 0) {
+            entered.set_value();
+            opened.wait(); // delivery stuck on the first event
+        }
+    });
+    f.keyboard->sink().keyDown(keys::a, false);
+    entered.get_future().wait();
+    constexpr int kBurst = 1000;
+    for (int i = 0; i < kBurst / 2; ++i) {
+        f.keyboard->sink().keyUp(keys::a);
+        f.keyboard->sink().keyDown(keys::a, false);
+    }
+    EXPECT_EQ(f.service->droppedEvents(), kBurst - KeyEventService::kQueueCapacity);
+    open.set_value();
+    f.service->drain();
+    EXPECT_EQ(delivered.load(), 1 + static_cast<int>(KeyEventService::kQueueCapacity));
 }

@@ -1,13 +1,20 @@
 #include "audio/mixer.h"
 
+#include "support/fake_time.h"
+
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
 using namespace tappix;
+using namespace std::chrono_literals;
 
 namespace {
+
+// Time stands still unless a test moves it: every sound is asked for "now".
+test::FakeTime stillTime;
 
 struct Rendered {
     std::vector<float> stereo;
@@ -32,21 +39,21 @@ const std::vector<float> kDc(4800, 0.5f); // 100 ms of a constant level
 } // namespace
 
 TEST(Mixer, PanIsEqualPowerAndGainIsClamped) {
-    Mixer mixer;
+    Mixer mixer(stillTime);
     mixer.setMasterVolume(1.0f);
     mixer.enqueue(play(kDc, 1, -1.0f));
     auto out = run(mixer, 64);
     EXPECT_NEAR(out.left(10), 0.5f, 1e-6f);
     EXPECT_NEAR(out.right(10), 0.0f, 1e-6f);
 
-    Mixer centre;
+    Mixer centre(stillTime);
     centre.setMasterVolume(1.0f);
     centre.enqueue(play(kDc, 1, 0.0f, 2.0f)); // gain 2 plays at 1.5
     out = run(centre, 64);
     EXPECT_NEAR(out.left(10), 0.5f * 1.5f * std::sqrt(0.5f), 1e-5f);
     EXPECT_NEAR(out.right(10), out.left(10), 1e-6f);
 
-    Mixer negative;
+    Mixer negative(stillTime);
     negative.setMasterVolume(1.0f);
     negative.enqueue(play(kDc, 1, 0.0f, -1.0f));
     out = run(negative, 64);
@@ -57,7 +64,7 @@ TEST(Mixer, PanIsEqualPowerAndGainIsClamped) {
 TEST(Mixer, TheSeventeenthSoundCutsTheFirstWithAFade) {
     const std::vector<float> silence(4800, 0.0f);
     for (int extra : {15, 16}) {
-        Mixer mixer;
+        Mixer mixer(stillTime);
         mixer.setMasterVolume(1.0f);
         mixer.enqueue(play(kDc, 1, -1.0f));
         for (int i = 0; i < extra; ++i)
@@ -74,7 +81,7 @@ TEST(Mixer, TheSeventeenthSoundCutsTheFirstWithAFade) {
 }
 
 TEST(Mixer, RateVolumeDuckAndSafeSequence) {
-    Mixer mixer;
+    Mixer mixer(stillTime);
     mixer.setMasterVolume(0.8f);
     mixer.setDuck(true, 0.3f);
     EXPECT_FLOAT_EQ(mixer.targetOutputGain(), 0.24f);
@@ -101,7 +108,7 @@ TEST(Mixer, BrightnessFiltersHighsAndRoomLeavesATail) {
     for (std::size_t i = 0; i < high.size(); ++i)
         high[i] = std::sin(2.0f * 3.14159265f * 12000.0f * i / 48000.0f) * 0.5f;
     auto energy = [&](float brightness) {
-        Mixer mixer;
+        Mixer mixer(stillTime);
         mixer.setMasterVolume(1.0f);
         mixer.setToneBrightness(brightness);
         mixer.enqueue(play(high, 1));
@@ -115,7 +122,7 @@ TEST(Mixer, BrightnessFiltersHighsAndRoomLeavesATail) {
 
     const std::vector<float> click(480, 0.5f);
     for (bool room : {false, true}) {
-        Mixer mixer;
+        Mixer mixer(stillTime);
         mixer.setMasterVolume(1.0f);
         mixer.setRoom(room);
         mixer.enqueue(play(click, 1));
@@ -150,14 +157,14 @@ TEST(Mixer, ANewSoundMixedIntoRenderedFramesMatchesRenderingIt) {
             mixer.enqueue(play(sweep, 1, -0.5f));
         };
         // As if the sound had been queued at the start of the last kBack frames.
-        Mixer direct;
+        Mixer direct(stillTime);
         setUp(direct);
         auto expected = run(direct, kBefore - kBack).stereo;
         direct.enqueue(play(hit, 2, 0.7f, 1.2f, 1.3f));
         const auto rest = run(direct, kBack + kAfter).stereo;
         expected.insert(expected.end(), rest.begin(), rest.end());
 
-        Mixer resent;
+        Mixer resent(stillTime);
         setUp(resent);
         auto actual = run(resent, kBefore).stereo;
         EXPECT_FALSE(resent.mixNewSoundsInto(actual.data(), kBack)) << "nothing was queued";
@@ -172,4 +179,56 @@ TEST(Mixer, ANewSoundMixedIntoRenderedFramesMatchesRenderingIt) {
             worst = std::max(worst, std::fabs(actual[i] - expected[i]));
         EXPECT_LT(worst, 1e-4f) << "brightness " << brightness;
     }
+}
+
+// A sound is on time or not at all. One asked for while the output was away or stalled
+// reaches the render late: it is dropped and counted, never played. Sounds ringing when
+// a stalled stream resumes fade out instead of going on late; sounds started from a
+// stream that was dropped (the server went away) never come back.
+TEST(Mixer, SoundsThatWouldBeLateAreDroppedAndCounted) {
+    struct Case {
+        const char* what;
+        std::chrono::milliseconds waited; // from asking to the render
+        bool heard;
+    };
+    for (const Case& c :
+         {Case{"at once", 0ms, true}, Case{"within the deadline", 40ms, true},
+          Case{"after an outage", 60ms, false}, Case{"after a restart", 3000ms, false}}) {
+        test::FakeTime time;
+        Mixer mixer(time);
+        mixer.setMasterVolume(1.0f);
+        run(mixer, 256);
+        Mixer::PlayCommand command = play(kDc, 1);
+        command.askedAt = time.now();
+        mixer.enqueue(command);
+        time.advance(c.waited);
+        const auto out = run(mixer, 256);
+        EXPECT_EQ(out.left(100) != 0.0f, c.heard) << c.what;
+        EXPECT_EQ(mixer.lateSounds(), c.heard ? 0u : 1u) << c.what;
+        EXPECT_EQ(mixer.safeSequence(), c.heard ? 1u : 2u) << c.what << ": its samples are free";
+    }
+
+    test::FakeTime time;
+    Mixer stalled(time);
+    stalled.setMasterVolume(1.0f);
+    stalled.enqueue(play(kDc, 1, -1.0f));
+    run(stalled, 256);
+    time.advance(Mixer::kStallAfter + 1ms);
+    auto out = run(stalled, 512);
+    EXPECT_GT(out.left(0), 0.4f) << "fades, not cut dead";
+    EXPECT_EQ(out.left(Mixer::kStealFadeFrames + 1), 0.0f) << "went on after a stall";
+
+    test::FakeTime later;
+    Mixer dropped(later);
+    dropped.setMasterVolume(1.0f);
+    dropped.setRoom(true);
+    dropped.enqueue(play(kDc, 1));
+    run(dropped, 256);
+    dropped.enqueue(play(kDc, 2));
+    dropped.stopAll();
+    EXPECT_EQ(dropped.lateSounds(), 1u);
+    EXPECT_EQ(dropped.safeSequence(), 3u);
+    out = run(dropped, 256);
+    EXPECT_TRUE(std::all_of(out.stereo.begin(), out.stereo.end(), [](float x) { return x == 0; }))
+        << "a sound or the room rang on after the stream went away";
 }

@@ -16,6 +16,7 @@
 #include <QFile>
 #include <QRegularExpression>
 #include <QTemporaryDir>
+#include <atomic>
 #include <cmath>
 #include <sched.h>
 #include <unistd.h>
@@ -74,14 +75,14 @@ protected:
     }
 
     /// A player on the server's default sink "tappix_a", playing.
-    void startPlayer() {
+    void startPlayer(std::unique_ptr<SampleDecoder> decoder = std::make_unique<SndfileDecoder>()) {
         SoundServer::setDefault("sink", "tappix_a");
         devices_ = std::make_unique<PulseDeviceManager>();
         // Idle soon, so every test also exercises waking from idle.
         auto output = std::make_unique<PulseOutput>(500);
         output_ = output.get();
-        player_ = std::make_unique<AudioPlayer>(
-            std::move(output), std::make_unique<SndfileDecoder>(), *devices_, 1.0f);
+        player_ =
+            std::make_unique<AudioPlayer>(std::move(output), std::move(decoder), *devices_, 1.0f);
         ASSERT_TRUE(waitUntilPlaying(2000));
     }
 
@@ -272,9 +273,15 @@ TEST_P(PulsePlayer, UnloadingTheSinkInUseFallsBackToTheDefault) {
     EXPECT_GT(heard.peakLeft, 0.3);
 }
 
-TEST_P(PulsePlayer, SoundReturnsAfterTheServerRestarts) {
+// Keys typed while the server is away never sound when it is back: no burst of them
+// (long sounds on the left, which a burst at the reconnection would still be playing
+// when the recording starts), while a key typed after sounds at once (on the right).
+TEST_P(PulsePlayer, SoundReturnsAfterTheServerRestartsWithoutTheKeysTypedMeanwhile) {
     server_->kill();
-    QThread::msleep(100);
+    for (int i = 0; i < 20; ++i) {
+        player_->playBuffer(tone(1.5f), 1, -1, 1);
+        QThread::msleep(25);
+    }
     ASSERT_TRUE(server_->start());
     SoundServer::setDefault("sink", "tappix_a");
     QElapsedTimer timer;
@@ -283,8 +290,128 @@ TEST_P(PulsePlayer, SoundReturnsAfterTheServerRestarts) {
         QThread::msleep(10);
     EXPECT_LT(timer.elapsed(), 2000) << "not reconnected within 2 s";
     const auto heard = test::levels(
-        server_->record("tappix_a", [&] { player_->playBuffer(tone(0.2f), 1, 0, 1); }));
-    EXPECT_GT(heard.peakLeft, 0.3);
+        server_->record("tappix_a", [&] { player_->playBuffer(tone(0.2f), 1, 1, 1); }));
+    EXPECT_LT(heard.peakLeft, 0.01) << "keys typed while the server was away sounded";
+    EXPECT_GT(heard.peakRight, 0.3);
+    EXPECT_GE(player_->droppedSounds(), 20u);
+}
+
+namespace {
+// The output's loop, held in one of its own log lines (its lock held) until released.
+std::atomic<bool> gHoldLoop{false}, gLoopHeld{false}, gReleaseLoop{false};
+QtMessageHandler gPreviousHandler = nullptr;
+
+void holdingHandler(QtMsgType type, const QMessageLogContext& context, const QString& message) {
+    if (gHoldLoop && message.startsWith(QLatin1String("playing on tappix_b"))) {
+        gHoldLoop = false;
+        gLoopHeld = true;
+        QElapsedTimer held;
+        held.start();
+        while (!gReleaseLoop && held.elapsed() < 3000)
+            QThread::msleep(5);
+        gLoopHeld = false;
+    }
+    if (gPreviousHandler)
+        gPreviousHandler(type, context, message);
+}
+} // namespace
+
+// Whoever asks for a sound never waits for the output's loop: while the loop is busy
+// (here held in its own log line, with its lock, as a busy machine could hold it), a
+// play still goes through the player's queue at once; the loop starts it when it runs.
+TEST_P(PulsePlayer, AskingForASoundNeverWaitsForTheOutputLoop) {
+    gReleaseLoop = false;
+    gHoldLoop = true;
+    gPreviousHandler = qInstallMessageHandler(holdingHandler);
+    player_->setOutputDevice(std::string("tappix_b")); // the loop logs when it plays there
+    ASSERT_TRUE(waitUntil([] { return gLoopHeld.load(); }, 3000));
+    player_->playBuffer(tone(0.05f), 1, 0, 1);
+    player_->drain();
+    const bool drainedWhileHeld = gLoopHeld;
+    gReleaseLoop = true;
+    waitUntil([] { return !gLoopHeld.load(); }, 3000);
+    qInstallMessageHandler(gPreviousHandler);
+    EXPECT_TRUE(drainedWhileHeld) << "a play waited for the output's loop";
+}
+
+// A stream that stalls without going away (the server stopped, not killed): keys typed
+// during the stall (on the right) never sound when it resumes; a key after it (on the
+// left) does. A stall is known only once it has lasted a moment: sound handed to the
+// server just before it stopped is the server's to play.
+TEST_P(PulsePlayer, AStalledStreamResumesWithoutTheKeysTypedMeanwhile) {
+    const std::uint64_t droppedBefore = player_->droppedSounds();
+    const auto recorded = server_->record(
+        "tappix_a",
+        [&] {
+            server_->pause(true);
+            QThread::msleep(PulseOutput::kStalledAfterMs + 200);
+            for (int i = 0; i < 10; ++i) {
+                player_->playBuffer(tone(0.3f), 1, 1, 1);
+                QThread::msleep(40);
+            }
+            QThread::msleep(100); // the last of them late too by the time it resumes
+            server_->pause(false);
+            QThread::msleep(300);
+            player_->playBuffer(tone(0.2f), 1, -1, 1);
+        },
+        500);
+    const auto heard = test::levels(recorded);
+    EXPECT_LT(heard.peakRight, 0.01) << "keys typed during the stall sounded late";
+    EXPECT_GT(heard.peakLeft, 0.3) << "the key after the stall was not heard";
+    EXPECT_EQ(player_->droppedSounds() - droppedBefore, 10u);
+}
+
+// A kit switched while keys are typed: the new kit decodes (slowly here) while keys go
+// on playing the kit loaded before, each in its own time; once it is in, keys play it.
+// Every key is heard, none late.
+TEST_P(PulsePlayer, KeysTypedWhileAKitDecodesAreAllHeardOnTime) {
+    // Decoding takes 150 ms a file, as a large kit on a busy machine would.
+    struct SlowDecoder final : SampleDecoder {
+        std::optional<SampleBuffer> decode(const QString& path, std::string& error) override {
+            QThread::msleep(150);
+            return real.decode(path, error);
+        }
+        SndfileDecoder real;
+    };
+    player_.reset();
+    startPlayer(std::make_unique<SlowDecoder>());
+    QTemporaryDir dir;
+    std::vector<float> click(960);
+    for (std::size_t i = 0; i < click.size(); ++i)
+        click[i] = 0.5f * std::sin(2.0f * 3.14159265f * 1000.0f * i / 48000.0f);
+    std::string error;
+    std::vector<std::string> names;
+    for (const char* kit : {"a", "b"}) {
+        QDir().mkpath(dir.filePath(kit));
+        for (int i = 0; i < 4; ++i) {
+            names.push_back("key" + std::to_string(i) + ".wav");
+            ASSERT_TRUE(
+                writeWav(click, dir.filePath(kit).toStdString() + "/" + names.back(), error));
+        }
+    }
+    names.resize(4);
+    player_->loadSampleSets({{"a", dir.filePath("a"), names}});
+    player_->drain();
+
+    constexpr int kKeys = 24;
+    std::atomic<bool> switched{false};
+    std::vector<qint64> playedAt;
+    QElapsedTimer clock;
+    const auto recorded = server_->record("tappix_a", [&] {
+        clock.start();
+        player_->loadSampleSets({{"b", dir.filePath("b"), names}}, [&] { switched = true; });
+        for (int i = 0; i < kKeys; ++i) {
+            playedAt.push_back(clock.elapsed());
+            player_->play(switched ? "b" : "a", "key0.wav", 1, 0, 1);
+            QThread::msleep(50);
+        }
+    });
+    EXPECT_TRUE(switched) << "the new kit never came in";
+    const auto heard = test::onsets(recorded);
+    ASSERT_EQ(heard.size(), static_cast<std::size_t>(kKeys)) << "keys lost or bunched together";
+    for (std::size_t i = 1; i < heard.size(); ++i)
+        EXPECT_NEAR(heard[i] - heard[i - 1], double(playedAt[i] - playedAt[i - 1]), 20.0)
+            << "key " << i << " out of time";
 }
 
 TEST_P(PulsePlayer, ASuspendedAndResumedSinkSoundsAtOnce) {
@@ -403,6 +530,7 @@ TEST_P(PulsePlayer, SoundsAddedWhilePlayingLeaveTheOthersUntouched) {
     constexpr int kShort = 12; // with the tone, fewer than the 16 voices
     const std::uint64_t resendsBefore = output_->resends();
     const std::uint64_t underrunsBefore = output_->underruns();
+    const std::uint64_t lateBefore = output_->lateResends();
     // Awake first: the wake-up has its own test, this one is about re-sends.
     player_->playBuffer(std::make_shared<SampleBuffer>(SampleBuffer{std::vector<float>(480)}), 1, 0,
                         1);
@@ -430,10 +558,12 @@ TEST_P(PulsePlayer, SoundsAddedWhilePlayingLeaveTheOthersUntouched) {
     // Each short sound whole: one that lands after the server took its place loses its
     // start (a PipeWire cycle is 256 frames of the 960).
     const auto sounds = rightChannelSounds(recorded);
+    const std::uint64_t late = output_->lateResends() - lateBefore;
+    EXPECT_LE(late, 2u) << "re-sends land behind the read position";
     if (!ranDry) {
         EXPECT_EQ(sounds.size(), static_cast<std::size_t>(kShort));
         for (const std::size_t length : sounds)
-            EXPECT_GT(length, 900u) << "a short sound lost its start";
+            EXPECT_TRUE(length > 900u || late > 0) << "a short sound lost its start";
     }
     EXPECT_GT(output_->resends(), resendsBefore) << "no sound went out by a re-send";
 }
@@ -445,8 +575,13 @@ TEST_P(PulsePlayer, TheFirstSoundsAfterASilencePlayWholeAndInTheirOwnTime) {
     constexpr int kNext = 4;
     ASSERT_TRUE(waitUntil([&] { return output_->isIdle(); }, 10000));
     const std::uint64_t underrunsBefore = output_->underruns();
+    const std::uint64_t lateBefore = output_->lateResends();
     const auto recorded = toneThenShortSounds(kNext, 60);
-    if (output_->underruns() == underrunsBefore) {
+    // A server held up past the margin (a starved 2-core machine) takes a re-send in after
+    // reading past its start: the output sees it, and widens the margin for the next.
+    const std::uint64_t late = output_->lateResends() - lateBefore;
+    EXPECT_LE(late, 1u) << "re-sends land behind the read position";
+    if (output_->underruns() == underrunsBefore && late == 0) {
         const auto sounds = rightChannelSounds(recorded);
         EXPECT_EQ(sounds.size(), static_cast<std::size_t>(kNext)) << "sounds bunched together";
         for (const std::size_t length : sounds)

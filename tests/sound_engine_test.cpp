@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <functional>
 #include <thread>
 
 using namespace tappix;
@@ -27,7 +28,20 @@ struct RecordingPlayer final : SamplePlayer {
     };
     std::vector<Play> plays;
     std::vector<std::vector<SampleSet>> loads;
-    void loadSampleSets(std::vector<SampleSet> sets) override { loads.push_back(std::move(sets)); }
+    /// Loads finish only when `finishLoads` says so, as a slow decode would.
+    bool holdLoads = false;
+    std::vector<std::function<void()>> unfinished;
+    void loadSampleSets(std::vector<SampleSet> sets, std::function<void()> loaded) override {
+        loads.push_back(std::move(sets));
+        if (holdLoads)
+            unfinished.push_back(std::move(loaded));
+        else if (loaded)
+            loaded();
+    }
+    void finishLoads() {
+        for (auto& loaded : std::exchange(unfinished, {}))
+            loaded();
+    }
     void loadMouseKit(const QString&, std::vector<std::string>) override { loads.push_back({}); }
     void play(std::string pack, std::string name, float rate, float pan, float gain) override {
         plays.push_back({"key", pack, name, rate, pan, gain});
@@ -287,6 +301,67 @@ TEST(SoundEngine, PreviewsIgnoreTheEventRules) {
     EXPECT_EQ(f.player.plays[1].gain, 0.8f);
 }
 
+// Keys never wait for a kit's samples: until the player has a new kit in, keys play the
+// kits loaded before, and a preview waits for the new one. A change that touches no kit
+// asks the player for nothing; one that does asks for the kits in use.
+TEST(SoundEngine, KitChangesTakeEffectOnceTheirSamplesAreIn) {
+    Fixture f;
+    f.player.holdLoads = true;
+    const std::size_t loaded = f.player.loads.size();
+    struct Change {
+        const char* what;
+        std::function<void()> make;
+        bool loads;
+        Names keys;      // Return, Space, then a preview of Return when it plays at once
+        Names afterLoad; // the preview of Return that waited, then Return and Space again
+    };
+    const Change changes[] = {
+        {"a level",
+         [&] { f.settings.tonePitch = 1.2f; },
+         false,
+         {"main/enter.wav", "main/alpha.wav", "main/enter.wav"},
+         {}},
+        {"another sound of the same kit",
+         [&] {
+             f.settings.voices[KeyGroup::space] = MixVoice{std::nullopt, QStringLiteral("enter")};
+         },
+         false,
+         {"main/enter.wav", "main/enter.wav", "main/enter.wav"},
+         {}},
+        {"another kit for Return",
+         [&] {
+             f.settings.voices[KeyGroup::enter] =
+                 MixVoice{QStringLiteral("up"), QStringLiteral("clack")};
+         },
+         true,
+         {"main/enter.wav", "main/enter.wav"},
+         {"up/clack.wav", "up/clack.wav", "main/enter.wav"}},
+        {"a kit that is not installed",
+         [&] {
+             f.settings.voices[KeyGroup::enter] = MixVoice{QStringLiteral("gone"), std::nullopt};
+         },
+         true,
+         {"up/clack.wav", "main/enter.wav"},
+         {"main/enter.wav", "main/enter.wav", "main/enter.wav"}},
+    };
+    for (const Change& change : changes) {
+        change.make();
+        f.apply();
+        EXPECT_EQ(f.player.loads.size() > loaded, change.loads) << change.what;
+        f.key(keys::returnKey);
+        f.key(keys::space);
+        f.engine->previewKit(keys::returnKey);
+        EXPECT_EQ(f.player.names(), change.keys) << change.what;
+        if (!change.loads)
+            continue;
+        f.player.finishLoads();
+        f.key(keys::returnKey);
+        f.key(keys::space);
+        EXPECT_EQ(f.player.names(), change.afterLoad) << change.what;
+        f.player.loads.resize(loaded);
+    }
+}
+
 namespace {
 thread_local bool tIsTypist = false;
 } // namespace
@@ -297,7 +372,9 @@ TEST(SoundEngine, PreviewsFromAnotherThreadLeaveTheKeyPathAlone) {
     struct CountingPlayer final : SamplePlayer {
         std::vector<std::string> keyNames; // written by the typing thread only
         std::atomic<int> previews{0};
-        void loadSampleSets(std::vector<SampleSet>) override {}
+        void loadSampleSets(std::vector<SampleSet>, std::function<void()> loaded) override {
+            loaded();
+        }
         void loadMouseKit(const QString&, std::vector<std::string>) override {}
         void play(std::string, std::string name, float, float, float) override {
             if (tIsTypist)

@@ -1,6 +1,7 @@
 // tappix-doctor: tells a user why Tappix is silent, and shows what it hears.
 
 #include "audio/mixer.h"
+#include "core/clock.h"
 #include "input/key_event_service.h"
 #include "kits/soundpack_store.h"
 #include "platform/audio_backends.h"
@@ -102,7 +103,8 @@ void describeLatency(tappix::AudioDeviceManager& devices) {
     }
     // Asked before the stream starts, which wakes a suspended device.
     const auto before = devices.outputLatency(*sink);
-    tappix::Mixer mixer;
+    const tappix::SteadyClock clock;
+    tappix::Mixer mixer(clock);
     auto output = tappix::makeAudioOutput();
     output->setDevice(sink);
     if (!output->start(mixer)) {

@@ -39,8 +39,11 @@ AppDelegate::AppDelegate(Platform platform, const QString& preferencesPath,
     packStore_ = std::make_unique<SoundpackStore>(bundleKits, userKits);
     packStore_->reload();
     devices_ = std::move(platform.devices);
-    audioPlayer_ = std::make_unique<AudioPlayer>(
-        std::move(platform.output), std::move(platform.decoder), *devices_, settings_->volume());
+    audioPlayer_ =
+        std::make_unique<AudioPlayer>(std::move(platform.output), std::move(platform.decoder),
+                                      *devices_, settings_->volume(), &clock_);
+    if (platform.onAudioQueueThread)
+        audioPlayer_->runOnQueue(std::move(platform.onAudioQueueThread));
     keyService_ = std::make_unique<KeyEventService>(std::move(platform.capture));
     notifier_ = std::move(platform.notifier);
     focus_ = std::move(platform.focus);
@@ -386,8 +389,11 @@ void AppDelegate::applySettings() {
     }
 
     if (const auto selected = s.selectedPackId()) {
-        if (soundEngine_->currentPackId() != selected->toStdString())
-            soundEngine_->loadPack(packStore_->find(selected->toStdString()));
+        // A kit that is not installed leaves no kit loaded: asking again changes nothing.
+        const Soundpack* pack = packStore_->find(selected->toStdString());
+        if (soundEngine_->currentPackId() != selected->toStdString() &&
+            (pack || soundEngine_->currentPackId()))
+            soundEngine_->loadPack(pack);
     }
     const MouseSoundOption mouse = MouseSoundOption::parse(s.mouseSoundId().toStdString());
     if (const auto* kit = std::get_if<std::string>(&mouse.choice))

@@ -92,6 +92,9 @@ public:
         /// This process took over from a Tappix that joined the keyboards' group: it opens
         /// the first-run window, and never starts itself again.
         bool tookOver = false;
+        /// Runs once on the audio queue's thread, as `capture.onKeyQueueThread` does on
+        /// the key queue's: the sound of a key goes through both. None leaves it as it starts.
+        std::function<void()> onAudioQueueThread = {};
     };
 
     /// Builds the services in order: settings, kits (scanned at once), player, capture

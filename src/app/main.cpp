@@ -8,6 +8,7 @@
 #include "platform/capture_backends.h"
 #include "platform/dbus/file_manager.h"
 #include "platform/dbus/freedesktop_notifier.h"
+#include "platform/dbus/realtime_thread.h"
 #include "platform/dbus/remote_control_service.h"
 #include "platform/focus_backends.h"
 #include "platform/keyboard_group.h"
@@ -70,6 +71,9 @@ int main(int argc, char** argv) {
             tappix::HttpsFeedFetcher::authoritiesFromEnvironment()),
         // A mirror (or a test) may serve the releases.
         QUrl(qEnvironmentVariable("TAPPIX_UPDATE_FEED", QStringLiteral(TAPPIX_UPDATE_FEED)))};
+    platform.onAudioQueueThread = [] {
+        tappix::RealtimeThread::makeCallingThreadRealtime("tappix-audio", lcAudio());
+    };
     platform.withWindows = true;
     platform.focus = tappix::makeFocusSource();
     platform.launchesAtLogin = [] { return tappix::AutostartEntry().isEnabled(); };

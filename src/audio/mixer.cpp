@@ -63,7 +63,7 @@ float finiteOr(float value, float fallback) {
 
 } // namespace
 
-Mixer::Mixer() {
+Mixer::Mixer(const Clock& clock) : clock_(clock) {
     for (int channel = 0; channel < 2; ++channel) {
         const int spread = channel * kStereoSpread;
         for (int i = 0; i < 8; ++i)
@@ -95,8 +95,19 @@ float Mixer::cutoffFor(float brightness) noexcept {
 
 void Mixer::render(float* out, std::size_t frames) noexcept {
     FlushDenormals flush;
-    while (auto command = commands_.pop())
-        startSound(*command);
+    const Clock::Duration now = clock_.now();
+    if (lastRenderAt_ && now - *lastRenderAt_ > kStallAfter) {
+        // The stream stalled: what is left of the sounds ringing then would be late.
+        for (Voice& voice : voices_) {
+            if (!voice.current.active())
+                continue;
+            voice.fading = voice.current;
+            voice.fading.fadeRemaining = kStealFadeFrames;
+            voice.current = Sound{};
+        }
+    }
+    lastRenderAt_ = now;
+    startQueued(now, nullptr);
     updateFilter();
     for (std::size_t done = 0; done < frames;) {
         const std::size_t block = std::min(kBlockFrames, frames - done);
@@ -106,6 +117,40 @@ void Mixer::render(float* out, std::size_t frames) noexcept {
     publishSafeSequence();
     quiet_.store(activeVoices_.load(std::memory_order_relaxed) == 0 && !reverbHasTail_,
                  std::memory_order_relaxed);
+}
+
+bool Mixer::startQueued(Clock::Duration now, std::array<bool, kVoiceCount>* fresh) noexcept {
+    bool started = false;
+    while (auto command = commands_.pop()) {
+        if (now - command->askedAt > kLateAfter) {
+            // Asked for while the output was away or stalled: never played late.
+            lastConsumed_ = command->sequence;
+            lateSounds_.fetch_add(1, std::memory_order_relaxed);
+            continue;
+        }
+        if (fresh)
+            (*fresh)[static_cast<std::size_t>(nextVoice_)] = true;
+        startSound(*command);
+        started = true;
+    }
+    return started;
+}
+
+void Mixer::stopAll() noexcept {
+    while (auto command = commands_.pop()) {
+        lastConsumed_ = command->sequence;
+        lateSounds_.fetch_add(1, std::memory_order_relaxed);
+    }
+    for (Voice& voice : voices_)
+        voice = Voice{};
+    // The room and the filter would otherwise ring on with what played before.
+    clearRoom();
+    std::fill(std::begin(filter_.z1), std::end(filter_.z1), 0.0f);
+    std::fill(std::begin(filter_.z2), std::end(filter_.z2), 0.0f);
+    lastRenderAt_.reset();
+    activeVoices_.store(0, std::memory_order_relaxed);
+    quiet_.store(true, std::memory_order_relaxed);
+    publishSafeSequence();
 }
 
 void Mixer::startSound(const PlayCommand& command) noexcept {
@@ -205,14 +250,10 @@ void Mixer::applyFilter(Biquad& filter, float* left, float* right, std::size_t f
 bool Mixer::mixNewSoundsInto(float* out, std::size_t frames) noexcept {
     FlushDenormals flush;
     std::array<bool, kVoiceCount> fresh{};
-    bool started = false;
-    while (auto command = commands_.pop()) {
-        fresh[static_cast<std::size_t>(nextVoice_)] = true;
-        startSound(*command);
-        started = true;
-    }
-    if (!started)
+    if (!startQueued(clock_.now(), &fresh)) {
+        publishSafeSequence(); // late sounds may have been dropped
         return false;
+    }
     updateFilter();
     // The new sounds alone, through their own copy of the filter: the filter is linear,
     // so adding that copy's state to the main one afterwards leaves the main filter
@@ -292,6 +333,18 @@ void Mixer::processReverb(float* left, float* right, std::size_t frames, float w
     }
 }
 
+void Mixer::clearRoom() noexcept {
+    for (auto& channel : combs_)
+        for (Comb& comb : channel) {
+            std::fill(comb.buffer.begin(), comb.buffer.end(), 0.0f);
+            comb.store = 0.0f;
+        }
+    for (auto& channel : allpasses_)
+        for (Allpass& allpass : channel)
+            std::fill(allpass.buffer.begin(), allpass.buffer.end(), 0.0f);
+    reverbHasTail_ = false;
+}
+
 void Mixer::renderBlock(float* out, std::size_t frames) noexcept {
     float* left = left_.data();
     float* right = right_.data();
@@ -318,15 +371,7 @@ void Mixer::renderBlock(float* out, std::size_t frames) noexcept {
         reverbHasTail_ = true;
     } else if (reverbHasTail_) {
         // Faded out completely: clear the tail so a later "on" starts clean.
-        for (auto& channel : combs_)
-            for (Comb& comb : channel) {
-                std::fill(comb.buffer.begin(), comb.buffer.end(), 0.0f);
-                comb.store = 0.0f;
-            }
-        for (auto& channel : allpasses_)
-            for (Allpass& allpass : channel)
-                std::fill(allpass.buffer.begin(), allpass.buffer.end(), 0.0f);
-        reverbHasTail_ = false;
+        clearRoom();
     }
 
     const float gainTarget = targetOutputGain();

@@ -1,11 +1,13 @@
 #pragma once
 
+#include "core/clock.h"
 #include "core/spsc_queue.h"
 
 #include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace tappix {
@@ -17,8 +19,14 @@ namespace tappix {
 ///
 /// Plays arrive through a fixed lock-free queue from one producer thread (the
 /// "tappix-audio" queue). Levels are atomics smoothed per block. `render` never locks,
-/// allocates, logs or calls the system. The buffers a command points at must stay
-/// alive until `safeSequence()` passes the command's sequence number.
+/// allocates, logs or calls the system (the clock is read through the vDSO). The
+/// buffers a command points at must stay alive until `safeSequence()` passes the
+/// command's sequence number.
+///
+/// A sound is on time or not at all: one that reaches the render more than
+/// `kLateAfter` after it was asked for (the output was away, or its stream stalled) is
+/// dropped and counted, and sounds still ringing when the stream resumes after a stall
+/// fade out rather than carry on late.
 class Mixer {
 public:
     /// Voices in the pool; the seventeenth quick sound takes the first voice again.
@@ -33,6 +41,15 @@ public:
     static constexpr float kMaxGain = 1.5f;
     /// Reverb wet/dry mix in per cent when the room is on.
     static constexpr float kRoomWetPercent = 14.0f;
+    /// A sound that starts later than this after it was asked for is dropped. A key is
+    /// normally rendered within a few milliseconds and the slowest regular refill
+    /// (PipeWire set up for large requests) comes every 43 ms, while a click heard 50 ms
+    /// after the finger, plus the output's buffer, is already a separate event.
+    static constexpr std::chrono::milliseconds kLateAfter{50};
+    /// A render this long after the previous one, with sounds ringing, means the stream
+    /// stalled: what is left of those sounds would be heard late, so they fade out. Well
+    /// above the slowest refill while sounds play; an idle stream has nothing ringing.
+    static constexpr std::chrono::milliseconds kStallAfter{250};
 
     /// One sound to start.
     struct PlayCommand {
@@ -48,10 +65,13 @@ public:
         float gain = 1.0f;
         /// Increasing number given by the producer.
         std::uint64_t sequence = 0;
+        /// When the sound was asked for, on the mixer's clock.
+        Clock::Duration askedAt{};
     };
 
-    /// Allocates every voice, filter and reverb buffer up front. Any thread.
-    Mixer();
+    /// Allocates every voice, filter and reverb buffer up front; times sounds on `clock`,
+    /// which must outlive the mixer. Any thread.
+    explicit Mixer(const Clock& clock);
 
     /// Queues a sound; false (and nothing plays) when the queue is full. Producer thread.
     bool enqueue(const PlayCommand& command) noexcept;
@@ -84,6 +104,17 @@ public:
     /// end of the re-sent part. Returns whether any sound started. Same thread as
     /// `render`, never at the same time.
     bool mixNewSoundsInto(float* out, std::size_t frames) noexcept;
+
+    /// Stops every voice and drops every queued sound (counted as late), so no sample is
+    /// read any more: the output calls it when its stream goes away, so nothing queued
+    /// for it sounds late when it is back, and every replaced sample may be freed. Same
+    /// thread as `render`, never at the same time.
+    void stopAll() noexcept;
+
+    /// Sounds dropped rather than played late since the start. Any thread.
+    std::uint64_t lateSounds() const noexcept {
+        return lateSounds_.load(std::memory_order_relaxed);
+    }
 
     /// Every command numbered below this has been consumed and no voice reads its
     /// samples any more, so they may be freed. Any thread.
@@ -130,6 +161,7 @@ private:
         std::size_t index = 0;
     };
 
+    bool startQueued(Clock::Duration now, std::array<bool, kVoiceCount>* fresh) noexcept;
     void startSound(const PlayCommand& command) noexcept;
     void renderBlock(float* out, std::size_t frames) noexcept;
     void mixSound(Sound& sound, float* left, float* right, std::size_t frames,
@@ -138,8 +170,10 @@ private:
     static void applyFilter(Biquad& filter, float* left, float* right, std::size_t frames) noexcept;
     void processReverb(float* left, float* right, std::size_t frames, float wetFrom,
                        float wetTo) noexcept;
+    void clearRoom() noexcept;
     void publishSafeSequence() noexcept;
 
+    const Clock& clock_;
     SpscQueue<PlayCommand, 256> commands_;
     std::array<Voice, kVoiceCount> voices_{};
     int nextVoice_ = 0;
@@ -159,6 +193,7 @@ private:
     std::array<std::array<Comb, 8>, 2> combs_;
     std::array<std::array<Allpass, 4>, 2> allpasses_;
     bool reverbHasTail_ = false;
+    std::optional<Clock::Duration> lastRenderAt_;
 
     std::array<float, kBlockFrames> left_{};
     std::array<float, kBlockFrames> right_{};
@@ -167,6 +202,7 @@ private:
     std::atomic<float> peak_{0.0f};
     std::atomic<int> activeVoices_{0};
     std::atomic<bool> quiet_{true};
+    std::atomic<std::uint64_t> lateSounds_{0};
 };
 
 } // namespace tappix

@@ -15,12 +15,12 @@ constexpr std::uint32_t kGrid = 1u << 24;
 SoundEngine::SoundEngine(const SoundpackStore& store, SamplePlayer& player, const Clock& clock,
                          std::uint64_t seed)
     : store_(store), player_(player), clock_(clock), previewSeed_(~seed), random_(seed) {
-    rebuild();
+    apply(false);
 }
 
 void SoundEngine::setSettings(Settings settings) {
     settings_ = std::move(settings);
-    rebuild();
+    apply(false);
 }
 
 std::optional<std::string> SoundEngine::currentPackId() const {
@@ -34,18 +34,16 @@ void SoundEngine::loadPack(const Soundpack* pack) {
         currentPack_.reset();
     mainConfig_ = pack ? std::make_shared<const SoundpackConfig>(pack->config) : nullptr;
     qCInfo(lcEngine, "main kit: %s", pack ? pack->config.id.c_str() : "(none)");
-    rebuild();
-    reloadSamples();
+    apply(true);
 }
 
 void SoundEngine::mixChanged() {
-    rebuild();
-    reloadSamples();
+    apply(true);
 }
 
-void SoundEngine::rebuild() {
-    auto next = std::make_shared<State>();
-    next->settings = settings_;
+void SoundEngine::apply(bool reread) {
+    // The regions the settings and the main kit ask for.
+    Regions wanted{};
     // Manifests are shared between regions and snapshots, never copied per change.
     std::map<std::string, std::shared_ptr<const SoundpackConfig>, std::less<>> assignedConfigs;
     for (KeyGroup::Value group : KeyGroup::allCases) {
@@ -56,6 +54,12 @@ void SoundEngine::rebuild() {
             voice && voice->packId ? store_.find(voice->packId->toStdString()) : nullptr;
         if (assigned) {
             auto& config = assignedConfigs[assigned->config.id];
+            // The manifest the regions already use while it is the same, so that
+            // unchanged regions compare equal.
+            for (const auto& used : requestedRegions_.value_or(Regions{}))
+                if (!config && used && used->packId == assigned->config.id &&
+                    *used->config == assigned->config)
+                    config = used->config;
             if (!config)
                 config = std::make_shared<const SoundpackConfig>(assigned->config);
             region = Region{assigned->config.id, config, {}};
@@ -64,16 +68,13 @@ void SoundEngine::rebuild() {
         }
         if (region && voice && voice->sound)
             region->sound = voice->sound->toStdString();
-        next->regions[group] = std::move(region);
+        wanted[group] = std::move(region);
     }
-    state_.store(std::move(next));
-}
 
-void SoundEngine::reloadSamples() {
-    const auto current = state();
+    // One set per distinct kit, with every file its manifest lists.
     std::vector<SamplePlayer::SampleSet> sets;
     std::set<std::string> seen;
-    for (const auto& region : current->regions) {
+    for (const auto& region : wanted) {
         if (!region || !seen.insert(region->packId).second)
             continue;
         const Soundpack* pack = store_.find(region->packId);
@@ -82,7 +83,64 @@ void SoundEngine::reloadSamples() {
                  : (currentPack_ ? currentPack_->soundsDirectory() : QString());
         sets.push_back({region->packId, directory, region->config->allFiles()});
     }
-    player_.loadSampleSets(std::move(sets));
+
+    const bool load = reread || sets != requestedSets_;
+    const bool changed = !requestedRegions_ || wanted != *requestedRegions_;
+    bool ask = load;
+    {
+        std::lock_guard lock(published_->mutex);
+        published_->settings = settings_;
+        // Same kits: nothing to wait for, unless loads asked for before are not in yet.
+        // With no kit in at all (the first load) keys have nothing to play meanwhile:
+        // they resolve at once (and count), and sound once the samples are in.
+        const bool nothingIn = std::none_of(published_->regions.begin(), published_->regions.end(),
+                                            [](const auto& region) { return region.has_value(); });
+        if (changed && (nothingIn || (!load && published_->pending == 0)))
+            published_->regions = wanted;
+        else if (!load && changed)
+            ask = true;
+        if (ask)
+            ++published_->pending;
+        published_->publishLocked();
+    }
+    requestedRegions_ = wanted;
+    if (!ask)
+        return;
+    requestedSets_ = sets;
+    player_.loadSampleSets(std::move(sets),
+                           [published = published_, wanted] { published->loaded(wanted); });
+}
+
+void SoundEngine::Published::publishLocked() {
+    auto next = std::make_shared<State>();
+    next->settings = settings;
+    next->regions = regions;
+    state.store(std::move(next));
+}
+
+void SoundEngine::Published::loaded(const Regions& loaded) {
+    // On the player's thread, once the samples are in; in the order of the loads.
+    std::vector<std::function<void()>> waiting;
+    {
+        std::lock_guard lock(mutex);
+        regions = loaded;
+        publishLocked();
+        if (--pending == 0)
+            waiting.swap(afterLoads);
+    }
+    for (auto& task : waiting)
+        task();
+}
+
+void SoundEngine::whenLoaded(std::function<void()> task) {
+    {
+        std::lock_guard lock(published_->mutex);
+        if (published_->pending > 0) {
+            published_->afterLoads.push_back(std::move(task));
+            return;
+        }
+    }
+    task();
 }
 
 void SoundEngine::useMouseKit(const std::string& kitId) {
@@ -112,7 +170,7 @@ std::optional<SoundEngine::ResolvedVoice> SoundEngine::resolve(KeyCode code) con
     return resolveIn(*state(), code);
 }
 
-const std::vector<std::string>* SoundEngine::variants(const ResolvedVoice& voice, bool down) const {
+const std::vector<std::string>* SoundEngine::variants(const ResolvedVoice& voice, bool down) {
     auto lookup = [&](std::string_view name) -> const std::vector<std::string>* {
         auto it = voice.config->sounds.find(name);
         if (it == voice.config->sounds.end())
@@ -254,31 +312,36 @@ void SoundEngine::handleMouse(MouseButton, bool down) {
 }
 
 void SoundEngine::previewKey(KeyCode code) {
-    const auto current = state();
-    const auto voice = resolveIn(*current, code);
-    if (!voice)
-        return;
-    const auto* list = variants(*voice, true);
-    if (!list)
-        return;
-    const PackTuning tuning = tuningFor(*current, voice->packId);
-    const float rate = std::clamp(tuning.pitch * current->settings.tonePitch, 0.5f, 2.0f);
-    const float pan =
-        panPosition(code) * (current->settings.stereoPanning ? tuning.panWidth : 0.0f);
-    auto random = previewRandom();
-    player_.play(voice->packId, pick(*list, random), rate, pan, tuning.gain);
+    // Heard once the kits asked for so far are in (a kit just chosen, not the one before).
+    // The task may run after the engine is gone: it holds only what it needs.
+    whenLoaded(
+        [published = published_, &player = player_, random = previewRandom(), code]() mutable {
+            const auto current = published->state.load();
+            const auto voice = resolveIn(*current, code);
+            if (!voice)
+                return;
+            const auto* list = variants(*voice, true);
+            if (!list)
+                return;
+            const PackTuning tuning = tuningFor(*current, voice->packId);
+            const float rate = std::clamp(tuning.pitch * current->settings.tonePitch, 0.5f, 2.0f);
+            const float pan =
+                panPosition(code) * (current->settings.stereoPanning ? tuning.panWidth : 0.0f);
+            player.play(voice->packId, pick(*list, random), rate, pan, tuning.gain);
+        });
 }
 
 void SoundEngine::previewKit(KeyCode code) {
-    const auto current = state();
-    const auto voice = resolveIn(*current, code);
-    if (!voice)
-        return;
-    if (const auto* list = variants(*voice, true)) {
-        auto random = previewRandom();
-        player_.play(voice->packId, pick(*list, random), 1.0f, 0.0f,
-                     tuningFor(*current, voice->packId).gain);
-    }
+    whenLoaded(
+        [published = published_, &player = player_, random = previewRandom(), code]() mutable {
+            const auto current = published->state.load();
+            const auto voice = resolveIn(*current, code);
+            if (!voice)
+                return;
+            if (const auto* list = variants(*voice, true))
+                player.play(voice->packId, pick(*list, random), 1.0f, 0.0f,
+                            tuningFor(*current, voice->packId).gain);
+        });
 }
 
 } // namespace tappix

@@ -15,6 +15,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -26,8 +27,10 @@ namespace tappix {
 /// samples in step with the main kit and the active mix.
 ///
 /// Settings and kits reach the per-event path as one immutable snapshot swapped
-/// atomically from the main thread, so events never touch the settings store; the
-/// per-event path reads no file and allocates only the queued play request.
+/// atomically, so events never touch the settings store; the per-event path reads no
+/// file and allocates only the queued play request. A change of kits reaches the
+/// snapshot only once the player has their samples in: until then keys play the kits
+/// loaded before, and previews wait for the new ones.
 class SoundEngine {
 public:
     /// The settings the engine applies, as a value the key queue can read safely.
@@ -80,14 +83,16 @@ public:
     SoundEngine(const SoundpackStore& store, SamplePlayer& player, const Clock& clock,
                 std::uint64_t seed);
 
-    /// Replaces the settings snapshot. Main thread.
+    /// Replaces the settings snapshot; loads samples only when the kits in use change.
+    /// Main thread.
     void setSettings(Settings settings);
     /// Installs the counters. Main thread, before events flow.
     void setCounters(Counters counters) { counters_ = std::move(counters); }
 
-    /// Makes `pack` (or none) the main kit and reloads the player's samples. Main thread.
+    /// Makes `pack` (or none) the main kit and reloads the player's samples (the player
+    /// decodes only files that are new or changed). Main thread.
     void loadPack(const Soundpack* pack);
-    /// Reloads the samples of every kit the active mix uses. Main thread.
+    /// Reloads the samples of every kit the active mix uses, the same way. Main thread.
     void mixChanged();
     /// Loads a kit's samples as the mouse sounds, unless already loaded; while the kit
     /// is not installed, mouse clicks are silent. Main thread.
@@ -103,10 +108,11 @@ public:
     /// The kit and names that answer a key, or none. Any thread.
     std::optional<ResolvedVoice> resolve(KeyCode code) const;
     /// Plays a key as it would sound, without rapid-key, enable or key-up rules and
-    /// without pitch variation. Any thread, also while keys are being handled.
+    /// without pitch variation; after the kits asked for so far are loaded. Any thread,
+    /// also while keys are being handled.
     void previewKey(KeyCode code);
-    /// A short audition of the kit answering a key: rate 1, centred, tuned gain.
-    /// Any thread, also while keys are being handled.
+    /// A short audition of the kit answering a key: rate 1, centred, tuned gain; after
+    /// the kits asked for so far are loaded. Any thread, also while keys are being handled.
     void previewKit(KeyCode code);
 
 private:
@@ -114,17 +120,33 @@ private:
         std::string packId;
         std::shared_ptr<const SoundpackConfig> config;
         std::optional<std::string> sound;
+        bool operator==(const Region&) const = default;
     };
+    using Regions = std::array<std::optional<Region>, KeyGroup::kCount>;
     struct State {
         Settings settings;
-        std::array<std::optional<Region>, KeyGroup::kCount> regions{};
+        Regions regions{};
+    };
+    /// What the per-event path reads, and what completes it: shared with the player's
+    /// load callbacks, which may run after the engine is gone.
+    struct Published {
+        std::atomic<std::shared_ptr<const State>> state;
+        std::mutex mutex;
+        // The latest settings and the regions whose samples are in, under `mutex`.
+        Settings settings;
+        Regions regions{};
+        // Loads asked for and not in yet, and the previews waiting for them.
+        int pending = 0;
+        std::vector<std::function<void()>> afterLoads;
+        void publishLocked();
+        void loaded(const Regions& loaded);
     };
 
-    void rebuild();
-    void reloadSamples();
-    std::shared_ptr<const State> state() const { return state_.load(); }
+    void apply(bool reread);
+    void whenLoaded(std::function<void()> task);
+    std::shared_ptr<const State> state() const { return published_->state.load(); }
     static std::optional<ResolvedVoice> resolveIn(const State& state, KeyCode code);
-    const std::vector<std::string>* variants(const ResolvedVoice& voice, bool down) const;
+    static const std::vector<std::string>* variants(const ResolvedVoice& voice, bool down);
     static const std::string& pick(const std::vector<std::string>& list,
                                    SynthEngine::Random& random);
     SynthEngine::Random previewRandom();
@@ -143,7 +165,11 @@ private:
     std::optional<std::string> loadedMouseKitID_;
     std::shared_ptr<const SoundpackConfig> mouseKitConfig_;
 
-    std::atomic<std::shared_ptr<const State>> state_;
+    // The kits last asked of the player, and the regions they answer. Main thread.
+    std::vector<SamplePlayer::SampleSet> requestedSets_;
+    std::optional<Regions> requestedRegions_;
+
+    std::shared_ptr<Published> published_ = std::make_shared<Published>();
     std::atomic<std::shared_ptr<const SoundpackConfig>> mouseKit_;
 
     // Previews, from any thread.

@@ -4,7 +4,8 @@
 
 namespace tappix {
 
-SerialQueue::SerialQueue(const QString& name, QThread::Priority priority) {
+SerialQueue::SerialQueue(const QString& name, QThread::Priority priority, std::size_t capacity)
+    : capacity_(capacity) {
     setObjectName(name);
     start(priority);
 }
@@ -27,6 +28,21 @@ void SerialQueue::post(std::function<void()> task) {
         tasks_.push_back(std::move(task));
     }
     wake_.notify_one();
+}
+
+bool SerialQueue::tryPost(std::function<void()> task) {
+    {
+        std::lock_guard lock(mutex_);
+        if (stopping_)
+            return false;
+        if (capacity_ > 0 && tasks_.size() >= capacity_) {
+            dropped_.fetch_add(1, std::memory_order_relaxed);
+            return false;
+        }
+        tasks_.push_back(std::move(task));
+    }
+    wake_.notify_one();
+    return true;
 }
 
 void SerialQueue::drain() {

@@ -150,7 +150,7 @@ void KeyEventService::systemDefined(std::int64_t subtype, std::int64_t data1) {
 }
 
 void KeyEventService::mouse(MouseButton button, bool down) {
-    queue_.post([this, button, down] {
+    deliver([this, button, down] {
         if (onMouseEvent_)
             onMouseEvent_(button, down);
     });
@@ -158,10 +158,20 @@ void KeyEventService::mouse(MouseButton button, bool down) {
 
 void KeyEventService::deliverKey(KeyCode code, bool down) {
     qCDebug(lcEvents, "key %lld down=%d", static_cast<long long>(code), down);
-    queue_.post([this, code, down] {
+    deliver([this, code, down] {
         if (onKeyEvent_)
             onKeyEvent_(code, down);
     });
+}
+
+void KeyEventService::deliver(std::function<void()> task) {
+    if (queue_.tryPost(std::move(task)))
+        return;
+    // Logged at the first drop and then ever more rarely (2, 4, 8 …).
+    const std::uint64_t dropped = queue_.dropped();
+    if ((dropped & (dropped - 1)) == 0)
+        qCWarning(lcEvents, "the key queue is full: %llu events dropped since start",
+                  static_cast<unsigned long long>(dropped));
 }
 
 } // namespace tappix

@@ -33,6 +33,9 @@ struct CaptureBackends {
 ///
 /// Held keys live in two sets guarded by `stateLock_`, which is never held while a
 /// callback runs. Backends report on their own threads through `CaptureSink`.
+///
+/// At most `kQueueCapacity` events wait for delivery: a burst that outruns the callback
+/// drops the newest events (they would sound late anyway) and counts them.
 class KeyEventService final : private CaptureSink {
 public:
     /// Callback for key events: (key code, down).
@@ -42,6 +45,9 @@ public:
 
     /// Which keyboard capture is running.
     enum class Backend { stopped, primary, fallback };
+
+    /// Events that may wait for delivery; beyond this they are dropped.
+    static constexpr std::size_t kQueueCapacity = 256;
 
     /// Takes the backends; nothing is captured until `start`. Main thread.
     explicit KeyEventService(CaptureBackends backends);
@@ -85,6 +91,9 @@ public:
     /// Runs `task` on the delivery queue after the events accepted so far. Any thread.
     void post(std::function<void()> task) { queue_.post(std::move(task)); }
 
+    /// Key and mouse events dropped because the queue was full. Any thread.
+    std::uint64_t droppedEvents() const { return queue_.dropped(); }
+
 private:
     // CaptureSink, called on the backends' threads.
     void keyDown(KeyCode code, bool isRepeat) override;
@@ -94,6 +103,7 @@ private:
     void mouse(MouseButton button, bool down) override;
 
     void deliverKey(KeyCode code, bool down);
+    void deliver(std::function<void()> task);
 
     // Held keys are tracked for codes 0 to kTrackedCodes - 1, which covers every code
     // a backend produces; a fixed bitset keeps the producer path free of allocation.
@@ -113,7 +123,7 @@ private:
     MouseCallback onMouseEvent_;
 
     // Last member: destroyed first, so no delivery runs against a half-destroyed service.
-    SerialQueue queue_{QStringLiteral("tappix-keys")};
+    SerialQueue queue_{QStringLiteral("tappix-keys"), QThread::HighPriority, kQueueCapacity};
 };
 
 } // namespace tappix

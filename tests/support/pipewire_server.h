@@ -132,6 +132,10 @@ public:
         return false;
     }
 
+    void pause(bool stopped) override {
+        ::kill(-static_cast<pid_t>(server_.processId()), stopped ? SIGSTOP : SIGCONT);
+    }
+
     void kill() override {
         if (server_.state() == QProcess::NotRunning)
             return;

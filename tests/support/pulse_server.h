@@ -38,6 +38,9 @@ public:
     virtual bool start() = 0;
     /// Kills the server outright, as a crash would.
     virtual void kill() = 0;
+    /// Stops the server where it is (true) or lets it go on (false): its clients stay
+    /// connected while nothing moves, as when a server hangs.
+    virtual void pause(bool stopped) = 0;
     /// Whether the first start succeeded.
     bool started() const { return started_; }
     /// What the server wrote about itself, for a failure message.
@@ -187,6 +190,10 @@ public:
     void kill() override {
         server_.kill();
         server_.waitForFinished(3000);
+    }
+
+    void pause(bool stopped) override {
+        ::kill(static_cast<pid_t>(server_.processId()), stopped ? SIGSTOP : SIGCONT);
     }
 
 private:

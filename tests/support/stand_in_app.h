@@ -6,7 +6,7 @@
 
 #include "app/app_delegate.h"
 
-#include "platform/null/null_output.h"
+#include "audio/audio_output.h"
 #include "support/core_app.h"
 #include "support/fake_time.h"
 #include "support/temp_prefs.h"
@@ -58,12 +58,28 @@ private:
     std::thread thread_;
 };
 
-/// Every file decodes to a short click.
+/// An output that is always there and plays nowhere: the mixer renders only when a
+/// test renders it.
+class HandOutput final : public AudioOutput {
+public:
+    bool start(Mixer&) override { return true; }
+    void stop() override {}
+    void setDevice(const std::optional<std::string>&) override {}
+    bool isPlaying() const override { return true; }
+    double latencySeconds() const override { return 0.0; }
+};
+
+/// Every file decodes to a short click; each decode is counted.
 class ClickDecoder final : public SampleDecoder {
 public:
+    explicit ClickDecoder(std::atomic<int>& decodes) : decodes_(decodes) {}
     std::optional<SampleBuffer> decode(const QString&, std::string&) override {
+        ++decodes_;
         return SampleBuffer{std::vector<float>(64, 0.5f)};
     }
+
+private:
+    std::atomic<int>& decodes_;
 };
 
 /// The window in front, as the test says a desktop reports it.
@@ -137,6 +153,8 @@ struct Harness {
     test::FakeTime time;
     /// What the platform answers when asked whether keys can be captured.
     std::atomic<bool> captureIsPossible{true};
+    /// Sample files decoded so far.
+    std::atomic<int> decodes{0};
     TestKeyboard* keyboard = nullptr;
     /// The window in front; owned by the delegate.
     TestFocus* focus = nullptr;
@@ -158,8 +176,8 @@ struct Harness {
         if (continuous)
             keyboard->typeContinuously();
         AppDelegate::Platform platform;
-        platform.output = std::make_unique<NullOutput>();
-        platform.decoder = std::make_unique<ClickDecoder>();
+        platform.output = std::make_unique<HandOutput>();
+        platform.decoder = std::make_unique<ClickDecoder>(decodes);
         platform.devices = std::make_unique<NullAudioDeviceManager>();
         platform.capture.keyboard = std::move(source);
         captureIsPossible = options.captureIsPossible;

@@ -38,6 +38,11 @@ namespace tappix {
 /// second instead of a small one every few milliseconds; `wake` switches back and
 /// starts the new sound at the read position, so the first key after a silence is
 /// as quick as any other.
+///
+/// `wake` only signals the loop thread, which does that work at its own (real-time)
+/// priority: the thread asking for a sound never holds the loop's lock, so a busy
+/// machine preempting it cannot hold up the stream. When the stream goes away, what
+/// was queued or ringing for it is dropped, so nothing sounds late when it is back.
 class PulseOutput final : public AudioOutput {
 public:
     /// The buffer the stream asks the server for while sounds play. New sounds are
@@ -73,6 +78,10 @@ public:
     static constexpr std::size_t kMirrorFrames = 16384;
     /// How long `start` waits for the stream before returning (it keeps trying after).
     static constexpr int kStartWaitMs = 1000;
+    /// A stream the server has asked nothing of for this long has stalled (the idle
+    /// buffer is refilled every 125-190 ms): new sounds wait rather than being written
+    /// for whenever it resumes, when the mixer drops them as late.
+    static constexpr int kStalledAfterMs = 500;
 
     /// An output that idles after `idleAfterMs` of silence.
     explicit PulseOutput(int idleAfterMs = kIdleAfterMs);
@@ -94,6 +103,10 @@ public:
     /// How many times new sounds went out by re-sending the unplayed buffer (rather
     /// than waiting behind it). Any thread.
     std::uint64_t resends() const { return resends_.load(); }
+    /// Re-sends the server had read past the start of when it took them in (the first
+    /// milliseconds of a new sound lost: the server was held up longer than the margin
+    /// allows). Each widens the margin by what was missed. Any thread.
+    std::uint64_t lateResends() const { return lateResends_.load(); }
 
     /// Whether the loop thread got real-time priority when the output started. Any thread.
     bool isRealtime() const { return realtime_.load(); }
@@ -131,6 +144,8 @@ private:
     void forgetWritten();
     void restartAtRead(pa_stream* stream);
     bool resendWithNewSounds();
+    static void onWakeEvent(pa_mainloop_api*, pa_io_event*, int fd, pa_io_event_flags_t,
+                            void* self);
     static void onMeter(pa_mainloop_api*, pa_time_event*, const struct timeval*, void* self);
     void scheduleMeter();
     void scheduleStreamRetry();
@@ -141,6 +156,9 @@ private:
     pa_stream* stream_ = nullptr;
     pa_time_event* meter_ = nullptr;
     pa_time_event* retry_ = nullptr;
+    // Signalled by `wake`, read by the loop.
+    int wakeFd_ = -1;
+    pa_io_event* wakeEvent_ = nullptr;
     bool streamFailureLogged_ = false;
     std::atomic<bool> idle_{false};
     std::size_t quietFrames_ = 0;
@@ -158,7 +176,12 @@ private:
     std::uint32_t loggedBuffer_ = 0;
     std::atomic<std::uint64_t> underruns_{0};
     std::atomic<std::uint64_t> resends_{0};
+    std::atomic<std::uint64_t> lateResends_{0};
+    // Where the last re-send started, until a timing report says whether it was on time.
+    std::int64_t resentFrom_ = -1;
     pa_usec_t gapsExpectedUntil_ = 0;
+    // When the server last asked for data (or the stream became ready). Loop thread.
+    pa_usec_t lastRequestAt_ = 0;
     // Whether the server plays in graph cycles (PipeWire's PulseAudio layer); learnt
     // from the server's name before the stream is made.
     bool playsInCycles_ = false;
