@@ -6,13 +6,14 @@ argument) written as an exact text that occurs once in a file and its replacemen
 at a time, the runner puts a fault into its file, rebuilds incrementally, runs the tests
 of that area and puts the file back, then prints which faults the tests caught.
 
-A fault counts as caught when a test fails with it, and fails again when re-run, and did
-not already fail twice without it. Each fault builds only what its tests need: everything
-but the benches and the test programs that run none of them. The file is always put back,
-also on Ctrl+C or an error, and touched so that the next build compiles it again; a run
-killed outright leaves a note in the build directory that the next run uses to put the
-file back first. A run refuses to start while another is busy in the same tree, or while
-a faulted file has changes not committed (which it would take for the file as it should be).
+A fault counts as caught when a test fails with it and fails again when re-run, and does
+not fail twice without it either (checked at the end, only for the tests that failed). Each
+fault builds only what its tests need: everything but the benches and the test programs
+that run none of its tests. The file is always put back, also on Ctrl+C or an error, and
+touched so that the next build compiles it again; a run killed outright leaves a note in
+the build directory that the next run uses to put the file back first. A run refuses to
+start while another is busy in the same tree, or while a faulted file has changes not
+committed (it would take them for the file as it should be).
 
 List lines, fields separated by " | " (a bar with blanks either side):
     id | file | ctest regex | exact text | replacement
@@ -209,7 +210,7 @@ def anchor_problem(fault):
     return "" if matches == 1 else f"the text is there {matches} times, not once"
 
 
-def try_fault(fault, args, known_failures):
+def try_fault(fault, args):
     fault.detail = anchor_problem(fault)
     if fault.detail:
         fault.result = "anchor"
@@ -223,9 +224,8 @@ def try_fault(fault, args, known_failures):
             fault.detail = next((l for l in output.splitlines() if "error" in l), "")[:100]
             return
         code, output, fault.test_seconds = ctest(args, fault.tests)
-        first = [t for t in failed_tests(output) if t not in known_failures]
-        fault.known = [t for t in failed_tests(output) if t in known_failures]
-        if code != 0 and not failed_tests(output):
+        first = failed_tests(output)
+        if code != 0 and not first:
             fault.result, fault.detail = "error", (output.strip().splitlines() or [""])[-1]
             return
         if not first:
@@ -238,6 +238,35 @@ def try_fault(fault, args, known_failures):
         fault.result = "caught" if fault.failing else "flaky"
         if not fault.failing:
             fault.failing = first
+
+
+def exactly(names):
+    """A ctest pattern for exactly these test names, without groups (CMake allows few)."""
+    return "|".join("^" + re.sub(r"([.\[\]()*+?^$|\\])", r"\\\1", n) + "$" for n in names)
+
+
+def check_without_faults(args, faults):
+    """Runs the tests that failed with a fault once more on the tree as committed: a test that
+    fails there twice catches nothing, and its faults keep only the other tests."""
+    suspects = sorted({t for f in faults if f.result in ("caught", "flaky") for t in f.failing})
+    if not suspects:
+        return "without faults: no test failed with a fault"
+    code, output, seconds = ctest(args, exactly(suspects))
+    first = failed_tests(output)
+    if code != 0 and not first:
+        return f"without faults: ctest did not run ({(output.strip().splitlines() or [''])[-1]})"
+    again = set(failed_tests(ctest(args, exactly(suspects), "--rerun-failed")[1])) if first \
+        else set()
+    known = set(first) & again
+    for f in faults:
+        f.known = [t for t in f.failing if t in known]
+        f.failing = [t for t in f.failing if t not in known]
+        if f.result in ("caught", "flaky") and not f.failing:
+            f.result = "missed"
+    once = sorted(set(first) - known)
+    return (f"without faults, the {len(suspects)} tests that failed with a fault ({seconds:.0f}s): "
+            f"failing twice, so not counted: {', '.join(sorted(known)) or 'none'}; "
+            f"failing once, then passing: {', '.join(once) or 'none'}")
 
 
 def report(faults, interrupted, seconds, header):
@@ -302,7 +331,7 @@ def main():
                         help="only check that each fault's text occurs once in its file and, "
                              "with a configured build directory, that its pattern names tests")
     parser.add_argument("--no-baseline", action="store_true",
-                        help="skip the run without faults that finds tests failing already")
+                        help="skip the run without faults of the tests that failed with one")
     parser.add_argument("--build-all", action="store_true",
                         help="build everything for each fault, the benches too, not only the "
                              "programs of the tests that run")
@@ -349,32 +378,17 @@ def main():
             programs = test_programs(args)
             for fault in faults:
                 fault.targets = targets_for(args, fault.tests, everything, programs)
-        known_failures = set()
-        if not args.no_baseline:
-            # Plain alternation: CMake's regular expressions allow only a few groups.
-            union = "|".join(dict.fromkeys(f.tests for f in faults))
-            code, output, seconds = ctest(args, union)
-            first = failed_tests(output)
-            if code != 0 and not first:
-                sys.exit(output + "\nctest did not run the tests")
-            if first:
-                _, output, more = ctest(args, union, "--rerun-failed")
-                seconds += more
-            known_failures = set(first) & set(failed_tests(output))
-            flaky = sorted(set(first) - known_failures)
-            print(f"without faults ({seconds:.0f}s): {len(known_failures)} failing twice "
-                  f"{' '.join(sorted(known_failures))}; {len(flaky)} failing once "
-                  f"{' '.join(flaky)}", file=sys.stderr)
-            header += (f"\nwithout faults: failing twice (not counted) {', '.join(sorted(known_failures)) or 'none'};"
-                       f" failing once, then passing {', '.join(flaky) or 'none'}")
         for number, fault in enumerate(faults, 1):
             print(f"[{number}/{len(faults)}] {fault.id} ...", end=" ", flush=True,
                   file=sys.stderr)
-            try_fault(fault, args, known_failures)
+            try_fault(fault, args)
             print(f"{fault.result} ({fault.build_seconds:.0f}s + {fault.test_seconds:.0f}s)",
                   file=sys.stderr)
         # Leave binaries built from the tree as it is, not from the last fault.
         build(args)
+        if not args.no_baseline:
+            header += "\n" + check_without_faults(args, faults)
+            print(header.splitlines()[-1], file=sys.stderr)
     except KeyboardInterrupt:
         interrupted = True
     finally:
