@@ -186,11 +186,17 @@ def test_programs(args, regex="."):
 
 
 def targets_for(args, regex, everything, programs):
-    """Everything the build makes except the benches and the test programs that run no test
-    matching `regex`: a fault needs the programs its tests start and all they may call."""
-    unused = programs - test_programs(args, regex)
+    """What the tests matching `regex` need: their test programs (each brings what it says it
+    depends on), and for a test that no test program runs (a script, the kit tool) everything
+    but the benches and the other test programs."""
+    folder = args.build / "tests"
+    tests = list_tests(args, regex)
+    wanted = {word for _, command in tests for word in command if Path(word).is_relative_to(folder)}
+    if all(any(word in programs for word in command) for _, command in tests):
+        return [t for t in everything if str(args.build / t) in wanted]
     return [t for t in everything
-            if not t.startswith("bench/") and str(args.build / t) not in unused]
+            if not t.startswith("bench/") and (str(args.build / t) in wanted
+                                               or str(args.build / t) not in programs)]
 
 
 def failed_tests(output):
@@ -269,26 +275,28 @@ def check_without_faults(args, faults):
             f"failing once, then passing: {', '.join(once) or 'none'}")
 
 
-def report(faults, interrupted, seconds, header):
-    print(header)
+def report(faults, seconds, header, state=""):
+    """The table of faults tried so far, with the totals, as text."""
+    lines = [header]
     width = max([len(f.id) for f in faults] + [5])
-    print(f"{'fault':<{width}}  {'result':<8} {'build':>6} {'tests':>6}  failing tests")
+    lines.append(f"{'fault':<{width}}  {'result':<8} {'build':>6} {'tests':>6}  failing tests")
     for f in faults:
         if not f.result:
             continue
         names = ", ".join(f.failing[:4]) + (f" (+{len(f.failing) - 4} more)" if len(f.failing) > 4
                                             else "")
         known = f" [also failing without it: {', '.join(f.known)}]" if f.known else ""
-        print(f"{f.id:<{width}}  {f.result:<8} {f.build_seconds:>5.0f}s {f.test_seconds:>5.0f}s"
-              f"  {names or f.detail}{known}")
+        lines.append(f"{f.id:<{width}}  {f.result:<8} {f.build_seconds:>5.0f}s "
+                     f"{f.test_seconds:>5.0f}s  {names or f.detail}{known}")
     count = {r: sum(f.result == r for f in faults)
              for r in ("caught", "missed", "flaky", "no-build", "anchor", "error")}
     judged = count["caught"] + count["missed"] + count["flaky"]
     share = f"{100 * count['caught'] / judged:.0f} %" if judged else "-"
-    print(f"\ncaught {count['caught']} of {judged} faults that built ({share}); missed "
-          f"{count['missed']}; flaky {count['flaky']}; did not build {count['no-build']}; "
-          f"anchor not found {count['anchor']}; errors {count['error']}; "
-          f"{seconds / 60:.0f} min" + ("; interrupted" if interrupted else ""))
+    lines.append(f"\ncaught {count['caught']} of {judged} faults that built ({share}); missed "
+                 f"{count['missed']}; flaky {count['flaky']}; did not build {count['no-build']}; "
+                 f"anchor not found {count['anchor']}; errors {count['error']}; "
+                 f"{seconds / 60:.0f} min" + (f"; {state}" if state else ""))
+    return "\n".join(lines) + "\n"
 
 
 def check_lists(args, faults):
@@ -335,6 +343,8 @@ def main():
     parser.add_argument("--build-all", action="store_true",
                         help="build everything for each fault, the benches too, not only the "
                              "programs of the tests that run")
+    parser.add_argument("-o", "--output", type=Path,
+                        help="also write the table to this file, again after each fault")
     parser.add_argument("--allow-changed", action="store_true",
                         help="run even when a faulted file has changes not committed")
     args = parser.parse_args()
@@ -382,10 +392,15 @@ def main():
             print(f"[{number}/{len(faults)}] {fault.id} ...", end=" ", flush=True,
                   file=sys.stderr)
             try_fault(fault, args)
-            print(f"{fault.result} ({fault.build_seconds:.0f}s + {fault.test_seconds:.0f}s)",
-                  file=sys.stderr)
-        # Leave binaries built from the tree as it is, not from the last fault.
-        build(args)
+            print(f"{fault.result} ({fault.build_seconds:.0f}s + {fault.test_seconds:.0f}s) "
+                  f"{' '.join(fault.failing) or fault.detail}", file=sys.stderr)
+            if args.output:
+                args.output.write_text(report(
+                    faults, time.monotonic() - started, header,
+                    f"running, {number} of {len(faults)} tried; not yet checked without faults"))
+        # Leave what a fault built built again from the tree as it is.
+        built = [t for f in faults if f.targets for t in f.targets]
+        build(args, list(dict.fromkeys(built)) if everything else None)
         if not args.no_baseline:
             header += "\n" + check_without_faults(args, faults)
             print(header.splitlines()[-1], file=sys.stderr)
@@ -395,7 +410,10 @@ def main():
         recover(args.journal)
     if interrupted:
         print("\ninterrupted; every file is as it was", file=sys.stderr)
-    report(faults, interrupted, time.monotonic() - started, header)
+    table = report(faults, time.monotonic() - started, header, "interrupted" if interrupted else "")
+    print(table, end="")
+    if args.output:
+        args.output.write_text(table)
 
 
 if __name__ == "__main__":
