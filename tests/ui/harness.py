@@ -257,7 +257,9 @@ def find_all(root, role=None, name=None, predicate=None, showing=None, max_depth
                     found.append(accessible)
             except GLib.Error:
                 continue  # gone while we looked
-            next_level.extend(children(accessible))
+            # Each child is a round trip to the application: none below the last level.
+            if _depth + 1 < max_depth:
+                next_level.extend(children(accessible))
         if not next_level:
             break
         level = next_level
