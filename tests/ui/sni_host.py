@@ -196,6 +196,10 @@ class SniHost:
         """A middle click on the icon."""
         self._item_call("SecondaryActivate", GLib.Variant("(ii)", (0, 0)))
 
+    def context_menu(self):
+        """A right click on the icon (Qt: QSystemTrayIcon::Context)."""
+        self._item_call("ContextMenu", GLib.Variant("(ii)", (0, 0)))
+
     def _menu_call(self, method, args, reply_type=None):
         bus_name = self._targets[self.wait_for_item()][0]
         return self._call(bus_name, self.item_property("Menu"), MENU_INTERFACE, method, args,

@@ -449,8 +449,8 @@ class CreatePage(unittest.TestCase):
         kits = os.path.join(s.data_home, "Tappix", "Soundpacks")
 
         with self.subTest("Save makes a kit of one's own and chooses it"):
-            s.press(ui.button(s, "Preset Deep linear", window))
-            ui.button(s, "Preset Deep linear, chosen", window)
+            s.press(ui.button(s, "Preset Velvet", window))
+            ui.button(s, "Preset Velvet, chosen", window)
             focus(s, s.find("text", "Pack name", root=window))
             s.type_text("Desk Thock")
             save = ui.button(s, "Save", window)
@@ -470,7 +470,7 @@ class CreatePage(unittest.TestCase):
             s.wait_for_preference("selectedPackId", "ibm-buckling-spring")
             ui.wait_for_quiet(s)
             spring = ui.record_typing(s)
-            # The deep preset thuds well below the spring's rattle.
+            # The velvet preset, the darkest, sits well below the spring's rattle.
             detail = (designed, spring, ui.brightness(designed), ui.brightness(spring))
             self.assertGreater(ui.brightness(spring), 1.3 * ui.brightness(designed), detail)
 
