@@ -155,7 +155,7 @@ void AudioPlayer::loadSampleSets(std::vector<SampleSet> sets, std::function<void
         usedBefore_ = std::exchange(inUse_, std::move(keys));
         letGoOfUnused();
         queue_.post([this, maps, loaded = std::move(loaded)] {
-            buffers_ = std::move(*maps);
+            replacedBuffers_ = std::exchange(buffers_, std::move(*maps));
             if (loaded)
                 loaded();
             sweep();
@@ -184,8 +184,11 @@ void AudioPlayer::play(std::string packId, std::string name, float rate, float p
     const Clock::Duration askedAt = clock_.now();
     post([this, packId = std::move(packId), name = std::move(name), rate, pan, gain, askedAt] {
         auto kit = buffers_.find(packId);
-        if (kit == buffers_.end())
-            return;
+        if (kit == buffers_.end()) {
+            kit = replacedBuffers_.find(packId);
+            if (kit == replacedBuffers_.end())
+                return;
+        }
         auto sample = kit->second.find(name);
         if (sample == kit->second.end())
             return;
@@ -295,9 +298,10 @@ std::size_t AudioPlayer::sampleBytes() {
     });
     runSync(queue_, [&] {
         sweep();
-        for (const auto& [id, map] : buffers_)
-            for (const auto& [name, buffer] : map)
-                alive.insert(buffer.get());
+        for (const auto* maps : {&buffers_, &replacedBuffers_})
+            for (const auto& [id, map] : *maps)
+                for (const auto& [name, buffer] : map)
+                    alive.insert(buffer.get());
         for (const auto& [name, buffer] : mouseBuffers_)
             alive.insert(buffer.get());
         for (const auto& [buffer, sequence] : inFlight_)

@@ -158,6 +158,9 @@ private:
 
     // Audio-queue state.
     KitMaps buffers_;
+    // The kits the last swap replaced: a key asked for just before the swap names one of
+    // them (the engine learns of the new kits only once they are in) and plays it.
+    KitMaps replacedBuffers_;
     SampleMap mouseBuffers_;
     std::uint64_t sequence_ = 0;
     // Every sample the mixer may still read, with the last sequence number that plays it.
