@@ -15,10 +15,7 @@ seconds=${2:-60}
 private_x
 private_sound
 server=${session_pids[-1]}
-dbus-daemon --session --nofork --print-address=3 3>"$session_dir/bus" 2>/dev/null &
-session_pids+=($!)
-for _ in $(seq 100); do [ -s "$session_dir/bus" ] && break; sleep 0.05; done
-export DBUS_SESSION_BUS_ADDRESS=$(head -1 "$session_dir/bus")
+private_bus
 on=true
 [ "${TRIGGERS:-on}" = off ] && on=false
 tappix_home "{\"selectedPackId\": \"crisp-click\", \"hasSeenWelcome\": true, \"sleepEnabled\": $on,

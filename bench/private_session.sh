@@ -69,6 +69,14 @@ private_sound() {
     if [ "${SOUND_SERVER:-pulseaudio}" = pipewire ]; then private_pipewire; else private_pulse; fi
 }
 
+# A session bus of its own, for the remote control and the tray.
+private_bus() {
+    dbus-daemon --session --nofork --print-address=3 3>"$session_dir/bus" 2>/dev/null &
+    session_pids+=($!)
+    for _ in $(seq 100); do [ -s "$session_dir/bus" ] && break; sleep 0.05; done
+    export DBUS_SESSION_BUS_ADDRESS=$(head -1 "$session_dir/bus")
+}
+
 tappix_home() {
     local home=$session_dir/home
     mkdir -p "$home/.config/tappix" "$home/.config/autostart" "$home/.local/share" "$home/runtime"

@@ -23,10 +23,7 @@ kits=(${KITS:-crisp-click walnut-thock ibm-buckling-spring})
 private_x
 private_sound
 server=${session_pids[-1]}
-dbus-daemon --session --nofork --print-address=3 3>"$session_dir/bus" 2>/dev/null &
-session_pids+=($!)
-for _ in $(seq 100); do [ -s "$session_dir/bus" ] && break; sleep 0.05; done
-export DBUS_SESSION_BUS_ADDRESS=$(head -1 "$session_dir/bus")
+private_bus
 tappix_home '{"selectedPackId": "'"${kits[0]}"'", "keyUpSoundsEnabled": true, "pitchVariation": false, "hasSeenWelcome": true}'
 log=$session_dir/tappix.log
 env $tappix_env "$build/tappix" 2>"$log" &

@@ -14,10 +14,7 @@ kits=(${KITS:-crisp-click walnut-thock ibm-buckling-spring})
 . "$(dirname "$0")/private_session.sh"
 private_x
 private_sound
-dbus-daemon --session --nofork --print-address=3 3>"$session_dir/bus" 2>/dev/null &
-session_pids+=($!)
-for _ in $(seq 100); do [ -s "$session_dir/bus" ] && break; sleep 0.05; done
-export DBUS_SESSION_BUS_ADDRESS=$(head -1 "$session_dir/bus")
+private_bus
 export LAT_SINK=bench
 mix='{"id": "switching", "name": "Switching", "assignments": {"space": {"packId": "'"${kits[1]}"'"}, "enter": {"packId": "'"${kits[2]}"'"}}}'
 prefs='{"selectedPackId": "'"${kits[0]}"'", "keyUpSoundsEnabled": false, "pitchVariation": false, "hasSeenWelcome": true, "soundMixes": ['"$mix"']}'

@@ -101,13 +101,13 @@ public:
             error = "no X display";
             return false;
         }
-        const pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, kRate, 1};
+        const pa_sample_spec format{PA_SAMPLE_FLOAT32LE, kRate, 1};
         constexpr std::uint32_t kBufferBytes = kRate / 10 * sizeof(float); // 100 ms
         const pa_buffer_attr buffer{std::uint32_t(-1), kBufferBytes, std::uint32_t(-1),
                                     std::uint32_t(-1), std::uint32_t(-1)};
         int code = 0;
         pa_simple* stream = pa_simple_new(nullptr, "keyed timeline", PA_STREAM_PLAYBACK, sink,
-                                          "key sounds", &spec, nullptr, &buffer, &code);
+                                          "key sounds", &format, nullptr, &buffer, &code);
         if (!stream) {
             error = pa_strerror(code);
             XCloseDisplay(display);
