@@ -50,7 +50,8 @@ struct Voice {
     float pressGain = 0.3f;
     double pressDecayMs = 10;
     double holdMs = 120;
-    float touchGain = 0; // a soft first touch of the key 8 ms before its click
+    float touchGain = 0; // a soft first touch of the key `touchMs` before its click
+    double touchMs = 8;
 };
 
 struct Placed {
@@ -81,7 +82,7 @@ struct Scene {
                     keySound(seed++, voice.pressGain, voice.pressDecayMs, body);
                 if (voice.touchGain > 0) {
                     std::vector<float> touch = keySound(seed++, voice.touchGain, 0.3, body * 3);
-                    touch.resize(kRate * 8 / 1000, 0.0f);
+                    touch.resize(static_cast<std::size_t>(voice.touchMs * kRate / 1000), 0.0f);
                     press.insert(press.begin(), touch.begin(), touch.end());
                 }
                 add(code, true, t, std::move(press), jitter(random));
@@ -193,6 +194,8 @@ TEST(KeyboardRecording, EachTakeStartsAtItsKeysFirstRise) {
     } cases[] = {
         {"a soft key in a noisy room", {0.12f, 10, 120}, 0.004f},
         {"a touch before the click", {0.3f, 10, 120, 0.02f}, 0.0003f},
+        // A whisper far below any take, out of digital silence, is not the first rise.
+        {"a whisper long before the click", {0.3f, 10, 120, 0.0015f, 50}, 0.0f},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);

@@ -44,7 +44,10 @@ constexpr double kBeforeNextMs = 1.0;
 // Kept apart from the first key by the largest offset and a little more, so no key
 // sound leaks into the noise estimate.
 constexpr double kQuietGuardMs = 50.0;
-constexpr float kFloorEpsilon = 1e-6f;
+// Levels below this count as silence when rises are measured: a microphone never
+// delivers digital silence, and a rise out of it into a whisper far below any take
+// (kMinPeakDbfs) is not where a key's sound starts.
+constexpr double kSilentBelowDbfs = KeyboardRecording::kMinPeakDbfs - 20.0;
 
 std::size_t samplesFor(double ms) {
     return static_cast<std::size_t>(std::lround(ms * KeyboardRecording::kSampleRate / 1000.0));
@@ -91,11 +94,11 @@ Envelope envelope(const std::vector<float>& samples) {
 }
 
 // How sharply the level rises at each frame, in dB above the loudest of the frames
-// shortly before it; the noise floor is added to both so that noise wobbling around
-// the floor rises by almost nothing.
+// shortly before it; the noise floor (or the level of silence, if higher) is added to
+// both so that noise wobbling around the floor rises by almost nothing.
 std::vector<float> onsetStrength(const Envelope& env, float floor) {
     std::vector<float> strength(env.rms.size(), 0.0f);
-    const float bias = std::max(floor, kFloorEpsilon);
+    const float bias = std::max(floor, static_cast<float>(fromDb(kSilentBelowDbfs)));
     for (std::size_t f = kBackTo; f < env.rms.size(); ++f) {
         float before = 0;
         for (std::size_t b = f - kBackTo; b <= f - kBackFrom; ++b)
