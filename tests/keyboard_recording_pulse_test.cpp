@@ -23,7 +23,6 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QThread>
-#include <cstdio>
 #include <pthread.h>
 #include <sched.h>
 
@@ -59,16 +58,11 @@ std::vector<float> decode(const QString& path) {
     return buffer ? buffer->samples : std::vector<float>{};
 }
 
-QJsonObject readJson(const QString& path) {
-    QFile file(path);
-    file.open(QIODevice::ReadOnly);
-    return QJsonDocument::fromJson(file.readAll()).object();
-}
-
 // The buckling-spring press and release of a key, at half level so nothing clips.
 Key springKey(const QString& xdotool, const QString& kitName) {
-    const QJsonObject sound =
-        readJson(kSpring + "/config.json")["sounds"].toObject()[kitName].toObject();
+    QFile config(kSpring + "/config.json");
+    config.open(QIODevice::ReadOnly);
+    const QJsonValue sound = QJsonDocument::fromJson(config.readAll())["sounds"][kitName];
     Key key{xdotool, kitName, {}, {}};
     key.press = decode(kSpring + "/sounds/" + sound["down"].toArray()[0].toString());
     key.release = decode(kSpring + "/sounds/" + sound["up"].toArray()[0].toString());
@@ -78,12 +72,9 @@ Key springKey(const QString& xdotool, const QString& kitName) {
     return key;
 }
 
-// Plays a timeline into the microphone's feed and presses each key when the stream
-// plays its moment: both on one clock, the stream's own, never on a schedule the sound
-// server and xdotool (a process per key, hundreds of milliseconds apart on a loaded
-// machine) would each keep late in their own way. The stream holds enough to ride out
-// a stall of this thread, so every sound plays whole; the thread runs real-time where
-// it may (as root, as in CI), so a key is pressed within a millisecond of its sound.
+// Plays a timeline into the microphone's feed and presses each key as the stream takes
+// its moment: keys and sounds on one clock, the stream's, however loaded the machine.
+// The thread runs real-time where it may (as root, as in CI).
 class KeyedTimeline {
 public:
     struct Moment {
@@ -123,9 +114,7 @@ public:
         std::size_t next = 0;
         bool ok = true;
         // Presses the keys whose moments are written, `written` samples in: the server
-        // asks for more only as it plays, so what is written plays a full buffer later,
-        // every time. (The latency it reports includes the null sink's nominal latency,
-        // which a monitor does not wait for, so it is no better a measure.)
+        // takes more only as it plays, so what is written plays a full buffer later.
         const auto pressPlayed = [&](std::size_t written) {
             while (next < moments.size() && moments[next].sample <= written) {
                 XTestFakeKeyEvent(display, XKeysymToKeycode(display, moments[next].key),
@@ -188,8 +177,7 @@ protected:
                          .trimmed();
         PulseServer::pactl({"set-default-source", "tappix_mic"});
         PulseServer::pactl({"set-default-sink", "tappix_a"});
-        // A microphone hears the room all the time: silence keeps the feed running, so
-        // the source delivers evenly from the start, not only while a sound plays.
+        // The room, heard all the time: the source delivers evenly from the start.
         room_.start("pacat", {"--playback", "--device=mic_feed", "--format=float32le",
                               "--rate=48000", "--channels=1", "--latency-msec=20", "/dev/zero"});
         ASSERT_TRUE(room_.waitForStarted(5000));
@@ -229,7 +217,7 @@ protected:
         return process.state() == QProcess::NotRunning ? process.exitCode() : -1;
     }
 
-    /// Starts Tappix and waits until it captures keys.
+    /// Starts Tappix and waits until it captures keys and answers on the bus.
     void launchTappix(const QJsonObject& preferences) {
         QDir().mkpath(home_.filePath("config/tappix"));
         QFile file(home_.filePath("config/tappix/preferences.json"));
@@ -240,7 +228,10 @@ protected:
         tappix_.setProcessEnvironment(env_);
         tappix_.setProcessChannelMode(QProcess::MergedChannels);
         tappix_.start(QStringLiteral(TAPPIX_PATH), {});
-        ASSERT_TRUE(waitFor(tappix_, "global backend: X11 raw events")) << tappixOutput_.data();
+        // Capturing keys, and answering on the bus (else the recorder cannot quiet it).
+        ASSERT_TRUE(waitFor(tappix_, "global backend: X11 raw events") &&
+                    waitFor(tappix_, "remote control on the session bus"))
+            << tappixOutput_.data();
         pulse_->record(
             "tappix_a", [] {}, 0); // let the output settle on the null sink
     }
@@ -273,9 +264,9 @@ PulseServer* RecordingAKeyboard::pulse_ = nullptr;
 
 } // namespace
 
-// Off until the microphone's timestamps are right: about one run in two, the recorder
-// places every sound some 80 ms before its key (the keys move on the feed's own clock,
-// within 0.3 ms) and finds no press.
+// Off until the recorder stamps keys with the X server's own time: it stamps them as its
+// capture thread reads them, which under load is now and then ~100 ms late for one key,
+// whose sound then lies outside the window it is looked for in.
 TEST_F(RecordingAKeyboard, DISABLED_TheKitHoldsEachKeysOwnSoundCutAtItsOnsetAndTappixPlaysIt) {
     const std::vector<Key> keys = {springKey("a", "a"),
                                    springKey("s", "s"),
@@ -334,15 +325,14 @@ TEST_F(RecordingAKeyboard, DISABLED_TheKitHoldsEachKeysOwnSoundCutAtItsOnsetAndT
                              << (report.problems.empty() ? "" : report.problems.front());
     EXPECT_TRUE(report.config->metadata.supportsKeyUp);
     const std::size_t preRoll = 2 * kRate / 1000;
-    double worstMs = 0, sumMs = 0, lowestCorrelation = 1;
-    int compared = 0;
     for (const Key& key : keys) {
         const auto found = report.config->sounds.find(key.kitName.toStdString());
         ASSERT_NE(found, report.config->sounds.end()) << key.kitName.toStdString() << "\n"
                                                       << output_.data();
         for (bool down : {true, false}) {
             const auto& files = down ? found->second.down : found->second.up;
-            EXPECT_EQ(files.size(), std::size_t(kTimes)) << key.kitName.toStdString();
+            EXPECT_EQ(files.size(), std::size_t(kTimes))
+                << key.kitName.toStdString() << output_.data();
             const auto& original = down ? key.press : key.release;
             for (const std::string& file : files) {
                 const auto cut = decode(kit + "/sounds/" + QString::fromStdString(file));
@@ -350,18 +340,9 @@ TEST_F(RecordingAKeyboard, DISABLED_TheKitHoldsEachKeysOwnSoundCutAtItsOnsetAndT
                     test::align(cut, preRoll, original, test::soundStart(original, 0.01f), 20);
                 EXPECT_LE(std::fabs(aligned.errorMs), 5.0) << file;
                 EXPECT_GT(aligned.correlation, 0.9) << file;
-                worstMs = std::max(worstMs, std::fabs(aligned.errorMs));
-                sumMs += std::fabs(aligned.errorMs);
-                ++compared;
-                lowestCorrelation = std::min(lowestCorrelation, aligned.correlation);
             }
         }
     }
-    std::printf("recorded kit: %d sounds, onsets %.3f ms from the sounds played on average, "
-                "%.3f ms at most; correlation >= %.4f\n",
-                compared, sumMs / std::max(compared, 1), worstMs, lowestCorrelation);
-    RecordProperty("worstOnsetErrorMs", std::to_string(worstMs));
-    RecordProperty("lowestCorrelation", std::to_string(lowestCorrelation));
 
     // Tappix knows the kit from its next start; chosen, it plays it.
     tappix_.terminate();
