@@ -91,8 +91,12 @@ DesktopShell::DesktopShell(Services services, QObject* parent)
     connect(&designer_, &DesignerViewModel::packsReloaded, this, listNewKits);
     connect(&recorder_, &RecorderViewModel::packsReloaded, this, listNewKits);
     connect(&kitImport_, &KitImportViewModel::packsReloaded, this, listNewKits);
-    menuBar_ = std::make_unique<MenuBarController>(services_.settings, panelModel_,
-                                                   [this] { return makeWindow(kPanelUrl); });
+    menuBar_ = std::make_unique<MenuBarController>(services_.settings, panelModel_, [this] {
+        // The panel shows no settings page.
+        QVariantMap properties = viewProperties();
+        properties.remove(QStringLiteral("models"));
+        return makeWindow(kPanelUrl, properties);
+    });
     if (services_.keyCast) {
         keyCast_ = std::make_unique<KeyCastOverlay>(
             services_.settings, *services_.keyCast,
