@@ -25,7 +25,6 @@ import subprocess
 import time
 import unittest
 
-import harness
 import tappix_ui as ui
 
 GROUP = os.environ.get("TAPPIX_ACCESS_GROUP", "")
@@ -60,7 +59,7 @@ def answer_prompt(how):
 def system(command):
     """Has root run "join" (the user's own `sudo usermod` in a terminal) or "leave"."""
     tell(command)
-    harness.wait_until(lambda: os.path.exists(os.path.join(SPOOL, command + "-done")), 15,
+    ui.harness.wait_until(lambda: os.path.exists(os.path.join(SPOOL, command + "-done")), 15,
                        message="root to " + command)
     os.unlink(os.path.join(SPOOL, command + "-done"))
 
@@ -133,16 +132,10 @@ class KeyboardAccess(unittest.TestCase):
 
     def session(self, theme):
         system("leave")  # a newcomer, whatever ran before
-        prefs = {"hasSeenWelcome": False}
-        if theme == "light":
-            prefs["themeID"] = "milk"
-        s = harness.Session(launch=False, env={
-            "XDG_SESSION_TYPE": "wayland", "WAYLAND_DISPLAY": "tappix-test-no-compositor"})
-        s.__enter__()
-        self.addCleanup(s.close)
-        s.write_preferences(prefs)
-        s.launch()
-        return s
+        return ui.start(self, {"themeID": "milk"} if theme == "light" else {},
+                        login_start=False, welcome_seen=False, hears_keys=False, env={
+                            "XDG_SESSION_TYPE": "wayland",
+                            "WAYLAND_DISPLAY": "tappix-test-no-compositor"})
 
     def permission_row(self, s):
         """Whether the panel asks for access, as the panel opened from the command line shows."""

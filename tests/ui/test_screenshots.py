@@ -19,11 +19,6 @@ SETTINGS_PAGES = [("Sound", "Sound"), ("Mix", "Mix"), ("Create", "Design your ow
 MINIMUM_SIZE = (700, 520)
 
 
-def focused_rows(s, panel):
-    return [b.get_name() for b in s.find_all("push button", root=panel)
-            if "focused" in s.states(b)]
-
-
 def write_desktop_file(s):
     folder = os.path.join(s.data_home, "applications")
     os.makedirs(folder, exist_ok=True)
@@ -56,9 +51,9 @@ class Screenshots(unittest.TestCase):
         # The kits page opens on the chosen kit, the first time too, so that Return
         # right away keeps it (checked after the picture, which is wanted either way).
         with self.subTest("the kits page opens with the chosen kit focused"):
-            s.wait_until(lambda: focused_rows(s, panel) == [kit + ", chosen"], 5,
+            s.wait_until(lambda: s.focused(panel) == kit + ", chosen", 5,
                          message=lambda: "the chosen kit's row to have the focus (focused: %s)"
-                         % focused_rows(s, panel))
+                         % s.focused(panel))
 
         s.press(ui.button(s, "Back", panel))
         s.press(ui.button(s, "Mix: Desk", panel))
