@@ -2,7 +2,8 @@
 """Pictures of the panel's three pages and the six settings pages (at the window's first size
 and at its smallest) in a dark and a light theme, saved under $TAPPIX_UI_ARTIFACTS for a
 person to look over (nothing compares them).
-Each run also walks the panel's pages and ends with its Quit row."""
+Each run also walks the panel's pages, checks each tab stores its page, and ends with
+the panel's Quit row."""
 
 import os
 import unittest
@@ -10,9 +11,11 @@ import unittest
 import tappix_ui as ui
 
 
-# Each settings page by its tab, and the heading that shows it is on screen.
-SETTINGS_PAGES = [("Sound", "Sound"), ("Mix", "Mix"), ("Create", "Design your own switch"),
-                  ("Behaviour", "Behaviour"), ("Look", "Look"), ("About", "Tappix")]
+# Each settings page by its tab, the heading that shows it is on screen, and its stored id.
+SETTINGS_PAGES = [("Sound", "Sound", "sounds"), ("Mix", "Mix", "mix"),
+                  ("Create", "Design your own switch", "create"),
+                  ("Behaviour", "Behaviour", "behaviour"), ("Look", "Look", "look"),
+                  ("About", "Tappix", "about")]
 
 
 # The settings window's smallest size.
@@ -63,9 +66,10 @@ class Screenshots(unittest.TestCase):
 
         ui.cli_ok(self, s, "--settings", "sounds")
         window = ui.settings_window(s)
-        for tab, heading in SETTINGS_PAGES:
+        for tab, heading, page in SETTINGS_PAGES:
             s.press(s.find("page tab", tab, root=window), "Press")
             ui.heading(s, heading, window)
+            s.wait_for_preference("lastSettingsPage", page)
             if tab == "About":
                 ui.label(s, "Waiting for keystrokes", root=window)
             shots.append(ui.screenshot(s, "settings-%s-%s" % (tab.lower(), suffix)))
@@ -80,7 +84,7 @@ class Screenshots(unittest.TestCase):
         # scrolled to its end (over the page's margin, which no list covers).
         (box,) = [w for w in s.x_windows() if w["title"] == ui.SETTINGS]
         s.xdotool("windowsize", "--sync", box["id"], *MINIMUM_SIZE)
-        for tab, heading in SETTINGS_PAGES:
+        for tab, heading, _ in SETTINGS_PAGES:
             s.press(s.find("page tab", tab, root=window), "Press")
             ui.heading(s, heading, window)
             shots.append(ui.screenshot(s, "settings-%s-smallest-%s" % (tab.lower(), suffix)))
