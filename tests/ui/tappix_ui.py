@@ -3,8 +3,7 @@
 would, its command line, kit names, sound measures, window closing and screenshots.
 
     session = tappix_ui.start(self, {"volume": 0.8})   # closed by the test's cleanup
-    tappix_ui.cli(session, "--panel")
-    panel = tappix_ui.panel(session)
+    panel = tappix_ui.open_panel(self, session)
 """
 
 import json
@@ -25,17 +24,15 @@ TYPED_KEYS = ("a", "s", "d", "f", "j", "k", "l", "g")
 # Sound comparisons leave out what varies from press to press.
 STEADY_SOUND = {"pitchVariation": False, "stereoPanning": False, "spatialAudio": False}
 
-# Two saved mixes: one that changes three parts of the board, one that changes none.
-MIXES = [
+# Twelve saved mixes, more than the panel's mixes page shows at once: one that changes
+# three parts of the board, one that changes none, ten that change one.
+TWELVE_MIXES = [
     {"id": "desk", "name": "Desk", "assignments": {
         "letters": {"packId": "crisp-click"}, "space": {"packId": "velvet"},
         "enter": {"packId": "gun-pistol"}}},
     {"id": "quiet", "name": "Quiet", "assignments": {}},
-]
-
-# Twelve: more than the panel's mixes page shows at once.
-TWELVE_MIXES = MIXES + [{"id": "mix-%d" % n, "name": "Mix %d" % n,
-                         "assignments": {"space": {"packId": "velvet"}}} for n in range(3, 13)]
+] + [{"id": "mix-%d" % n, "name": "Mix %d" % n, "assignments": {"space": {"packId": "velvet"}}}
+     for n in range(3, 13)]
 
 # Lifetime counters as the About page gets them.
 COUNTERS = {
@@ -81,15 +78,10 @@ def start(test, preferences=None, login_start=True, tray=True, env=None, before_
     return session
 
 
-def cli(session, *args, timeout=15):
-    """Runs `tappix ARGS` against the running instance; returns the CompletedProcess."""
-    return subprocess.run([session.program, *args], env=session.app_env(),
-                          stdin=subprocess.DEVNULL, capture_output=True, text=True,
-                          timeout=timeout)
-
-
 def cli_ok(test, session, *args):
-    done = cli(session, *args)
+    """Runs `tappix ARGS` against the running instance and checks it succeeded."""
+    done = subprocess.run([session.program, *args], env=session.app_env(),
+                          stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=15)
     test.assertEqual(done.returncode, 0, "tappix %s: %s%s" % (" ".join(args), done.stdout,
                                                               done.stderr))
     return done
@@ -172,31 +164,6 @@ def close_window(session, title):
 def focus_window(session, title):
     window_id = next(w["id"] for w in session.x_windows() if w["title"] == title)
     session.xdotool("windowfocus", "--sync", window_id)
-
-
-class Desk:
-    """Plays the window manager on the session's display: makes windows with a WM_CLASS
-    and says which is in front through the root's _NET_ACTIVE_WINDOW."""
-
-    def __init__(self, session):
-        from Xlib import display as xdisplay
-        self.connection = xdisplay.Display(session.display)
-        self.root = self.connection.screen().root
-
-    def window(self, instance, klass):
-        window = self.root.create_window(0, 0, 40, 40, 0, self.connection.screen().root_depth)
-        window.set_wm_class(instance, klass)
-        self.connection.sync()
-        return window.id
-
-    def activate(self, window_id):
-        from Xlib import Xatom
-        self.root.change_property(self.connection.intern_atom("_NET_ACTIVE_WINDOW"),
-                                  Xatom.WINDOW, 32, [window_id])
-        self.connection.sync()
-
-    def close(self):
-        self.connection.close()
 
 
 class FileManager:

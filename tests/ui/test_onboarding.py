@@ -39,39 +39,29 @@ def first_launch(theme):
 
 class Onboarding(unittest.TestCase):
 
-    def test_first_launch_ready_step_and_done(self):
-        # Pinned somewhere the desktop remembers, wherever the build tree lies.
-        s = ui.start(self, login_start=False, welcome_seen=False, env={"APPIMAGE": "/opt/Tappix.AppImage"})
-        window = s.window(WELCOME, timeout=15)
-        self.assertFalse(ui.showing(s, ui.SETTINGS), "the settings wait for a returning user")
-
-        with self.subTest("the success step, and only it"):
-            ui.heading(s, "You're all set", window)
-            hears_only(self, s, window, "ready")
-            ui.heading(s, "Tappix lives in your tray", window)
-            ui.screenshot(s, "onboarding-ready-dark")
-
-        with self.subTest("typing in its field makes sound"):
-            ui.focus_window(s, WELCOME)
-            recording = ui.record_typing(s)
-            self.assertTrue(recording.heard(), recording)
-
-        with self.subTest("Done ends the first run and shows where Tappix lives"):
-            s.press(ui.button(s, "Done", window), "Press")
-            ui.wait_gone(s, WELCOME)
-            s.wait_for_preference("hasSeenWelcome", True)
-            ui.panel(s)
-
-    def test_success_step_with_and_without_a_tray(self):
-        for theme, tray in (("light", True), ("dark", False)):
+    def test_success_step_with_and_without_a_tray_then_done(self):
+        for theme, tray in (("dark", True), ("light", False)):
+            # Pinned somewhere the desktop remembers, wherever the build tree lies.
             with self.subTest(theme=theme, tray=tray), ui.start(
                     self, first_launch(theme), login_start=False, tray=tray, welcome_seen=False,
                     env={"APPIMAGE": "/opt/Tappix.AppImage"}) as s:
                 window = s.window(WELCOME, timeout=20)
+                self.assertFalse(ui.showing(s, ui.SETTINGS), "the settings wait for a returning user")
                 ui.heading(s, "You're all set", window)
+                hears_only(self, s, window, "ready")
                 ui.heading(s, "Tappix lives in your tray" if tray else "Tappix keeps running",
                            window)
                 ui.screenshot(s, "onboarding-ready-%s-%s" % ("tray" if tray else "notray", theme))
+                if not tray:
+                    continue
+                # Typing in its field makes sound; Done ends the first run and shows the panel.
+                ui.focus_window(s, WELCOME)
+                recording = ui.record_typing(s)
+                self.assertTrue(recording.heard(), recording)
+                s.press(ui.button(s, "Done", window), "Press")
+                ui.wait_gone(s, WELCOME)
+                s.wait_for_preference("hasSeenWelcome", True)
+                ui.panel(s)
 
     def test_move_step_then_permission_step(self):
         # A Wayland session without a readable keyboard: Tappix's windows still run
