@@ -221,10 +221,10 @@ TEST(AppDelegate, TheChosenDeviceReachesTheOutputAtStartAndOnEachChange) {
         };
         Harness run(options);
         EXPECT_EQ(asked, c.started);
-        run.delegate->settings().setVolume(0.2f); // unrelated: the stream stays
-        run.delegate->settings().setOutputDeviceUIDText("usb");
-        run.delegate->settings().setOutputDeviceUIDText("");
-        run.settle();
+        for (const char* uid : {"usb", "usb", ""}) { // the same again leaves the stream
+            run.delegate->settings().setOutputDeviceUIDText(uid);
+            run.settle();
+        }
         EXPECT_EQ(asked, c.changed);
     }
 }

@@ -404,7 +404,7 @@ class Session:
         self.extra_env = dict(env or {})
         self.want_tray, self.screen = tray, screen
         self.x = self.pulse = self.tray = self.process = self._log_file = self._app = None
-        self.root = None
+        self.root, self.log_path = None, ""
 
     def start(self):
         """Brings up the servers and the folders; close() takes them down, also after
@@ -577,7 +577,8 @@ class Session:
     def window(self, title, timeout=10.0):
         """The application's showing top-level window titled `title` (string or regex)."""
         return self.find(None, title, timeout=timeout, max_depth=2, showing=True,
-                         predicate=lambda a: a.get_parent().get_role() == Atspi.Role.APPLICATION)
+                         predicate=lambda a: a.get_parent() is not None
+                         and a.get_parent().get_role() == Atspi.Role.APPLICATION)
 
     # -- X11
 
