@@ -9,23 +9,15 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
-#include <QFile>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
-#include <QTemporaryDir>
-#include <atomic>
 #include <mutex>
-#include <thread>
+#include <optional>
 
 using namespace tappix;
 using namespace std::chrono_literals;
 
-namespace {
-
 using test::Harness;
-
-} // namespace
 
 TEST(AppDelegate, TypedKeysReachTheStatisticsAndTheFileAtShutdown) {
     Harness run;
@@ -194,4 +186,45 @@ TEST(AppDelegate, AListedAppInFrontDucksAtOnceAndLeavingItRestores) {
     run.delegate->shutdown();
     run.focus->show(FocusedWindow{{"XTerm", "XTerm", {}}, {}});
     EXPECT_EQ(flips.size(), 2u);
+}
+
+// The chosen output device reaches the stream at start (only a named one: the stream
+// already follows the default) and on every change, the default included.
+TEST(AppDelegate, TheChosenDeviceReachesTheOutputAtStartAndOnEachChange) {
+    using Devices = std::vector<std::optional<std::string>>;
+    struct Output final : AudioOutput {
+        Devices* asked;
+        explicit Output(Devices* devices) : asked(devices) {}
+        bool start(Mixer&) override { return true; }
+        void stop() override {}
+        void setDevice(const std::optional<std::string>& device) override {
+            asked->push_back(device);
+        }
+        bool isPlaying() const override { return true; }
+        double latencySeconds() const override { return 0.0; }
+    };
+    const struct {
+        const char* atStart;
+        Devices started, changed;
+    } cases[] = {
+        {"tappix_b", {"tappix_b"}, {"tappix_b", "usb", std::nullopt}},
+        {nullptr, {}, {"usb", std::nullopt}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.atStart ? c.atStart : "the default");
+        Devices asked;
+        test::HarnessOptions options;
+        if (c.atStart)
+            options.preferences = {{"outputDeviceUID", c.atStart}};
+        options.platform = [&asked](AppDelegate::Platform& p) {
+            p.output = std::make_unique<Output>(&asked);
+        };
+        Harness run(options);
+        EXPECT_EQ(asked, c.started);
+        for (const char* uid : {"usb", "usb", ""}) { // the same again leaves the stream
+            run.delegate->settings().setOutputDeviceUIDText(uid);
+            run.settle();
+        }
+        EXPECT_EQ(asked, c.changed);
+    }
 }

@@ -16,6 +16,7 @@
 #include <cmath>
 #include <functional>
 #include <mutex>
+#include <set>
 #include <vector>
 
 using namespace tappix;
@@ -68,7 +69,7 @@ QStringList column(const QAbstractItemModel& model, const QByteArray& role) {
 } // namespace
 
 TEST(KitListModel, ShelvesInListingOrderWithTheUsersOwnLast) {
-    HarnessOptions options = windowed();
+    HarnessOptions options = windowed({{"selectedPackId", "tick"}});
     options.addKits = [](const QString& bundle, const QString& user) {
         test::writeKit(bundle, "zz-linear", "Zed Linear", "linear");
         test::writeKit(bundle, "aa-linear", "Alpha Linear", "linear");
@@ -85,9 +86,19 @@ TEST(KitListModel, ShelvesInListingOrderWithTheUsersOwnLast) {
               (QStringList{"Tactile", "Linear", "Linear", KitListModel::kOtherSection,
                            KitListModel::kYoursSection}));
 
-    // The mark follows the stored choice, however it was made.
+    // The mark follows the stored choice, however it was made, and the view hears of it
+    // on the rows it left and reached (here the last).
+    // The choice made before start reaches the panel too.
+    EXPECT_EQ(run.delegate->shell()->panelModel().currentKitName(), "Tick");
+    const int before = kits.currentRow();
+    QSignalSpy changed(&kits, &QAbstractItemModel::dataChanged);
     run.delegate->settings().setSelectedPackIdText("mine");
     EXPECT_EQ(column(kits, "isCurrent"), (QStringList{"false", "false", "false", "false", "true"}));
+    std::set<int> told;
+    for (const QList<QVariant>& signal : changed)
+        for (int row = signal[0].toModelIndex().row(); row <= signal[1].toModelIndex().row(); ++row)
+            told.insert(row);
+    EXPECT_TRUE(told.contains(before) && told.contains(4)) << before << " " << told.size();
     EXPECT_EQ(kits.currentRow(), 4);
     EXPECT_EQ(run.delegate->shell()->panelModel().currentKitName(), "My Board");
     run.delegate->settings().setSelectedPackIdText("gone");

@@ -29,12 +29,8 @@ void recordOverlayWarnings(QtMsgType type, const QMessageLogContext& context,
 }
 
 HarnessOptions withOverlay(bool enabled, QJsonObject preferences = {}) {
-    HarnessOptions options;
-    options.withWindows = true;
-    preferences.insert("hasSeenWelcome", true);
     preferences.insert("visualizerEnabled", enabled);
-    options.preferences = preferences;
-    return options;
+    return test::windowed(preferences);
 }
 
 void settle(Harness& run) {

@@ -40,9 +40,7 @@ void writeKitWithSounds(const QString& directory, const QString& id, const QStri
 }
 
 HarnessOptions windowed(const QStringList& bundledKits = {}) {
-    HarnessOptions options;
-    options.withWindows = true;
-    options.preferences = QJsonObject{{"hasSeenWelcome", true}, {"selectedPackId", "click"}};
+    HarnessOptions options = test::windowed({{"selectedPackId", "click"}});
     options.addKits = [bundledKits](const QString& bundle, const QString&) {
         for (const QString& id : bundledKits)
             test::writeKit(bundle, id, id, "linear");

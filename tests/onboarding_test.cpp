@@ -46,11 +46,10 @@ private:
 };
 
 /// A first launch: the welcome not seen yet, keys heard or not.
-HarnessOptions firstLaunch(bool captureIsPossible, QJsonObject preferences = {}) {
+HarnessOptions firstLaunch(bool captureIsPossible) {
     HarnessOptions options;
     options.withWindows = true;
     options.captureIsPossible = captureIsPossible;
-    options.preferences = preferences;
     return options;
 }
 

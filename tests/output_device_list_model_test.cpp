@@ -9,6 +9,7 @@
 #include "platform/sndfile/sndfile_decoder.h"
 #include "settings/json_file_preferences.h"
 #include "settings/settings_store.h"
+#include "support/core_app.h"
 #include "support/fake_time.h"
 #include "support/pulse_server.h"
 #include "support/temp_prefs.h"
@@ -35,14 +36,6 @@ template <typename Condition> bool eventually(Condition condition) {
     while (!condition() && timer.elapsed() < kDeadlineMs)
         QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
     return condition();
-}
-
-void ensureApp() {
-    static int argc = 1;
-    static char name[] = "tappix_pulse_tests";
-    static char* argv[] = {name, nullptr};
-    if (!QCoreApplication::instance())
-        new QCoreApplication(argc, argv);
 }
 
 /// One row as the page reads it.
@@ -84,7 +77,7 @@ struct ExtraSink {
 class OutputDevicePicker : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        ensureApp();
+        test::app();
         server_ = new PulseServer;
     }
     static void TearDownTestSuite() { delete server_; }
@@ -208,7 +201,7 @@ TEST_F(OutputDevicePicker, TheOutputsLatencyOnANullSinkIsKnownAndLow) {
 TEST(OutputDevicePickerWithoutServer, OffersTheDefaultAndTheChoiceByItsUidWithoutHanging) {
     const QByteArray saved = qgetenv("PULSE_SERVER");
     qputenv("PULSE_SERVER", "unix:/nonexistent/native");
-    ensureApp();
+    test::app();
     {
         test::FakeTime time;
         test::TempPrefs file;

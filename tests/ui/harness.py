@@ -1,25 +1,16 @@
 #!/usr/bin/python3
 """Runs tappix the way the desktop tests need it, and reaches into it from outside.
 
-A Session brings up, in this order: a private X server (Xvfb, exported as
-DISPLAY), a private PulseAudio server with null sinks (exported as
-PULSE_SERVER), optionally the StatusNotifierWatcher from sni_host (before the
-application, or Qt picks XEmbed for its tray icon), then the application with
-fresh HOME/XDG directories and accessibility forced on. Everything is torn down
-on exit, failure included.
+A Session brings up a private X server (Xvfb), a private PulseAudio server with null
+sinks, optionally the StatusNotifierWatcher from sni_host (before the application, or Qt
+picks XEmbed for its tray icon), then the application with fresh HOME/XDG directories and
+accessibility forced on; tappix_ui.start() is the one way tests make one. The session bus
+is not ours: the tests run under `dbus-run-session --`.
 
-The session bus is not ours: run the tests under `dbus-run-session --`, so the
-application, the AT-SPI bus and the tray host all meet on a private bus.
-
-    with harness.Session() as s:           # program from TAPPIX_PATH
-        ok = s.find(role="push button", name="Apply")
-        s.press(ok)
-        s.wait_until(lambda: s.preferences().get("volume") == 0.5)
-
-Windows are reached through AT-SPI. Qt 6.4 quirks worth knowing: a QML
-Button needs `Accessible.onPressAction: clicked()` for press() to click it; a
-Slider reports min/max 0 but still takes a value; a Text needs Accessible.name;
-windows of type Qt::Popup are left out of the accessibility tree altogether.
+Windows are reached through AT-SPI. Qt 6.4 quirks worth knowing: a QML Button needs
+`Accessible.onPressAction: clicked()` for press() to click it; a Slider reports min/max 0
+but still takes a value; a Text needs Accessible.name; windows of type Qt::Popup are left
+out of the accessibility tree altogether.
 """
 
 import array
@@ -35,6 +26,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 import wave
 
@@ -47,18 +39,14 @@ import gi  # noqa: E402
 gi.require_version("Atspi", "2.0")
 from gi.repository import Atspi, Gio, GLib  # noqa: E402
 
-APP_NAME = "Tappix"
 SAMPLE_RATE = 48000
 _live_sessions = []
 
 
-# ---- waiting --------------------------------------------------------------------
-
 def wait_until(predicate, timeout=10.0, interval=0.05, message=None):
     """Polls `predicate` until it returns something truthy and returns that; raises
-    TimeoutError after `timeout` seconds, naming `message` (a string, or a callable
-    asked at that moment). Exceptions from AT-SPI or D-Bus while
-    the application changes under us count as "not yet"; the last one is reported."""
+    TimeoutError after `timeout` seconds, naming `message` (a string, or a callable asked
+    then). Errors from AT-SPI or D-Bus while the application changes count as "not yet"."""
     deadline = time.monotonic() + timeout
     last_error = None
     while True:
@@ -71,27 +59,21 @@ def wait_until(predicate, timeout=10.0, interval=0.05, message=None):
         except (GLib.Error, LookupError, OSError, ValueError) as error:
             last_error = error
         if time.monotonic() >= deadline:
-            detail = message() if callable(message) else message
-            detail = detail or getattr(predicate, "__name__", "condition")
+            detail = (message() if callable(message) else message) or "condition"
             if last_error is not None:
                 detail += " (last error: %s)" % last_error
             raise TimeoutError("timed out after %.1fs waiting for %s" % (timeout, detail))
         time.sleep(interval)
 
 
-# ---- child processes --------------------------------------------------------------
+# ---- child processes and private servers -------------------------------------------
 
 _libc = ctypes.CDLL(None, use_errno=True)
-_PR_SET_PDEATHSIG = 1
-
-
-def _die_with_parent():
-    # Children go when the test process goes, even when it is killed outright.
-    _libc.prctl(_PR_SET_PDEATHSIG, signal.SIGTERM)
 
 
 def _spawn(args, **kwargs):
-    return subprocess.Popen(args, preexec_fn=_die_with_parent, **kwargs)
+    # Children go when the test process goes, even when it is killed outright.
+    return subprocess.Popen(args, preexec_fn=lambda: _libc.prctl(1, signal.SIGTERM), **kwargs)
 
 
 def _stop(process, grace=5.0, sig=signal.SIGTERM):
@@ -113,28 +95,22 @@ def _x_environment(env, display):
     return env
 
 
-class Xvfb:
-    """A private X server on a display number it picks itself."""
-
-    def __init__(self, screen="1280x800x24"):
-        read_end, write_end = os.pipe()
-        try:
-            self.process = _spawn(["Xvfb", "-displayfd", str(write_end), "-screen", "0", screen,
-                                   "-nolisten", "tcp"],
-                                  pass_fds=(write_end,), stdout=subprocess.DEVNULL,
-                                  stderr=subprocess.DEVNULL)
-        finally:
-            os.close(write_end)
-        # The number arrives once the server accepts connections.
-        with os.fdopen(read_end, "rb") as pipe:
-            number = pipe.readline().strip().decode()
-        if not number:
-            _stop(self.process)
-            raise RuntimeError("Xvfb did not start")
-        self.display = ":" + number
-
-    def stop(self):
-        _stop(self.process)
+def _xvfb(screen):
+    """A private X server on a display number it picks itself: (process, ":N")."""
+    read_end, write_end = os.pipe()
+    try:
+        process = _spawn(["Xvfb", "-displayfd", str(write_end), "-screen", "0", screen,
+                          "-nolisten", "tcp"], pass_fds=(write_end,),
+                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    finally:
+        os.close(write_end)
+    # The number arrives once the server accepts connections.
+    with os.fdopen(read_end, "rb") as pipe:
+        number = pipe.readline().strip().decode()
+    if not number:
+        _stop(process)
+        raise RuntimeError("Xvfb did not start")
+    return process, ":" + number
 
 
 class Pulse:
@@ -143,9 +119,8 @@ class Pulse:
     "tappix_mic" as the default microphone, on a socket in `directory`."""
 
     def __init__(self, directory):
-        self.directory = directory
-        self.socket = os.path.join(directory, "native")
-        self.server_env = {"PULSE_SERVER": "unix:" + self.socket,
+        socket = os.path.join(directory, "native")
+        self.server_env = {"PULSE_SERVER": "unix:" + socket,
                            "PULSE_CLIENTCONFIG": os.path.join(directory, "client.conf")}
         env = dict(os.environ, HOME=directory, XDG_RUNTIME_DIR=directory,
                    PULSE_RUNTIME_PATH=os.path.join(directory, "runtime"))
@@ -157,7 +132,7 @@ class Pulse:
             self.process = _spawn(
                 ["pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
                  "--log-target=stderr",
-                 "-L", "module-native-protocol-unix socket=%s auth-anonymous=1" % self.socket,
+                 "-L", "module-native-protocol-unix socket=%s auth-anonymous=1" % socket,
                  "-L", sink % ("tappix_a", "Speakers-A"), "-L", sink % ("tappix_b", "Speakers-B"),
                  "-L", "module-null-source source_name=tappix_mic"],
                 env=env, stdout=subprocess.DEVNULL, stderr=log)
@@ -170,12 +145,8 @@ class Pulse:
     def pactl(self, *args):
         if self.process.poll() is not None:
             raise RuntimeError("PulseAudio exited; see " + self.log_path)
-        done = subprocess.run(["pactl", *args], env=self.env(), capture_output=True, text=True,
-                              timeout=10)
-        return done.stdout
-
-    def stop(self):
-        _stop(self.process)
+        return subprocess.run(["pactl", *args], env=self.env(), capture_output=True, text=True,
+                              timeout=10).stdout
 
 
 class Recording:
@@ -183,27 +154,101 @@ class Recording:
 
     def __init__(self, path, samples):
         self.path = path
-        self.frames = len(samples) // 2
-        scale = 1.0 / 32768.0
-        self.rms = math.sqrt(sum(s * s for s in samples) / len(samples)) * scale if samples else 0.0
-        self.peak = max(map(abs, samples), default=0) * scale
-        self.seconds = self.frames / SAMPLE_RATE
+        self.rms = math.sqrt(sum(s * s for s in samples) / len(samples)) / 32768 if samples else 0
+        self.seconds = len(samples) / 2 / SAMPLE_RATE
 
     def heard(self, threshold=0.001):
         """Whether anything above the noise floor played (a null sink is exact zeros)."""
         return self.rms > threshold
 
+    def samples(self):
+        with wave.open(self.path, "rb") as f:
+            samples = array.array("h")
+            samples.frombytes(f.readframes(f.getnframes()))
+        return samples
+
     def __repr__(self):
-        return "Recording(%.2fs, rms=%.5f, peak=%.4f, %s)" % (self.seconds, self.rms, self.peak,
-                                                              self.path)
+        return "Recording(%.2fs, rms=%.5f, %s)" % (self.seconds, self.rms, self.path)
+
+
+class BusThread:
+    """A connection of its own to the session bus, served from a GLib main context on a
+    thread of its own, so that it keeps answering while the test thread blocks (in AT-SPI,
+    a sleep, a call of its own). `setup(connection)` registers objects and subscribes to
+    signals there (they are delivered to that context) before the loop runs."""
+
+    def __init__(self, setup, name, timeout=10):
+        ready = threading.Event()
+        self.error = self.loop = None
+
+        def serve():
+            context = GLib.MainContext.new()
+            context.push_thread_default()
+            try:
+                self.connection = Gio.DBusConnection.new_for_address_sync(
+                    Gio.dbus_address_get_for_bus_sync(Gio.BusType.SESSION, None),
+                    Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT
+                    | Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION, None, None)
+                setup(self.connection)
+                self.context, self.loop = context, GLib.MainLoop.new(context, False)
+            except Exception as error:  # reported to the constructor's caller
+                self.error = error
+            ready.set()
+            if self.loop is not None:
+                self.loop.run()
+            context.pop_thread_default()
+
+        self.thread = threading.Thread(target=serve, name=name, daemon=True)
+        self.thread.start()
+        if not ready.wait(timeout) or self.error:
+            raise RuntimeError("%s did not start: %s" % (name, self.error))
+
+    @staticmethod
+    def own_name(connection, name):
+        reply = connection.call_sync(
+            "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+            "RequestName", GLib.Variant("(su)", (name, 4)),  # DO_NOT_QUEUE
+            GLib.VariantType("(u)"), Gio.DBusCallFlags.NONE, 5000, None)
+        if reply.unpack()[0] not in (1, 4):  # primary owner / already owner
+            raise RuntimeError("%s is owned by someone else" % name)
+
+    def stop(self):
+        if self.loop is not None:
+            loop, self.loop = self.loop, None
+            self.context.invoke_full(GLib.PRIORITY_DEFAULT, lambda: (loop.quit(), False)[1])
+            self.thread.join(5)
+            with contextlib.suppress(GLib.Error):
+                self.connection.close_sync(None)
+
+
+def _private_accessibility_bus():
+    """Makes the accessibility bus this session bus will start private to it: without
+    XDG_RUNTIME_DIR at-spi-bus-launcher puts its socket under ~/.cache/at-spi, shared by
+    test runs side by side. The launcher is started on demand with the bus's activation
+    environment, so give that a runtime directory of our own first."""
+    if getattr(_private_accessibility_bus, "done", False):
+        return
+    _private_accessibility_bus.done = True
+    bus = Gio.bus_get_sync(Gio.BusType.SESSION, None)
+
+    def call(method, args, reply):
+        return bus.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                             "org.freedesktop.DBus", method, args, GLib.VariantType(reply),
+                             Gio.DBusCallFlags.NONE, 5000, None).unpack()
+
+    if call("NameHasOwner", GLib.Variant("(s)", ("org.a11y.Bus",)), "(b)")[0]:
+        return  # already running: nothing left to choose
+    folder = tempfile.mkdtemp(prefix="tappix-a11y-")
+    atexit.register(shutil.rmtree, folder, True)
+    call("UpdateActivationEnvironment",
+         GLib.Variant("(a{ss})", ({"XDG_RUNTIME_DIR": folder},)), "()")
 
 
 # ---- AT-SPI -------------------------------------------------------------------------
 
 def _role(role):
-    """`role` as an Atspi.Role. Roles are compared as constants, never by their names:
-    at-spi2-core 2.53 renamed some ("push button" is "button" there). A string names
-    the constant, "push button" or "PUSH_BUTTON" for Atspi.Role.PUSH_BUTTON."""
+    """`role` as an Atspi.Role, from its constant's name ("push button" or "PUSH_BUTTON"):
+    roles are compared as constants, as at-spi2-core 2.53 renamed some of their names."""
     if isinstance(role, str):
         constant = getattr(Atspi.Role, role.upper().replace(" ", "_"), None)
         if not isinstance(constant, Atspi.Role):
@@ -230,35 +275,40 @@ def children(accessible):
         return []
     result = []
     for index in range(count):
-        try:
+        with contextlib.suppress(GLib.Error):
             child = accessible.get_child_at_index(index)
-        except GLib.Error:
-            continue
-        if child is not None:
-            result.append(child)
+            if child is not None:
+                result.append(child)
     return result
 
 
-def find_all(root, role=None, name=None, predicate=None, showing=None, max_depth=64):
-    """Every descendant of `root` (root included) matching all of: `role` (an
-    Atspi.Role, or its constant's name such as "push button", "slider", "check box",
-    "toggle button", "label", "frame"), `name` (exact string, compiled regex or callable),
-    `predicate(accessible)`, and `showing` (True: on screen). Breadth-first."""
+def states(accessible):
+    """The accessible's state names, e.g. {"enabled", "showing", "checked", "focused"}."""
+    return {Atspi.StateType(s).value_nick for s in accessible.get_state_set().get_states()}
+
+
+def find_all(root, role=None, name=None, predicate=None, showing=None, state=None,
+             max_depth=64):
+    """Every descendant of `root` (root included), breadth-first, matching all of: `role`
+    ("push button", "slider", "check box", "label", "frame", ...), `name` (exact string,
+    compiled regex or callable), `predicate(accessible)`, `showing` (True: on screen) and
+    `state` (a state it holds, such as "focused")."""
     wanted_role = _role(role) if role is not None else None
     found, level = [], [root]
-    for _depth in range(max_depth):
+    for depth in range(max_depth):
         next_level = []
         for accessible in level:
             try:
                 if ((wanted_role is None or accessible.get_role() == wanted_role)
                         and _matches(accessible.get_name(), name)
-                        and (showing is None or is_showing(accessible) == showing)
+                        and (showing is None or ("showing" in states(accessible)) == showing)
+                        and (state is None or state in states(accessible))
                         and (predicate is None or predicate(accessible))):
                     found.append(accessible)
             except GLib.Error:
                 continue  # gone while we looked
             # Each child is a round trip to the application: none below the last level.
-            if _depth + 1 < max_depth:
+            if depth + 1 < max_depth:
                 next_level.extend(children(accessible))
         if not next_level:
             break
@@ -266,51 +316,28 @@ def find_all(root, role=None, name=None, predicate=None, showing=None, max_depth
     return found
 
 
-def states(accessible):
-    """The accessible's state names, e.g. {"enabled", "showing", "checked", "focused"}."""
-    state_set = accessible.get_state_set()
-    return {Atspi.StateType(s).value_nick for s in state_set.get_states()}
-
-
-def is_showing(accessible):
-    return "showing" in states(accessible)
-
-
-def is_enabled(accessible):
-    return "enabled" in states(accessible)
-
-
 def is_checked(accessible):
-    """A switch's, check box's or checkable button's checked state."""
     return "checked" in states(accessible)
 
 
-def actions(accessible):
-    action = accessible.get_action_iface()
-    if action is None:
-        return []
-    return [action.get_action_name(i) for i in range(action.get_n_actions())]
-
-
 def press(accessible, action=None):
-    """Runs the accessible's action `action` (a name such as "Press" or "Toggle",
+    """Runs the accessible's action `action` (a name such as "Press" or "SetFocus",
     case-insensitive) or its first one."""
     iface = accessible.get_action_iface()
     if iface is None:
         raise LookupError("%s has no actions" % describe(accessible))
     index = 0
     if action is not None:
-        names = [n.lower() for n in actions(accessible)]
+        names = [iface.get_action_name(i).lower() for i in range(iface.get_n_actions())]
         if action.lower() not in names:
-            raise LookupError("%s has no action %r (has %s)"
-                              % (describe(accessible), action, names))
+            raise LookupError("%s has no action %r (has %s)" % (describe(accessible), action,
+                                                                names))
         index = names.index(action.lower())
     try:
         done = iface.do_action(index)
     except GLib.Error as error:
-        # The action was delivered; the application is still busy with what it set off
-        # (a window made on first need) and answers after the reader's timeout. Tests
-        # check the effect, as a screen reader user would.
+        # Delivered; the application is still busy with what it set off (a window made on
+        # first need) and answers after the reader's timeout. Tests check the effect.
         if "Did not receive a reply" not in str(error):
             raise
         done = True
@@ -318,27 +345,23 @@ def press(accessible, action=None):
         raise RuntimeError("action %d on %s refused" % (index, describe(accessible)))
 
 
-def value(accessible):
-    return accessible.get_value_iface().get_current_value()
-
-
 def set_value(accessible, new_value):
-    """Sets a slider's (spin box's, ...) value and returns the value it then reports."""
+    """Sets a slider's value and returns the value it then reports."""
     iface = accessible.get_value_iface()
-    if iface is None:
-        raise LookupError("%s has no value" % describe(accessible))
     iface.set_current_value(float(new_value))
     return iface.get_current_value()
 
 
 def text(accessible):
-    """A label's text: its Text interface's content when it has one, else its name."""
+    """A text field's content when it has one, else its name."""
     iface = accessible.get_text_iface()
-    if iface is not None:
-        content = iface.get_text(0, iface.get_character_count())
-        if content:
-            return content
-    return accessible.get_name()
+    content = iface.get_text(0, iface.get_character_count()) if iface is not None else ""
+    return content or accessible.get_name()
+
+
+def extents(accessible):
+    """Where `accessible` lies on the screen (x, y, width, height)."""
+    return accessible.get_component_iface().get_extents(Atspi.CoordType.SCREEN)
 
 
 def describe(accessible):
@@ -348,110 +371,44 @@ def describe(accessible):
         return "[gone]"
 
 
-def dump_tree(root, max_depth=12):
-    """The tree under `root` as indented text, for failure messages."""
-    lines = []
-
-    def walk(accessible, depth):
-        try:
-            extra = sorted(states(accessible) & {"showing", "checked", "focused"})
-            if "enabled" not in states(accessible):
-                extra.append("disabled")
-            lines.append("%s%s %s" % ("  " * depth, describe(accessible), " ".join(extra)))
-        except GLib.Error:
-            return
-        if depth < max_depth:
-            for child in children(accessible):
-                walk(child, depth + 1)
-
-    walk(root, 0)
-    return "\n".join(lines)
-
-
-# ---- the accessibility bus -----------------------------------------------------------
-
-_a11y_runtime_dir = None
-
-
-def _private_accessibility_bus():
-    """Makes the accessibility bus this session bus will start private to it.
-
-    at-spi-bus-launcher puts the bus socket in its runtime directory, falling back
-    to ~/.cache/at-spi without XDG_RUNTIME_DIR: test runs side by side (ctest -j)
-    would then share or steal one socket. The launcher is started on demand with
-    the bus's activation environment, so give that a runtime directory of our own
-    before anything asks for org.a11y.Bus. It lives as long as this process, as
-    the launcher does."""
-    global _a11y_runtime_dir
-    if _a11y_runtime_dir is not None:
-        return
-    bus = Gio.bus_get_sync(Gio.BusType.SESSION, None)
-
-    def call(method, args, reply):
-        return bus.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus",
-                             "org.freedesktop.DBus", method, args, GLib.VariantType(reply),
-                             Gio.DBusCallFlags.NONE, 5000, None).unpack()
-
-    if call("NameHasOwner", GLib.Variant("(s)", ("org.a11y.Bus",)), "(b)")[0]:
-        _a11y_runtime_dir = ""  # already running: nothing left to choose
-        return
-    _a11y_runtime_dir = tempfile.mkdtemp(prefix="tappix-a11y-")
-    atexit.register(shutil.rmtree, _a11y_runtime_dir, True)
-    call("UpdateActivationEnvironment",
-         GLib.Variant("(a{ss})", ({"XDG_RUNTIME_DIR": _a11y_runtime_dir},)), "()")
+def dump_tree(accessible, depth=0, max_depth=12):
+    """The tree under `accessible` as indented text, for failure messages."""
+    try:
+        held = states(accessible)
+        extra = sorted(held & {"showing", "checked", "focused"}) + (
+            [] if "enabled" in held else ["disabled"])
+        lines = ["%s%s %s" % ("  " * depth, describe(accessible), " ".join(extra))]
+    except GLib.Error:
+        return ""
+    if depth < max_depth:
+        lines += [dump_tree(child, depth + 1, max_depth) for child in children(accessible)]
+    return "\n".join(line for line in lines if line)
 
 
 # ---- the session ---------------------------------------------------------------------
 
 class Session:
-    """Xvfb + PulseAudio + (optionally) a tray host + the application, as a context manager.
+    """Xvfb + PulseAudio + (optionally) a tray host, and the application run in them with
+    its own HOME and XDG folders; made by tappix_ui.start(), which launches it.
 
-    program: path of the binary (default: $TAPPIX_PATH).
-    args: its command line arguments.
-    tray: start the StatusNotifierWatcher host first (exposed as `self.tray`).
-    preferences: a dict written as XDG_CONFIG_HOME/tappix/preferences.json before launch.
-    launch: start the application on entry (False: call launch() yourself).
-    env: extra environment for the application.
-    """
+    program: path of the binary (default: $TAPPIX_PATH). tray: start the
+    StatusNotifierWatcher host first (as `self.tray`). env: extra environment for the
+    application."""
 
-    def __init__(self, program=None, args=(), tray=True, preferences=None, launch=True,
-                 env=None, screen="1280x800x24", app_name=APP_NAME):
+    def __init__(self, program=None, tray=True, env=None, screen="1280x800x24"):
         self.program = program or os.environ.get("TAPPIX_PATH")
         if not self.program:
             raise RuntimeError("no program: pass one or set TAPPIX_PATH")
-        self.args = list(args)
-        self.want_tray = tray
-        self.initial_preferences = preferences
-        self.launch_on_enter = launch
-        self.extra_env = dict(env or {})
-        self.screen = screen
-        self.app_name = app_name
-        self.root = self.log_path = None
-        self.x = self.pulse = self.tray = self.process = None
-        self._log_file = None
-        self._app = None
-        self._reported = False
-
-    # -- lifetime
-
-    def __enter__(self):
-        try:
-            self.start()
-        except BaseException:
-            self._report(sys.exc_info())
-            self.close()
-            raise
-        return self
-
-    def __exit__(self, exc_type, exc, tb):
-        if exc_type is not None and not self._reported:
-            self._report((exc_type, exc, tb))
-        self.close()
-        return False
-
-    def start(self):
         if not os.environ.get("DBUS_SESSION_BUS_ADDRESS"):
             raise RuntimeError("no session bus: run under `dbus-run-session --`")
+        self.extra_env = dict(env or {})
+        self.want_tray, self.screen = tray, screen
+        self.x = self.pulse = self.tray = self.process = self._log_file = self._app = None
+        self.root, self.log_path = None, ""
+
+    def start(self):
+        """Brings up the servers and the folders; close() takes them down, also after
+        a start that failed half way."""
         _private_accessibility_bus()
         self.root = tempfile.mkdtemp(prefix="tappix-ui-")
         _live_sessions.append(self)
@@ -461,32 +418,33 @@ class Session:
         self.runtime_dir = self._dir("runtime")
         os.chmod(self.runtime_dir, 0o700)
         self.log_path = os.path.join(self.root, "app.log")
-        self.x = Xvfb(self.screen)
-        self.display = self.x.display
-        _x_environment(os.environ, self.display)  # for xdotool, import and AT-SPI's own lookups
+        self.x, self.display = _xvfb(self.screen)
+        _x_environment(os.environ, self.display)  # for xdotool, import and AT-SPI's lookups
         self.pulse = Pulse(self._dir("pulse"))
         os.environ.update(self.pulse.server_env)
         if self.want_tray:
             import sni_host
             self.tray = sni_host.SniHost().start()
-        if self.initial_preferences is not None:
-            self.write_preferences(self.initial_preferences)
-        if self.launch_on_enter:
-            self.launch()
 
     def close(self):
         self.stop_app()
-        if self.tray is not None:
-            self.tray.stop()
-            self.tray = None
-        for part in (self.pulse, self.x):
-            if part is not None:
+        for part in (self.tray, self.pulse and self.pulse.process, self.x):
+            if isinstance(part, subprocess.Popen):
+                _stop(part)
+            elif part is not None:
                 part.stop()
-        self.pulse = self.x = None
+        self.tray = self.pulse = self.x = None
         if self in _live_sessions:
             _live_sessions.remove(self)
         if self.root and not os.environ.get("TAPPIX_UI_KEEP"):
             shutil.rmtree(self.root, ignore_errors=True)
+
+    # A session made in a loop can be closed at the end of its round: `with start(...) as s`.
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_exc):
+        self.close()
 
     def _dir(self, relative):
         path = os.path.join(self.root, relative)
@@ -507,35 +465,25 @@ class Session:
         env.update(self.extra_env)
         return env
 
-    def launch(self, args=None):
+    def launch(self):
         """Starts the application (again, after stop_app(): same HOME, same preferences);
-        its stdout and stderr go to the log, appended across launches."""
+        its output goes to the log, appended across launches."""
         if self.running():
             raise RuntimeError("the application is already running")
         self._app = None
         self._log_file = open(self.log_path, "ab")
-        self._log_file.write(b"==== launch %s\n" % " ".join([self.program] + list(
-            self.args if args is None else args)).encode())
-        self._log_file.flush()
-        self.process = _spawn([self.program] + list(self.args if args is None else args),
-                              env=self.app_env(), stdin=subprocess.DEVNULL,
+        self.process = _spawn([self.program], env=self.app_env(), stdin=subprocess.DEVNULL,
                               stdout=self._log_file, stderr=subprocess.STDOUT)
-        return self.process
 
     def running(self):
         return self.process is not None and self.process.poll() is None
 
     def stop_app(self, timeout=5.0):
-        """Asks the application to quit (SIGTERM), kills it after `timeout`; returns its
-        exit code (None when it was not started)."""
-        if self.process is None:
-            return None
+        """Asks the application to quit (SIGTERM), kills it after `timeout`."""
         _stop(self.process, timeout)
         if self._log_file is not None:
             self._log_file.close()
             self._log_file = None
-        self._app = None
-        return self.process.returncode
 
     def wait_for_exit(self, timeout=10.0):
         """Waits until the application exits by itself and returns its exit code."""
@@ -546,8 +494,6 @@ class Session:
 
     def log(self):
         """Everything the application wrote to stdout and stderr so far."""
-        if self.log_path is None:
-            return ""
         try:
             with open(self.log_path, "rb") as f:
                 return f.read().decode(errors="replace")
@@ -557,43 +503,29 @@ class Session:
     def wait_for_log(self, fragment, timeout=10.0):
         """Waits until the application has logged `fragment` (a string or compiled regex)."""
         def logged():
-            if not self.running() and not _matches(self.log(), _as_pattern(fragment)):
+            found = _matches(self.log(), fragment if isinstance(fragment, re.Pattern)
+                             else lambda log: fragment in log)
+            if not found and not self.running():
                 raise AssertionError("the application exited (%s) before logging %r" % (
                     self.process.returncode, fragment))
-            return _matches(self.log(), _as_pattern(fragment))
+            return found
         return wait_until(logged, timeout, message="log line %r" % (fragment,))
 
     # -- accessibility
 
     def app(self, timeout=15.0):
-        """The application's AT-SPI root, found by name or by process id."""
-        if self._app is not None:
-            try:
-                if self._app.get_process_id() == self.process.pid:
-                    return self._app
-            except GLib.Error:
-                pass
-            self._app = None
+        """The application's AT-SPI root, found by its process id."""
+        with contextlib.suppress(GLib.Error, AttributeError):
+            if self._app.get_process_id() == self.process.pid:
+                return self._app
 
         def lookup():
             if not self.running():
                 raise AssertionError("the application exited (%s)" % self.process.returncode)
-            named = None
-            for candidate in children(Atspi.get_desktop(0)):
-                try:
-                    pid = candidate.get_process_id()
-                    if pid == self.process.pid:
-                        return candidate
-                    # Started through a wrapper: the name, from one of our descendants.
-                    if (candidate.get_name() == self.app_name
-                            and _descends_from(pid, self.process.pid)):
-                        named = candidate
-                except GLib.Error:
-                    continue
-            return named
+            return next((c for c in children(Atspi.get_desktop(0))
+                         if c.get_process_id() == self.process.pid), None)
 
-        self._app = wait_until(lookup, timeout,
-                               message="%s on the accessibility bus" % self.app_name)
+        self._app = wait_until(lookup, timeout, message="the application on the AT-SPI bus")
         # States and names change under us; never serve them from a stale cache.
         with contextlib.suppress(Exception):
             self._app.set_cache_mask(Atspi.Cache.NONE)
@@ -606,63 +538,53 @@ class Session:
     def find(self, role=None, name=None, root=None, timeout=10.0, **kwargs):
         """The first accessible matching, waiting up to `timeout` for it to appear."""
         def first():
-            found = find_all(root or self.app(), role=role, name=name, **kwargs)
+            found = self.find_all(role, name, root, **kwargs)
             return found[0] if found else None
-        # On failure the session's report shows the tree as it then was.
         return wait_until(first, timeout, message="%s %r" % (role or "any role", name))
 
     def gone(self, role=None, name=None, root=None, timeout=10.0, **kwargs):
-        """Waits until nothing matches any more (e.g. a closed window)."""
+        """Waits until nothing matches any more."""
         return wait_until(lambda: not self.find_all(role, name, root, **kwargs), timeout,
                           message="%s %r to go" % (role or "any role", name))
+
+    def focused(self, root, role="push button"):
+        """The name of the control under `root` that has the keyboard focus, or None."""
+        found = self.find_all(role, root=root, state="focused")
+        return found[0].get_name() if found else None
 
     wait_until = staticmethod(wait_until)
     press = staticmethod(press)
     set_value = staticmethod(set_value)
-    value = staticmethod(value)
     is_checked = staticmethod(is_checked)
-    is_enabled = staticmethod(is_enabled)
-    is_showing = staticmethod(is_showing)
     states = staticmethod(states)
     text = staticmethod(text)
-    actions = staticmethod(actions)
+    extents = staticmethod(extents)
 
-    def windows(self, showing_only=True):
-        """Titles of the application's windows as AT-SPI frames; by default only those on
-        screen. (Qt leaves Qt::Popup windows out of the tree.)"""
-        titles = []
-        # Qt joins the accessibility bus with its first window: an application that is
-        # not there yet has made none.
+    def windows(self):
+        """Titles of the application's windows on screen. (Qt leaves Qt::Popup windows out
+        of the tree, and only joins the bus with its first window.)"""
         try:
             root = self.app(timeout=3.0)
         except TimeoutError:
-            return titles
+            return []
+        titles = []
         for frame in children(root):
-            try:
-                if showing_only and not is_showing(frame):
-                    continue
-                titles.append(frame.get_name())
-            except GLib.Error:
-                continue
+            with contextlib.suppress(GLib.Error):
+                if "showing" in states(frame):
+                    titles.append(frame.get_name())
         return titles
 
     def window(self, title, timeout=10.0):
-        """The application's showing top-level window (frame) titled `title` (string or regex)."""
-        return self.find(None, title, root=self.app(), timeout=timeout, max_depth=2,
+        """The application's showing top-level window titled `title` (string or regex)."""
+        return self.find(None, title, timeout=timeout, max_depth=2, showing=True,
                          predicate=lambda a: a.get_parent() is not None
-                         and a.get_parent().get_role() == Atspi.Role.APPLICATION and is_showing(a))
-
-    def tree(self):
-        try:
-            return dump_tree(self.app(timeout=2))
-        except Exception as error:  # noqa: BLE001 - only ever a diagnostic
-            return "(no accessibility tree: %s)" % error
+                         and a.get_parent().get_role() == Atspi.Role.APPLICATION)
 
     # -- X11
 
     def x_windows(self):
-        """The application's mapped top-level X windows as dicts with title, x, y,
-        width, height (no window manager runs, so these are exactly what the app asked)."""
+        """The application's mapped top-level X windows as dicts with title, x, y, width,
+        height and id (no window manager runs, so these are exactly what the app asked)."""
         from Xlib import X, display as xdisplay
         connection = xdisplay.Display(self.display)
         try:
@@ -678,11 +600,10 @@ class Session:
                     if pid is None or pid.value[0] != self.process.pid:
                         continue
                     name = window.get_full_property(net_name, utf8)
-                    title = name.value.decode() if name else (window.get_wm_name() or "")
                     geometry = window.get_geometry()
-                    found.append({"title": title, "x": geometry.x, "y": geometry.y,
-                                  "width": geometry.width, "height": geometry.height,
-                                  "id": window.id})
+                    found.append({"title": name.value.decode() if name else "",
+                                  "x": geometry.x, "y": geometry.y, "width": geometry.width,
+                                  "height": geometry.height, "id": window.id})
                 except Exception:  # noqa: BLE001 - windows come and go
                     continue
             return found
@@ -695,8 +616,6 @@ class Session:
                        stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
         return path
 
-    # -- keyboard and mouse (xdotool on this session's display)
-
     def xdotool(self, *args):
         subprocess.run(["xdotool", *map(str, args)], check=True, timeout=30,
                        env=_x_environment(dict(os.environ), self.display))
@@ -707,15 +626,6 @@ class Session:
     def key(self, *keys):
         """Taps keys or chords: key("a"), key("ctrl+shift+k", "Return")."""
         self.xdotool("key", *keys)
-
-    def key_down(self, key):
-        self.xdotool("keydown", key)
-
-    def key_up(self, key):
-        self.xdotool("keyup", key)
-
-    def click_at(self, x, y, button=1):
-        self.xdotool("mousemove", "--sync", x, y, "click", button)
 
     # -- preferences
 
@@ -744,17 +654,16 @@ class Session:
 
     # -- sound
 
-    def record(self, seconds=1.0, action=None, sink="tappix_a", path=None):
+    def record(self, seconds=1.0, action=None, sink="tappix_a"):
         """Records `sink`'s monitor: runs `action` once recording flows, then keeps
-        recording for `seconds`. Returns a Recording (rms, peak, heard(), path of a WAV)."""
+        recording for `seconds`. Returns a Recording."""
         raw = os.path.join(self.root, "recording.raw")
         with open(raw, "wb") as out:
             parec = _spawn(["parec", "--device=%s.monitor" % sink, "--format=s16le",
                             "--rate=%d" % SAMPLE_RATE, "--channels=2", "--latency-msec=10"],
                            env=self.pulse.env(), stdout=out, stderr=subprocess.DEVNULL)
         try:
-            # A null sink's monitor is silent until someone plays, but parec still
-            # delivers zeros: wait until they arrive before acting.
+            # A null sink's monitor delivers zeros while nothing plays: wait for them.
             wait_until(lambda: os.path.getsize(raw) >= 4096, 5, interval=0.005,
                        message="the recording to start")
             if action is not None:
@@ -766,7 +675,7 @@ class Session:
             data = f.read()
         samples = array.array("h")
         samples.frombytes(data[: len(data) // 4 * 4])
-        path = path or os.path.join(self.root, "recording-%d.wav" % int(time.monotonic() * 1000))
+        path = os.path.join(self.root, "recording-%d.wav" % int(time.monotonic() * 1000))
         with wave.open(path, "wb") as out:
             out.setnchannels(2)
             out.setsampwidth(2)
@@ -776,60 +685,30 @@ class Session:
 
     # -- failure reports
 
-    def diagnostics(self, tail_lines=60):
-        parts = ["---- %s (pid %s, %s)" % (self.program, self.process.pid if self.process else "-",
-                                          self._status())]
-        log_lines = self.log().splitlines()
-        parts.append("---- last %d log lines of %s" % (min(tail_lines, len(log_lines)),
-                                                       self.log_path))
-        parts.extend(log_lines[-tail_lines:])
+    def report(self):
+        """The application's state, log tail, accessibility tree and a screenshot, on
+        stderr (the runner calls it for each session open when a test fails)."""
+        code = None if self.process is None else self.process.poll()
+        parts = ["---- %s (%s)" % (self.program, "not started" if self.process is None else
+                                   "running" if code is None else "exited with %s" % code)]
+        parts.append("---- last log lines of " + self.log_path)
+        parts.extend(self.log().splitlines()[-60:])
         if self.running():
-            parts.append("---- accessibility tree")
-            parts.append(self.tree())
+            try:
+                parts += ["---- accessibility tree", dump_tree(self.app(timeout=2))]
+            except Exception as error:  # noqa: BLE001 - only ever a diagnostic
+                parts.append("(no accessibility tree: %s)" % error)
         artifacts = os.environ.get("TAPPIX_UI_ARTIFACTS")
         if artifacts and self.x is not None:
             os.makedirs(artifacts, exist_ok=True)
-            shot = os.path.join(artifacts, "screen-%d.png" % int(time.time() * 1000))
             with contextlib.suppress(Exception):
-                parts.append("---- screenshot: " + self.screenshot(shot))
-        return "\n".join(parts)
-
-    def _status(self):
-        if self.process is None:
-            return "not started"
-        code = self.process.poll()
-        return "running" if code is None else "exited with %s" % code
-
-    def _report(self, exc_info):
-        self._reported = True
+                parts.append("---- screenshot: " + self.screenshot(
+                    os.path.join(artifacts, "screen-%d.png" % int(time.time() * 1000))))
         with contextlib.suppress(Exception):
-            sys.stderr.write(self.diagnostics() + "\n")
+            sys.stderr.write("\n".join(parts) + "\n")
             sys.stderr.flush()
 
 
-def _descends_from(pid, ancestor):
-    for _hop in range(32):
-        if pid == ancestor:
-            return True
-        if pid <= 1:
-            return False
-        try:
-            with open("/proc/%d/stat" % pid) as f:
-                pid = int(f.read().rsplit(")", 1)[1].split()[1])
-        except (OSError, ValueError, IndexError):
-            return False
-    return False
-
-
-def _as_pattern(fragment):
-    return fragment if isinstance(fragment, re.Pattern) else (lambda log: fragment in log)
-
-
-def live_sessions():
-    """Sessions still open, for the runner's failure reports."""
-    return list(_live_sessions)
-
-
 def report_live_sessions():
-    for session in live_sessions():
-        session._report(None)
+    for session in list(_live_sessions):
+        session.report()

@@ -1,20 +1,11 @@
 #!/usr/bin/python3
 """The desktop session of a new user who cannot read the keyboard, run by
-test_keyboard_access.py as that user, in a private mount namespace whose /dev/input holds
-one stand-in keyboard owned by the test's group (mode 0660). pkexec is a stand-in that
-hands the command it is given to the root test, which runs it for real when told to.
+test_keyboard_access.py as that user (it makes the user, the group, a stand-in keyboard
+readable by the group, and a stand-in pkexec that hands its command to the root test).
 
-Not a test module of its own (its name does not start with test_): it needs that user,
-group, keyboard and pkexec, which only test_keyboard_access.py makes.
-
-Dark: not readable (the panel's row, the doctor's "not a member") → "Allow Keyboard
-Access…" → the prompt closed, or none can open: one line says so → again, the password
-given: a member but not in this process (the doctor says so) → Tappix starts itself again through sg, the new
-one takes over the single instance and shows the success step; it holds the group, a
-second launch reaches it, the panel's row is gone, and the doctor run with the group says
-"readable". Light: the same refusals → the user joins in a terminal instead → Tappix
-notices by itself, starts again and shows the success step. Every state is shot in both
-themes."""
+Dark: refusals of the password prompt each say so; the password given, Tappix starts itself
+again through sg with the group, the new one takes over and hears the keyboard. Light: the
+user joins in a terminal instead and Tappix notices by itself. Every state is shot."""
 
 import grp
 import os
@@ -25,7 +16,6 @@ import subprocess
 import time
 import unittest
 
-import harness
 import tappix_ui as ui
 
 GROUP = os.environ.get("TAPPIX_ACCESS_GROUP", "")
@@ -60,7 +50,7 @@ def answer_prompt(how):
 def system(command):
     """Has root run "join" (the user's own `sudo usermod` in a terminal) or "leave"."""
     tell(command)
-    harness.wait_until(lambda: os.path.exists(os.path.join(SPOOL, command + "-done")), 15,
+    ui.harness.wait_until(lambda: os.path.exists(os.path.join(SPOOL, command + "-done")), 15,
                        message="root to " + command)
     os.unlink(os.path.join(SPOOL, command + "-done"))
 
@@ -133,16 +123,10 @@ class KeyboardAccess(unittest.TestCase):
 
     def session(self, theme):
         system("leave")  # a newcomer, whatever ran before
-        prefs = {"hasSeenWelcome": False}
-        if theme == "light":
-            prefs["themeID"] = "milk"
-        s = harness.Session(launch=False, env={
-            "XDG_SESSION_TYPE": "wayland", "WAYLAND_DISPLAY": "tappix-test-no-compositor"})
-        s.__enter__()
-        self.addCleanup(s.close)
-        s.write_preferences(prefs)
-        s.launch()
-        return s
+        return ui.start(self, {"themeID": "milk"} if theme == "light" else {},
+                        login_start=False, welcome_seen=False, hears_keys=False, env={
+                            "XDG_SESSION_TYPE": "wayland",
+                            "WAYLAND_DISPLAY": "tappix-test-no-compositor"})
 
     def permission_row(self, s):
         """Whether the panel asks for access, as the panel opened from the command line shows."""

@@ -4,23 +4,17 @@
 Qt exports its tray icon over D-Bus (StatusNotifierItem plus a dbusmenu menu) only when a
 watcher owns org.kde.StatusNotifierWatcher and says a host is registered before the icon
 is made; otherwise it falls back to XEmbed, which nothing under Xvfb shows. So the host
-starts first.
-
-The watcher serves from its own GLib main context on a thread and a bus connection of its
-own, so it keeps answering while the test thread blocks (in AT-SPI, a sleep, a call of its
-own); its handlers only record and reply. The test's calls (properties, Activate, the
-menu) are synchronous calls on that connection from the calling thread.
+starts first. It serves from a harness.BusThread; its handlers only record and reply. The
+test's calls (properties, Activate, the menu) are synchronous calls on that connection.
 """
 
 import collections
 import threading
 import time
 
-import gi
+from gi.repository import Gio, GLib
 
-gi.require_version("Gio", "2.0")
-gi.require_version("GLib", "2.0")
-from gi.repository import Gio, GLib  # noqa: E402
+import harness
 
 WATCHER_NAME = "org.kde.StatusNotifierWatcher"
 WATCHER_PATH = "/StatusNotifierWatcher"
@@ -61,60 +55,26 @@ class SniHost:
         self._lock = threading.Condition()
         self._targets = {}  # item name -> (bus name, object path), oldest first
         self._signals = []
-        self._loop = self._context = self._connection = self._startup_error = None
 
-    def start(self, timeout=10):
-        """Connects, takes the watcher name and returns once it is served."""
-        ready = threading.Event()
-        self._thread = threading.Thread(target=self._serve, args=(ready,), daemon=True)
-        self._thread.start()
-        if not ready.wait(timeout) or self._startup_error:
-            raise RuntimeError("StatusNotifierWatcher did not start: %s" % self._startup_error)
+    def start(self):
+        """Takes the watcher name and returns once it is served."""
+        self._bus = harness.BusThread(self._setup, "StatusNotifierWatcher")
+        self._connection = self._bus.connection
         return self
 
     def stop(self):
-        if self._loop is not None:
-            loop = self._loop
-            self._context.invoke_full(GLib.PRIORITY_DEFAULT, lambda: (loop.quit(), False)[1])
-            self._thread.join(5)
-            self._loop = None
-        if self._connection is not None:
-            try:
-                self._connection.close_sync(None)
-            except GLib.Error:
-                pass
-            self._connection = None
+        self._bus.stop()
 
-    def _serve(self, ready):
-        self._context = GLib.MainContext.new()
-        self._context.push_thread_default()
-        try:
-            address = Gio.dbus_address_get_for_bus_sync(Gio.BusType.SESSION, None)
-            self._connection = Gio.DBusConnection.new_for_address_sync(
-                address, Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT
-                | Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION, None, None)
-            info = Gio.DBusNodeInfo.new_for_xml(WATCHER_XML).interfaces[0]
-            self._connection.register_object(WATCHER_PATH, info, self._on_call, self._on_get, None)
-            # Signals are delivered to the context that is thread-default now: this one.
-            for interface in (ITEM_INTERFACE, MENU_INTERFACE):
-                self._connection.signal_subscribe(None, interface, None, None, None,
-                                                  Gio.DBusSignalFlags.NONE, self._on_signal)
-            self._connection.signal_subscribe("org.freedesktop.DBus", "org.freedesktop.DBus",
-                                              "NameOwnerChanged", "/org/freedesktop/DBus", None,
-                                              Gio.DBusSignalFlags.NONE, self._on_owner_changed)
-            reply = self._connection.call_sync(
-                "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                "RequestName", GLib.Variant("(su)", (WATCHER_NAME, 4)),  # DO_NOT_QUEUE
-                GLib.VariantType("(u)"), Gio.DBusCallFlags.NONE, CALL_TIMEOUT_MS, None)
-            if reply.unpack()[0] not in (1, 4):  # primary owner / already owner
-                raise RuntimeError("%s is owned by someone else" % WATCHER_NAME)
-            self._loop = GLib.MainLoop.new(self._context, False)
-        except Exception as error:  # reported to start()
-            self._startup_error = error
-        ready.set()
-        if self._loop is not None:
-            self._loop.run()
-        self._context.pop_thread_default()
+    def _setup(self, connection):
+        info = Gio.DBusNodeInfo.new_for_xml(WATCHER_XML).interfaces[0]
+        connection.register_object(WATCHER_PATH, info, self._on_call, self._on_get, None)
+        for interface in (ITEM_INTERFACE, MENU_INTERFACE):
+            connection.signal_subscribe(None, interface, None, None, None,
+                                        Gio.DBusSignalFlags.NONE, self._on_signal)
+        connection.signal_subscribe("org.freedesktop.DBus", "org.freedesktop.DBus",
+                                    "NameOwnerChanged", "/org/freedesktop/DBus", None,
+                                    Gio.DBusSignalFlags.NONE, self._on_owner_changed)
+        harness.BusThread.own_name(connection, WATCHER_NAME)
 
     # ---- watcher side (runs on the host thread; never blocks) -----------
 

@@ -3,17 +3,14 @@
 would, its command line, kit names, sound measures, window closing and screenshots.
 
     session = tappix_ui.start(self, {"volume": 0.8})   # closed by the test's cleanup
-    tappix_ui.cli(session, "--panel")
-    panel = tappix_ui.panel(session)
+    panel = tappix_ui.open_panel(self, session)
 """
 
-import array
 import json
 import os
 import re
 import subprocess
 import time
-import wave
 
 import harness
 
@@ -27,17 +24,15 @@ TYPED_KEYS = ("a", "s", "d", "f", "j", "k", "l", "g")
 # Sound comparisons leave out what varies from press to press.
 STEADY_SOUND = {"pitchVariation": False, "stereoPanning": False, "spatialAudio": False}
 
-# Two saved mixes: one that changes three parts of the board, one that changes none.
-MIXES = [
+# Twelve saved mixes, more than the panel's mixes page shows at once: one that changes
+# three parts of the board, one that changes none, ten that change one.
+TWELVE_MIXES = [
     {"id": "desk", "name": "Desk", "assignments": {
         "letters": {"packId": "crisp-click"}, "space": {"packId": "velvet"},
         "enter": {"packId": "gun-pistol"}}},
     {"id": "quiet", "name": "Quiet", "assignments": {}},
-]
-
-# Twelve: more than the panel's mixes page shows at once.
-TWELVE_MIXES = MIXES + [{"id": "mix-%d" % n, "name": "Mix %d" % n,
-                         "assignments": {"space": {"packId": "velvet"}}} for n in range(3, 13)]
+] + [{"id": "mix-%d" % n, "name": "Mix %d" % n, "assignments": {"space": {"packId": "velvet"}}}
+     for n in range(3, 13)]
 
 # Lifetime counters as the About page gets them.
 COUNTERS = {
@@ -47,23 +42,20 @@ COUNTERS = {
 }
 
 
-def start(test, preferences=None, login_start=True, tray=True, env=None, before_launch=None):
-    """Starts a session whose tappix is running and capturing keys, and has `test` (a
-    TestCase or, from setUpClass, its class) close it afterwards.
+def start(test, preferences=None, login_start=True, tray=True, env=None, before_launch=None,
+          hears_keys=True, welcome_seen=True):
+    """Starts a session running tappix, closed by `test`'s cleanup (a TestCase or, from
+    setUpClass, its class): the one way the desktop tests start it.
 
-    login_start: the welcome already seen and an autostart entry present, so tappix
-    starts quietly in the tray as it does at login; otherwise it starts as by hand.
-    before_launch: called with the session once its directories exist, before tappix runs."""
-    session = harness.Session(tray=tray, launch=False, env=env)
-    session.__enter__()
-    if isinstance(test, type):
-        test.addClassCleanup(session.close)
-    else:
-        test.addCleanup(session.close)
+    login_start: an autostart entry present, so tappix starts quietly in the tray as it
+    does at login; otherwise it starts as by hand and shows a window.
+    welcome_seen: the first-run window already seen. hears_keys: wait for key capture.
+    before_launch: called with the session once its folders exist, before tappix runs."""
+    session = harness.Session(tray=tray, env=env)
+    (test.addClassCleanup if isinstance(test, type) else test.addCleanup)(session.close)
     try:
-        prefs = {"hasSeenWelcome": True}
-        prefs.update(preferences or {})
-        session.write_preferences(prefs)
+        session.start()
+        session.write_preferences(dict({"hasSeenWelcome": welcome_seen}, **(preferences or {})))
         if login_start:
             autostart = os.path.join(session.config_home, "autostart")
             os.makedirs(autostart, exist_ok=True)
@@ -73,27 +65,23 @@ def start(test, preferences=None, login_start=True, tray=True, env=None, before_
             before_launch(session)
         session.launch()
         session.wait_for_log(re.compile(r"Tappix \S+ running"), timeout=30)
-        # Capture may take the 2 s retry when the display refuses a first connection.
-        session.wait_for_log("global backend: X11 raw events", timeout=15)
+        if hears_keys:
+            # Capture may take the 2 s retry when the display refuses a first connection.
+            session.wait_for_log("global backend: X11 raw events", timeout=15)
         # A login start makes no window until one is asked for, and Qt only joins the
         # accessibility bus with a window: look for it then.
         if not login_start:
             session.app(timeout=20)
     except BaseException:
-        session._report(None)
+        session.report()
         raise
     return session
 
 
-def cli(session, *args, timeout=15):
-    """Runs `tappix ARGS` against the running instance; returns the CompletedProcess."""
-    return subprocess.run([session.program, *args], env=session.app_env(),
-                          stdin=subprocess.DEVNULL, capture_output=True, text=True,
-                          timeout=timeout)
-
-
 def cli_ok(test, session, *args):
-    done = cli(session, *args)
+    """Runs `tappix ARGS` against the running instance and checks it succeeded."""
+    done = subprocess.run([session.program, *args], env=session.app_env(),
+                          stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=15)
     test.assertEqual(done.returncode, 0, "tappix %s: %s%s" % (" ".join(args), done.stdout,
                                                               done.stderr))
     return done
@@ -178,34 +166,9 @@ def focus_window(session, title):
     session.xdotool("windowfocus", "--sync", window_id)
 
 
-class Desk:
-    """Plays the window manager on the session's display: makes windows with a WM_CLASS
-    and says which is in front through the root's _NET_ACTIVE_WINDOW."""
-
-    def __init__(self, session):
-        from Xlib import display as xdisplay
-        self.connection = xdisplay.Display(session.display)
-        self.root = self.connection.screen().root
-
-    def window(self, instance, klass):
-        window = self.root.create_window(0, 0, 40, 40, 0, self.connection.screen().root_depth)
-        window.set_wm_class(instance, klass)
-        self.connection.sync()
-        return window.id
-
-    def activate(self, window_id):
-        from Xlib import Xatom
-        self.root.change_property(self.connection.intern_atom("_NET_ACTIVE_WINDOW"),
-                                  Xatom.WINDOW, 32, [window_id])
-        self.connection.sync()
-
-    def close(self):
-        self.connection.close()
-
-
 class FileManager:
     """A file manager on the session bus (org.freedesktop.FileManager1) that records the
-    items it is asked to show, served from a thread of its own."""
+    items it is asked to show."""
 
     XML = """<node><interface name="org.freedesktop.FileManager1">
       <method name="ShowItems"><arg type="as" direction="in"/><arg type="s" direction="in"/></method>
@@ -213,46 +176,20 @@ class FileManager:
     </interface></node>"""
 
     def __init__(self):
-        import threading
-        from gi.repository import Gio, GLib
+        from gi.repository import Gio
         self.shown = []
-        ready = threading.Event()
 
-        def serve():
-            context = GLib.MainContext.new()
-            context.push_thread_default()
-            self._connection = Gio.DBusConnection.new_for_address_sync(
-                Gio.dbus_address_get_for_bus_sync(Gio.BusType.SESSION, None),
-                Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT
-                | Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION, None, None)
-            info = Gio.DBusNodeInfo.new_for_xml(self.XML).interfaces[0]
+        def call(_connection, _sender, _path, _interface, method, params, invocation):
+            self.shown.append((method, params.unpack()[0]))
+            invocation.return_value(None)
 
-            def call(_connection, _sender, _path, _interface, method, params, invocation):
-                self.shown.append((method, params.unpack()[0]))
-                invocation.return_value(None)
+        def setup(connection):
+            connection.register_object("/org/freedesktop/FileManager1",
+                                       Gio.DBusNodeInfo.new_for_xml(self.XML).interfaces[0],
+                                       call, None, None)
+            harness.BusThread.own_name(connection, "org.freedesktop.FileManager1")
 
-            self._connection.register_object("/org/freedesktop/FileManager1", info, call, None,
-                                             None)
-            self._connection.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                       "org.freedesktop.DBus", "RequestName",
-                                       GLib.Variant("(su)", ("org.freedesktop.FileManager1", 4)),
-                                       None, Gio.DBusCallFlags.NONE, 5000, None)
-            self._loop = GLib.MainLoop.new(context, False)
-            self._context = context
-            ready.set()
-            self._loop.run()
-
-        self._thread = threading.Thread(target=serve, name="file-manager", daemon=True)
-        self._thread.start()
-        ready.wait(10)
-
-    def stop(self):
-        if self._thread is None:
-            return
-        self._context.invoke_full(0, lambda: (self._loop.quit(), False)[1])
-        self._thread.join(5)
-        self._connection.close_sync(None)
-        self._thread = None
+        self.stop = harness.BusThread(setup, "file-manager").stop
 
 
 # ---- kits ----------------------------------------------------------------------
@@ -285,9 +222,7 @@ def wait_for_quiet(session, timeout=10):
 def brightness(recording):
     """Zero crossings per second over the samples that carry sound: a rough measure of
     where a sound's energy sits (a click crosses far more often than a thud)."""
-    with wave.open(recording.path, "rb") as f:
-        samples = array.array("h")
-        samples.frombytes(f.readframes(f.getnframes()))
+    samples = recording.samples()
     mono = [samples[i] + samples[i + 1] for i in range(0, len(samples) - 1, 2)]
     floor = 0.01 * 65536
     crossings = loud = 0

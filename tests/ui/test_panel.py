@@ -4,7 +4,6 @@ each control stores, and what the keys then sound like."""
 
 import unittest
 
-import harness
 import tappix_ui as ui
 
 class Panel(unittest.TestCase):
@@ -155,46 +154,41 @@ class Panel(unittest.TestCase):
         (window,) = [w for w in s.x_windows() if w["title"] == ui.PANEL]
         self.assertEqual(window["height"], 420, window)
 
-        def focused():
-            return s.wait_until(lambda: next(iter(
-                b for b in s.find_all("push button", root=self.panel)
-                if "focused" in s.states(b)), None), 5, message="a focused row")
+        def inside(name):
+            (row,) = s.find_all("push button", name, root=self.panel, state="focused")
+            box = s.extents(row)
+            return box.height > 0 and window["y"] <= box.y <= window["y"] + 420 - box.height
 
-        def inside(row):
-            box = row.get_component_iface().get_extents(harness.Atspi.CoordType.SCREEN)
-            return (box.y >= window["y"] and box.y + box.height <= window["y"] + 420
-                    and box.height > 0)
-
-        self.assertEqual(focused().get_name(), off.get_name())
+        self.assertEqual(s.focused(self.panel), off.get_name())
         # Tab walks the rows in order, each scrolled into sight when it takes the focus,
         # and ends on the way to the editor below them.
         for name in [mix["name"] for mix in ui.TWELVE_MIXES] + ["Edit this mix"]:
             s.key("Tab")
-            s.wait_until(lambda: focused().get_name() == name, 5,
-                         message=lambda: "%s focused (not %s)" % (name, focused().get_name()))
-            s.wait_until(lambda: inside(focused()), 5, message=name + " inside the panel")
+            s.wait_until(lambda: inside(name), 5, message=lambda: "%s focused inside the panel "
+                         "(focused: %s)" % (name, s.focused(self.panel)))
         s.key("shift+Tab", "Return")
         s.wait_for_preference("activeMixId", "mix-12")
         ui.button(s, "Mix 12, chosen", self.panel)
         # Choosing keeps the focus where it was.
-        self.assertEqual(focused().get_name(), "Mix 12, chosen")
+        self.assertEqual(s.focused(self.panel), "Mix 12, chosen")
         ui.screenshot(s, "panel-mixes-twelve-dark")
         # Scrolled out of sight above, but there for a screen reader.
         s.press(s.find("push button", "Off — main kit only", root=self.panel))
         s.wait_until(lambda: "activeMixId" not in s.preferences(), 10,
                      message="activeMixId to be removed")
 
-    def test_design_a_switch_opens_the_create_page(self):
-        self.press("Design a switch")
-        window = ui.settings_window(self.s)
-        ui.wait_gone(self.s, ui.PANEL)
-        self.s.wait_for_preference("lastSettingsPage", "create")
-        ui.heading(self.s, "Design your own switch", window)
-
-    def test_settings_row_opens_the_window_and_closes_the_panel(self):
-        self.press("Settings")
-        ui.settings_window(self.s)
-        ui.wait_gone(self.s, ui.PANEL)
+    def test_rows_open_the_settings_window_and_close_the_panel(self):
+        for row, page, heading in (("Design a switch", "create", "Design your own switch"),
+                                   ("Settings", "create", "Design your own switch")):
+            with self.subTest(row=row):
+                if not ui.showing(self.s, ui.PANEL):
+                    self.panel = ui.open_panel(self, self.s)
+                self.press(row)
+                window = ui.settings_window(self.s)
+                ui.wait_gone(self.s, ui.PANEL)
+                self.s.wait_for_preference("lastSettingsPage", page)
+                ui.heading(self.s, heading, window)
+                ui.close_window(self.s, ui.SETTINGS)
 
 
 if __name__ == "__main__":

@@ -2,7 +2,8 @@
 """Pictures of the panel's three pages and the six settings pages (at the window's first size
 and at its smallest) in a dark and a light theme, saved under $TAPPIX_UI_ARTIFACTS for a
 person to look over (nothing compares them).
-Each run also walks the panel's pages and ends with its Quit row."""
+Each run also walks the panel's pages, checks each tab stores its page, and ends with
+the panel's Quit row."""
 
 import os
 import unittest
@@ -10,18 +11,15 @@ import unittest
 import tappix_ui as ui
 
 
-# Each settings page by its tab, and the heading that shows it is on screen.
-SETTINGS_PAGES = [("Sound", "Sound"), ("Mix", "Mix"), ("Create", "Design your own switch"),
-                  ("Behaviour", "Behaviour"), ("Look", "Look"), ("About", "Tappix")]
+# Each settings page by its tab, the heading that shows it is on screen, and its stored id.
+SETTINGS_PAGES = [("Sound", "Sound", "sounds"), ("Mix", "Mix", "mix"),
+                  ("Create", "Design your own switch", "create"),
+                  ("Behaviour", "Behaviour", "behaviour"), ("Look", "Look", "look"),
+                  ("About", "Tappix", "about")]
 
 
 # The settings window's smallest size.
 MINIMUM_SIZE = (700, 520)
-
-
-def focused_rows(s, panel):
-    return [b.get_name() for b in s.find_all("push button", root=panel)
-            if "focused" in s.states(b)]
 
 
 def write_desktop_file(s):
@@ -56,9 +54,9 @@ class Screenshots(unittest.TestCase):
         # The kits page opens on the chosen kit, the first time too, so that Return
         # right away keeps it (checked after the picture, which is wanted either way).
         with self.subTest("the kits page opens with the chosen kit focused"):
-            s.wait_until(lambda: focused_rows(s, panel) == [kit + ", chosen"], 5,
+            s.wait_until(lambda: s.focused(panel) == kit + ", chosen", 5,
                          message=lambda: "the chosen kit's row to have the focus (focused: %s)"
-                         % focused_rows(s, panel))
+                         % s.focused(panel))
 
         s.press(ui.button(s, "Back", panel))
         s.press(ui.button(s, "Mix: Desk", panel))
@@ -68,9 +66,10 @@ class Screenshots(unittest.TestCase):
 
         ui.cli_ok(self, s, "--settings", "sounds")
         window = ui.settings_window(s)
-        for tab, heading in SETTINGS_PAGES:
+        for tab, heading, page in SETTINGS_PAGES:
             s.press(s.find("page tab", tab, root=window), "Press")
             ui.heading(s, heading, window)
+            s.wait_for_preference("lastSettingsPage", page)
             if tab == "About":
                 ui.label(s, "Waiting for keystrokes", root=window)
             shots.append(ui.screenshot(s, "settings-%s-%s" % (tab.lower(), suffix)))
@@ -85,7 +84,7 @@ class Screenshots(unittest.TestCase):
         # scrolled to its end (over the page's margin, which no list covers).
         (box,) = [w for w in s.x_windows() if w["title"] == ui.SETTINGS]
         s.xdotool("windowsize", "--sync", box["id"], *MINIMUM_SIZE)
-        for tab, heading in SETTINGS_PAGES:
+        for tab, heading, _ in SETTINGS_PAGES:
             s.press(s.find("page tab", tab, root=window), "Press")
             ui.heading(s, heading, window)
             shots.append(ui.screenshot(s, "settings-%s-smallest-%s" % (tab.lower(), suffix)))

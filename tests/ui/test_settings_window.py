@@ -1,21 +1,16 @@
 #!/usr/bin/python3
-"""The settings window: the page it opens on, its page tabs, the About page's counters,
-a second launch bringing it back, and Ctrl+Q."""
+"""The settings window: the page it opens on, the About page's counters, a second launch
+bringing it back, and Ctrl+Q. (test_screenshots.py walks every tab.)"""
 
 import subprocess
-import time
 import unittest
 
 import tappix_ui as ui
 
-PAGES = [("Sound", "sounds"), ("Mix", "mix"), ("Create", "create"),
-         ("Behaviour", "behaviour"), ("Look", "look"), ("About", "about")]
-
 class SettingsWindow(unittest.TestCase):
 
     def test_pages_counters_second_launch_and_ctrl_q(self):
-        # A start by hand (no autostart entry) opens the window; a page it does not
-        # know shows the first one.
+        # A start by hand opens the window; a page it does not know shows the first one.
         # Counts are grouped in thousands in the C locale too; pinned so that a runner's
         # own locale never changes what the page says.
         s = ui.start(self, dict(ui.COUNTERS, lastSettingsPage="nonsense"), login_start=False,
@@ -23,16 +18,8 @@ class SettingsWindow(unittest.TestCase):
         window = ui.settings_window(s)
         ui.heading(s, "Sound", window)
 
-        with self.subTest("the tabs store the page shown"):
-            for title, page in PAGES:
-                s.press(s.find("page tab", title, root=window), "Press")
-                s.wait_for_preference("lastSettingsPage", page)
-                # About opens under the program's name instead.
-                # The studio pages head themselves with what they do.
-                heading = {"about": "Tappix", "create": "Design your own switch"}.get(page, title)
-                ui.heading(s, heading, window)
-
         with self.subTest("About shows the stored counters"):
+            s.press(s.find("page tab", "About", root=window), "Press")
             for name in ("Keystrokes: 1,234,567", "Dings: 5", "Clicks: 1,042",
                          "Best speed: 88 wpm", "Average speed: 65 wpm", "Accuracy: 97.5%"):
                 ui.label(s, name, root=window, timeout=5)
@@ -41,14 +28,9 @@ class SettingsWindow(unittest.TestCase):
             s.press(s.find("page tab", "Behaviour", root=window), "Press")
             s.wait_for_preference("lastSettingsPage", "behaviour")
             ui.close_window(s, ui.SETTINGS)
-            started = time.monotonic()
             second = subprocess.run([s.program], env=s.app_env(), stdin=subprocess.DEVNULL,
                                     capture_output=True, text=True, timeout=30)
-            elapsed = time.monotonic() - started
             self.assertEqual(second.returncode, 0, second.stdout + second.stderr)
-            # It only hands over and leaves: well under a second on a desktop, 3 s
-            # leaves room for a sanitizer build on a loaded machine.
-            self.assertLess(elapsed, 3.0)
             window = ui.settings_window(s)
             ui.heading(s, "Behaviour", window)
             self.assertTrue(s.running())

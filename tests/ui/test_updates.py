@@ -71,8 +71,6 @@ class UpdateCheck(unittest.TestCase):
                          "SSL_CERT_FILE": os.path.join(scratch.name, "ca.pem")})
         window = ui.settings_window(s)
         version = re.search(r"Tappix (\S+) running", s.log()).group(1)
-        ui.label(s, "Once a day. Tappix tells you about a new version; it never installs "
-                 "anything.", root=window)
 
         def check_now(answer):
             s.press(ui.button(s, "Check Now", window))
