@@ -9,45 +9,23 @@
 #include <QFile>
 #include <QTemporaryDir>
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
 #include <sys/stat.h>
+#include <thread>
+#include <utility>
 
 using namespace tappix;
 
 namespace {
 
 /// A gate a thread waits at until the test opens it.
-class Gate {
-public:
-    void close() {
-        std::lock_guard lock(mutex_);
-        open_ = false;
-    }
-    void open() {
-        {
-            std::lock_guard lock(mutex_);
-            open_ = true;
-        }
-        changed_.notify_all();
-    }
+struct Gate {
+    std::atomic<bool> open{true}, waiting{false};
     void pass() {
-        std::unique_lock lock(mutex_);
-        waiting_ = true;
-        changed_.notify_all();
-        changed_.wait(lock, [this] { return open_; });
-        waiting_ = false;
+        waiting = true;
+        while (!open)
+            std::this_thread::yield();
+        waiting = false;
     }
-    void awaitSomeoneWaiting() {
-        std::unique_lock lock(mutex_);
-        changed_.wait(lock, [this] { return waiting_; });
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool open_ = true;
-    bool waiting_ = false;
 };
 
 /// The platform boundary, driven by hand: the test renders the mixer itself, and says
@@ -159,11 +137,20 @@ TEST(AudioPlayer, PlaysKnownSamplesAndIgnoresUnknownOnes) {
     f.player.drain();
     EXPECT_NEAR(f.output->render(64)[20], 0.5f, 1e-3f);
 
+    f.output->render(480); // the click is over
+
+    // A buffer the caller let go of lives while the render reads it, and no longer.
     auto buffer = std::make_shared<const SampleBuffer>(SampleBuffer{std::vector<float>(480, 0.5f)});
-    f.player.playBuffer(buffer, 1, 1, 1);
-    buffer.reset(); // the player keeps it alive until the mixer is done
+    const std::weak_ptr<const SampleBuffer> held = buffer;
+    f.player.playBuffer(std::exchange(buffer, nullptr), 1, 1, 1);
     f.player.drain();
     EXPECT_NEAR(f.output->render(64)[21], 0.5f, 1e-3f);
+    f.player.sampleBytes(); // lets go of what the render has moved past
+    EXPECT_FALSE(held.expired()) << "freed while the render still reads it";
+    EXPECT_NEAR(f.output->render(64)[21], 0.5f, 1e-3f);
+    f.output->render(480);
+    f.player.sampleBytes();
+    EXPECT_TRUE(held.expired()) << "kept after the render moved past it";
 }
 
 // The output follows the chosen device itself, absent or not: the player hands the
@@ -255,13 +242,14 @@ TEST(AudioPlayer, TheQueueHasABound) {
     Fixture f;
     f.player.loadSampleSets({{"a", f.dir.path(), {"click.wav"}}});
     f.player.drain();
-    f.output->wakeGate.close();
+    f.output->wakeGate.open = false;
     f.player.play("a", "click.wav", 1, 0, 1);
-    f.output->wakeGate.awaitSomeoneWaiting(); // the queue is stuck on it
+    while (!f.output->wakeGate.waiting) // the queue is stuck on it
+        std::this_thread::yield();
     constexpr int kBurst = 1000;
     for (int i = 0; i < kBurst; ++i)
         f.player.play("a", "unknown.wav", 1, 0, 1);
     EXPECT_EQ(f.player.droppedSounds(), kBurst - AudioPlayer::kQueueCapacity);
-    f.output->wakeGate.open();
+    f.output->wakeGate.open = true;
     f.player.drain();
 }

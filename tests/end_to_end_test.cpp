@@ -129,43 +129,16 @@ TEST_F(EndToEnd, ADifferentKitSoundsDifferent) {
     EXPECT_GT(test::energy(shotgun, 0, start + 350, start + 700), 0.5);
 }
 
-TEST_F(EndToEnd, ReturnRingsTheBellWhenAsked) {
-    QJsonObject prefs = kQuietExtras;
-    prefs["keyUpSoundsEnabled"] = false;
-    prefs["dingOnReturn"] = true;
-    launch(prefs);
-    const auto plain = type({"a"}, 80, 100);
-    const auto bell = type({"Return"}, 80, 100);
-    ASSERT_FALSE(test::onsets(plain).empty());
-    ASSERT_FALSE(test::onsets(bell).empty());
-    const double p = test::onsets(plain).front(), b = test::onsets(bell).front();
-    // The bell (0.55 s) is still sounding after a key's own sound has died away.
-    EXPECT_GT(test::energy(bell, 0, b + 350, b + 550),
-              10 * test::energy(plain, 0, p + 350, p + 550) + 0.05);
-}
-
-TEST_F(EndToEnd, QuietWhileTheMicrophoneIsLive) {
-    QJsonObject prefs = kQuietExtras;
-    prefs["sleepEnabled"] = true;
-    prefs["sleepTriggerMicrophone"] = true;
-    prefs["sleepVolume"] = 0.0;
-    launch(prefs);
-    {
-        auto call = PulseServer::startRecording(); // someone starts a call
-        ASSERT_TRUE(waitForLog("sleeping: The microphone is live"));
-        EXPECT_TRUE(test::onsets(type({"a", "s"})).empty());
-    }
-    ASSERT_TRUE(waitForLog("awake"));
-    EXPECT_FALSE(test::onsets(type({"a"})).empty());
-}
-
-TEST_F(EndToEnd, QuietWhileAListedAppOrAFullScreenWindowIsInFront) {
+// Quiet while someone is in a call, while a listed app or a full-screen window is in
+// front, and awake again after each.
+TEST_F(EndToEnd, QuietWhileTheMicrophoneIsLiveOrAListedOrFullScreenAppIsInFront) {
     // The listed app is known by its desktop file, which names its window class.
     ASSERT_TRUE(test::writeNotesEntry(home_.filePath("data")));
     QJsonObject prefs = kQuietExtras;
     prefs["keyUpSoundsEnabled"] = false;
     prefs["sleepEnabled"] = true;
     prefs["sleepVolume"] = 0.0;
+    prefs["sleepTriggerMicrophone"] = true;
     prefs["sleepTriggerApps"] = true;
     prefs["sleepTriggerFullScreen"] = true;
     prefs["sleepAppIds"] = QJsonArray{"org.example.Notes"};
@@ -177,7 +150,15 @@ TEST_F(EndToEnd, QuietWhileAListedAppOrAFullScreenWindowIsInFront) {
     desk.activate(editor);
     launch(prefs);
     EXPECT_EQ(test::onsets(type({"a"})).size(), 1u);
+    {
+        auto call = PulseServer::startRecording(); // someone starts a call
+        ASSERT_TRUE(waitForLog("sleeping: The microphone is live")) << log_.constData();
+        EXPECT_TRUE(test::onsets(type({"a", "s"})).empty());
+    }
+    ASSERT_TRUE(waitForLog("awake")) << log_.constData();
+    EXPECT_EQ(test::onsets(type({"a"})).size(), 1u);
 
+    log_.clear();
     desk.activate(notes);
     ASSERT_TRUE(waitForLog("sleeping: Quiet Notes is in front")) << log_.constData();
     EXPECT_TRUE(test::onsets(type({"a", "s"})).empty());
@@ -208,10 +189,21 @@ TEST_F(EndToEnd, TypingStatisticsReachTheFileAtSigterm) {
     EXPECT_GE(stored.value("keystrokeCount").toInt(), 25);
 }
 
-TEST_F(EndToEnd, TheShortcutSilencesAndRestoresTheSounds) {
+// The bell rings on Return when asked, and the shortcut silences and restores the sounds.
+TEST_F(EndToEnd, ReturnRingsTheBellAndTheShortcutSilencesAndRestoresTheSounds) {
     QJsonObject prefs = kQuietExtras;
     prefs["keyUpSoundsEnabled"] = false;
+    prefs["dingOnReturn"] = true;
     launch(prefs);
+    const auto plain = type({"a"}, 80, 100);
+    const auto bell = type({"Return"}, 80, 100);
+    ASSERT_FALSE(test::onsets(plain).empty());
+    ASSERT_FALSE(test::onsets(bell).empty());
+    const double p = test::onsets(plain).front(), b = test::onsets(bell).front();
+    // The bell (0.55 s) is still sounding after a key's own sound has died away.
+    EXPECT_GT(test::energy(bell, 0, b + 350, b + 550),
+              10 * test::energy(plain, 0, p + 350, p + 550) + 0.05);
+
     XvfbServer::xdotool({"key", "ctrl+super+k"});
     ASSERT_TRUE(waitForLog("sounds off by the shortcut")) << log_.constData();
     QThread::msleep(600); // the chord's own sounds die away first

@@ -39,26 +39,22 @@ const std::vector<float> kDc(4800, 0.5f); // 100 ms of a constant level
 } // namespace
 
 TEST(Mixer, PanIsEqualPowerAndGainIsClamped) {
-    Mixer mixer(stillTime);
-    mixer.setMasterVolume(1.0f);
-    mixer.enqueue(play(kDc, 1, -1.0f));
-    auto out = run(mixer, 64);
-    EXPECT_NEAR(out.left(10), 0.5f, 1e-6f);
-    EXPECT_NEAR(out.right(10), 0.0f, 1e-6f);
-
-    Mixer centre(stillTime);
-    centre.setMasterVolume(1.0f);
-    centre.enqueue(play(kDc, 1, 0.0f, 2.0f)); // gain 2 plays at 1.5
-    out = run(centre, 64);
-    EXPECT_NEAR(out.left(10), 0.5f * 1.5f * std::sqrt(0.5f), 1e-5f);
-    EXPECT_NEAR(out.right(10), out.left(10), 1e-6f);
-
-    Mixer negative(stillTime);
-    negative.setMasterVolume(1.0f);
-    negative.enqueue(play(kDc, 1, 0.0f, -1.0f));
-    out = run(negative, 64);
-    EXPECT_EQ(out.left(10), 0.0f);
-    EXPECT_EQ(negative.activeVoices(), 1); // the voice is still taken
+    const struct {
+        float pan, gain, left, right;
+    } cases[] = {
+        {-1.0f, 1.0f, 0.5f, 0.0f},
+        {0.0f, 2.0f, 0.5f * 1.5f * std::sqrt(0.5f), 0.5f * 1.5f * std::sqrt(0.5f)}, // at most 1.5
+        {0.0f, -1.0f, 0.0f, 0.0f}, // silent, but the voice is still taken
+    };
+    for (const auto& c : cases) {
+        Mixer mixer(stillTime);
+        mixer.setMasterVolume(1.0f);
+        mixer.enqueue(play(kDc, 1, c.pan, c.gain));
+        const auto out = run(mixer, 64);
+        EXPECT_NEAR(out.left(10), c.left, 1e-5f) << c.pan << " " << c.gain;
+        EXPECT_NEAR(out.right(10), c.right, 1e-5f) << c.pan << " " << c.gain;
+        EXPECT_EQ(mixer.activeVoices(), 1);
+    }
 }
 
 TEST(Mixer, TheSeventeenthSoundCutsTheFirstWithAFade) {
@@ -119,6 +115,15 @@ TEST(Mixer, BrightnessFiltersHighsAndRoomLeavesATail) {
         return sum;
     };
     EXPECT_LT(energy(0.0f), energy(1.0f) * 0.05);
+
+    // A tone change while a sound plays carries the filter's memory on: no click.
+    Mixer toned(stillTime);
+    toned.setMasterVolume(1.0f);
+    toned.setToneBrightness(0.3f);
+    toned.enqueue(play(kDc, 1));
+    const float settled = run(toned, 2048).left(2047);
+    toned.setToneBrightness(0.5f);
+    EXPECT_NEAR(run(toned, 64).left(0), settled, 0.02f) << "the filter started afresh";
 
     const std::vector<float> click(480, 0.5f);
     for (bool room : {false, true}) {

@@ -46,18 +46,21 @@ struct Workspace {
     }
 };
 
-/// Peak level of the middle half of a kit file (clear of fades and codec edges).
-double level(const QString& kitDir, const std::string& file, std::size_t* frames = nullptr) {
+/// A kit's file, decoded.
+std::optional<SampleBuffer> decoded(const QString& kitDir, const std::string& file) {
     SndfileDecoder decoder;
     std::string error;
-    const auto buffer = decoder.decode(kitDir + "/sounds/" + QString::fromStdString(file), error);
+    auto buffer = decoder.decode(kitDir + "/sounds/" + QString::fromStdString(file), error);
     EXPECT_TRUE(buffer) << file << ": " << error;
-    if (!buffer)
-        return -1;
-    if (frames)
-        *frames = buffer->frames();
-    double peak = 0;
-    for (std::size_t i = buffer->frames() / 4; i < buffer->frames() * 3 / 4; ++i)
+    return buffer;
+}
+
+/// Peak level of the middle half of a kit file (clear of fades and codec edges).
+double level(const QString& kitDir, const std::string& file) {
+    const auto buffer = decoded(kitDir, file);
+    double peak = buffer ? 0 : -1;
+    for (std::size_t i = buffer ? buffer->frames() / 4 : 0; buffer && i < buffer->frames() * 3 / 4;
+         ++i)
         peak = std::max(peak, double(std::abs(buffer->samples[i])));
     return peak;
 }
@@ -74,9 +77,53 @@ std::vector<double> levels(const PackImportResult& result, const std::string& ke
     return found;
 }
 
+/// The first sound a kit plays for a key.
+std::optional<SampleBuffer> first(const PackImportResult& result, const std::string& key) {
+    return decoded(result.directory, result.config->sounds.at(key).down.front());
+}
+
 // Levels compare to the nearest 0.05: lossy codecs move them a little.
 std::vector<double> just(double value) {
     return {std::round(value * 20) / 20};
+}
+
+/// Each sound key (a release with "^" after it) has one variant at its level.
+void expectLevels(const PackImportResult& result,
+                  std::initializer_list<std::pair<std::string, double>> expected) {
+    for (const auto& [key, value] : expected) {
+        const bool up = key.ends_with('^');
+        EXPECT_EQ(levels(result, up ? key.substr(0, key.size() - 1) : key, up), just(value)) << key;
+    }
+}
+
+QJsonObject readJson(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object()
+                                          : QJsonObject();
+}
+
+bool mentions(const std::vector<std::string>& lines, const std::string& text) {
+    return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+        return line.find(text) != std::string::npos;
+    });
+}
+
+/// A version-2 pack with a release sound: Space, Enter and an arrow of their own.
+void writeSmallPack(const QString& dir) {
+    ASSERT_TRUE(writeTone(dir + "/generic.wav", 48000, kWav16, {kA}));
+    ASSERT_TRUE(writeTone(dir + "/space.wav", 48000, kWav16, {kSpace}));
+    ASSERT_TRUE(writeTone(dir + "/enter.wav", 48000, kWav16, {kEnter}));
+    ASSERT_TRUE(writeTone(dir + "/down.wav", 48000, kWav16, {kArrow}));
+    ASSERT_TRUE(writeTone(dir + "/up.wav", 48000, kWav16, {kUp}));
+    writeConfig(dir,
+                {{"id", "small"},
+                 {"name", "Small Pack"},
+                 {"key_define_type", "multi"},
+                 {"version", 2},
+                 {"sound", "generic.wav"},
+                 {"soundup", "up.wav"},
+                 {"defines",
+                  QJsonObject{{"57", "space.wav"}, {"28", "enter.wav"}, {"57424", "down.wav"}}}});
 }
 
 /// The written manifest passes the same check as `tappix-kit check`.
@@ -188,36 +235,30 @@ TEST(PackImport, SingleFilePackIsCutIntoFadedSlicesPerKey) {
     EXPECT_EQ(result.config->metadata.name, "Slice Pack");
     EXPECT_TRUE(result.config->metadata.supportsKeyUp);
     EXPECT_TRUE(result.problems.empty()) << result.problems.front();
-    EXPECT_EQ(levels(result, "a"), just(kA));
-    // Release slices are cut from the release file.
-    EXPECT_EQ(levels(result, "enter", true), just(kUp));
-    EXPECT_EQ(levels(result, "space"), just(kSpace));
-    EXPECT_EQ(levels(result, "arrUp"), just(kArrow));
-    // Both Enter keys share Tappix's "enter": the main one's sound wins.
-    EXPECT_EQ(levels(result, "enter"), just(kEnter));
-    // Keys without a sound of their own (keypad /) and the groups play the letters.
-    EXPECT_EQ(levels(result, "default"), just(kA));
-    EXPECT_EQ(levels(result, "alpha"), just(kA));
-    EXPECT_EQ(levels(result, "modifier"), just(kA));
+    // Release slices are cut from the release file; both Enter keys share Tappix's
+    // "enter", the main one's sound wins; keys without a sound of their own (keypad /)
+    // and the groups play the letters.
+    expectLevels(result, {{"a", kA},
+                          {"enter^", kUp},
+                          {"space", kSpace},
+                          {"arrUp", kArrow},
+                          {"enter", kEnter},
+                          {"default", kA},
+                          {"alpha", kA},
+                          {"modifier", kA}});
     ASSERT_EQ(result.notes.size(), 2u);
     EXPECT_NE(result.notes[0].find("(84)"), std::string::npos);
     EXPECT_NE(result.notes[1].find("(3637)"), std::string::npos);
 
     // Each slice is its own 100 ms file that starts and ends in silence.
-    const std::string file = result.config->sounds.at("space").down.front();
-    SndfileDecoder decoder;
-    std::string error;
-    const auto cut =
-        decoder.decode(result.directory + "/sounds/" + QString::fromStdString(file), error);
-    ASSERT_TRUE(cut) << error;
+    const auto cut = first(result, "space");
+    ASSERT_TRUE(cut);
     EXPECT_NEAR(double(cut->frames()), 4800, 2);
     EXPECT_LT(std::abs(cut->samples.front()), 0.01f);
     EXPECT_LT(std::abs(cut->samples.back()), 0.01f);
 
     // The manifest records where the kit came from.
-    QFile manifest(result.directory + "/config.json");
-    ASSERT_TRUE(manifest.open(QIODevice::ReadOnly));
-    const QJsonObject origin = QJsonDocument::fromJson(manifest.readAll())["origin"].toObject();
+    const QJsonObject origin = readJson(result.directory + "/config.json")["origin"].toObject();
     EXPECT_EQ(origin["importedFrom"].toString(), "pack");
     EXPECT_EQ(origin["packId"].toString(), "sp");
     EXPECT_EQ(origin["layout"].toString(), "single");
@@ -251,14 +292,14 @@ TEST(PackImport, Version2MultiPackKeepsRangesReleasesAndFallbacks) {
     EXPECT_TRUE(result.problems.empty()) << result.problems.front();
     EXPECT_TRUE(result.config->metadata.supportsKeyUp);
     EXPECT_EQ(levels(result, "default"), (std::vector<double>{0.05, 0.1, 0.15, 0.2, 0.25}));
-    EXPECT_EQ(levels(result, "default", true), just(kUp));
     EXPECT_EQ(levels(result, "alpha"), levels(result, "default"));
-    EXPECT_EQ(levels(result, "space"), just(kSpace));
-    EXPECT_EQ(levels(result, "space", true), just(kA));
-    // Only the keypad Enter is defined, so it is Tappix's "enter".
-    EXPECT_EQ(levels(result, "enter"), just(kKeypad));
-    // The arrow's own code beats the keypad's Num Lock alias of it.
-    EXPECT_EQ(levels(result, "arrLeft"), just(kArrow));
+    // Only the keypad Enter is defined, so it is Tappix's "enter"; the arrow's own code
+    // beats the keypad's Num Lock alias of it.
+    expectLevels(result, {{"default^", kUp},
+                          {"space", kSpace},
+                          {"space^", kA},
+                          {"enter", kKeypad},
+                          {"arrLeft", kArrow}});
     // Backspace, defined as null, falls back like every undefined key.
     EXPECT_EQ(levels(result, "backspace"), levels(result, "default"));
 }
@@ -278,13 +319,8 @@ TEST(PackImport, Mp3At44kAndWavAt48kEachKeepTheirPitchAndLength) {
     EXPECT_TRUE(result.config->metadata.supportsKeyUp); // a version-1 pack with "-up"
     for (const char* key : {"enter", "space"}) {
         SCOPED_TRACE(key);
-        SndfileDecoder decoder;
-        std::string error;
-        const auto buffer =
-            decoder.decode(result.directory + "/sounds/" +
-                               QString::fromStdString(result.config->sounds.at(key).down.front()),
-                           error);
-        ASSERT_TRUE(buffer) << error;
+        const auto buffer = first(result, key);
+        ASSERT_TRUE(buffer);
         // 300 ms; MP3 only adds its frame padding at the end, its lead is trimmed.
         EXPECT_NEAR(double(buffer->frames()), 14400, key == std::string("enter") ? 1500 : 2);
         int onsetFrame = 0;
@@ -300,40 +336,6 @@ TEST(PackImport, Mp3At44kAndWavAt48kEachKeepTheirPitchAndLength) {
     }
 }
 
-namespace {
-
-/// A version-2 pack with a release sound: Space, Enter and an arrow of their own.
-void writeSmallPack(const QString& dir) {
-    ASSERT_TRUE(writeTone(dir + "/generic.wav", 48000, kWav16, {kA}));
-    ASSERT_TRUE(writeTone(dir + "/space.wav", 48000, kWav16, {kSpace}));
-    ASSERT_TRUE(writeTone(dir + "/enter.wav", 48000, kWav16, {kEnter}));
-    ASSERT_TRUE(writeTone(dir + "/down.wav", 48000, kWav16, {kArrow}));
-    ASSERT_TRUE(writeTone(dir + "/up.wav", 48000, kWav16, {kUp}));
-    writeConfig(dir,
-                {{"id", "small"},
-                 {"name", "Small Pack"},
-                 {"key_define_type", "multi"},
-                 {"version", 2},
-                 {"sound", "generic.wav"},
-                 {"soundup", "up.wav"},
-                 {"defines",
-                  QJsonObject{{"57", "space.wav"}, {"28", "enter.wav"}, {"57424", "down.wav"}}}});
-}
-
-QJsonObject readJson(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object()
-                                          : QJsonObject();
-}
-
-bool mentions(const std::vector<std::string>& lines, const std::string& text) {
-    return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
-        return line.find(text) != std::string::npos;
-    });
-}
-
-} // namespace
-
 TEST(PackImport, ZipOfAFolderImportsLikeTheFolder) {
     Workspace w;
     writeSmallPack(w.pack);
@@ -346,14 +348,11 @@ TEST(PackImport, ZipOfAFolderImportsLikeTheFolder) {
     const PackImportResult result = w.import(zipPath);
     expectKitChecks(result);
     EXPECT_TRUE(result.problems.empty()) << result.problems.front();
-    EXPECT_EQ(levels(result, "space"), just(kSpace));
-    EXPECT_EQ(levels(result, "enter"), just(kEnter));
-    EXPECT_EQ(levels(result, "arrDown"), just(kArrow));
-    EXPECT_EQ(levels(result, "default", true), just(kUp));
-    QFile manifest(result.directory + "/config.json");
-    ASSERT_TRUE(manifest.open(QIODevice::ReadOnly));
-    EXPECT_EQ(QJsonDocument::fromJson(manifest.readAll())["origin"]["importedFrom"].toString(),
-              "Small Pack.zip");
+    expectLevels(result,
+                 {{"space", kSpace}, {"enter", kEnter}, {"arrDown", kArrow}, {"default^", kUp}});
+    EXPECT_EQ(
+        readJson(result.directory + "/config.json")["origin"].toObject()["importedFrom"].toString(),
+        "Small Pack.zip");
 
     // The same pack again replaces its import; another of the same name gets its own id.
     const PackImportResult again = w.import(w.pack);
@@ -396,9 +395,7 @@ TEST(PackImport, BadPartsOfADirectoryPackAreReportedOneLineEach) {
         EXPECT_TRUE(mentions(single.problems, says)) << says;
     EXPECT_FALSE(single.config->sounds.contains("d")); // the refused slices made no sound
     EXPECT_FALSE(single.config->sounds.contains("f"));
-    std::size_t frames = 0;
-    level(single.directory, single.config->sounds.at("enter").down.front(), &frames);
-    EXPECT_NEAR(double(frames), 2400, 2);         // cut short at the end
+    EXPECT_NEAR(double(first(single, "enter")->frames()), 2400, 2); // cut short at the end
     EXPECT_EQ(levels(single, "space"), just(kA)); // the skipped key plays the default
 
     writeConfig(w.pack, {{"name", "Broken"},
@@ -584,4 +581,38 @@ TEST(TappixKitImport, ImportsChecksAndSelectsOnlyWhenNoTappixRuns) {
     EXPECT_TRUE(out.contains("cannot import")) << out.toStdString();
     runKit(home, {"import"}, &code);
     EXPECT_EQ(code, 2);
+}
+
+// tappix-kit check: a good kit passes, and each problem of a bad one is named.
+TEST(TappixKit, CheckPassesAGoodKitAndNamesEachProblem) {
+    Workspace w;
+    const auto check = [&](const QString& kit, const QByteArray& manifest, int* code) {
+        QFile file(w.temp.filePath(kit + "/config.json"));
+        EXPECT_TRUE(writeTone(w.temp.filePath(kit + "/sounds/a.wav"), 48000, kWav16, {kA}));
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(manifest);
+        file.close();
+        return runKit(w.temp.path(), {"check", w.temp.filePath(kit)}, code);
+    };
+    int code = -1;
+    const QString good = check("good", R"({"id":"demo","metadata":{"name":"Demo","brand":"Test",
+        "author":"me"},"license":{"type":"CC0","url":""},"sounds":{"alpha":{"down":["a.wav"],
+        "up":[]}}})",
+                               &code);
+    EXPECT_EQ(code, 0) << good.toStdString();
+    EXPECT_TRUE(good.contains("Demo — Test (id demo)")) << good.toStdString();
+    EXPECT_TRUE(good.contains("\nOK\n")) << good.toStdString();
+
+    const QString bad = check("bad", R"({"id":"x","metadata":{"name":"X","brand":"B","author":"A",
+        "supportsKeyUp":true},"license":{"type":"t","url":""},"sounds":{"enter":{"down":["a.wav",
+        "../escape.wav","gone.wav"],"up":[]}}})",
+                              &code);
+    EXPECT_EQ(code, 1);
+    for (const char* expected :
+         {"sounds/../escape.wav: the name leaves the kit's sounds directory",
+          "sounds/gone.wav: no such file", "neither \"alpha\" nor \"default\"",
+          "supportsKeyUp is true but no sound has an \"up\" file"})
+        EXPECT_TRUE(bad.contains(expected)) << expected << "\n" << bad.toStdString();
+    EXPECT_TRUE(check("broken", "{\"id\":", &code).contains("config.json is not valid JSON"));
+    EXPECT_EQ(code, 1);
 }

@@ -1,7 +1,5 @@
 #include "audio/sound_engine.h"
 #include "input/key_codes.h"
-
-#include "input/key_codes.h"
 #include "support/fake_time.h"
 
 #include <gtest/gtest.h>
@@ -9,9 +7,7 @@
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
-#include <algorithm>
 #include <atomic>
-#include <cmath>
 #include <functional>
 #include <thread>
 
@@ -265,22 +261,14 @@ TEST(SoundEngine, MouseSoundsByOption) {
     EXPECT_EQ(f.clicks, 1);
     f.player.plays.clear();
 
-    f.settings.mouseSound = MouseSoundOption::parse("up");
-    f.apply();
-    f.engine->useMouseKit("up");
-    f.engine->handleMouse(MouseButton::right, true);
     // A kit that is not installed is silent, not the kit chosen before it.
-    f.settings.mouseSound = MouseSoundOption::parse("not-installed");
-    f.apply();
-    f.engine->useMouseKit("not-installed");
-    f.engine->handleMouse(MouseButton::right, true);
-    f.settings.mouseSound = MouseSoundOption::parse("up");
-    f.apply();
-    f.engine->useMouseKit("up");
-    f.engine->handleMouse(MouseButton::right, true);
-    f.settings.mouseSound = MouseSoundOption::parse("match-keyboard");
-    f.apply();
-    f.engine->handleMouse(MouseButton::right, true);
+    for (const char* option : {"up", "not-installed", "up", "match-keyboard"}) {
+        f.settings.mouseSound = MouseSoundOption::parse(option);
+        f.apply();
+        if (std::string_view(option) != "match-keyboard")
+            f.engine->useMouseKit(option);
+        f.engine->handleMouse(MouseButton::right, true);
+    }
     f.engine->handleMouse(MouseButton::right, false); // the main kit has no releases
     EXPECT_EQ(f.player.names(), (Names{"mouse", "mouse", "main/alpha.wav"}));
 }

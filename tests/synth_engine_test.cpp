@@ -34,7 +34,6 @@ TEST(SynthEngine, RendersDependOnTheSeedAndAreNormalised) {
     SynthParams silent = kKey;
     silent.decayMs = 0;
     EXPECT_TRUE(render(silent, 1, false).empty());
-    EXPECT_EQ(makeBuffer(render(silent, 1, false))->frames(), 0u);
 }
 
 TEST(SynthEngine, ClickyOnlyChangesTheFirstTwentyMilliseconds) {
@@ -59,9 +58,6 @@ TEST(SynthEngine, BellAndMousePresets) {
     EXPECT_LT(std::fabs(bell[10]), 0.02f); // still fading in
     EXPECT_GT(peak({bell.begin() + 192, bell.begin() + 400}), 0.2f);
 
-    EXPECT_EQ(mousePreset(MouseProfile::soft, true).seed, 49436u);
-    EXPECT_EQ(mousePreset(MouseProfile::soft, false).seed, 49437u);
-    EXPECT_EQ(mousePreset(MouseProfile::tick, false).params, (SynthParams{880, 0.36f, 5, 11000}));
     EXPECT_EQ(mouseProfileFrom("deep"), MouseProfile::deep);
     EXPECT_FALSE(mouseProfileFrom("Deep"));
     for (MouseProfile profile : kMouseProfiles) {

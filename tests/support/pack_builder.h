@@ -81,22 +81,16 @@ public:
                                              zip_uint32_t(S_IFLNK | 0777) << 16);
     }
 
-    /// Adds the file at `path` under `name`.
-    void addFile(const QString& name, const QString& path) {
-        QFile file(path);
-        ASSERT_TRUE(file.open(QIODevice::ReadOnly)) << path.toStdString();
-        add(name, file.readAll());
-    }
-
     /// Adds every file under `dir`, named `prefix` plus its relative path.
     void addTree(const QString& dir, const QString& prefix) {
         QDir root(dir);
         for (const QFileInfo& info :
              root.entryInfoList(QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot)) {
+            QFile file(info.filePath());
             if (info.isDir())
                 addTree(info.filePath(), prefix + info.fileName() + "/");
-            else
-                addFile(prefix + info.fileName(), info.filePath());
+            else if (file.open(QIODevice::ReadOnly))
+                add(prefix + info.fileName(), file.readAll());
         }
     }
 

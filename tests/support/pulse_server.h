@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QStringList>
 #include <QTemporaryDir>
 #include <QThread>
@@ -12,6 +13,7 @@
 #include <csignal>
 #include <cstring>
 #include <memory>
+#include <unistd.h>
 #include <vector>
 
 namespace tappix::test {
@@ -19,28 +21,71 @@ namespace tappix::test {
 /// A private sound server for one test binary, spoken to through the PulseAudio
 /// protocol: two 48 kHz float null sinks ("tappix_a", the default, and "tappix_b") and
 /// a silent source as the default microphone ("tappix_mic"), on a socket of its own
-/// exported to this process as PULSE_SERVER. Nothing system-wide is touched.
+/// exported to this process as PULSE_SERVER. Nothing system-wide is touched: the server
+/// runs in a process group of its own with a private 0700 runtime directory, home,
+/// configuration and state.
 class SoundServer {
 public:
     /// What the server grants a playback stream that asks for a small buffer.
     enum class Buffers {
         /// What the stream asks for (the server's own rounding aside).
         asked,
-        /// Never a small one: the default sink "tappix_a" makes every stream on it take a
-        /// buffer of 50 ms or more whatever it asks for, as a network sink does.
+        /// Never a small one: every stream on the default sink "tappix_a" takes a buffer
+        /// of 50 ms or more whatever it asks for, as on a network sink.
         refuseSmall,
     };
 
-    virtual ~SoundServer() = default;
+    virtual ~SoundServer() { kill(); }
 
     /// Starts (or restarts) the server on the same socket; true once it answers with its
     /// sinks and defaults in place.
-    virtual bool start() = 0;
+    bool start() {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("HOME"), dir_.path());
+        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime_);
+        env.insert(QStringLiteral("XDG_CONFIG_HOME"), dir_.filePath(QStringLiteral("config")));
+        env.insert(QStringLiteral("XDG_STATE_HOME"), dir_.filePath(QStringLiteral("state")));
+        for (const char* name :
+             {"PULSE_SERVER", "PIPEWIRE_REMOTE", "DBUS_SESSION_BUS_ADDRESS", "DISPLAY"})
+            env.remove(QString::fromLatin1(name));
+        server_.setProcessEnvironment(env);
+        server_.setStandardOutputFile(QProcess::nullDevice());
+        server_.setStandardErrorFile(dir_.filePath(QStringLiteral("server.log")),
+                                     QIODevice::Append);
+        // Its own process group, so a kill takes the whole server, as a crash would.
+        server_.setChildProcessModifier([] { ::setsid(); });
+        launch();
+        if (!server_.waitForStarted(3000) || !answers() || !loadDevices())
+            return false;
+        // PipeWire makes a new default known a moment after it is set.
+        QElapsedTimer timer;
+        timer.start();
+        while (timer.elapsed() < 5000) {
+            pactl({"set-default-sink", "tappix_a"});
+            pactl({"set-default-source", "tappix_mic"});
+            const QString info = pactl({"info"});
+            if (info.contains("Default Sink: tappix_a\n") &&
+                info.contains("Default Source: tappix_mic\n"))
+                return ownsNoDevices();
+            QThread::msleep(50);
+        }
+        return false;
+    }
     /// Kills the server outright, as a crash would.
-    virtual void kill() = 0;
+    void kill() {
+        if (server_.state() == QProcess::NotRunning)
+            return;
+        ::kill(-static_cast<pid_t>(server_.processId()), SIGKILL);
+        server_.waitForFinished(3000);
+        // A killed server leaves its sockets; the next start replaces them.
+        for (const char* socket : {"pipewire-0", "pipewire-0.lock", "pulse/native"})
+            QFile::remove(runtime_ + "/" + socket);
+    }
     /// Stops the server where it is (true) or lets it go on (false): its clients stay
     /// connected while nothing moves, as when a server hangs.
-    virtual void pause(bool stopped) = 0;
+    void pause(bool stopped) {
+        ::kill(-static_cast<pid_t>(server_.processId()), stopped ? SIGSTOP : SIGCONT);
+    }
     /// Whether the first start succeeded.
     bool started() const { return started_; }
     /// What the server wrote about itself, for a failure message.
@@ -69,6 +114,16 @@ public:
         tool.start(QStringLiteral("pactl"), arguments);
         tool.waitForFinished(5000);
         return QString::fromLocal8Bit(tool.readAllStandardOutput());
+    }
+
+    /// Loads a 48 kHz stereo float null sink; returns its module's index, empty when refused.
+    static QString addSink(const QString& name, const QString& description,
+                           const QStringList& more = {}) {
+        return pactl(QStringList{"load-module", "module-null-sink", "sink_name=" + name,
+                                 "rate=48000", "format=float32le", "channels=2",
+                                 "sink_properties=device.description=" + description} +
+                     more)
+            .trimmed();
     }
 
     /// Makes `name` the default sink (or source, with `what` "source") and waits until the
@@ -118,88 +173,115 @@ public:
     }
 
 protected:
-    /// Points this process's PulseAudio clients at `socket`.
-    void exportSocket(const QString& socket) {
-        qputenv("PULSE_SERVER", ("unix:" + socket).toLocal8Bit());
+    explicit SoundServer(Buffers buffers) : buffers_(buffers) {
+        runtime_ = dir_.filePath(QStringLiteral("runtime"));
+        QDir().mkpath(runtime_ + QStringLiteral("/pulse"));
+        QFile::setPermissions(runtime_, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                            QFileDevice::ExeOwner);
+        qputenv("PULSE_SERVER", ("unix:" + socket()).toLocal8Bit());
         qputenv("PULSE_CLIENTCONFIG", dir_.filePath(QStringLiteral("client.conf")).toLocal8Bit());
     }
-    /// Waits until the server answers, then sets the default microphone.
+    /// Starts the server's programs in `server_`.
+    virtual void launch() = 0;
+    /// Loads the sinks and the microphone once the server answers.
+    virtual bool loadDevices() = 0;
+
+    /// The PulseAudio protocol's socket.
+    QString socket() const { return runtime_ + QStringLiteral("/pulse/native"); }
+
+    /// Writes `text` to `path` under the server's configuration directory.
+    void writeConfig(const QString& path, const QByteArray& text) {
+        const QString file = dir_.filePath(QStringLiteral("config/") + path);
+        QDir().mkpath(QFileInfo(file).path());
+        QFile out(file);
+        if (out.open(QIODevice::WriteOnly))
+            out.write(text);
+    }
+
+    QTemporaryDir dir_;
+    QString runtime_;
+    QProcess server_;
+    Buffers buffers_;
+    bool started_ = false;
+
+private:
+    /// Waits until the server answers.
     static bool answers() {
         QElapsedTimer timer;
         timer.start();
         while (timer.elapsed() < 5000) {
-            if (pactl({"info"}).contains("Server Name")) {
-                pactl({"set-default-source", "tappix_mic"});
+            if (pactl({"info"}).contains("Server Name"))
                 return true;
-            }
             QThread::msleep(50);
         }
         return false;
     }
 
-    QTemporaryDir dir_;
-    bool started_ = false;
+    /// Whether WirePlumber, where it runs, left the machine's sound cards, Bluetooth and
+    /// cameras alone: it has loaded none of PipeWire's device plugins. Says which in the log.
+    bool ownsNoDevices() {
+        static const QRegularExpression device(
+            QStringLiteral("libspa-(alsa|bluez5|v4l2|libcamera)\\.so"));
+        const auto group = static_cast<pid_t>(server_.processId());
+        for (const QString& entry :
+             QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+            bool number = false;
+            const pid_t pid = entry.toInt(&number);
+            QFile comm(QStringLiteral("/proc/%1/comm").arg(entry));
+            if (!number || ::getpgid(pid) != group || !comm.open(QIODevice::ReadOnly) ||
+                comm.readAll().trimmed() != "wireplumber")
+                continue;
+            QFile maps(QStringLiteral("/proc/%1/maps").arg(entry));
+            maps.open(QIODevice::ReadOnly);
+            const auto loaded = device.match(QString::fromLatin1(maps.readAll()));
+            if (loaded.hasMatch()) {
+                QFile log(dir_.filePath(QStringLiteral("server.log")));
+                log.open(QIODevice::Append);
+                log.write("WirePlumber loaded " + loaded.captured().toLatin1() +
+                          ": it could take this machine's devices\n");
+                return false;
+            }
+        }
+        return true;
+    }
 };
 
 /// The private server as a PulseAudio daemon.
+///
+/// Measured with PulseAudio 16.1: a stream asking for 10 ms with minreq 5 ms gets that
+/// (10.5 ms) on null, pipe, echo-cancel and combine sinks alike (a combine sink pushes
+/// 210 ms a moment after the connect, but grants 10.5 ms again when asked anew). A sink
+/// of fixed latency grants that latency plus two minreqs: 50 ms on a tunnel sink with
+/// `latency_msec=40`, which is what `Buffers::refuseSmall` makes "tappix_a" (a tunnel
+/// back into this server, to a null sink "tappix_far").
 class PulseServer final : public SoundServer {
 public:
-    /// Measured with PulseAudio 16.1: a stream asking for 10 ms with minreq 5 ms gets that
-    /// (10.5 ms) on null, pipe, echo-cancel and combine sinks alike (a combine sink pushes
-    /// 210 ms a moment after the connect, but grants 10.5 ms again when asked anew). A sink
-    /// of fixed latency grants that latency plus two minreqs: 50 ms on a tunnel sink with
-    /// `latency_msec=40`, which is what `Buffers::refuseSmall` makes "tappix_a" (a tunnel
-    /// back into this server, to a null sink "tappix_far").
-    explicit PulseServer(Buffers buffers = Buffers::asked) : buffers_(buffers) {
-        socket_ = dir_.filePath(QStringLiteral("native"));
-        exportSocket(socket_);
+    explicit PulseServer(Buffers buffers = Buffers::asked) : SoundServer(buffers) {
         started_ = start();
-    }
-    ~PulseServer() override { kill(); }
-
-    bool start() override {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("HOME"), dir_.path());
-        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), dir_.path());
-        env.insert(QStringLiteral("PULSE_RUNTIME_PATH"), dir_.filePath(QStringLiteral("runtime")));
-        env.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"));
-        server_.setProcessEnvironment(env);
-        server_.setStandardOutputFile(QProcess::nullDevice());
-        server_.setStandardErrorFile(dir_.filePath(QStringLiteral("server.log")));
-        const QString sink =
-            QStringLiteral("module-null-sink sink_name=%1 rate=48000 format=float32le channels=2 "
-                           "sink_properties=device.description=%2");
-        const bool refuse = buffers_ == Buffers::refuseSmall;
-        server_.start(QStringLiteral("pulseaudio"),
-                      {"-n", "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
-                       "--log-target=stderr", "-L",
-                       "module-native-protocol-unix socket=" + socket_ + " auth-anonymous=1", "-L",
-                       refuse ? sink.arg("tappix_far", "Far") : sink.arg("tappix_a", "Speakers-A"),
-                       "-L", sink.arg("tappix_b", "Speakers-B"), "-L",
-                       "module-null-source source_name=tappix_mic"});
-        if (!answers())
-            return false;
-        return !refuse || !pactl({"load-module", "module-tunnel-sink", "server=unix:" + socket_,
-                                  "sink=tappix_far", "sink_name=tappix_a", "latency_msec=40",
-                                  "rate=48000", "format=float32le", "channels=2",
-                                  "sink_properties=device.description=Speakers-A"})
-                               .trimmed()
-                               .isEmpty();
-    }
-
-    void kill() override {
-        server_.kill();
-        server_.waitForFinished(3000);
-    }
-
-    void pause(bool stopped) override {
-        ::kill(static_cast<pid_t>(server_.processId()), stopped ? SIGSTOP : SIGCONT);
     }
 
 private:
-    Buffers buffers_;
-    QString socket_;
-    QProcess server_;
+    void launch() override {
+        server_.start(QStringLiteral("pulseaudio"),
+                      {"-n", "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
+                       "--log-target=stderr", "-L",
+                       "module-native-protocol-unix socket=" + socket() + " auth-anonymous=1"});
+    }
+    bool loadDevices() override {
+        const bool refuse = buffers_ == Buffers::refuseSmall;
+        return !addSink(refuse ? "tappix_far" : "tappix_a", refuse ? "Far" : "Speakers-A")
+                    .isEmpty() &&
+               !addSink("tappix_b", "Speakers-B").isEmpty() &&
+               !pactl({"load-module", "module-null-source", "source_name=tappix_mic"})
+                    .trimmed()
+                    .isEmpty() &&
+               (!refuse || !pactl({"load-module", "module-tunnel-sink", "server=unix:" + socket(),
+                                   "sink=tappix_far", "sink_name=tappix_a", "latency_msec=40",
+                                   "rate=48000", "format=float32le", "channels=2",
+                                   "sink_properties=device.description=Speakers-A"})
+                                .trimmed()
+                                .isEmpty());
+    }
 };
 
 /// Per-channel energy of interleaved stereo, as RMS over the frames that hold sound.
