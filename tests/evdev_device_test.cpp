@@ -149,10 +149,11 @@ TEST(EvdevDevice, RecordsSplitAcrossReadsAndDevicesThatVanish) {
     Stream stream;
     RecordingSink sink;
     EvdevDevice device(::dup(stream.read), DeviceRole::keyboard, "kbd");
-    // A whole record and the start of the next in one read, the rest in the next read.
+    // A whole record and the next one cut inside its key code in one read, the rest in the
+    // next read.
     const input_event records[] = {key(KEY_A, 1), key(KEY_LEFTSHIFT, 1)};
     const auto* bytes = reinterpret_cast<const unsigned char*>(records);
-    const std::size_t first = sizeof(input_event) + 5;
+    const std::size_t first = sizeof(input_event) + offsetof(input_event, code) + 1;
     stream.sendBytes(bytes, first);
     EXPECT_EQ(device.readAvailable(sink), EvdevDevice::ReadResult::open);
     EXPECT_EQ(sink.events, (Events{"k 0 down"}));
