@@ -3,6 +3,7 @@
 #include "platform/camera_watch.h"
 #include "platform/pulse/pulse_device_manager.h"
 
+#include "support/core_app.h"
 #include "support/pipewire_server.h"
 
 #include <gtest/gtest.h>
@@ -32,18 +33,6 @@ protected:
         devices_ = std::make_unique<PulseDeviceManager>();
     }
 
-    /// Polls a question for up to one sleep-monitor interval.
-    template <typename Question> static bool within2s(Question question, bool wanted) {
-        QElapsedTimer timer;
-        timer.start();
-        while (timer.elapsed() < 2000) {
-            if (question() == wanted)
-                return true;
-            QThread::msleep(50);
-        }
-        return false;
-    }
-
     std::unique_ptr<PulseDeviceManager> devices_;
 };
 
@@ -57,7 +46,12 @@ TEST_P(DeviceQueries, ARecordingOfTheDefaultMicrophoneAndNothingElseMakesItLive)
     EXPECT_FALSE(devices_->isMicrophoneInUse());
     {
         auto other = PulseServer::startRecording("tappix_a.monitor");
-        QThread::msleep(500);
+        // Asked once the server lists the recording, so a question about any stream sees it.
+        ASSERT_TRUE(test::waitFor(
+            [] {
+                return SoundServer::pactl({"list", "short", "source-outputs"}).contains('\t');
+            },
+            10000));
         EXPECT_FALSE(devices_->isMicrophoneInUse());
         SoundServer::setDefault("source", "tappix_a.monitor");
         EXPECT_FALSE(devices_->isMicrophoneInUse());
@@ -65,9 +59,9 @@ TEST_P(DeviceQueries, ARecordingOfTheDefaultMicrophoneAndNothingElseMakesItLive)
     }
     {
         auto recording = PulseServer::startRecording();
-        EXPECT_TRUE(within2s([&] { return devices_->isMicrophoneInUse(); }, true));
+        EXPECT_TRUE(test::waitFor([&] { return devices_->isMicrophoneInUse(); }, 2000));
     }
-    EXPECT_TRUE(within2s([&] { return devices_->isMicrophoneInUse(); }, false));
+    EXPECT_TRUE(test::waitFor([&] { return !devices_->isMicrophoneInUse(); }, 2000));
 }
 
 TEST_P(DeviceQueries, BluetoothAndBuiltInOutputsFromTheSinkProperties) {

@@ -8,7 +8,6 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
-#include <QJsonArray>
 #include <functional>
 #include <sys/stat.h>
 
@@ -25,8 +24,8 @@ QStringList keptAside(const test::TempPrefs& prefs) {
 } // namespace
 
 // Changes are written once, after a pause, atomically and privately; what changes nothing
-// writes nothing, even at exit. A missing file is not created by reading it:
-// SettingsStore.LoadingTakesDefaultsForOddValuesAndWritesNothing.
+// writes nothing, even at exit. Reading (SettingsStore.Loading...) and destruction
+// (SettingsStore.Destroying...) are tested through the store.
 TEST(JsonFilePreferences, OneWriteForWhatChangedAndNoneForWhatDidNot) {
     using Change = std::function<void(JsonFilePreferences&)>;
     const struct {
@@ -73,43 +72,6 @@ TEST(JsonFilePreferences, OneWriteForWhatChangedAndNoneForWhatDidNot) {
         // Nothing but the file itself is left in the directory (no temporary files).
         EXPECT_EQ(QDir(QFileInfo(prefs.path).absolutePath()).entryList(QDir::Files).size(), 1);
     }
-}
-
-TEST(JsonFilePreferences, DestructionAndSyncWritePendingChanges) {
-    test::FakeTime time;
-    test::TempPrefs prefs;
-    {
-        JsonFilePreferences store(prefs.path, time);
-        store.setValue(QStringLiteral("a"), true);
-        store.sync();
-        EXPECT_EQ(prefs.read().value(QStringLiteral("a")), QJsonValue(true));
-        store.setValue(QStringLiteral("b"), QStringLiteral("x"));
-    }
-    EXPECT_EQ(prefs.read().value(QStringLiteral("b")), QJsonValue(QStringLiteral("x")));
-    EXPECT_EQ(time.pending(), 0u);
-}
-
-TEST(JsonFilePreferences, ValuesKeepTheirTypes) {
-    test::FakeTime time;
-    test::TempPrefs prefs;
-    const qint64 big = (qint64(1) << 53) + 1;
-    {
-        JsonFilePreferences store(prefs.path, time);
-        store.setValue(QStringLiteral("bool"), false);
-        store.setValue(QStringLiteral("int"), big);
-        store.setValue(QStringLiteral("double"), 2.5);
-        store.setValue(QStringLiteral("string"), QStringLiteral("ü"));
-        store.setValue(QStringLiteral("array"), QJsonArray{1, 2});
-        store.setValue(QStringLiteral("gone"), 1);
-        store.remove(QStringLiteral("gone"));
-    }
-    JsonFilePreferences store(prefs.path, time);
-    EXPECT_TRUE(store.value(QStringLiteral("bool")).isBool());
-    EXPECT_EQ(store.value(QStringLiteral("int")).toInteger(), big);
-    EXPECT_EQ(store.value(QStringLiteral("double")).toDouble(), 2.5);
-    EXPECT_EQ(store.value(QStringLiteral("string")).toString(), QStringLiteral("ü"));
-    EXPECT_EQ(store.value(QStringLiteral("array")).toArray().size(), 2);
-    EXPECT_FALSE(store.contains(QStringLiteral("gone")));
 }
 
 TEST(JsonFilePreferences, UnreadableFilesAreKeptAsideAndNeverOverwritten) {

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QString>
 #include <atomic>
 #include <future>
 
@@ -26,15 +27,13 @@ public:
         return true;
     }
     void stop() override {
-        if (sink_)
-            --running;
+        running -= sink_ != nullptr;
         sink_ = nullptr;
     }
     CaptureSink& sink() { return *sink_; }
     bool isRunning() const { return sink_ != nullptr; }
 
-    int starts = 0;
-    int running = 0;
+    int starts = 0, running = 0;
 
 private:
     bool available_;
@@ -42,10 +41,7 @@ private:
 };
 
 struct Fixture {
-    FakeSource* keyboard;
-    FakeSource* media;
-    FakeSource* fallback;
-    FakeSource* mouse;
+    FakeSource *keyboard, *media, *fallback, *mouse;
     std::unique_ptr<KeyEventService> service;
     test::EventRecorder recorder;
 
@@ -72,117 +68,84 @@ struct Fixture {
 
 } // namespace
 
-TEST(KeyEventService, RepeatsAndHeldKeysNeverDeliverTwice) {
-    Fixture f;
-    CaptureSink& in = f.keyboard->sink();
-    in.keyDown(keys::a, false);
-    in.keyDown(keys::a, true);  // marked repeat
-    in.keyDown(keys::a, false); // unmarked repeat of a held key
-    in.keyUp(keys::a);
-    in.keyUp(keys::q); // never seen down: still delivered
-    in.keyDown(keys::a, false);
-    EXPECT_EQ(f.events(), (Events{"k 0 down", "k 0 up", "k 12 up", "k 0 down"}));
-}
-
-TEST(KeyEventService, ModifiersAsPressesAndAsFlagToggles) {
-    Fixture f;
-    CaptureSink& in = f.keyboard->sink();
-    in.keyDown(keys::shift, false);
-    in.keyDown(keys::rightShift, false);
-    in.keyUp(keys::shift);
-    in.keyUp(keys::rightShift);
-    EXPECT_EQ(f.events(), (Events{"k 56 down", "k 60 down", "k 56 up", "k 60 up"}));
-
-    // Producers with only "flags changed": each code toggles on its own.
-    in.flagsChanged(57);
-    in.flagsChanged(57);
-    in.flagsChanged(56);
-    in.flagsChanged(60);
-    in.flagsChanged(56);
-    in.flagsChanged(60);
-    EXPECT_EQ(f.events(),
-              (Events{"k 57 down", "k 57 up", "k 56 down", "k 60 down", "k 56 up", "k 60 up"}));
-}
-
-TEST(KeyEventService, SystemDefinedMediaKeys) {
-    Fixture f;
-    CaptureSink& in = f.media->sink();
-    auto data1 = [](int type, int state, bool repeat) {
-        return (type << 16) | state | (repeat ? 1 : 0);
+// Each script is what the backends report, one step per word: `dN` key N down, `rN` a
+// down marked as a repeat, `uN` up, `fN` a flags change, `mT`/`MT`/`RT` the system-defined
+// media key of type T down/up/repeated (`xT` on another subtype), `s` capture started again.
+TEST(KeyEventService, DeliversEachPressAndReleaseOnce) {
+    const struct {
+        bool primary; // the keyboard capture is granted; else the fallback reports
+        const char* script;
+        Events out;
+    } cases[] = {
+        {true, "d0 r0 d0 u0 u12 d0", {"k 0 down", "k 0 up", "k 12 up", "k 0 down"}},
+        {true, "d56 d60 u56 u60", {"k 56 down", "k 60 down", "k 56 up", "k 60 up"}},
+        {true,
+         "f57 f57 f56 f60 f56 f60",
+         {"k 57 down", "k 57 up", "k 56 down", "k 60 down", "k 56 up", "k 60 up"}},
+        {true, "m0 R0 M0 m4 m15 x1 m22 m22", {"k 1000 down", "k 1000 up", "k 1022 down"}},
+        // Held across a restart: only the repeat marks keep auto-repeat silent.
+        {true,
+         "d38 m0 s r38 R0 r38 u38 M0 d38",
+         {"k 38 down", "k 1000 down", "k 38 up", "k 1000 up", "k 38 down"}},
+        {true, "d3 s d3", {"k 3 down", "k 3 down"}}, // a restart forgets held keys
+        {false, "d36 d36 u36", {"k 36 down", "k 36 up"}},
     };
-    in.systemDefined(8, data1(0, 0x0A00, false));
-    in.systemDefined(8, data1(0, 0x0A00, true)); // repeat flag
-    in.systemDefined(8, data1(0, 0x0B00, false));
-    in.systemDefined(8, data1(4, 0x0A00, false)); // not a listed key type
-    in.systemDefined(8, data1(15, 0x0A00, false));
-    in.systemDefined(7, data1(1, 0x0A00, false)); // not auxiliary buttons
-    in.systemDefined(8, data1(22, 0x0A00, false));
-    in.systemDefined(8, data1(22, 0x0A00, false)); // already held
-    EXPECT_EQ(f.events(), (Events{"k 1000 down", "k 1000 up", "k 1022 down"}));
+    for (const auto& c : cases) {
+        Fixture f(c.primary);
+        EXPECT_EQ(f.service->backend(), c.primary ? KeyEventService::Backend::primary
+                                                  : KeyEventService::Backend::fallback);
+        for (const QString& step : QString(c.script).split(' ')) {
+            CaptureSink& sink = (c.primary ? f.keyboard : f.fallback)->sink();
+            const int n = step.mid(1).toInt();
+            const auto media = [&](int state, int repeat, int subtype = 8) {
+                f.media->sink().systemDefined(subtype, (n << 16) | state | repeat);
+            };
+            switch (step[0].toLatin1()) {
+            case 'd':
+            case 'r':
+                sink.keyDown(n, step[0] == 'r');
+                break;
+            case 'u':
+                sink.keyUp(n);
+                break;
+            case 'f':
+                sink.flagsChanged(n);
+                break;
+            case 'm':
+                media(0x0A00, 0);
+                break;
+            case 'M':
+                media(0x0B00, 0);
+                break;
+            case 'R':
+                media(0x0A00, 1);
+                break;
+            case 'x':
+                media(0x0A00, 0, 7);
+                break;
+            case 's':
+                f.service->start();
+                break;
+            }
+        }
+        EXPECT_EQ(f.events(), c.out) << c.script;
+    }
 }
 
-TEST(KeyEventService, StartAlwaysPassesThroughStop) {
+TEST(KeyEventService, StartPassesThroughStopAndMouseCaptureIsIndependent) {
     Fixture f;
     f.service->start();
     f.service->start();
-    EXPECT_EQ(f.keyboard->running, 1);
-    EXPECT_EQ(f.media->running, 1);
     EXPECT_EQ(f.keyboard->starts, 3);
-    EXPECT_EQ(f.service->backend(), KeyEventService::Backend::primary);
+    EXPECT_EQ(f.keyboard->running + f.media->running, 2);
     EXPECT_FALSE(f.fallback->isRunning());
 
-    // Held keys are forgotten by stop, so a held key sounds again after a restart.
-    f.keyboard->sink().keyDown(keys::f, false);
-    f.service->stop();
-    EXPECT_FALSE(f.keyboard->isRunning());
-    EXPECT_EQ(f.service->backend(), KeyEventService::Backend::stopped);
-    f.service->start();
-    f.keyboard->sink().keyDown(keys::f, false);
-    EXPECT_EQ(f.events(), (Events{"k 3 down", "k 3 down"}));
-}
-
-TEST(KeyEventService, KeysHeldAcrossARestartRepeatSilently) {
-    Fixture f;
-    auto media = [](KeyCode code, int state, bool repeat) {
-        return ((code - keys::mediaBase) << 16) | state | (repeat ? 1 : 0);
-    };
-    f.keyboard->sink().keyDown(keys::j, false);
-    f.media->sink().systemDefined(8, media(keys::volumeUp, 0x0A00, false));
-    EXPECT_EQ(f.events(), (Events{"k 38 down", "k 1000 down"}));
-
-    // Capture restarts with both keys still held: the service no longer knows them,
-    // so only the repeat marks keep their auto-repeat silent.
-    f.service->start();
-    for (int i = 0; i < 3; ++i) {
-        f.keyboard->sink().keyDown(keys::j, true);
-        f.media->sink().systemDefined(8, media(keys::volumeUp, 0x0A00, true));
-    }
-    EXPECT_EQ(f.events(), Events{});
-    f.keyboard->sink().keyUp(keys::j);
-    f.media->sink().systemDefined(8, media(keys::volumeUp, 0x0B00, false));
-    EXPECT_EQ(f.events(), (Events{"k 38 up", "k 1000 up"}));
-
-    // Pressed anew, the key sounds again.
-    f.keyboard->sink().keyDown(keys::j, false);
-    EXPECT_EQ(f.events(), (Events{"k 38 down"}));
-}
-
-TEST(KeyEventService, FallsBackWhenThePrimaryCaptureIsRefused) {
-    Fixture f(/*keyboardAvailable=*/false);
-    EXPECT_EQ(f.service->backend(), KeyEventService::Backend::fallback);
-    ASSERT_TRUE(f.fallback->isRunning());
-    f.fallback->sink().keyDown(keys::returnKey, false);
-    f.fallback->sink().keyDown(keys::returnKey, false);
-    f.fallback->sink().keyUp(keys::returnKey);
-    EXPECT_EQ(f.events(), (Events{"k 36 down", "k 36 up"}));
-}
-
-TEST(KeyEventService, MouseCaptureIsIndependentOfStartAndStop) {
-    Fixture f;
     f.service->setMouseCapture(true);
     f.service->setMouseCapture(true);
     EXPECT_EQ(f.mouse->starts, 1);
     f.service->stop();
+    EXPECT_FALSE(f.keyboard->isRunning());
+    EXPECT_EQ(f.service->backend(), KeyEventService::Backend::stopped);
     ASSERT_TRUE(f.mouse->isRunning());
     f.mouse->sink().mouse(MouseButton::other, true);
     f.mouse->sink().mouse(MouseButton::other, false);

@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusPendingCall>
@@ -27,6 +26,20 @@ namespace {
 /// software on a shared machine).
 bool waitFor(const std::function<bool()>& done) {
     return test::waitFor(done, 10000);
+}
+
+/// KWin's answer whether the script `pluginName` is loaded.
+QDBusMessage isScriptLoaded(const QString& pluginName) {
+    QDBusMessage message = QDBusMessage::createMethodCall(
+        QStringLiteral("org.kde.KWin"), QStringLiteral("/Scripting"),
+        QStringLiteral("org.kde.kwin.Scripting"), QStringLiteral("isScriptLoaded"));
+    message.setArguments({pluginName});
+    return QDBusConnection::sessionBus().call(message);
+}
+
+bool scriptLoaded(const QString& pluginName) {
+    const QDBusMessage reply = isScriptLoaded(pluginName);
+    return !reply.arguments().isEmpty() && reply.arguments().first().toBool();
 }
 
 /// KWin on a virtual screen with its own runtime and configuration directories, on the
@@ -62,11 +75,7 @@ public:
     /// before it registers its objects).
     bool ready() {
         return kwin_.waitForStarted() && waitFor([] {
-                   QDBusMessage message = QDBusMessage::createMethodCall(
-                       QStringLiteral("org.kde.KWin"), QStringLiteral("/Scripting"),
-                       QStringLiteral("org.kde.kwin.Scripting"), QStringLiteral("isScriptLoaded"));
-                   message.setArguments({QStringLiteral("none")});
-                   return QDBusConnection::sessionBus().call(message).type() ==
+                   return isScriptLoaded(QStringLiteral("none")).type() ==
                           QDBusMessage::ReplyMessage;
                });
     }
@@ -108,15 +117,6 @@ private:
     QProcess kwin_;
     std::vector<std::unique_ptr<QProcess>> windows_;
 };
-
-bool scriptLoaded(const QString& pluginName) {
-    QDBusMessage message = QDBusMessage::createMethodCall(
-        QStringLiteral("org.kde.KWin"), QStringLiteral("/Scripting"),
-        QStringLiteral("org.kde.kwin.Scripting"), QStringLiteral("isScriptLoaded"));
-    message.setArguments({pluginName});
-    const QDBusMessage reply = QDBusConnection::sessionBus().call(message);
-    return !reply.arguments().isEmpty() && reply.arguments().first().toBool();
-}
 
 } // namespace
 

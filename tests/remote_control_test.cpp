@@ -3,17 +3,16 @@
 // private X server, a private PulseAudio server and (through dbus-run-session) a
 // private session bus.
 
+#include "support/core_app.h"
 #include "support/pulse_server.h"
 #include "support/sound_analysis.h"
 #include "support/xvfb_server.h"
 
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusVariant>
-#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -22,13 +21,13 @@
 #include <QTemporaryDir>
 #include <cmath>
 #include <cstring>
-#include <functional>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 using namespace tappix;
 using test::PulseServer;
+using test::waitFor;
 using test::XvfbServer;
 
 namespace {
@@ -56,14 +55,6 @@ struct Outcome {
     QString out, err;
 };
 
-bool waitFor(const std::function<bool()>& condition, int timeoutMs = 5000) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition() && timer.elapsed() < timeoutMs)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    return condition();
-}
-
 /// Leaves a socket file behind at `path` with nobody listening, as a crash does.
 void leaveStaleSocket(const QString& path) {
     const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
@@ -77,21 +68,12 @@ void leaveStaleSocket(const QString& path) {
 
 class RemoteControl : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        static int argc = 1;
-        static char name[] = "remote_control_test";
-        static char* argv[] = {name, nullptr};
-        app_ = new QCoreApplication(argc, argv);
-        x_ = new XvfbServer;
-        pulse_ = new PulseServer;
-    }
-    static void TearDownTestSuite() {
-        delete pulse_;
-        delete x_;
-        delete app_;
-    }
+    static void SetUpTestSuite() { pulse_ = new PulseServer; }
+    static void TearDownTestSuite() { delete pulse_; }
 
     void SetUp() override {
+        test::app();
+        ASSERT_TRUE(XvfbServer::shared().isRunning());
         ASSERT_TRUE(QDBusConnection::sessionBus().isConnected()) << "run under dbus-run-session";
         env_ = QProcessEnvironment::systemEnvironment();
         env_.insert("HOME", home_.path());
@@ -103,7 +85,6 @@ protected:
     /// Starts tappix with these preferences and waits until it captures keys and
     /// answers on the bus.
     void launch(const QJsonObject& preferences) {
-        ASSERT_TRUE(x_->isRunning());
         QDir().mkpath(home_.filePath("config/tappix"));
         QFile file(prefsPath());
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));
@@ -115,17 +96,14 @@ protected:
         ASSERT_TRUE(tappix_.waitForStarted(5000));
         ASSERT_TRUE(waitForLog("remote control on the session bus")) << log_.constData();
         ASSERT_TRUE(waitForLog("global backend: X11 raw events")) << log_.constData();
+        ASSERT_TRUE(QDBusConnection::sessionBus().connect(
+            kService, kPath, "org.freedesktop.DBus.Properties", "PropertiesChanged", &listener,
+            SLOT(changed(QString, QVariantMap, QStringList))));
     }
 
     /// Waits (up to 10 s) until tappix has logged `text`.
     bool waitForLog(const QByteArray& text) {
-        QElapsedTimer timer;
-        timer.start();
-        while (!log_.contains(text) && timer.elapsed() < 10000) {
-            tappix_.waitForReadyRead(100);
-            log_ += tappix_.readAll();
-        }
-        return log_.contains(text);
+        return waitFor([&] { return (log_ += tappix_.readAll()).contains(text); }, 10000);
     }
 
     /// Runs `tappix arguments` to its end.
@@ -182,19 +160,15 @@ protected:
         }
     }
 
-    static QCoreApplication* app_;
-    static XvfbServer* x_;
-    static PulseServer* pulse_;
+    static inline PulseServer* pulse_ = nullptr;
     QTemporaryDir home_;
     QTemporaryDir runtime_;
     QProcessEnvironment env_;
     QProcess tappix_;
     QByteArray log_;
+    /// What tappix announced on the bus since `launch`.
+    ChangeListener listener;
 };
-
-QCoreApplication* RemoteControl::app_ = nullptr;
-XvfbServer* RemoteControl::x_ = nullptr;
-PulseServer* RemoteControl::pulse_ = nullptr;
 
 const QJsonObject kPlain{{"pitchVariation", false}, {"keyUpSoundsEnabled", false}};
 
@@ -206,13 +180,13 @@ TEST_F(RemoteControl, ASecondLaunchReopensTheFirstAndAStaleSocketBlocksNothing) 
     launch(kPlain);
     EXPECT_TRUE(log_.contains("removing a stale instance socket"));
 
-    const Outcome second = command({}, 3000);
+    const Outcome second = command({});
     EXPECT_EQ(second.code, 0) << second.err.toStdString();
     EXPECT_TRUE(waitForLog("a second launch asked to reopen")) << log_.constData();
     EXPECT_TRUE(waitForLog("reopen: the settings window"));
     EXPECT_EQ(tappix_.state(), QProcess::Running);
     // The first one still owns the socket: a third launch is handed over too.
-    EXPECT_EQ(command({}, 3000).code, 0);
+    EXPECT_EQ(command({}).code, 0);
 }
 
 TEST_F(RemoteControl, TheCommandLineChangesSettingsAndRefusesBadInput) {
@@ -220,10 +194,6 @@ TEST_F(RemoteControl, TheCommandLineChangesSettingsAndRefusesBadInput) {
     preferences["soundMixes"] =
         QJsonArray{QJsonObject{{"id", "night"}, {"name", "Night"}, {"assignments", QJsonObject{}}}};
     launch(preferences);
-    ChangeListener listener;
-    ASSERT_TRUE(QDBusConnection::sessionBus().connect(
-        kService, kPath, "org.freedesktop.DBus.Properties", "PropertiesChanged", &listener,
-        SLOT(changed(QString, QVariantMap, QStringList))));
 
     Outcome set = command({"--volume", "30"});
     EXPECT_EQ(set.code, 0) << set.err.toStdString();
@@ -340,13 +310,9 @@ TEST_F(RemoteControl, SleepingFollowsTheMonitorFromTheStart) {
     QJsonObject preferences = kPlain;
     preferences["sleepEnabled"] = true;
     preferences["sleepTriggerMicrophone"] = true;
-    ChangeListener listener;
     {
         auto call = PulseServer::startRecording();
         launch(preferences);
-        ASSERT_TRUE(QDBusConnection::sessionBus().connect(
-            kService, kPath, "org.freedesktop.DBus.Properties", "PropertiesChanged", &listener,
-            SLOT(changed(QString, QVariantMap, QStringList))));
         EXPECT_TRUE(waitFor([&] { return property("Sleeping").toBool(); }, 1000));
         EXPECT_TRUE(command({"--status"}).out.contains("Sleeping: true"));
     }

@@ -2,8 +2,7 @@
 #include "monitors/update_checker.h"
 
 #include "settings/json_file_preferences.h"
-#include "support/fake_time.h"
-#include "support/temp_prefs.h"
+#include "support/stand_in_app.h"
 
 #include <gtest/gtest.h>
 
@@ -39,20 +38,13 @@ struct CannedFetcher final : FeedFetcher {
     }
 };
 
-struct Notes final : UserNotifier {
-    std::vector<QString> posted;
-    void post(const QString& id, const QString& title, const QString& body) override {
-        posted.push_back(id + "|" + title + "|" + body);
-    }
-};
-
 struct Checker {
     test::FakeTime time;
     test::TempPrefs file;
     JsonFilePreferences prefs{file.path, time};
     SettingsStore settings{prefs, time};
     CannedFetcher fetcher;
-    Notes notes;
+    test::RecordingNotifier notes;
     UpdateChecker checker{settings,
                           fetcher,
                           notes,

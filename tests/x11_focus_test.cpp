@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
 #include <QTemporaryDir>
 #include <string>
 #include <unistd.h>
@@ -19,14 +18,11 @@ using test::waitFor;
 
 namespace {
 
+constexpr char kNotes[] = "notes\0Notes";
+
 std::vector<std::string>& logged() {
     static std::vector<std::string> lines;
     return lines;
-}
-
-void keepLog(QtMsgType, const QMessageLogContext&, const QString& message) {
-    if (message.startsWith(QLatin1String("window triggers")))
-        logged().push_back(message.toStdString());
 }
 
 /// Lines logged so far that contain `text`.
@@ -40,9 +36,12 @@ class X11Focus : public ::testing::Test {
 protected:
     void SetUp() override {
         test::app();
-        qInstallMessageHandler(keepLog);
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& message) {
+            if (message.startsWith(QLatin1String("window triggers")))
+                logged().push_back(message.toStdString());
+        });
         logged().clear();
-        ASSERT_TRUE(server_.isRunning()) << "Xvfb did not start";
+        ASSERT_TRUE(test::XvfbServer::shared().isRunning()) << "Xvfb did not start";
         // A desktop file that names the "Notes" class.
         ASSERT_TRUE(test::writeNotesEntry(data_.path(), "notes-icon"));
         qputenv("XDG_DATA_HOME", data_.path().toLocal8Bit());
@@ -50,7 +49,6 @@ protected:
     }
     void TearDown() override { qInstallMessageHandler(nullptr); }
 
-    test::XvfbServer server_;
     QTemporaryDir data_;
 };
 
@@ -58,8 +56,7 @@ protected:
 
 TEST_F(X11Focus, ReportsTheWindowInFrontAndEachChangeOfIt) {
     test::Desk desk;
-    static const char notesClass[] = "notes\0Notes";
-    const xcb_window_t notes = desk.window(notesClass, sizeof notesClass);
+    const xcb_window_t notes = desk.window(kNotes, sizeof kNotes);
     x11::X11FocusSource source;
     EXPECT_EQ(source.unavailableReason(), QString());
     EXPECT_FALSE(source.focused());
@@ -102,8 +99,7 @@ TEST_F(X11Focus, ReportsTheWindowInFrontAndEachChangeOfIt) {
 
 TEST_F(X11Focus, NoClassAGoneWindowAndARestartingWindowManagerEachShowNoApp) {
     test::Desk desk;
-    static const char notesClass[] = "notes\0Notes";
-    const xcb_window_t notes = desk.window(notesClass, sizeof notesClass);
+    const xcb_window_t notes = desk.window(kNotes, sizeof kNotes);
     const xcb_window_t unnamed = desk.window(nullptr, 0);
     x11::X11FocusSource source;
 
@@ -115,7 +111,7 @@ TEST_F(X11Focus, NoClassAGoneWindowAndARestartingWindowManagerEachShowNoApp) {
     EXPECT_EQ(loggedWith("names no application"), 1u); // once, not at every change
 
     // Gone between the window manager's word and the read.
-    const xcb_window_t gone = desk.window(notesClass, sizeof notesClass);
+    const xcb_window_t gone = desk.window(kNotes, sizeof kNotes);
     desk.destroy(gone);
     desk.activate(gone);
     ASSERT_TRUE(waitFor([&] { return !source.focused().has_value(); }));
@@ -134,11 +130,10 @@ TEST_F(X11Focus, NoClassAGoneWindowAndARestartingWindowManagerEachShowNoApp) {
 }
 
 TEST_F(X11Focus, AServerThatGoesAwayLeavesNothingInFrontWithOneLine) {
-    auto server = std::make_unique<test::XvfbServer>(); // its own, to stop
+    auto server = std::make_unique<test::XvfbServer>(); // its own, to stop; not the shared one
     ASSERT_TRUE(server->isRunning());
     auto* desk = new test::Desk;
-    static const char notesClass[] = "notes\0Notes";
-    desk->activate(desk->window(notesClass, sizeof notesClass));
+    desk->activate(desk->window(kNotes, sizeof kNotes));
     x11::X11FocusSource source;
     ASSERT_TRUE(waitFor([&] { return source.focused().has_value(); }));
 

@@ -94,9 +94,13 @@ public:
     std::vector<AppIdentity> running;
 };
 
-class SilentNotifier final : public UserNotifier {
+/// Keeps what is posted, as "id|title|body".
+class RecordingNotifier final : public UserNotifier {
 public:
-    void post(const QString&, const QString&, const QString&) override {}
+    void post(const QString& id, const QString& title, const QString& body) override {
+        posted.push_back(id + '|' + title + '|' + body);
+    }
+    std::vector<QString> posted;
 };
 
 /// Writes a one-sample kit `id` into `directory`, on the shelf `family` when given.
@@ -182,7 +186,7 @@ struct Harness {
         platform.capture.keyboard = std::move(source);
         captureIsPossible = options.captureIsPossible;
         platform.captureIsPossible = [this] { return captureIsPossible.load(); };
-        platform.notifier = std::make_unique<SilentNotifier>();
+        platform.notifier = std::make_unique<RecordingNotifier>();
         auto focusSource = std::make_unique<TestFocus>();
         focus = focusSource.get();
         platform.focus = std::move(focusSource);
@@ -218,11 +222,7 @@ struct Harness {
         delegate->keyService().drain();
         QCoreApplication::processEvents();
     }
-    QJsonObject file() const {
-        QFile f(prefs.path);
-        f.open(QIODevice::ReadOnly);
-        return QJsonDocument::fromJson(f.readAll()).object();
-    }
+    QJsonObject file() const { return prefs.read(); }
 };
 
 } // namespace tappix::test

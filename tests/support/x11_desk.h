@@ -3,30 +3,16 @@
 #include "support/core_app.h"
 
 #include <QByteArray>
-#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QString>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <vector>
 #include <xcb/xcb.h>
 
 namespace tappix::test {
-
-/// Runs the event loop (made on first use) until `done` holds; false after `ms`.
-inline bool waitFor(const std::function<bool()>& done, int ms = 5000) {
-    app();
-    QDeadlineTimer deadline(ms);
-    while (!done()) {
-        if (deadline.hasExpired())
-            return false;
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
-    }
-    return true;
-}
 
 /// Writes `dataHome`/applications/org.example.Notes.desktop: "Quiet Notes", the app
 /// whose windows have the class "Notes", with `icon`. False when it cannot be written.

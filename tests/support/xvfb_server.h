@@ -3,34 +3,26 @@
 #include <QProcess>
 #include <QString>
 #include <QStringList>
-#include <cstdlib>
 
 namespace tappix::test {
 
-/// A private X server for one test binary: started on a free display chosen by the
-/// server itself, exported as DISPLAY, stopped on destruction.
+/// A private X server: started on a free display chosen by the server itself, exported
+/// as DISPLAY (with an X11 session), stopped on destruction.
 class XvfbServer {
 public:
     XvfbServer() {
         process_.start(QStringLiteral("Xvfb"),
-                       {QStringLiteral("-displayfd"), QStringLiteral("1"),
-                        QStringLiteral("-screen"), QStringLiteral("0"),
-                        QStringLiteral("640x480x24"), QStringLiteral("-nolisten"),
-                        QStringLiteral("tcp")});
+                       {"-displayfd", "1", "-screen", "0", "640x480x24", "-nolisten", "tcp"});
         if (!process_.waitForStarted(5000))
             return;
         // The server writes its display number once it accepts connections.
         while (!process_.canReadLine() && process_.waitForReadyRead(10000)) {
         }
         const QString number = QString::fromLatin1(process_.readLine()).trimmed();
-        if (number.isEmpty())
-            return;
-        display_ = QLatin1Char(':') + number;
-        qputenv("DISPLAY", display_.toLatin1());
-        qunsetenv("WAYLAND_DISPLAY");
-        qputenv("XDG_SESSION_TYPE", "x11");
+        if (!number.isEmpty())
+            display_ = QLatin1Char(':') + number;
+        exportDisplay();
     }
-
     ~XvfbServer() {
         process_.terminate();
         if (!process_.waitForFinished(3000))
@@ -38,10 +30,18 @@ public:
         process_.waitForFinished(1000);
     }
 
+    /// The one server every test of this process shares, started on first use and named
+    /// by DISPLAY again at each call (a test may have pointed it at a server of its own).
+    static XvfbServer& shared() {
+        static XvfbServer server;
+        server.exportDisplay();
+        return server;
+    }
+
     /// Whether the server runs; DISPLAY then names it.
     bool isRunning() const { return !display_.isEmpty(); }
 
-    /// Runs xdotool with `arguments` against this server; true on success.
+    /// Runs xdotool with `arguments` against DISPLAY; true on success.
     static bool xdotool(const QStringList& arguments) {
         QProcess tool;
         tool.start(QStringLiteral("xdotool"), arguments);
@@ -49,6 +49,14 @@ public:
     }
 
 private:
+    void exportDisplay() const {
+        if (!isRunning())
+            return;
+        qputenv("DISPLAY", display_.toLatin1());
+        qunsetenv("WAYLAND_DISPLAY");
+        qputenv("XDG_SESSION_TYPE", "x11");
+    }
+
     QProcess process_;
     QString display_;
 };
