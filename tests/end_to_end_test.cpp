@@ -48,6 +48,7 @@ protected:
         env.insert("XDG_RUNTIME_DIR", home_.path());
         tappix_.setProcessEnvironment(env);
         tappix_.setProcessChannelMode(QProcess::MergedChannels);
+        test::leash(tappix_);
         tappix_.start(QStringLiteral(TAPPIX_PATH), {});
         ASSERT_TRUE(tappix_.waitForStarted(5000));
         // Capture may need the 2 s retry when the display refuses a first connection.

@@ -178,6 +178,7 @@ protected:
         PulseServer::pactl({"set-default-source", "tappix_mic"});
         PulseServer::pactl({"set-default-sink", "tappix_a"});
         // The room, heard all the time: the source delivers evenly from the start.
+        test::leash(room_);
         room_.start("pacat", {"--playback", "--device=mic_feed", "--format=float32le",
                               "--rate=48000", "--channels=1", "--latency-msec=20", "/dev/zero"});
         ASSERT_TRUE(room_.waitForStarted(5000));
@@ -198,6 +199,7 @@ protected:
     bool startRecorder(const QStringList& arguments) {
         recorder_.setProcessEnvironment(env_);
         recorder_.setProcessChannelMode(QProcess::MergedChannels);
+        test::leash(recorder_);
         recorder_.start(QStringLiteral(TAPPIX_KIT_PATH), QStringList{"record"} + arguments);
         return waitFor(recorder_, "Type each key");
     }
@@ -227,6 +229,7 @@ protected:
         tappixOutput_.clear();
         tappix_.setProcessEnvironment(env_);
         tappix_.setProcessChannelMode(QProcess::MergedChannels);
+        test::leash(tappix_);
         tappix_.start(QStringLiteral(TAPPIX_PATH), {});
         // Capturing keys, and answering on the bus (else the recorder cannot quiet it).
         ASSERT_TRUE(waitFor(tappix_, "global backend: X11 raw events") &&

@@ -5,6 +5,7 @@
 #include "platform/dbus/kwin_focus_source.h"
 #include "platform/focus_backends.h"
 
+#include "support/leash.h"
 #include "support/x11_desk.h"
 
 #include <gtest/gtest.h>
@@ -60,6 +61,7 @@ public:
         kwin_.setProcessEnvironment(env);
         kwin_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         kwin_.setStandardOutputFile(QProcess::nullDevice());
+        test::leash(kwin_);
         kwin_.start(binary, {QStringLiteral("--virtual"), QStringLiteral("--no-lockscreen"),
                              QStringLiteral("--socket"), QString::fromLatin1(kSocket),
                              QStringLiteral("--width"), QStringLiteral("640"),

@@ -92,6 +92,7 @@ protected:
         file.close();
         tappix_.setProcessEnvironment(env_);
         tappix_.setProcessChannelMode(QProcess::MergedChannels);
+        test::leash(tappix_);
         tappix_.start(QStringLiteral(TAPPIX_PATH), {});
         ASSERT_TRUE(tappix_.waitForStarted(5000));
         ASSERT_TRUE(waitForLog("remote control on the session bus")) << log_.constData();

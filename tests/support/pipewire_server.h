@@ -53,8 +53,10 @@ public:
 private:
     void launch() override {
         // WirePlumber needs PipeWire's socket; pipewire-pulse is served by both.
-        server_.start(QStringLiteral("dbus-run-session"),
-                      {"--", "sh", "-c",
+        // The outer shell takes its whole group down when the test is gone (the leash's
+        // SIGTERM): dbus-run-session alone would leave the three behind.
+        server_.start(QStringLiteral("sh"),
+                      {"-c", "trap 'kill -KILL 0' TERM; dbus-run-session -- sh -c \"$0\" & wait",
                        "pipewire & i=0; while [ ! -S \"$XDG_RUNTIME_DIR/pipewire-0\" ] && "
                        "[ $i -lt 100 ]; do sleep 0.05; i=$((i+1)); done; "
                        "wireplumber & pipewire-pulse & wait"});

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "leash.h"
+
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
@@ -53,7 +55,7 @@ public:
         server_.setStandardErrorFile(dir_.filePath(QStringLiteral("server.log")),
                                      QIODevice::Append);
         // Its own process group, so a kill takes the whole server, as a crash would.
-        server_.setChildProcessModifier([] { ::setsid(); });
+        leash(server_, SIGTERM, true);
         launch();
         if (!server_.waitForStarted(3000) || !answers() || !loadDevices())
             return false;
@@ -99,6 +101,7 @@ public:
     /// the caller stops it by destroying the process.
     static std::unique_ptr<QProcess> startRecording(const QString& source = {}) {
         auto parec = std::make_unique<QProcess>();
+        leash(*parec);
         parec->setStandardOutputFile(QProcess::nullDevice());
         QStringList args{"--latency-msec=20"};
         if (!source.isEmpty())
@@ -150,6 +153,7 @@ public:
         const QString file = dir_.filePath(QStringLiteral("recording.raw"));
         QFile::remove(file);
         QProcess parec;
+        leash(parec);
         parec.setStandardOutputFile(file);
         parec.start(QStringLiteral("parec"), {"--device=" + sink + ".monitor", "--format=float32le",
                                               "--rate=48000", "--channels=2", "--latency-msec=10"});

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "leash.h"
+
 #include <QProcess>
 #include <QString>
 #include <QStringList>
@@ -11,6 +13,7 @@ namespace tappix::test {
 class XvfbServer {
 public:
     XvfbServer() {
+        leash(process_);
         process_.start(QStringLiteral("Xvfb"),
                        {"-displayfd", "1", "-screen", "0", "640x480x24", "-nolisten", "tcp"});
         if (!process_.waitForStarted(5000))
