@@ -49,26 +49,29 @@ public:
     void setClass(xcb_window_t w, const char* classes, std::size_t length) {
         xcb_change_property(c_, XCB_PROP_MODE_REPLACE, w, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 8,
                             std::uint32_t(length), classes);
-        xcb_flush(c_);
+        sync();
     }
     /// Sets a 32-bit property of `type` on `w`.
     void set(xcb_window_t w, const char* name, xcb_atom_t type, std::vector<std::uint32_t> values) {
         xcb_change_property(c_, XCB_PROP_MODE_REPLACE, w, atom(name), type, 32,
                             std::uint32_t(values.size()), values.data());
-        xcb_flush(c_);
+        sync();
     }
     /// Puts `w` in front, as a window manager announces it.
     void activate(xcb_window_t w) { set(root_, "_NET_ACTIVE_WINDOW", XCB_ATOM_WINDOW, {w}); }
     /// Takes `_NET_ACTIVE_WINDOW` away, as a window manager that quits or restarts does.
     void clearActive() {
         xcb_delete_property(c_, root_, atom("_NET_ACTIVE_WINDOW"));
-        xcb_flush(c_);
+        sync();
     }
     /// Destroys `w` and waits until the server has.
     void destroy(xcb_window_t w) {
         xcb_destroy_window(c_, w);
-        std::free(xcb_get_input_focus_reply(c_, xcb_get_input_focus(c_), nullptr));
+        sync();
     }
+    /// Waits until the server has done what was asked so far: another client (the code
+    /// under test) reading right after sees the change.
+    void sync() { std::free(xcb_get_input_focus_reply(c_, xcb_get_input_focus(c_), nullptr)); }
     /// The atom named `name`.
     xcb_atom_t atom(const char* name) {
         auto* reply = xcb_intern_atom_reply(
