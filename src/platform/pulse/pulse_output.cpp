@@ -5,7 +5,6 @@
 #include "platform/dbus/realtime_thread.h"
 
 #include <algorithm>
-#include <cmath>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -199,8 +198,6 @@ void PulseOutput::createStream(pa_context* context) {
     unplaced_ = 0;
     pathDelayUs_ = 0;
     resentFrom_ = -1;
-    lastResendReportAt_ = 0;
-    lastPathNoteAt_ = 0;
 
     const pa_buffer_attr attr = bufferAttributes();
     const auto flags = static_cast<pa_stream_flags_t>(
@@ -452,13 +449,8 @@ void PulseOutput::notePathDelay(double transportUs) {
     // re-sent sound also waits through. A busy machine stretches both by milliseconds
     // (measured: with a parallel build, re-sent sounds on both servers lost their first
     // milliseconds with a fixed 1 ms margin), so the margin follows the recent worst,
-    // halving every `kPathDelayHalfLifeMs`: by time, not by report, so a spike is
-    // forgotten as soon however often reports come.
-    const pa_usec_t now = pa_rtclock_now();
-    const double sinceMs =
-        lastPathNoteAt_ != 0 ? static_cast<double>(now - lastPathNoteAt_) / PA_USEC_PER_MSEC : 0.0;
-    lastPathNoteAt_ = now;
-    pathDelayUs_ = std::max(transportUs, pathDelayUs_ * std::exp2(-sinceMs / kPathDelayHalfLifeMs));
+    // easing off by a tenth each report.
+    pathDelayUs_ = std::max(transportUs, pathDelayUs_ * (1.0 - kPathDelayEasing));
 }
 
 void PulseOutput::onBufferSet(pa_stream* stream, int success, void* self) {
@@ -698,21 +690,11 @@ bool PulseOutput::resendWithNewSounds() {
     pa_stream_write(stream_, resend_.data(), frames * kFrameBytes, nullptr,
                     from * static_cast<std::int64_t>(kFrameBytes), PA_SEEK_ABSOLUTE);
     resends_.fetch_add(1, std::memory_order_relaxed);
-    // A fresh read position for the keys that follow, rather than one extrapolated over
-    // the automatic updates' interval (up to 1.5 s); its answer also says whether this
-    // re-send was on time. Not after every re-send: each report is a round trip that
-    // wakes this thread and the server once more per sound (measured while typing with
-    // release sounds: a tenth of this thread's time), while the server's read position
-    // moves with its clock, so one a few hundred milliseconds old extrapolates to within
-    // a few frames.
-    const pa_usec_t now = pa_rtclock_now();
-    if (resentFrom_ < 0 && now - lastResendReportAt_ >= kResendReportMs * PA_USEC_PER_MSEC) {
-        if (pa_operation* op = pa_stream_update_timing_info(stream_, nullptr, nullptr)) {
-            pa_operation_unref(op);
-            lastResendReportAt_ = now;
-            resentFrom_ = from;
-        }
-    }
+    resentFrom_ = from;
+    // A fresh read position for the next key rather than one extrapolated over the
+    // automatic updates' interval (up to 1.5 s).
+    if (pa_operation* op = pa_stream_update_timing_info(stream_, nullptr, nullptr))
+        pa_operation_unref(op);
     return true;
 }
 

@@ -76,9 +76,6 @@ public:
     /// idle buffer, which is still queued for a moment after waking (on PipeWire, which
     /// grants 375 ms for it, the buffer is made small before the wake-up's write).
     static constexpr std::size_t kMirrorFrames = 16384;
-    /// A re-send asks the server for a fresh timing report (which also says whether it
-    /// landed in time) only when the last re-send to ask did so this long ago or more.
-    static constexpr int kResendReportMs = 250;
     /// How long `start` waits for the stream before returning (it keeps trying after).
     static constexpr int kStartWaitMs = 1000;
     /// A stream the server has asked nothing of for this long has stalled (the idle
@@ -180,10 +177,8 @@ private:
     std::atomic<std::uint64_t> underruns_{0};
     std::atomic<std::uint64_t> resends_{0};
     std::atomic<std::uint64_t> lateResends_{0};
-    // Where the last re-send that asked for a timing report started, until the report
-    // says whether it was on time; when a re-send last asked for one.
+    // Where the last re-send started, until a timing report says whether it was on time.
     std::int64_t resentFrom_ = -1;
-    pa_usec_t lastResendReportAt_ = 0;
     pa_usec_t gapsExpectedUntil_ = 0;
     // When the server last asked for data (or the stream became ready). Loop thread.
     pa_usec_t lastRequestAt_ = 0;
@@ -198,12 +193,10 @@ private:
     };
     std::array<CycleMark, kCycleMarks> cycleMarks_{};
     // How long a write takes to reach the server lately (a decaying peak of the timing
-    // reports' transport time), in microseconds; added to the re-send margins; when it
-    // was last updated. Loop thread, or under the lock.
-    // 300 ms: what easing off by a tenth a report gave while typing, with a report per key.
-    static constexpr double kPathDelayHalfLifeMs = 300;
+    // reports' transport time), in microseconds; added to the re-send margins. Loop
+    // thread, or under the lock.
+    static constexpr double kPathDelayEasing = 0.1;
     double pathDelayUs_ = 0;
-    pa_usec_t lastPathNoteAt_ = 0;
     std::size_t nextCycleMark_ = 0;
     // What was written, by absolute stream frame: [mirrorStart_, mirrorEnd_) is held
     // in the ring `mirror_`; mirrorEnd_ < 0 while the write position is unknown (after
