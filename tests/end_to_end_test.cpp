@@ -53,6 +53,8 @@ protected:
         ASSERT_TRUE(tappix_.waitForStarted(5000));
         // Capture may need the 2 s retry when the display refuses a first connection.
         ASSERT_TRUE(waitForLog("global backend: X11 raw events")) << log_.constData();
+        // A key before the kit is decoded is silent by design (a loaded machine decodes slowly).
+        ASSERT_TRUE(waitForLog("sounds ready: ")) << log_.constData();
         // Let the output settle on the (lazily waking) null sink.
         pulse_->record(
             "tappix_a", [] {}, 0);

@@ -155,6 +155,10 @@ void AudioPlayer::loadSampleSets(std::vector<SampleSet> sets, std::function<void
         usedBefore_ = std::exchange(inUse_, std::move(keys));
         letGoOfUnused();
         queue_.post([this, maps, loaded = std::move(loaded)] {
+            std::string ids;
+            for (const auto& [id, samples] : *maps)
+                ids += (ids.empty() ? "" : ", ") + id + " (" + std::to_string(samples.size()) + ")";
+            qCInfo(lcAudio, "sounds ready: %s", ids.empty() ? "none" : ids.c_str());
             replacedBuffers_ = std::exchange(buffers_, std::move(*maps));
             if (loaded)
                 loaded();
