@@ -8,7 +8,9 @@
 
 #include <QFile>
 #include <QTemporaryDir>
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <sys/stat.h>
 #include <thread>
 #include <utility>
@@ -58,14 +60,16 @@ private:
     Mixer* mixer_ = nullptr;
 };
 
-/// Counts decodes so tests can see a file decoded once.
+/// Counts decodes so tests can see a file decoded once; each waits at `gate`.
 class CountingDecoder final : public SampleDecoder {
 public:
     std::optional<SampleBuffer> decode(const QString& path, std::string& error) override {
+        gate.pass();
         ++count;
         return real.decode(path, error);
     }
     std::atomic<int> count = 0;
+    Gate gate;
     SndfileDecoder real;
 };
 
@@ -145,6 +149,38 @@ TEST(AudioPlayer, TheChosenDeviceGoesToTheOutputAsItIs) {
         f.player.setOutputDevice(device);
         EXPECT_EQ(f.output->device, device);
     }
+}
+
+// Keys never wait for a kit's decoding: while a new kit decodes, keys play the kit loaded
+// before; once it is in, they play it.
+TEST(AudioPlayer, KeysPlayTheKitBeforeWhileANewOneDecodes) {
+    Fixture f;
+    f.player.loadSampleSets({{"a", f.dir.path(), {"click.wav"}}});
+    f.player.drain();
+    f.decoder->gate.open = false;
+    std::atomic<bool> switched{false};
+    f.player.loadSampleSets({{"b", f.dir.path(), {"clack.wav"}}}, [&] { switched = true; });
+    while (!f.decoder->gate.waiting)
+        std::this_thread::yield();
+    f.player.play("a", "click.wav", 1, -1, 1);
+    const auto loudest = [&] {
+        const auto out = f.output->render(64);
+        return *std::max_element(out.begin(), out.end());
+    };
+    float heard = 0;
+    for (int i = 0; i < 2000 && heard == 0; ++i) {
+        heard = loudest();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_NEAR(heard, 0.5f, 1e-3f) << "the key waited for the decoding";
+    EXPECT_FALSE(switched);
+    f.decoder->gate.open = true;
+    f.player.drain();
+    EXPECT_TRUE(switched);
+    f.output->render(480);
+    f.player.play("b", "clack.wav", 1, -1, 1);
+    f.player.drain();
+    EXPECT_NEAR(loudest(), 0.25f, 1e-3f);
 }
 
 // A load replaces the whole map and decodes each file once. Decoded kits are kept by kit
