@@ -535,7 +535,7 @@ QString runKit(const QString& home, const QStringList& arguments, int* exitCode)
 
 } // namespace
 
-TEST(TappixKitImport, ImportsChecksAndSelectsOnlyWhenNoTappixRuns) {
+TEST(TappixKitImport, ImportsAndSelectsOnlyWhenNoTappixRuns) {
     Workspace w;
     writeSmallPack(w.pack);
     const QString home = w.temp.filePath("home");
@@ -553,25 +553,19 @@ TEST(TappixKitImport, ImportsChecksAndSelectsOnlyWhenNoTappixRuns) {
     ASSERT_EQ(code, 0) << out.toStdString();
     EXPECT_TRUE(out.contains("imported \"Small Pack\" as imported-small-pack"))
         << out.toStdString();
-    const QString kit = home + "/data/Tappix/Soundpacks/imported-small-pack";
-    out = runKit(home, {"check", kit}, &code);
-    EXPECT_EQ(code, 0) << out.toStdString();
-    EXPECT_TRUE(out.endsWith("OK\n")) << out.toStdString();
+    EXPECT_TRUE(QFile::exists(home + "/data/Tappix/Soundpacks/imported-small-pack/config.json"));
     // Selected, and the other preferences kept.
     EXPECT_EQ(readJson(prefs)["selectedPackId"].toString(), "imported-small-pack");
     EXPECT_EQ(readJson(prefs)["volume"].toDouble(), 0.4);
 
     // With a Tappix listening on its instance socket the file is left to it.
-    file.open(QIODevice::WriteOnly);
-    file.write(R"({"selectedPackId": "crisp-click"})");
-    file.close();
     QLocalServer running;
     ASSERT_TRUE(running.listen(home + "/run/app.morvane.tappix.socket"));
     out = runKit(home, {"import", w.pack, "--id", "again"}, &code);
     EXPECT_EQ(code, 0) << out.toStdString();
     EXPECT_TRUE(out.contains("Tappix is running")) << out.toStdString();
     EXPECT_TRUE(out.contains("tappix --kit again")) << out.toStdString();
-    EXPECT_EQ(readJson(prefs)["selectedPackId"].toString(), "crisp-click");
+    EXPECT_EQ(readJson(prefs)["selectedPackId"].toString(), "imported-small-pack");
     running.close();
 
     out = runKit(home, {"import", w.temp.filePath("nowhere")}, &code);
