@@ -41,8 +41,9 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Servers, DeviceQueries, ::testing::Values("pulseaudio", "pipewire"),
                          test::serverName);
 
-// Only a recording of the default source counts, and never when that is a monitor.
-TEST_P(DeviceQueries, ARecordingOfTheDefaultMicrophoneAndNothingElseMakesItLive) {
+// Only a recording of the default source makes the microphone live, never when that is a
+// monitor; the default output's kind comes from its properties.
+TEST_P(DeviceQueries, TheMicrophoneIsLiveOnlyWhileItIsRecordedAndOutputsHaveTheirKind) {
     EXPECT_FALSE(devices_->isMicrophoneInUse());
     {
         auto other = PulseServer::startRecording("tappix_a.monitor");
@@ -62,9 +63,8 @@ TEST_P(DeviceQueries, ARecordingOfTheDefaultMicrophoneAndNothingElseMakesItLive)
         EXPECT_TRUE(test::waitFor([&] { return devices_->isMicrophoneInUse(); }, 2000));
     }
     EXPECT_TRUE(test::waitFor([&] { return !devices_->isMicrophoneInUse(); }, 2000));
-}
 
-TEST_P(DeviceQueries, BluetoothAndBuiltInOutputsFromTheSinkProperties) {
+    // Bluetooth and built-in outputs, from the default sink's properties.
     EXPECT_FALSE(devices_->isDefaultOutputBluetooth());
     EXPECT_FALSE(devices_->isDefaultOutputBuiltIn());
     const QString bt =
@@ -101,7 +101,7 @@ TEST(CameraWatch, OpensAndClosesAreSeenAndOnlyTheyLookThroughTheProcesses) {
         QFile::link(target[0] == '/' ? QString(target) : dev + "/" + target,
                     QString("%1/%2/fd/7").arg(proc, pid));
     };
-    auto lets = [&](const char* pid) { QDir(QString("%1/%2").arg(proc, pid)).removeRecursively(); };
+    auto lets = [&](const char* pid) { QDir(proc + "/" + pid).removeRecursively(); };
     auto openAndClose = [&](const char* name) {
         QFile file(dev + "/" + name);
         ASSERT_TRUE(file.open(QIODevice::ReadOnly));

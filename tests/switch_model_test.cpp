@@ -5,6 +5,7 @@
 #include "kits/kit_catalog.h"
 #include "kits/portable_math.h"
 #include "kits/switch_model.h"
+#include "support/sound_analysis.h"
 
 #include <gtest/gtest.h>
 
@@ -17,20 +18,6 @@
 using namespace tappix;
 
 namespace {
-
-/// FNV-1a over the bits of the samples: one number that changes with any sample.
-std::uint64_t fingerprint(const std::vector<float>& samples) {
-    std::uint64_t h = 14695981039346656037ULL;
-    for (float s : samples) {
-        std::uint32_t bits;
-        std::memcpy(&bits, &s, sizeof bits);
-        for (int i = 0; i < 4; ++i) {
-            h ^= (bits >> (8 * i)) & 0xffu;
-            h *= 1099511628211ULL;
-        }
-    }
-    return h;
-}
 
 double rmsDb(const std::vector<float>& x, std::size_t n = 1920) {
     double e = 0;
@@ -109,7 +96,7 @@ TEST(SwitchModel, EveryKeyNameHasAPlaceOnTheBoard) {
 TEST(SwitchModel, RendersAreBitIdenticalAcrossBuilds) {
     const auto a = SwitchModel::render(kProfile, *SwitchModel::placementOf("g"), 1, 2, false);
     EXPECT_EQ(a, SwitchModel::render(kProfile, *SwitchModel::placementOf("g"), 1, 2, false));
-    EXPECT_EQ(fingerprint(a), 0x8ecc048f0b3eb072ULL) << std::hex << fingerprint(a);
+    EXPECT_EQ(test::fingerprint(a), 0x8ecc048f0b3eb072ULL) << std::hex << test::fingerprint(a);
 }
 
 TEST(SwitchModel, KeysStrokesAndReleasesDiffer) {

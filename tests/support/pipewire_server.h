@@ -10,19 +10,15 @@
 
 namespace tappix::test {
 
-/// The private server as PipeWire with WirePlumber and its PulseAudio layer
-/// (pipewire-pulse), the stack most desktops run, inside a session bus of their own and
-/// with WirePlumber's device monitors off: a start fails when WirePlumber loaded a device
-/// plugin all the same. It runs as root as well (CI containers have no user session).
-///
-/// With `Buffers::refuseSmall` pipewire-pulse takes larger requests (`pulse.min.req` of
-/// 2048 frames): measured with 0.3.65, a stream asking for 10 ms with minreq 5 ms gets
-/// 128 ms, minreq 42.7 ms and a sink latency of 42.7 ms (16 ms and 5.3 ms by default).
+/// The private server as PipeWire with WirePlumber and its PulseAudio layer, the stack
+/// most desktops run, in a session bus of their own with WirePlumber's device monitors
+/// off; it runs as root as well (CI containers have no user session). With
+/// `Buffers::refuseSmall` pipewire-pulse takes larger requests (`pulse.min.req` of 2048
+/// frames: with 0.3.65 a stream asking for 10 ms gets a sink latency of 42.7 ms).
 class PipeWireServer final : public SoundServer {
 public:
     explicit PipeWireServer(Buffers buffers = Buffers::asked) : SoundServer(buffers) {
-        // The device monitors off, in WirePlumber 0.4's Lua and 0.5's own format (0.5
-        // ignores the Lua files, 0.4 the .conf ones).
+        // The device monitors off, for WirePlumber 0.4 (Lua) and 0.5 (.conf).
         writeConfig("wireplumber/main.lua.d/51-tappix-test.lua",
                     "alsa_monitor.enabled = false\nv4l2_monitor.enabled = false\n"
                     "libcamera_monitor.enabled = false\n");
@@ -73,8 +69,7 @@ private:
     }
 };
 
-/// The private sound servers the audio tests run against, by name: "pulseaudio" or
-/// "pipewire".
+/// The private server of kind "pulseaudio" or "pipewire".
 inline std::unique_ptr<SoundServer>
 makeSoundServer(const std::string& kind,
                 SoundServer::Buffers buffers = SoundServer::Buffers::asked) {
@@ -83,8 +78,7 @@ makeSoundServer(const std::string& kind,
     return std::make_unique<PulseServer>(buffers);
 }
 
-/// Why the audio tests cannot run on `kind`'s server, or empty when it runs. Only a
-/// PipeWire stack that cannot start is a reason to skip; the tests say so by name.
+/// Why the audio tests cannot run on `kind`'s server, or empty when it runs.
 inline std::string whyNotRunning(const std::string& kind, const SoundServer* server) {
     if (kind == "pipewire" && !PipeWireServer::isInstalled())
         return "PipeWire is not installed (tools/install-deps.sh installs pipewire, "

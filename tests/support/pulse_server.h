@@ -59,19 +59,8 @@ public:
         launch();
         if (!server_.waitForStarted(3000) || !answers() || !loadDevices())
             return false;
-        // PipeWire makes a new default known a moment after it is set.
-        QElapsedTimer timer;
-        timer.start();
-        while (timer.elapsed() < 5000) {
-            pactl({"set-default-sink", "tappix_a"});
-            pactl({"set-default-source", "tappix_mic"});
-            const QString info = pactl({"info"});
-            if (info.contains("Default Sink: tappix_a\n") &&
-                info.contains("Default Source: tappix_mic\n"))
-                return ownsNoDevices();
-            QThread::msleep(50);
-        }
-        return false;
+        return setDefault("sink", "tappix_a") && setDefault("source", "tappix_mic") &&
+               ownsNoDevices();
     }
     /// Kills the server outright, as a crash would.
     void kill() {
@@ -129,10 +118,10 @@ public:
             .trimmed();
     }
 
-    /// Makes `name` the default sink (or source, with `what` "source") and waits until the
-    /// server reports it: PipeWire (0.3.65) answers with the old default for a moment
-    /// after pactl returns, until WirePlumber has stored the new one.
-    static void setDefault(const QString& what, const QString& name) {
+    /// Makes `name` the default sink (or source, with `what` "source"); true once the server
+    /// reports it: PipeWire (0.3.65) answers with the old default for a moment after pactl
+    /// returns, until WirePlumber has stored the new one.
+    static bool setDefault(const QString& what, const QString& name) {
         const QString expected =
             QStringLiteral("Default %1: %2\n")
                 .arg(what == QLatin1String("source") ? "Source" : "Sink", name);
@@ -141,9 +130,10 @@ public:
         do {
             pactl({"set-default-" + what, name});
             if (pactl({"info"}).contains(expected))
-                return;
+                return true;
             QThread::msleep(20);
-        } while (timer.elapsed() < 3000);
+        } while (timer.elapsed() < 5000);
+        return false;
     }
 
     /// Records a sink's monitor (stereo float frames) while `action` runs, plus `tailMs`.
@@ -222,27 +212,21 @@ private:
     }
 
     /// Whether WirePlumber, where it runs, left the machine's sound cards, Bluetooth and
-    /// cameras alone: it has loaded none of PipeWire's device plugins. Says which in the log.
+    /// cameras alone (loaded none of PipeWire's device plugins); says which in the log.
     bool ownsNoDevices() {
         static const QRegularExpression device(
             QStringLiteral("libspa-(alsa|bluez5|v4l2|libcamera)\\.so"));
-        const auto group = static_cast<pid_t>(server_.processId());
-        for (const QString& entry :
-             QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-            bool number = false;
-            const pid_t pid = entry.toInt(&number);
-            QFile comm(QStringLiteral("/proc/%1/comm").arg(entry));
-            if (!number || ::getpgid(pid) != group || !comm.open(QIODevice::ReadOnly) ||
-                comm.readAll().trimmed() != "wireplumber")
+        for (const QString& pid : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
+            QFile comm("/proc/" + pid + "/comm"), maps("/proc/" + pid + "/maps");
+            if (::getpgid(pid.toInt()) != static_cast<pid_t>(server_.processId()) ||
+                !comm.open(QIODevice::ReadOnly) || comm.readAll().trimmed() != "wireplumber" ||
+                !maps.open(QIODevice::ReadOnly))
                 continue;
-            QFile maps(QStringLiteral("/proc/%1/maps").arg(entry));
-            maps.open(QIODevice::ReadOnly);
-            const auto loaded = device.match(QString::fromLatin1(maps.readAll()));
-            if (loaded.hasMatch()) {
+            if (const auto loaded = device.match(QString::fromLatin1(maps.readAll()));
+                loaded.hasMatch()) {
                 QFile log(dir_.filePath(QStringLiteral("server.log")));
                 log.open(QIODevice::Append);
-                log.write("WirePlumber loaded " + loaded.captured().toLatin1() +
-                          ": it could take this machine's devices\n");
+                log.write("WirePlumber loaded " + loaded.captured().toLatin1() + "\n");
                 return false;
             }
         }
@@ -250,14 +234,10 @@ private:
     }
 };
 
-/// The private server as a PulseAudio daemon.
-///
-/// Measured with PulseAudio 16.1: a stream asking for 10 ms with minreq 5 ms gets that
-/// (10.5 ms) on null, pipe, echo-cancel and combine sinks alike (a combine sink pushes
-/// 210 ms a moment after the connect, but grants 10.5 ms again when asked anew). A sink
-/// of fixed latency grants that latency plus two minreqs: 50 ms on a tunnel sink with
-/// `latency_msec=40`, which is what `Buffers::refuseSmall` makes "tappix_a" (a tunnel
-/// back into this server, to a null sink "tappix_far").
+/// The private server as a PulseAudio daemon. A sink of fixed latency grants (PulseAudio
+/// 16.1) that latency plus two minreqs: 50 ms on a tunnel sink with `latency_msec=40`,
+/// which is what `Buffers::refuseSmall` makes "tappix_a" (a tunnel back into this server,
+/// to a null sink "tappix_far").
 class PulseServer final : public SoundServer {
 public:
     explicit PulseServer(Buffers buffers = Buffers::asked) : SoundServer(buffers) {
@@ -288,25 +268,16 @@ private:
     }
 };
 
-/// Per-channel energy of interleaved stereo, as RMS over the frames that hold sound.
+/// The peak of each channel of interleaved stereo.
 struct Levels {
-    double left = 0, right = 0, peakLeft = 0, peakRight = 0;
+    double peakLeft = 0, peakRight = 0;
 };
 
 inline Levels levels(const std::vector<float>& stereo) {
     Levels out;
-    double sumL = 0, sumR = 0;
-    const std::size_t frames = stereo.size() / 2;
-    for (std::size_t i = 0; i < frames; ++i) {
-        const double l = stereo[2 * i], r = stereo[2 * i + 1];
-        sumL += l * l;
-        sumR += r * r;
-        out.peakLeft = std::max(out.peakLeft, std::fabs(l));
-        out.peakRight = std::max(out.peakRight, std::fabs(r));
-    }
-    if (frames) {
-        out.left = std::sqrt(sumL / frames);
-        out.right = std::sqrt(sumR / frames);
+    for (std::size_t i = 0; i + 1 < stereo.size(); i += 2) {
+        out.peakLeft = std::max(out.peakLeft, double(std::fabs(stereo[i])));
+        out.peakRight = std::max(out.peakRight, double(std::fabs(stereo[i + 1])));
     }
     return out;
 }

@@ -3,9 +3,23 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <vector>
 
 namespace tappix::test {
+
+/// FNV-1a over the bytes of `values` (as laid out in memory): one number that changes with
+/// any bit of any value, to pin output that must stay the same on every build.
+template <typename T> std::uint64_t fingerprint(const std::vector<T>& values) {
+    std::uint64_t h = 14695981039346656037ULL;
+    std::vector<unsigned char> bytes(values.size() * sizeof(T));
+    if (!bytes.empty())
+        std::memcpy(bytes.data(), values.data(), bytes.size());
+    for (unsigned char byte : bytes)
+        h = (h ^ byte) * 1099511628211ULL;
+    return h;
+}
 
 /// Where sounds start in interleaved stereo: the first 2 ms window whose level
 /// crosses `threshold` after at least `quietMs` below it. Times in ms.
