@@ -69,18 +69,6 @@ input_event syn(std::uint16_t code = SYN_REPORT) {
     return input_event{{}, EV_SYN, code, 0};
 }
 
-/// What `service` delivers from its reader threads until `count` events or two seconds.
-Events delivered(KeyEventService& service, test::EventRecorder& recorder, std::size_t count) {
-    Events events;
-    for (int i = 0; i < 2000 && events.size() < count; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        service.drain();
-        for (auto& e : recorder.take())
-            events.push_back(std::move(e));
-    }
-    return events;
-}
-
 } // namespace
 
 TEST(EvdevKeymap, TranslatesAtTheBoundaryToItsLastEntryAndNoFurther) {
@@ -186,7 +174,7 @@ TEST(EvdevCapture, ReaderThreadDeliversAndSurvivesAVanishingDevice) {
     first.send({key(KEY_A, 1), syn()});
     first.closeWriter(); // vanishes holding A: its key-up is reported
     second.send({key(KEY_S, 1), syn(), key(KEY_S, 2), syn(), key(KEY_S, 0), syn()});
-    Events events = delivered(service, recorder, 4);
+    Events events = recorder.collect(service, 4);
     // The reader and the key queue it hands keys to both run at real-time priority
     // (here as root, as in CI; elsewhere through RealtimeKit).
     if (geteuid() == 0) {
@@ -234,7 +222,7 @@ TEST(EvdevCapture, WithoutDevicesOnlyTheMediaReaderStartsAndHearsOnePluggedInLat
     ASSERT_GE(writer, 0) << "the device plugged in was never opened";
     const input_event press[] = {key(KEY_VOLUMEUP, 1), syn(), key(KEY_VOLUMEUP, 0), syn()};
     ASSERT_EQ(::write(writer, press, sizeof press), static_cast<ssize_t>(sizeof press));
-    const Events events = delivered(service, recorder, 2);
+    const Events events = recorder.collect(service, 2);
     media.stop();
     ::close(writer);
     EXPECT_EQ(events, (Events{"k 1000 down", "k 1000 up"}));

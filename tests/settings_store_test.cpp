@@ -243,45 +243,43 @@ TEST(SettingsStore, CountersFlushOnceTenSecondsAfterTheLastIncrementOrAtTheEnd) 
     EXPECT_EQ(f.time.pending(), 0u);
 }
 
-TEST(SettingsStore, StatsDisabledCountsNothingAndSchedulesNothing) {
+TEST(SettingsStore, DerivedFiguresAResetWrittenAtOnceAndNothingCountedWhenOff) {
     Fixture f;
-    f.store->setStatsEnabled(false);
-    f.prefs->sync();
-    f.store->incrementKeystrokes();
-    f.store->incrementDings();
-    f.store->incrementClicks();
-    f.store->incrementProductiveKeys();
-    f.store->incrementCorrections();
-    f.store->recordWPM(90);
-    f.store->addTypingSeconds(3);
-    EXPECT_EQ(f.store->keystrokeCount() + f.store->dingCount() + f.store->clickCount() +
-                  f.store->productiveKeys() + f.store->corrections(),
-              0);
-    EXPECT_EQ(f.store->bestWPM() + f.store->typingSeconds(), 0.0);
-    EXPECT_EQ(f.time.pending(), 0u);
-}
-
-TEST(SettingsStore, DerivedFiguresAndAResetWrittenAtOnce) {
-    Fixture f;
-    EXPECT_EQ(f.store->accuracy(), 1.0); // no keys yet: nothing was wrong
+    SettingsStore& s = *f.store;
+    EXPECT_EQ(s.accuracy(), 1.0); // no keys yet: nothing was wrong
     for (int i = 0; i < 50; ++i)
-        f.store->incrementProductiveKeys();
-    f.store->addTypingSeconds(5.0);
-    EXPECT_EQ(f.store->averageWPM(), 0.0); // at most five seconds: no figure yet
-    f.store->addTypingSeconds(25.0);
-    EXPECT_DOUBLE_EQ(f.store->averageWPM(), (50 / 5.0) / (30.0 / 60.0));
+        s.incrementProductiveKeys();
+    s.addTypingSeconds(5.0);
+    EXPECT_EQ(s.averageWPM(), 0.0); // at most five seconds: no figure yet
+    s.addTypingSeconds(25.0);
+    EXPECT_DOUBLE_EQ(s.averageWPM(), (50 / 5.0) / (30.0 / 60.0));
     for (int i = 0; i < 50; ++i)
-        f.store->incrementCorrections();
-    EXPECT_DOUBLE_EQ(f.store->accuracy(), 0.5);
-    f.store->recordWPM(80);
-    f.store->recordWPM(60);
-    EXPECT_EQ(f.store->bestWPM(), 80.0);
+        s.incrementCorrections();
+    EXPECT_DOUBLE_EQ(s.accuracy(), 0.5);
+    s.recordWPM(80);
+    s.recordWPM(60);
+    EXPECT_EQ(s.bestWPM(), 80.0);
 
-    f.store->resetStats();
+    s.resetStats();
     EXPECT_EQ(f.time.pending(), 1u); // only the coalesced file write, no counter flush
     f.prefs->sync();
     EXPECT_EQ(f.file.read().value("productiveKeys").toInteger(-1), 0);
     EXPECT_EQ(f.file.read().value("bestWPM").toDouble(-1), 0.0);
+
+    s.setStatsEnabled(false);
+    f.prefs->sync();
+    s.incrementKeystrokes();
+    s.incrementDings();
+    s.incrementClicks();
+    s.incrementProductiveKeys();
+    s.incrementCorrections();
+    s.recordWPM(90);
+    s.addTypingSeconds(3);
+    EXPECT_EQ(s.keystrokeCount() + s.dingCount() + s.clickCount() + s.productiveKeys() +
+                  s.corrections(),
+              0);
+    EXPECT_EQ(s.bestWPM() + s.typingSeconds(), 0.0);
+    EXPECT_EQ(f.time.pending(), 0u);
 }
 
 TEST(SettingsStore, NumbersThatAreNotFiniteNeverReachTheFile) {
@@ -291,7 +289,6 @@ TEST(SettingsStore, NumbersThatAreNotFiniteNeverReachTheFile) {
     s.setTuning(QStringLiteral("velvet"), good);
     s.recordWPM(40.0);
     s.addTypingSeconds(10.0);
-
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const float inf = std::numeric_limits<float>::infinity();
     s.setVolume(nan);
@@ -301,16 +298,11 @@ TEST(SettingsStore, NumbersThatAreNotFiniteNeverReachTheFile) {
     s.setTuning(QStringLiteral("crisp-click"), PackTuning{1.0f, inf, 0.04f, 1.0f});
     s.recordWPM(std::numeric_limits<double>::infinity());
     s.addTypingSeconds(std::numeric_limits<double>::quiet_NaN());
-    EXPECT_FLOAT_EQ(s.volume(), 0.6f);
-    EXPECT_FLOAT_EQ(s.tonePitch(), 1.0f);
 
     f.reopen();
     SettingsStore& t = *f.store;
-    EXPECT_FLOAT_EQ(t.volume(), 0.6f);
-    EXPECT_FLOAT_EQ(t.tonePitch(), 1.0f);
-    EXPECT_FLOAT_EQ(t.sleepVolume(), 0.0f);
-    EXPECT_EQ(t.tuning(QStringLiteral("velvet")), good);
-    EXPECT_EQ(t.tunings().size(), 1u);
-    EXPECT_EQ(t.bestWPM(), 40.0);
-    EXPECT_EQ(t.typingSeconds(), 10.0);
+    EXPECT_EQ(QString("%1 %2 %3").arg(t.volume()).arg(t.tonePitch()).arg(t.sleepVolume()),
+              "0.6 1 0");
+    EXPECT_EQ(t.tunings(), (std::map<QString, PackTuning>{{"velvet", good}}));
+    EXPECT_EQ(t.bestWPM() + t.typingSeconds(), 50.0);
 }

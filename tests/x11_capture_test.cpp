@@ -10,8 +10,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <thread>
 #include <unistd.h>
 
 using namespace tappix;
@@ -20,7 +18,7 @@ using Events = std::vector<std::string>;
 namespace {
 
 /// What the service on X11 alone (the primary keyboard refused) delivers while xdotool
-/// runs, until `count` events have arrived or five seconds pass.
+/// runs.
 Events capture(bool mouse, bool stop, const QStringList& xdotool, std::size_t count) {
     CaptureBackends backends;
     backends.keyboard = std::make_unique<NullCapture>();
@@ -37,18 +35,7 @@ Events capture(bool mouse, bool stop, const QStringList& xdotool, std::size_t co
     if (stop)
         service.stop();
     EXPECT_TRUE(test::XvfbServer::xdotool(xdotool));
-    Events events;
-    const auto take = [&] {
-        service.drain();
-        for (auto& e : recorder.take())
-            events.push_back(std::move(e));
-    };
-    for (int i = 0; i < 500 && events.size() < count; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        take();
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    take(); // anything extra shows up as a mismatch
+    const Events events = recorder.collect(service, count);
     // The reader is the first hop of every key: real-time, as the key queue is.
     if (geteuid() == 0 && !stop) {
         EXPECT_EQ(test::schedulingPolicies("tappix-x11keys"), std::vector<int>{SCHED_FIFO});
