@@ -60,23 +60,6 @@ QVariant flipped(const SettingsStore& store, const QMetaProperty& property) {
 
 } // namespace
 
-// The file holds a float in its shortest form; an absent optional or an empty device
-// removes its key rather than storing an empty string.
-TEST(SettingsStore, ValuesInTheFile) {
-    Fixture f;
-    f.store->setVolume(0.3f);
-    f.store->setSelectedPackId(QStringLiteral("velvet"));
-    f.store->setOutputDeviceUIDText(QStringLiteral("sink"));
-    f.prefs->sync();
-    EXPECT_EQ(f.file.read().value("volume"), QJsonValue(0.3)); // not 0.30000001
-    EXPECT_EQ(f.file.read().value("selectedPackId"), QJsonValue("velvet"));
-    f.store->setSelectedPackId(std::nullopt);
-    f.store->setOutputDeviceUIDText(QString());
-    f.prefs->sync();
-    EXPECT_FALSE(f.file.read().contains("selectedPackId"));
-    EXPECT_FALSE(f.file.read().contains("outputDeviceUID"));
-}
-
 // Every property is flipped through Qt's property system, so a new setting cannot be
 // missed: it notifies once, whoever re-applies settings then (and may read the
 // preferences) sees it saved, and it loads back with its type.
@@ -149,6 +132,16 @@ TEST(SettingsStore, EverySettingNotifiesWithItsNewValueAndRoundTrips) {
     EXPECT_EQ(t.tuning(QStringLiteral("velvet")), (PackTuning{1.0f, 0.5f, 0.0f, 1.0f}));
     EXPECT_EQ(t.mixes(), mixes);
     EXPECT_EQ(t.activeMixId(), mixId);
+
+    // The file holds a float in its shortest form; an absent optional or an empty device
+    // removes its key rather than storing an empty string.
+    t.setVolume(0.3f);
+    t.setSelectedPackId(std::nullopt);
+    t.setOutputDeviceUIDText(QString());
+    f.prefs->sync();
+    EXPECT_EQ(f.file.read().value("volume"), QJsonValue(0.3)); // not 0.30000001
+    EXPECT_FALSE(f.file.read().contains("selectedPackId"));
+    EXPECT_FALSE(f.file.read().contains("outputDeviceUID"));
 }
 
 // Whatever the file holds, loading it writes nothing back, not even at exit: odd values
