@@ -156,53 +156,19 @@ TEST(EvdevDevice, RecordsSplitAcrossReadsAndDevicesThatVanish) {
     EXPECT_EQ(sink.events, (Events{"k 0 down", "k 56 down", "k 0 up", "k 56 up"}));
 }
 
-TEST(EvdevCapture, ReaderThreadDeliversAndSurvivesAVanishingDevice) {
-    Stream first, second;
-    EvdevCapture reader(DeviceRole::keyboard, "tappix-evtap", "/nonexistent");
-    KeyEventService service{makeCaptureBackends()};
-    test::EventRecorder recorder;
-    recorder.attach(service);
-    CaptureSink& sink = service.captureSink();
-
-    std::vector<std::unique_ptr<EvdevDevice>> devices;
-    devices.push_back(
-        std::make_unique<EvdevDevice>(::dup(first.read), DeviceRole::keyboard, "one"));
-    devices.push_back(
-        std::make_unique<EvdevDevice>(::dup(second.read), DeviceRole::keyboard, "two"));
-    ASSERT_TRUE(reader.startWithDevices(sink, std::move(devices)));
-
-    first.send({key(KEY_A, 1), syn()});
-    first.closeWriter(); // vanishes holding A: its key-up is reported
-    second.send({key(KEY_S, 1), syn(), key(KEY_S, 2), syn(), key(KEY_S, 0), syn()});
-    Events events = recorder.collect(service, 4);
-    // The reader and the key queue it hands keys to both run at real-time priority
-    // (here as root, as in CI; elsewhere through RealtimeKit).
-    if (geteuid() == 0) {
-        EXPECT_EQ(test::schedulingPolicies("tappix-evtap"), std::vector<int>{SCHED_FIFO});
-        EXPECT_EQ(test::schedulingPolicies("tappix-keys"), std::vector<int>{SCHED_FIFO});
-    }
-    reader.stop();
-    std::sort(events.begin(), events.end());
-    EXPECT_EQ(events, (Events{"k 0 down", "k 0 up", "k 1 down", "k 1 up"}));
-}
-
 // Keyboards and pointers fall back to X11 without a device of theirs; media keys have no
-// fallback, so their reader waits, and a device plugged in later is heard. The node is a
-// FIFO standing in for a media-key device.
-TEST(EvdevCapture, WithoutDevicesOnlyTheMediaReaderStartsAndHearsOnePluggedInLater) {
+// fallback, so their reader waits, and a device plugged in later (here a FIFO) is heard.
+// A reader of two devices delivers from both and survives one that vanishes.
+TEST(EvdevCapture, ReadersDeliverSurviveAVanishingDeviceAndHearOnePluggedInLater) {
     RecordingSink refused;
-    EvdevCapture capture(DeviceRole::keyboard, "tappix-evtap", "/nonexistent");
-    EXPECT_FALSE(capture.start(refused));
-    capture.stop();
     QTemporaryDir dev;
     const std::string dir = dev.path().toStdString();
-    EvdevCapture empty(DeviceRole::keyboard, "tappix-evtap", dir);
-    EXPECT_FALSE(empty.start(refused));
+    EXPECT_FALSE(EvdevCapture(DeviceRole::keyboard, "tappix-evtap", "/nonexistent").start(refused));
+    EXPECT_FALSE(EvdevCapture(DeviceRole::keyboard, "tappix-evtap", dir).start(refused));
+    EXPECT_FALSE(EvdevCapture(DeviceRole::media, "tappix-media", "/nonexistent").start(refused));
     EXPECT_TRUE(scanDevices("/nonexistent").empty());
-    EvdevCapture nowhere(DeviceRole::media, "tappix-media", "/nonexistent");
-    EXPECT_FALSE(nowhere.start(refused)); // nothing to watch either
 
-    KeyEventService service{CaptureBackends{}};
+    KeyEventService service{makeCaptureBackends()};
     test::EventRecorder recorder;
     recorder.attach(service);
     EvdevCapture media(DeviceRole::media, "tappix-media", dir, [](int, DeviceReport& report) {
@@ -222,10 +188,31 @@ TEST(EvdevCapture, WithoutDevicesOnlyTheMediaReaderStartsAndHearsOnePluggedInLat
     ASSERT_GE(writer, 0) << "the device plugged in was never opened";
     const input_event press[] = {key(KEY_VOLUMEUP, 1), syn(), key(KEY_VOLUMEUP, 0), syn()};
     ASSERT_EQ(::write(writer, press, sizeof press), static_cast<ssize_t>(sizeof press));
-    const Events events = recorder.collect(service, 2);
+    EXPECT_EQ(recorder.collect(service, 2), (Events{"k 1000 down", "k 1000 up"}));
     media.stop();
     ::close(writer);
-    EXPECT_EQ(events, (Events{"k 1000 down", "k 1000 up"}));
+
+    Stream first, second;
+    EvdevCapture reader(DeviceRole::keyboard, "tappix-evtap", "/nonexistent");
+    std::vector<std::unique_ptr<EvdevDevice>> devices;
+    devices.push_back(
+        std::make_unique<EvdevDevice>(::dup(first.read), DeviceRole::keyboard, "one"));
+    devices.push_back(
+        std::make_unique<EvdevDevice>(::dup(second.read), DeviceRole::keyboard, "two"));
+    ASSERT_TRUE(reader.startWithDevices(service.captureSink(), std::move(devices)));
+    first.send({key(KEY_A, 1), syn()});
+    first.closeWriter(); // vanishes holding A: its key-up is reported
+    second.send({key(KEY_S, 1), syn(), key(KEY_S, 2), syn(), key(KEY_S, 0), syn()});
+    Events events = recorder.collect(service, 4);
+    // The reader and the key queue it hands keys to both run at real-time priority
+    // (here as root, as in CI; elsewhere through RealtimeKit).
+    if (geteuid() == 0) {
+        EXPECT_EQ(test::schedulingPolicies("tappix-evtap"), std::vector<int>{SCHED_FIFO});
+        EXPECT_EQ(test::schedulingPolicies("tappix-keys"), std::vector<int>{SCHED_FIFO});
+    }
+    reader.stop();
+    std::sort(events.begin(), events.end());
+    EXPECT_EQ(events, (Events{"k 0 down", "k 0 up", "k 1 down", "k 1 up"}));
 }
 
 // Which nodes count as keyboards, from the kernel's key lists alone: letters and Space

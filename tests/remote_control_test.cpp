@@ -131,8 +131,9 @@ protected:
 
 } // namespace
 
-// One tappix, started while a call is under way and over a stale socket, driven by a
-// second launch, the command line and the bus in turn, then typed at and quit.
+// One tappix, started while a call is under way and over a stale socket, telling the
+// desktop's notification server, driven by a second launch, the command line and the bus
+// in turn, then typed at and quit.
 TEST_F(RemoteControl, OneTappixDrivenFromOutside) {
     leaveStaleSocket(runtime_.filePath("app.morvane.tappix.socket"));
     const QJsonObject preferences{
@@ -168,6 +169,11 @@ TEST_F(RemoteControl, OneTappixDrivenFromOutside) {
         return !listener.changes.empty() &&
                listener.changes.back() == QVariantMap{{"Sleeping", false}};
     }));
+    // Told to the desktop, the second notification replacing the first.
+    EXPECT_TRUE(waitFor([&] { return notifications.calls.size() == 2; }));
+    EXPECT_EQ(notifications.calls,
+              (std::vector<QString>{"Tappix|0|Sleeping|The microphone is live",
+                                    "Tappix|41|Clacking again|Keystroke sounds are back"}));
 
     // A second launch reopens the first, which keeps the socket for a third.
     EXPECT_EQ(command({}).code, 0);
