@@ -10,7 +10,6 @@
 
 #include <gtest/gtest.h>
 
-#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusPendingCall>
 #include <QFile>
@@ -36,11 +35,6 @@ QDBusMessage isScriptLoaded(const QString& pluginName) {
         "org.kde.KWin", "/Scripting", "org.kde.kwin.Scripting", "isScriptLoaded");
     message.setArguments({pluginName});
     return QDBusConnection::sessionBus().call(message);
-}
-
-bool scriptLoaded(const QString& pluginName) {
-    const QDBusMessage reply = isScriptLoaded(pluginName);
-    return !reply.arguments().isEmpty() && reply.arguments().first().toBool();
 }
 
 } // namespace
@@ -92,7 +86,7 @@ TEST(KWinFocus, FollowsTheAppInFrontAndItsFullScreenUntilKWinGoes) {
     ASSERT_NE(kwinSource, nullptr) << source->unavailableReason().toStdString();
     EXPECT_EQ(source->unavailableReason(), QString());
     const QString plugin = kwinSource->pluginName();
-    EXPECT_TRUE(scriptLoaded(plugin));
+    EXPECT_TRUE(isScriptLoaded(plugin).arguments().value(0).toBool());
 
     // An app with a desktop file, known by the id its window gives.
     show(notes, "org.example.Notes");
@@ -131,7 +125,7 @@ TEST(KWinFocus, FollowsTheAppInFrontAndItsFullScreenUntilKWinGoes) {
 
     // Going, the source takes its script out of KWin.
     source.reset();
-    EXPECT_FALSE(scriptLoaded(plugin));
+    EXPECT_FALSE(isScriptLoaded(plugin).arguments().value(0).toBool());
 
     // KWin ends under a running source: nothing in front, and the reason.
     source = makeFocusSource();
