@@ -20,10 +20,6 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <cmath>
-#include <cstring>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 using namespace tappix;
 using test::PulseServer;
@@ -54,17 +50,6 @@ struct Outcome {
     int code = -1;
     QString out, err;
 };
-
-/// Leaves a socket file behind at `path` with nobody listening, as a crash does.
-void leaveStaleSocket(const QString& path) {
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const QByteArray bytes = path.toLocal8Bit();
-    std::memcpy(address.sun_path, bytes.constData(), static_cast<std::size_t>(bytes.size()));
-    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    ::close(fd);
-}
 
 class RemoteControl : public ::testing::Test {
 protected:
@@ -135,7 +120,10 @@ protected:
 // desktop's notification server, driven by a second launch, the command line and the bus
 // in turn, then typed at and quit.
 TEST_F(RemoteControl, OneTappixDrivenFromOutside) {
-    leaveStaleSocket(runtime_.filePath("app.morvane.tappix.socket"));
+    // A socket file left behind with nobody listening, as a crash leaves it.
+    QProcess::execute("python3",
+                      {"-c", "import socket, sys; socket.socket(socket.AF_UNIX).bind(sys.argv[1])",
+                       runtime_.filePath("app.morvane.tappix.socket")});
     const QJsonObject preferences{
         {"pitchVariation", false},
         {"keyUpSoundsEnabled", false},
