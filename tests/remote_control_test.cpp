@@ -1,7 +1,7 @@
-// Driving a running tappix from outside, as scripts and desktop shortcuts do: a
-// second launch, the command line and the session bus. tappix runs against a
-// private X server, a private PulseAudio server and (through dbus-run-session) a
-// private session bus.
+// Driving a running tappix from outside, as scripts and desktop shortcuts do: a second
+// launch, the command line and the session bus; and its notifications on the desktop's
+// server. tappix runs against a private X server, a private PulseAudio server and
+// (through dbus-run-session) a private session bus.
 
 #include "support/core_app.h"
 #include "support/pulse_server.h"
@@ -42,6 +42,21 @@ public Q_SLOTS:
     void changed(const QString& interface, const QVariantMap& properties, const QStringList&) {
         if (interface == QLatin1String(kInterface))
             changes.push_back(properties);
+    }
+};
+
+/// The desktop's notification server: records each Notify call and hands out ids.
+class NotificationServer final : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
+public:
+    std::vector<QString> calls;
+
+public Q_SLOTS:
+    uint Notify(const QString& app, uint replaces, const QString&, const QString& title,
+                const QString& body, const QStringList&, const QVariantMap&, int) {
+        calls.push_back(QStringLiteral("%1|%2|%3|%4").arg(app).arg(replaces).arg(title, body));
+        return replaces != 0 ? replaces : 41;
     }
 };
 
@@ -129,9 +144,15 @@ TEST_F(RemoteControl, OneTappixDrivenFromOutside) {
         {"keyUpSoundsEnabled", false},
         {"sleepEnabled", true},
         {"sleepTriggerMicrophone", true},
+        {"notificationsEnabled", true},
         {"soundMixes", QJsonArray{QJsonObject{
                            {"id", "night"}, {"name", "Night"}, {"assignments", QJsonObject{}}}}}};
     PulseServer pulse;
+    QDBusConnection desktop = QDBusConnection::connectToBus(QDBusConnection::SessionBus, "desktop");
+    NotificationServer notifications;
+    ASSERT_TRUE(desktop.registerObject("/org/freedesktop/Notifications", &notifications,
+                                       QDBusConnection::ExportAllSlots));
+    ASSERT_TRUE(desktop.registerService("org.freedesktop.Notifications"));
     QDir().mkpath(home_.filePath("config/tappix"));
     QFile file(prefsPath());
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
@@ -151,6 +172,7 @@ TEST_F(RemoteControl, OneTappixDrivenFromOutside) {
             SLOT(changed(QString, QVariantMap, QStringList))));
         EXPECT_TRUE(log_.contains("removing a stale instance socket"));
         EXPECT_TRUE(waitFor([&] { return property("Sleeping").toBool(); }, 1000));
+        EXPECT_TRUE(waitFor([&] { return notifications.calls.size() == 1; }));
         EXPECT_TRUE(command({"--status"}).out.contains("Sleeping: true"));
     }
     ASSERT_TRUE(waitFor([&] {
