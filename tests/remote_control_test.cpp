@@ -148,6 +148,8 @@ TEST_F(RemoteControl, OneTappixDrivenFromOutside) {
         {"soundMixes", QJsonArray{QJsonObject{
                            {"id", "night"}, {"name", "Night"}, {"assignments", QJsonObject{}}}}}};
     PulseServer pulse;
+    for (const char* name : {"PULSE_SERVER", "PULSE_CLIENTCONFIG"}) // the server just made
+        env_.insert(name, qEnvironmentVariable(name));
     QDBusConnection desktop = QDBusConnection::connectToBus(QDBusConnection::SessionBus, "desktop");
     NotificationServer notifications;
     ASSERT_TRUE(desktop.registerObject("/org/freedesktop/Notifications", &notifications,
