@@ -69,45 +69,25 @@ input_event syn(std::uint16_t code = SYN_REPORT) {
     return input_event{{}, EV_SYN, code, 0};
 }
 
-/// What `service` delivers from its reader threads until `count` events or two seconds.
-Events delivered(KeyEventService& service, test::EventRecorder& recorder, std::size_t count) {
-    Events events;
-    for (int i = 0; i < 2000 && events.size() < count; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        service.drain();
-        for (auto& e : recorder.take())
-            events.push_back(std::move(e));
-    }
-    return events;
-}
-
 } // namespace
 
+// KEY_FN is the table's last code; -1: no key code.
 TEST(EvdevKeymap, TranslatesAtTheBoundaryToItsLastEntryAndNoFurther) {
-    const std::pair<std::uint16_t, std::optional<KeyCode>> keys[] = {
-        {KEY_A, 0},
-        {KEY_B, 11},
-        {KEY_102ND, 10},
-        {KEY_LEFTMETA, 55},
-        {KEY_RIGHTCTRL, 62},
-        {KEY_F1, 122},
-        {KEY_NUMLOCK, 71},
-        {KEY_KPENTER, 76},
-        {KEY_VOLUMEUP, 1000},
-        {KEY_KBDILLUMDOWN, 1022},
-        {KEY_POWER, std::nullopt},
-        {KEY_FN, 63}, // the table's last code
-        {KEY_FN + 1, std::nullopt},
-        {KEY_MAX, std::nullopt}};
+    const std::pair<int, KeyCode> keys[] = {{KEY_A, 0},           {KEY_B, 11},
+                                            {KEY_102ND, 10},      {KEY_LEFTMETA, 55},
+                                            {KEY_RIGHTCTRL, 62},  {KEY_F1, 122},
+                                            {KEY_NUMLOCK, 71},    {KEY_KPENTER, 76},
+                                            {KEY_VOLUMEUP, 1000}, {KEY_KBDILLUMDOWN, 1022},
+                                            {KEY_POWER, -1},      {KEY_FN, 63},
+                                            {KEY_FN + 1, -1},     {KEY_MAX, -1}};
     for (const auto& [from, code] : keys)
-        EXPECT_EQ(virtualKeyCode(from), code) << from;
-    const std::pair<std::uint16_t, std::optional<MouseButton>> buttons[] = {
-        {BTN_LEFT, MouseButton::left},
-        {BTN_RIGHT, MouseButton::right},
-        {BTN_SIDE, MouseButton::other},
-        {BTN_TOUCH, std::nullopt}};
+        EXPECT_EQ(virtualKeyCode(std::uint16_t(from)).value_or(-1), code) << from;
+    const std::pair<int, std::optional<MouseButton>> buttons[] = {{BTN_LEFT, MouseButton::left},
+                                                                  {BTN_RIGHT, MouseButton::right},
+                                                                  {BTN_SIDE, MouseButton::other},
+                                                                  {BTN_TOUCH, std::nullopt}};
     for (const auto& [from, button] : buttons)
-        EXPECT_EQ(mouseButton(from), button) << from;
+        EXPECT_EQ(mouseButton(std::uint16_t(from)), button) << from;
 }
 
 // What each kind of device reports of a stream: repeats dropped, only its own role's
@@ -168,53 +148,19 @@ TEST(EvdevDevice, RecordsSplitAcrossReadsAndDevicesThatVanish) {
     EXPECT_EQ(sink.events, (Events{"k 0 down", "k 56 down", "k 0 up", "k 56 up"}));
 }
 
-TEST(EvdevCapture, ReaderThreadDeliversAndSurvivesAVanishingDevice) {
-    Stream first, second;
-    EvdevCapture reader(DeviceRole::keyboard, "tappix-evtap", "/nonexistent");
-    KeyEventService service{makeCaptureBackends()};
-    test::EventRecorder recorder;
-    recorder.attach(service);
-    CaptureSink& sink = service.captureSink();
-
-    std::vector<std::unique_ptr<EvdevDevice>> devices;
-    devices.push_back(
-        std::make_unique<EvdevDevice>(::dup(first.read), DeviceRole::keyboard, "one"));
-    devices.push_back(
-        std::make_unique<EvdevDevice>(::dup(second.read), DeviceRole::keyboard, "two"));
-    ASSERT_TRUE(reader.startWithDevices(sink, std::move(devices)));
-
-    first.send({key(KEY_A, 1), syn()});
-    first.closeWriter(); // vanishes holding A: its key-up is reported
-    second.send({key(KEY_S, 1), syn(), key(KEY_S, 2), syn(), key(KEY_S, 0), syn()});
-    Events events = delivered(service, recorder, 4);
-    // The reader and the key queue it hands keys to both run at real-time priority
-    // (here as root, as in CI; elsewhere through RealtimeKit).
-    if (geteuid() == 0) {
-        EXPECT_EQ(test::schedulingPolicies("tappix-evtap"), std::vector<int>{SCHED_FIFO});
-        EXPECT_EQ(test::schedulingPolicies("tappix-keys"), std::vector<int>{SCHED_FIFO});
-    }
-    reader.stop();
-    std::sort(events.begin(), events.end());
-    EXPECT_EQ(events, (Events{"k 0 down", "k 0 up", "k 1 down", "k 1 up"}));
-}
-
 // Keyboards and pointers fall back to X11 without a device of theirs; media keys have no
-// fallback, so their reader waits, and a device plugged in later is heard. The node is a
-// FIFO standing in for a media-key device.
-TEST(EvdevCapture, WithoutDevicesOnlyTheMediaReaderStartsAndHearsOnePluggedInLater) {
+// fallback, so their reader waits, and a device plugged in later (here a FIFO) is heard.
+// A reader of two devices delivers from both and survives one that vanishes.
+TEST(EvdevCapture, ReadersDeliverSurviveAVanishingDeviceAndHearOnePluggedInLater) {
     RecordingSink refused;
-    EvdevCapture capture(DeviceRole::keyboard, "tappix-evtap", "/nonexistent");
-    EXPECT_FALSE(capture.start(refused));
-    capture.stop();
     QTemporaryDir dev;
     const std::string dir = dev.path().toStdString();
-    EvdevCapture empty(DeviceRole::keyboard, "tappix-evtap", dir);
-    EXPECT_FALSE(empty.start(refused));
+    EXPECT_FALSE(EvdevCapture(DeviceRole::keyboard, "tappix-evtap", "/nonexistent").start(refused));
+    EXPECT_FALSE(EvdevCapture(DeviceRole::keyboard, "tappix-evtap", dir).start(refused));
+    EXPECT_FALSE(EvdevCapture(DeviceRole::media, "tappix-media", "/nonexistent").start(refused));
     EXPECT_TRUE(scanDevices("/nonexistent").empty());
-    EvdevCapture nowhere(DeviceRole::media, "tappix-media", "/nonexistent");
-    EXPECT_FALSE(nowhere.start(refused)); // nothing to watch either
 
-    KeyEventService service{CaptureBackends{}};
+    KeyEventService service{makeCaptureBackends()};
     test::EventRecorder recorder;
     recorder.attach(service);
     EvdevCapture media(DeviceRole::media, "tappix-media", dir, [](int, DeviceReport& report) {
@@ -234,10 +180,31 @@ TEST(EvdevCapture, WithoutDevicesOnlyTheMediaReaderStartsAndHearsOnePluggedInLat
     ASSERT_GE(writer, 0) << "the device plugged in was never opened";
     const input_event press[] = {key(KEY_VOLUMEUP, 1), syn(), key(KEY_VOLUMEUP, 0), syn()};
     ASSERT_EQ(::write(writer, press, sizeof press), static_cast<ssize_t>(sizeof press));
-    const Events events = delivered(service, recorder, 2);
+    EXPECT_EQ(recorder.collect(service, 2), (Events{"k 1000 down", "k 1000 up"}));
     media.stop();
     ::close(writer);
-    EXPECT_EQ(events, (Events{"k 1000 down", "k 1000 up"}));
+
+    Stream first, second;
+    EvdevCapture reader(DeviceRole::keyboard, "tappix-evtap", "/nonexistent");
+    std::vector<std::unique_ptr<EvdevDevice>> devices;
+    devices.push_back(
+        std::make_unique<EvdevDevice>(::dup(first.read), DeviceRole::keyboard, "one"));
+    devices.push_back(
+        std::make_unique<EvdevDevice>(::dup(second.read), DeviceRole::keyboard, "two"));
+    ASSERT_TRUE(reader.startWithDevices(service.captureSink(), std::move(devices)));
+    first.send({key(KEY_A, 1), syn()});
+    first.closeWriter(); // vanishes holding A: its key-up is reported
+    second.send({key(KEY_S, 1), syn(), key(KEY_S, 2), syn(), key(KEY_S, 0), syn()});
+    Events events = recorder.collect(service, 4);
+    // The reader and the key queue it hands keys to both run at real-time priority
+    // (here as root, as in CI; elsewhere through RealtimeKit).
+    if (geteuid() == 0) {
+        EXPECT_EQ(test::schedulingPolicies("tappix-evtap"), std::vector<int>{SCHED_FIFO});
+        EXPECT_EQ(test::schedulingPolicies("tappix-keys"), std::vector<int>{SCHED_FIFO});
+    }
+    reader.stop();
+    std::sort(events.begin(), events.end());
+    EXPECT_EQ(events, (Events{"k 0 down", "k 0 up", "k 1 down", "k 1 up"}));
 }
 
 // Which nodes count as keyboards, from the kernel's key lists alone: letters and Space

@@ -115,19 +115,8 @@ TEST(InputRecording, EvemuRecordingReplaysThroughCapture) {
                       "k 1000 up", "k 49 up", "m left down"}));
 }
 
-TEST(InputRecording, LibinputRecordingOfTwoDevicesReplaysInTimeOrder) {
-    std::string error;
-    const auto recording = InputRecording::parse(kLibinput, error);
-    ASSERT_TRUE(recording) << error;
-    EXPECT_EQ(recording->format, InputRecording::Format::libinputRecord);
-    EXPECT_EQ(recording->devices, (std::vector<std::string>{"AT Translated Set 2 keyboard",
-                                                            "Logitech USB Optical Mouse"}));
-    EXPECT_TRUE(recording->problems.empty());
-    EXPECT_EQ(replay(*recording),
-              (Events{"k 0 down", "k 0 up", "m right down", "m right up", "k 55 down", "k 55 up"}));
-}
-
-TEST(InputRecording, TimesNoClockCouldShowAreUnreadableLines) {
+// Times no clock could show are unreadable lines; what is no recording is refused.
+TEST(InputRecording, OddTimesAndWhatIsNoRecording) {
     std::string error;
     const auto recording = InputRecording::parse("N: kbd\n"
                                                  "E: 9223372036854775807.0 0001 001c 0001\n"
@@ -136,16 +125,13 @@ TEST(InputRecording, TimesNoClockCouldShowAreUnreadableLines) {
     ASSERT_TRUE(recording) << error;
     EXPECT_EQ(recording->problems, std::vector<std::string>{"1 event line could not be read"});
     EXPECT_EQ(replay(*recording), Events{"k 36 down"});
-}
-
-TEST(InputRecording, WhatIsNoRecordingIsRefused) {
     for (const char* text : {"", "hello\nworld\n", "E: 0.1 0001 001e 0001\n- evdev:\n"}) {
-        std::string error;
         EXPECT_FALSE(InputRecording::parse(text, error)) << text;
         EXPECT_FALSE(error.empty());
     }
 }
 
+// A libinput recording of two devices, replayed in time order by tappix-doctor.
 TEST(TappixDoctorReplay, PrintsTheDeliveredEventsWithTheirTimes) {
     QTemporaryDir dir;
     QFile file(dir.filePath("keyboard.yml"));

@@ -9,7 +9,6 @@
 #include <QDir>
 #include <QFileInfo>
 #include <functional>
-#include <sys/stat.h>
 
 using namespace tappix;
 using namespace std::chrono_literals;
@@ -64,11 +63,9 @@ TEST(JsonFilePreferences, OneWriteForWhatChangedAndNoneForWhatDidNot) {
         }
         EXPECT_EQ(QFileInfo(prefs.path).lastModified().toSecsSinceEpoch() != 1000, c.writes > 0);
         EXPECT_DOUBLE_EQ(prefs.read().value("volume").toDouble(), c.volume);
-        struct stat info {};
-        ASSERT_EQ(::stat(prefs.path.toLocal8Bit().constData(), &info), 0);
-        if (c.writes > 0) {
-            EXPECT_EQ(info.st_mode & 0777, 0600u);
-        }
+        EXPECT_TRUE(c.writes == 0 || QFile::permissions(prefs.path) ==
+                                         (QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser |
+                                          QFile::WriteUser)); // private
         // Nothing but the file itself is left in the directory (no temporary files).
         EXPECT_EQ(QDir(QFileInfo(prefs.path).absolutePath()).entryList(QDir::Files).size(), 1);
     }

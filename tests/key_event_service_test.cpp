@@ -15,29 +15,21 @@ using Events = std::vector<std::string>;
 namespace {
 
 /// A capture backend at the platform boundary: tests drive the sink it was given.
-class FakeSource final : public CaptureSource {
-public:
-    explicit FakeSource(bool available = true) : available_(available) {}
-    bool start(CaptureSink& sink) override {
-        if (!available_)
-            return false;
-        ++starts;
-        ++running;
-        sink_ = &sink;
-        return true;
+struct FakeSource final : CaptureSource {
+    explicit FakeSource(bool available = true) : available(available) {}
+    bool start(CaptureSink& given) override {
+        starts += available;
+        running += available;
+        sink = available ? &given : nullptr;
+        return available;
     }
     void stop() override {
-        running -= sink_ != nullptr;
-        sink_ = nullptr;
+        running -= sink != nullptr;
+        sink = nullptr;
     }
-    CaptureSink& sink() { return *sink_; }
-    bool isRunning() const { return sink_ != nullptr; }
-
+    bool available;
     int starts = 0, running = 0;
-
-private:
-    bool available_;
-    CaptureSink* sink_ = nullptr;
+    CaptureSink* sink = nullptr;
 };
 
 struct Fixture {
@@ -58,11 +50,6 @@ struct Fixture {
         service = std::make_unique<KeyEventService>(std::move(backends));
         recorder.attach(*service);
         service->start();
-    }
-
-    Events events() {
-        service->drain();
-        return recorder.take();
     }
 };
 
@@ -95,10 +82,10 @@ TEST(KeyEventService, DeliversEachPressAndReleaseOnce) {
         EXPECT_EQ(f.service->backend(), c.primary ? KeyEventService::Backend::primary
                                                   : KeyEventService::Backend::fallback);
         for (const QString& step : QString(c.script).split(' ')) {
-            CaptureSink& sink = (c.primary ? f.keyboard : f.fallback)->sink();
+            CaptureSink& sink = *(c.primary ? f.keyboard : f.fallback)->sink;
             const int n = step.mid(1).toInt();
             const auto media = [&](int state, int repeat, int subtype = 8) {
-                f.media->sink().systemDefined(subtype, (n << 16) | state | repeat);
+                f.media->sink->systemDefined(subtype, (n << 16) | state | repeat);
             };
             switch (step[0].toLatin1()) {
             case 'd':
@@ -128,7 +115,8 @@ TEST(KeyEventService, DeliversEachPressAndReleaseOnce) {
                 break;
             }
         }
-        EXPECT_EQ(f.events(), c.out) << c.script;
+        f.service->drain();
+        EXPECT_EQ(f.recorder.take(), c.out) << c.script;
     }
 }
 
@@ -138,29 +126,28 @@ TEST(KeyEventService, StartPassesThroughStopAndMouseCaptureIsIndependent) {
     f.service->start();
     EXPECT_EQ(f.keyboard->starts, 3);
     EXPECT_EQ(f.keyboard->running + f.media->running, 2);
-    EXPECT_FALSE(f.fallback->isRunning());
-
+    EXPECT_FALSE(f.fallback->sink);
     f.service->setMouseCapture(true);
     f.service->setMouseCapture(true);
     EXPECT_EQ(f.mouse->starts, 1);
     f.service->stop();
-    EXPECT_FALSE(f.keyboard->isRunning());
+    EXPECT_FALSE(f.keyboard->sink || f.media->sink);
     EXPECT_EQ(f.service->backend(), KeyEventService::Backend::stopped);
-    ASSERT_TRUE(f.mouse->isRunning());
-    f.mouse->sink().mouse(MouseButton::other, true);
-    f.mouse->sink().mouse(MouseButton::other, false);
-    EXPECT_EQ(f.events(), (Events{"m other down", "m other up"}));
+    ASSERT_TRUE(f.mouse->sink);
+    f.mouse->sink->mouse(MouseButton::other, true);
+    f.mouse->sink->mouse(MouseButton::other, false);
+    f.service->drain();
+    EXPECT_EQ(f.recorder.take(), (Events{"m other down", "m other up"}));
     f.service->setMouseCapture(false);
-    EXPECT_FALSE(f.mouse->isRunning());
-    EXPECT_FALSE(f.service->isMouseCaptureOn());
+    EXPECT_FALSE(f.mouse->sink || f.service->isMouseCaptureOn());
 }
 
 TEST(KeyEventService, CallbacksChangeInDeliveryOrder) {
     Fixture f;
     std::atomic<int> late{0};
-    f.keyboard->sink().keyDown(keys::s, false);
+    f.keyboard->sink->keyDown(keys::s, false);
     f.service->setOnKeyEvent([&late](KeyCode, bool) { ++late; });
-    f.keyboard->sink().keyUp(keys::s);
+    f.keyboard->sink->keyUp(keys::s);
     f.service->drain();
     EXPECT_EQ(f.recorder.take(), (Events{"k 1 down"}));
     EXPECT_EQ(late.load(), 1);
@@ -182,12 +169,12 @@ TEST(KeyEventService, TheQueueHasABound) {
             opened.wait(); // delivery stuck on the first event
         }
     });
-    f.keyboard->sink().keyDown(keys::a, false);
+    f.keyboard->sink->keyDown(keys::a, false);
     entered.get_future().wait();
     constexpr int kBurst = 1000;
     for (int i = 0; i < kBurst / 2; ++i) {
-        f.keyboard->sink().keyUp(keys::a);
-        f.keyboard->sink().keyDown(keys::a, false);
+        f.keyboard->sink->keyUp(keys::a);
+        f.keyboard->sink->keyDown(keys::a, false);
     }
     EXPECT_EQ(f.service->droppedEvents(), kBurst - KeyEventService::kQueueCapacity);
     open.set_value();

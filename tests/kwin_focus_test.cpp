@@ -10,18 +10,18 @@
 
 #include <gtest/gtest.h>
 
-#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusPendingCall>
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <functional>
-#include <memory>
 
 using namespace tappix;
 
 namespace {
+
+constexpr char kSocket[] = "tappix-kwin-test";
 
 /// Runs the event loop until `done` holds; false after ten seconds (KWin draws in
 /// software on a shared machine).
@@ -32,93 +32,10 @@ bool waitFor(const std::function<bool()>& done) {
 /// KWin's answer whether the script `pluginName` is loaded.
 QDBusMessage isScriptLoaded(const QString& pluginName) {
     QDBusMessage message = QDBusMessage::createMethodCall(
-        QStringLiteral("org.kde.KWin"), QStringLiteral("/Scripting"),
-        QStringLiteral("org.kde.kwin.Scripting"), QStringLiteral("isScriptLoaded"));
+        "org.kde.KWin", "/Scripting", "org.kde.kwin.Scripting", "isScriptLoaded");
     message.setArguments({pluginName});
     return QDBusConnection::sessionBus().call(message);
 }
-
-bool scriptLoaded(const QString& pluginName) {
-    const QDBusMessage reply = isScriptLoaded(pluginName);
-    return !reply.arguments().isEmpty() && reply.arguments().first().toBool();
-}
-
-/// KWin on a virtual screen with its own runtime and configuration directories, on the
-/// test's session bus; Wayland clients started by `window` connect to it.
-class KWinSession {
-public:
-    static constexpr const char* kSocket = "tappix-kwin-test";
-
-    KWinSession() {
-        QFile::setPermissions(dir_.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        // The package gives kwin_wayland a file capability that a container's bounding
-        // set may lack, which makes exec fail; a plain copy runs anywhere.
-        const QString binary = dir_.filePath(QStringLiteral("kwin_wayland"));
-        QFile::copy(QStringLiteral("/usr/bin/kwin_wayland"), binary);
-        QProcessEnvironment env = environment();
-        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-        env.remove(QStringLiteral("WAYLAND_DISPLAY"));
-        kwin_.setProcessEnvironment(env);
-        kwin_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        kwin_.setStandardOutputFile(QProcess::nullDevice());
-        test::leash(kwin_);
-        kwin_.start(binary, {QStringLiteral("--virtual"), QStringLiteral("--no-lockscreen"),
-                             QStringLiteral("--socket"), QString::fromLatin1(kSocket),
-                             QStringLiteral("--width"), QStringLiteral("640"),
-                             QStringLiteral("--height"), QStringLiteral("480")});
-    }
-    ~KWinSession() {
-        for (auto& window : windows_)
-            stop(*window);
-        stop(kwin_);
-    }
-
-    /// Whether KWin started and its scripting answers on the bus (it takes its name
-    /// before it registers its objects).
-    bool ready() {
-        return kwin_.waitForStarted() && waitFor([] {
-                   return isScriptLoaded(QStringLiteral("none")).type() ==
-                          QDBusMessage::ReplyMessage;
-               });
-    }
-    /// A window of the app `appId`, shown.
-    QProcess& window(const QString& appId) {
-        windows_.push_back(std::make_unique<QProcess>());
-        QProcess& window = *windows_.back();
-        QProcessEnvironment env = environment();
-        env.insert(QStringLiteral("WAYLAND_DISPLAY"), QString::fromLatin1(kSocket));
-        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("wayland"));
-        window.setProcessEnvironment(env);
-        window.setProcessChannelMode(QProcess::ForwardedChannels);
-        window.start(QStringLiteral(TAPPIX_WAYLAND_WINDOW_PATH), {appId});
-        return window;
-    }
-    /// Ends KWin.
-    void quit() { stop(kwin_); }
-    /// The runtime directory clients of this KWin share.
-    QString runtimeDir() const { return dir_.path(); }
-
-private:
-    QProcessEnvironment environment() const {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), dir_.path());
-        env.insert(QStringLiteral("XDG_CONFIG_HOME"), dir_.filePath(QStringLiteral("config")));
-        env.remove(QStringLiteral("DISPLAY"));
-        return env;
-    }
-    static void stop(QProcess& process) {
-        if (process.state() == QProcess::NotRunning)
-            return;
-        process.terminate();
-        if (!process.waitForFinished(5000))
-            process.kill();
-        process.waitForFinished();
-    }
-
-    QTemporaryDir dir_;
-    QProcess kwin_;
-    std::vector<std::unique_ptr<QProcess>> windows_;
-};
 
 } // namespace
 
@@ -129,21 +46,50 @@ TEST(KWinFocus, FollowsTheAppInFrontAndItsFullScreenUntilKWinGoes) {
     ASSERT_TRUE(test::writeNotesEntry(data.path(), "notes-icon"));
     qputenv("XDG_DATA_HOME", data.path().toLocal8Bit());
     qputenv("XDG_DATA_DIRS", data.filePath("none").toLocal8Bit());
-    KWinSession kwin;
-    ASSERT_TRUE(kwin.ready()) << "kwin_wayland did not take org.kde.KWin";
-    // Tappix in the Wayland session KWin leads.
-    qputenv("WAYLAND_DISPLAY", KWinSession::kSocket);
-    qputenv("XDG_RUNTIME_DIR", kwin.runtimeDir().toLocal8Bit());
+    // KWin on a virtual screen with its own runtime and configuration directories.
+    QTemporaryDir dir;
+    QFile::setPermissions(dir.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("XDG_RUNTIME_DIR", dir.path());
+    env.insert("XDG_CONFIG_HOME", dir.filePath("config"));
+    env.remove("DISPLAY");
+    env.remove("WAYLAND_DISPLAY");
+    // The package gives kwin_wayland a file capability that a container's bounding set
+    // may lack, which makes exec fail; a plain copy runs anywhere.
+    QFile::copy("/usr/bin/kwin_wayland", dir.filePath("kwin_wayland"));
+    QProcess kwin;
+    env.insert("QT_QPA_PLATFORM", "offscreen");
+    kwin.setProcessEnvironment(env);
+    kwin.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    kwin.setStandardOutputFile(QProcess::nullDevice());
+    test::leash(kwin);
+    kwin.start(dir.filePath("kwin_wayland"), {"--virtual", "--no-lockscreen", "--socket", kSocket,
+                                              "--width", "640", "--height", "480"});
+    // KWin takes its name before it registers its objects.
+    ASSERT_TRUE(waitFor([] { return isScriptLoaded("none").type() == QDBusMessage::ReplyMessage; }))
+        << "kwin_wayland did not answer on the bus";
+    // Tappix and the windows of apps of their own in the Wayland session KWin leads.
+    env.insert("WAYLAND_DISPLAY", kSocket);
+    env.insert("QT_QPA_PLATFORM", "wayland");
+    qputenv("WAYLAND_DISPLAY", kSocket);
+    qputenv("XDG_RUNTIME_DIR", dir.path().toLocal8Bit());
+    QProcess notes, scratchpad;
+    const auto show = [&](QProcess& window, const QString& appId) {
+        test::leash(window);
+        window.setProcessEnvironment(env);
+        window.setProcessChannelMode(QProcess::ForwardedChannels);
+        window.start(TAPPIX_WAYLAND_WINDOW_PATH, {appId});
+    };
 
     auto source = makeFocusSource();
     auto* kwinSource = dynamic_cast<KWinFocusSource*>(source.get());
     ASSERT_NE(kwinSource, nullptr) << source->unavailableReason().toStdString();
     EXPECT_EQ(source->unavailableReason(), QString());
     const QString plugin = kwinSource->pluginName();
-    EXPECT_TRUE(scriptLoaded(plugin));
+    EXPECT_TRUE(isScriptLoaded(plugin).arguments().value(0).toBool());
 
     // An app with a desktop file, known by the id its window gives.
-    QProcess& notes = kwin.window(QStringLiteral("org.example.Notes"));
+    show(notes, "org.example.Notes");
     ASSERT_TRUE(waitFor([&] { return source->focused().has_value(); }));
     EXPECT_EQ(source->focused()->app,
               (AppIdentity{"org.example.Notes", "Quiet Notes", "notes-icon"}));
@@ -154,7 +100,7 @@ TEST(KWinFocus, FollowsTheAppInFrontAndItsFullScreenUntilKWinGoes) {
     ASSERT_TRUE(waitFor([&] { return source->focused()->fullScreen; }));
 
     // A second app without a desktop file comes in front: known by its own id.
-    kwin.window(QStringLiteral("scratchpad"));
+    show(scratchpad, "scratchpad");
     ASSERT_TRUE(waitFor([&] { return source->focused()->app.id == "scratchpad"; }));
     EXPECT_EQ(source->focused()->app, (AppIdentity{"scratchpad", "scratchpad", "scratchpad"}));
     EXPECT_FALSE(source->focused()->fullScreen);
@@ -179,13 +125,13 @@ TEST(KWinFocus, FollowsTheAppInFrontAndItsFullScreenUntilKWinGoes) {
 
     // Going, the source takes its script out of KWin.
     source.reset();
-    EXPECT_FALSE(scriptLoaded(plugin));
+    EXPECT_FALSE(isScriptLoaded(plugin).arguments().value(0).toBool());
 
     // KWin ends under a running source: nothing in front, and the reason.
     source = makeFocusSource();
     ASSERT_NE(dynamic_cast<KWinFocusSource*>(source.get()), nullptr);
     ASSERT_TRUE(waitFor([&] { return source->focused().has_value(); }));
-    kwin.quit();
+    kwin.terminate();
     ASSERT_TRUE(waitFor([&] { return !source->unavailableReason().isEmpty(); }));
     EXPECT_FALSE(source->focused());
     source.reset();

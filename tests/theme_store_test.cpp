@@ -11,20 +11,13 @@
 
 using namespace tappix;
 
-TEST(Themes, BuiltInsAreCompleteAndWellFormed) {
-    const auto& palettes = ThemePalette::builtIns();
-    ASSERT_EQ(palettes.size(), 13u);
-    EXPECT_EQ(palettes.front().id, QStringLiteral("mono"));
-    EXPECT_EQ(palettes.back().id, QStringLiteral("milk"));
-    int light = 0;
-    for (const ThemePalette& p : palettes) {
+// Each built-in palette is six accents and colours in canonical form, its derived
+// colours between its background and its text.
+TEST(Themes, BuiltInsAreWellFormed) {
+    for (const ThemePalette& p : ThemePalette::builtIns()) {
         EXPECT_EQ(p.accents.size(), 6) << p.id.toStdString();
-        for (const QString& colour : QStringList{p.background, p.text, p.onAccent} + p.accents) {
-            ASSERT_TRUE(Rgb::parse(colour)) << colour.toStdString();
-            EXPECT_EQ(Rgb::parse(colour)->toHex(), colour);
-        }
-        light += p.isLight();
-        // Derived colours sit between background and text.
+        for (const QString& colour : QStringList{p.background, p.text, p.onAccent} + p.accents)
+            EXPECT_EQ(Rgb::parse(colour).value_or(Rgb{}).toHex(), colour);
         const double bg = Rgb::parse(p.background)->luminance();
         const double card = Rgb::parse(p.card())->luminance();
         const double muted = Rgb::parse(p.mutedText())->luminance();
@@ -33,13 +26,6 @@ TEST(Themes, BuiltInsAreCompleteAndWellFormed) {
                     (bg > card && card > muted && muted > text))
             << p.id.toStdString();
     }
-    EXPECT_EQ(light, 2);
-}
-
-TEST(Themes, LuminanceRuleForTextOnAccents) {
-    EXPECT_EQ(ThemePalette::onAccentFor(QStringLiteral("#FFFFFF")), QStringLiteral("#141210"));
-    EXPECT_EQ(ThemePalette::onAccentFor(QStringLiteral("#000000")), QStringLiteral("#FBF7EF"));
-    EXPECT_EQ(ThemePalette::onAccentFor(QStringLiteral("nonsense")), QStringLiteral("#FBF7EF"));
 }
 
 // Each row's steps act on one store; the palette in force (selection, background, accent,

@@ -1,10 +1,20 @@
+// The update check: its schedule and what each feed answer tells, with canned answers;
+// then the real fetcher against an HTTPS server on 127.0.0.1 (support/https_feed_server.py)
+// with a throwaway certificate made by openssl.
+
 #include "monitors/appcast.h"
 #include "monitors/update_checker.h"
+#include "platform/network/https_feed_fetcher.h"
 
 #include "settings/json_file_preferences.h"
+#include "support/leash.h"
 #include "support/stand_in_app.h"
 
 #include <gtest/gtest.h>
+
+#include <QProcess>
+#include <QSslCertificate>
+#include <QTcpServer>
 
 using namespace tappix;
 using namespace std::chrono_literals;
@@ -38,20 +48,25 @@ struct CannedFetcher final : FeedFetcher {
     }
 };
 
+/// A 1.2.0 build checking `url` through `fetcher`.
 struct Checker {
+    explicit Checker(FeedFetcher& fetcher,
+                     QUrl url = QUrl(QStringLiteral("https://example.test/appcast.xml")))
+        : checker(settings, fetcher, notes, time, std::move(url), QStringLiteral("1.2.0")) {}
     test::FakeTime time;
     test::TempPrefs file;
     JsonFilePreferences prefs{file.path, time};
     SettingsStore settings{prefs, time};
-    CannedFetcher fetcher;
     test::RecordingNotifier notes;
-    UpdateChecker checker{settings,
-                          fetcher,
-                          notes,
-                          time,
-                          QUrl(QStringLiteral("https://example.test/appcast.xml")),
-                          QStringLiteral("1.2.0")};
+    UpdateChecker checker;
 };
+
+/// Update-check warnings logged while the test runs.
+QStringList warnings;
+void recordWarnings(QtMsgType type, const QMessageLogContext& context, const QString& message) {
+    if (type == QtWarningMsg && QByteArray(context.category) == "app.morvane.tappix.app")
+        warnings.push_back(message);
+}
 
 } // namespace
 
@@ -68,121 +83,169 @@ TEST(Appcast, VersionsCompareNumericallyPartByPart) {
     }
 }
 
-TEST(Appcast, TakesTheNewestItemAndRefusesWhatIsNotAFeed) {
-    QString error;
-    const auto newest = AppcastRelease::newestIn(feed({"1.2.0", "1.10.0", "1.9.3"}), error);
-    ASSERT_TRUE(newest) << error.toStdString();
-    EXPECT_EQ(newest->version, "1.10.0");
-    EXPECT_EQ(newest->title, "Tappix 1.10.0");
-    EXPECT_EQ(newest->link, "https://example.test/notes/1.10.0");
-
-    for (const QByteArray& bad : {QByteArray("<rss><channel><item>"), QByteArray("{\"json\":1}"),
-                                  QByteArray("<html><body>hi</body></html>"),
-                                  QByteArray("<rss><channel><item><title>x</title></item>"
-                                             "</channel></rss>")}) {
-        error.clear();
-        EXPECT_FALSE(AppcastRelease::newestIn(bad, error)) << bad.constData();
-        EXPECT_FALSE(error.isEmpty()) << bad.constData();
-    }
-}
-
 TEST(UpdateChecker, ChecksAMinuteAfterStartThenDailyWhileSwitchedOn) {
-    Checker c;
+    CannedFetcher fetcher;
+    Checker c(fetcher);
     c.checker.start();
     c.time.advance(59s);
-    EXPECT_EQ(c.fetcher.fetches, 0);
+    EXPECT_EQ(fetcher.fetches, 0);
     c.time.advance(1s);
-    EXPECT_EQ(c.fetcher.fetches, 1);
-    c.fetcher.answer(feed({"1.0.0"}));
+    EXPECT_EQ(fetcher.fetches, 1);
+    fetcher.answer(feed({"1.0.0"}));
     c.time.advance(24h);
-    EXPECT_EQ(c.fetcher.fetches, 2);
-    c.fetcher.answer(feed({"1.0.0"}));
+    EXPECT_EQ(fetcher.fetches, 2);
+    fetcher.answer(feed({"1.0.0"}));
 
     c.settings.setAutomaticUpdateChecks(false);
     c.time.advance(72h);
-    EXPECT_EQ(c.fetcher.fetches, 2);
+    EXPECT_EQ(fetcher.fetches, 2);
     c.checker.checkNow(); // "Check Now" works with the switch off
-    EXPECT_EQ(c.fetcher.fetches, 3);
     c.checker.checkNow(); // ignored while one runs
-    EXPECT_EQ(c.fetcher.fetches, 3);
-    c.fetcher.answer(feed({"1.0.0"}));
+    EXPECT_EQ(fetcher.fetches, 3);
+    fetcher.answer(feed({"1.0.0"}));
 
     c.settings.setAutomaticUpdateChecks(true);
     c.time.advance(1min);
-    EXPECT_EQ(c.fetcher.fetches, 4);
+    EXPECT_EQ(fetcher.fetches, 4);
 }
 
-TEST(UpdateChecker, AnnouncesANewerVersionOnceAndNothingElse) {
-    Checker c;
-    // Older and equal versions, failures and malformed feeds say nothing.
-    c.checker.checkNow();
-    c.fetcher.answer(feed({"1.1.9", "1.2.0"}));
-    c.checker.checkNow();
-    c.fetcher.answer(std::nullopt, QStringLiteral("Host unreachable"));
-    EXPECT_EQ(c.checker.lastError(), "Host unreachable");
-    c.checker.checkNow();
-    c.fetcher.answer(QByteArray("<rss><channel><item>"));
-    EXPECT_FALSE(c.checker.lastError().isEmpty());
-    EXPECT_TRUE(c.notes.posted.empty());
-    EXPECT_FALSE(c.checker.updateAvailable());
-
-    c.checker.checkNow();
-    c.fetcher.answer(feed({"1.2.0", "1.3.0"}));
-    EXPECT_TRUE(c.checker.updateAvailable());
-    EXPECT_TRUE(c.checker.lastError().isEmpty());
-    EXPECT_EQ(c.checker.latestVersion(), "1.3.0");
-    EXPECT_EQ(c.checker.latestLink(), "https://example.test/notes/1.3.0");
-    ASSERT_EQ(c.notes.posted.size(), 1u);
-    EXPECT_EQ(c.notes.posted[0], "tappix.update|Tappix 1.3.0 is available|You have 1.2.0. Read "
-                                 "about it at https://example.test/notes/1.3.0");
-    c.checker.checkNow();
-    c.fetcher.answer(feed({"1.3.0"}));
-    EXPECT_EQ(c.notes.posted.size(), 1u);
-    c.checker.checkNow();
-    c.fetcher.answer(feed({"1.4.0"}));
-    EXPECT_EQ(c.notes.posted.size(), 2u);
-}
-
-// Asked from the tray, where no window shows the answer, every outcome is told, in one
-// notification that "Checking for updates…" opens and the answer replaces.
-TEST(UpdateChecker, ACheckAskedToReportTellsEveryOutcome) {
-    struct Case {
-        const char* name;
+// One checker through a run of answers: a newer version is announced once, and nothing
+// else, unless the check was asked from the tray (where no window shows the answer):
+// then "Checking for updates…" opens and the answer is told, whatever it is.
+TEST(UpdateChecker, WhatEachAnswerTells) {
+    const QString checking = "Checking for updates…|You have Tappix 1.2.0.";
+    const auto newer = [](const QString& v) {
+        return "Tappix " + v + " is available|You have 1.2.0. Read about it at " +
+               "https://example.test/notes/" + v;
+    };
+    const struct {
         std::optional<QByteArray> body;
         const char* error;
-        const char* told;
+        bool asked;
+        std::vector<QString> told; // each a beginning
+        const char* lastError;     // a part of it; null: none
+    } cases[] = {
+        {feed({"1.1.9", "1.2.0"}), "", false, {}, nullptr},
+        {std::nullopt, "Host unreachable", false, {}, "Host unreachable"},
+        {"<rss><channel><item>", "", false, {}, ""},
+        {"{\"json\":1}", "", false, {}, ""},
+        {"<rss><channel><item><title>x</title></item></channel></rss>", "", false, {}, ""},
+        {feed({"1.2.0", "1.10.0", "1.9.3"}), "", false, {newer("1.10.0")}, nullptr},
+        {feed({"1.10.0"}), "", false, {}, nullptr},
+        {feed({"1.11.0"}), "", false, {newer("1.11.0")}, nullptr},
+        {feed({"1.2.0"}),
+         "",
+         true,
+         {checking, "Tappix is up to date|1.2.0 is the newest"},
+         nullptr},
+        {std::nullopt,
+         "Refused",
+         true,
+         {checking, "Couldn't check for updates|Refused."},
+         "Refused"},
+        {"{}", "", true, {checking, "Couldn't check for updates|"}, ""},
+        {feed({"1.11.0"}), "", true, {checking, newer("1.11.0")}, nullptr},
     };
-    const Case cases[] = {
-        {"up to date", feed({"1.2.0"}), "", "Tappix is up to date|1.2.0 is the newest version."},
-        {"unreachable", std::nullopt, "Connection refused",
-         "Couldn't check for updates|Connection refused."},
-        {"not a feed", QByteArray("{}"), "", "Couldn't check for updates|"},
-        {"newer, told again though announced before", feed({"1.3.0"}), "",
-         "Tappix 1.3.0 is available|You have 1.2.0. Read about it at "
-         "https://example.test/notes/1.3.0"},
-    };
-    Checker c;
-    c.checker.checkNow();
-    c.fetcher.answer(feed({"1.3.0"}));
-    for (const Case& test : cases) {
-        SCOPED_TRACE(test.name);
+    CannedFetcher fetcher;
+    Checker c(fetcher);
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.body ? row.body->right(60).toStdString() : row.error);
         c.notes.posted.clear();
         c.checker.checkNow();
-        // A check already running is not repeated; its answer is told.
-        c.checker.checkNow(UpdateChecker::Report::everyOutcome);
-        EXPECT_EQ(c.fetcher.waiting.size(), 1u);
-        c.fetcher.answer(test.body, test.error);
-        ASSERT_EQ(c.notes.posted.size(), 2u);
-        EXPECT_EQ(c.notes.posted[0], "tappix.update|Checking for updates…|You have Tappix 1.2.0.");
-        EXPECT_TRUE(c.notes.posted[1].startsWith(QStringLiteral("tappix.update|") + test.told))
-            << c.notes.posted[1].toStdString();
+        if (row.asked) // a check already running is not repeated; its answer is told
+            c.checker.checkNow(UpdateChecker::Report::everyOutcome);
+        EXPECT_EQ(fetcher.waiting.size(), 1u);
+        fetcher.answer(row.body, row.error);
+        ASSERT_EQ(c.notes.posted.size(), row.told.size());
+        for (std::size_t i = 0; i < row.told.size(); ++i)
+            EXPECT_TRUE(c.notes.posted[i].startsWith("tappix.update|" + row.told[i]))
+                << c.notes.posted[i].toStdString();
+        const QString lastError = c.checker.lastError();
+        EXPECT_TRUE(row.lastError ? !lastError.isEmpty() && lastError.contains(row.lastError)
+                                  : lastError.isEmpty())
+            << lastError.toStdString();
     }
+    EXPECT_EQ(c.checker.latestVersion(), "1.11.0");
+    EXPECT_EQ(c.checker.latestLink(), "https://example.test/notes/1.11.0");
 }
 
 TEST(UpdateChecker, AnAnswerAfterTheCheckerIsGoneIsDropped) {
-    auto c = std::make_unique<Checker>();
+    CannedFetcher fetcher;
+    auto c = std::make_unique<Checker>(fetcher);
     c->checker.checkNow();
-    auto late = std::move(c->fetcher.waiting.front());
+    auto late = std::move(fetcher.waiting.front());
     c.reset();
     late(feed({"9.0"}), {}); // must not touch the destroyed checker
+}
+
+// Each failure gives one log line naming it, no notification and a reason the About
+// page can show.
+TEST(UpdateChecker, OverHttpsEachFailureIsLoggedOnce) {
+    test::app();
+    QTemporaryDir dir;
+    // A certificate for 127.0.0.1 that is its own authority.
+    QProcess openssl;
+    openssl.setWorkingDirectory(dir.path());
+    openssl.setProcessChannelMode(QProcess::MergedChannels);
+    openssl.start("openssl",
+                  {"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1",
+                   "-nodes", "-days", "2", "-keyout", "server.key", "-out", "server.pem", "-subj",
+                   "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1"});
+    ASSERT_TRUE(openssl.waitForFinished(60000) && openssl.exitCode() == 0)
+        << openssl.readAll().toStdString();
+    QDir(dir.path()).mkdir("www");
+    for (const auto& [name, bytes] :
+         {std::pair{"newer.xml", feed({"1.3.0"})},
+          std::pair{"malformed.xml", QByteArray("<rss><channel><item><title>Tappix 9.0")},
+          std::pair{"huge.xml", QByteArray(2 << 20, ' ') + feed({"1.3.0"})}}) {
+        QFile file(dir.filePath("www/") + name);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(bytes);
+    }
+    QProcess server;
+    test::leash(server);
+    server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    server.start("/usr/bin/python3",
+                 {TAPPIX_TEST_SOURCE_DIR "/support/https_feed_server.py", "serve",
+                  dir.filePath("server.pem"), dir.filePath("server.key"), dir.filePath("www")});
+    ASSERT_TRUE(server.waitForReadyRead(10000));
+    const QString at = "https://127.0.0.1:" + server.readLine().trimmed() + "/";
+    QTcpServer silent; // takes connections and never answers
+    ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
+    qInstallMessageHandler(recordWarnings);
+
+    const auto authority = QSslCertificate::fromPath(dir.filePath("server.pem"), QSsl::Pem);
+    const int standard = HttpsFeedFetcher::kTimeoutMs;
+    const struct {
+        QString url;
+        bool trusted;
+        int timeoutMs;
+        const char* error; // none: the check succeeds
+    } cases[] = {
+        {at + "newer.xml", true, standard, nullptr},
+        {at + "newer.xml", false, standard, "SSL"}, // an authority not trusted
+        {at + "malformed.xml", true, standard, ""},
+        {at + "gone.xml", true, standard, "the server answered 404"},
+        {at + "huge.xml", true, standard, "the feed is larger than 1 MB"},
+        {QString("https://127.0.0.1:%1/newer.xml").arg(silent.serverPort()), true, 300,
+         "the server sent nothing for 0.3 s"},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.url.toStdString() + (row.trusted ? "" : " untrusted"));
+        warnings.clear();
+        HttpsFeedFetcher fetcher(row.trusted ? authority : QList<QSslCertificate>{}, row.timeoutMs);
+        Checker c(fetcher, QUrl(row.url));
+        c.checker.checkNow();
+        // A guard against a hang, not a measurement: every case ends well before it.
+        ASSERT_TRUE(test::waitFor([&] { return !c.checker.isChecking(); }, 30000));
+        EXPECT_EQ(c.notes.posted.size(), row.error ? 0u : 1u);
+        EXPECT_EQ(c.checker.latestVersion(), row.error ? "" : "1.3.0");
+        EXPECT_EQ(warnings.size(), row.error ? 1 : 0) << qPrintable(warnings.join('\n'));
+        const QString lastError = c.checker.lastError();
+        EXPECT_TRUE(row.error ? !lastError.isEmpty() && lastError.contains(row.error) &&
+                                    warnings.value(0).startsWith("update check failed: ")
+                              : lastError.isEmpty())
+            << qPrintable(lastError + '\n' + warnings.join('\n'));
+    }
+    qInstallMessageHandler(nullptr);
 }

@@ -2,9 +2,10 @@
 
 #include "input/key_event_service.h"
 
+#include <chrono>
 #include <mutex>
-#include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace tappix::test {
@@ -25,6 +26,24 @@ public:
     std::vector<std::string> take() {
         std::lock_guard lock(mutex_);
         return std::exchange(events_, {});
+    }
+
+    /// What `service`'s reader threads deliver until `count` events or five seconds, and
+    /// anything more in the next 100 ms (it shows up as a mismatch).
+    std::vector<std::string> collect(KeyEventService& service, std::size_t count) {
+        std::vector<std::string> events;
+        const auto pull = [&] {
+            service.drain();
+            for (auto& e : take())
+                events.push_back(std::move(e));
+        };
+        for (int i = 0; i < 500 && events.size() < count; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            pull();
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        pull();
+        return events;
     }
 
 private:
