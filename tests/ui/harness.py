@@ -361,11 +361,12 @@ class Session:
 
     def wait_for_log(self, fragment, timeout=10.0):
         def logged():
-            log = self.log()
-            if not self.running():
+            running, log = self.running(), self.log()
+            found = fragment.search(log) if isinstance(fragment, re.Pattern) else fragment in log
+            if not found and not running:
                 raise AssertionError("the application exited (%s) before logging %r" % (
                     self.process.returncode, fragment))
-            return fragment.search(log) if isinstance(fragment, re.Pattern) else fragment in log
+            return found
         return wait_until(logged, timeout, message="log line %r" % (fragment,))
 
     # -- accessibility
