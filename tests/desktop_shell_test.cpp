@@ -2,6 +2,7 @@
 // panel's sizes, every window loading without a QML warning, and the tray icon hidden.
 
 #include "audio/sound_engine.h"
+#include "input/key_codes.h"
 #include "settings/settings_page.h"
 #include "support/stand_in_app.h"
 #include "ui/desktop_shell.h"
@@ -192,8 +193,10 @@ TEST(MenuPanelModel, EachPageHasItsHeightAndMixesGrowTheirs) {
 
 TEST(DesktopShell, EveryWindowAndPageLoadsWithoutAWarning) {
     takeWarnings();
-    Harness run(windowed({{"themeID", "milk"}}));
+    Harness run(windowed({{"themeID", "milk"}, {"visualizerEnabled", true}}));
     DesktopShell& shell = *run.delegate->shell();
+    run.type({keys::a}); // the key-cast overlay
+    ASSERT_TRUE(shell.keyCastOverlay()->isVisible());
     run.delegate->showPanel();
     settle();
     ASSERT_TRUE(shell.menuBar().isPanelVisible());

@@ -10,9 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <QAbstractItemModelTester>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QRectF>
 #include <set>
 
@@ -22,29 +19,13 @@ using test::HarnessOptions;
 
 namespace {
 
-// A kit with its own Return and space sounds besides the default one.
-void writeKitWithSounds(const QString& directory, const QString& id, const QString& name) {
-    QDir().mkpath(directory + "/" + id + "/sounds");
-    QFile(directory + "/" + id + "/sounds/a.wav").open(QIODevice::WriteOnly);
-    const QJsonObject sound{{"down", QJsonArray{"a.wav"}}, {"up", QJsonArray{}}};
-    QFile manifest(directory + "/" + id + "/config.json");
-    manifest.open(QIODevice::WriteOnly);
-    manifest.write(
-        QJsonDocument(
-            QJsonObject{
-                {"id", id},
-                {"metadata", QJsonObject{{"name", name}, {"brand", "B"}, {"author", "A"}}},
-                {"license", QJsonObject{{"type", "t"}, {"url", "u"}}},
-                {"sounds", QJsonObject{{"default", sound}, {"enter", sound}, {"space", sound}}}})
-            .toJson());
-}
-
 HarnessOptions windowed(const QStringList& bundledKits = {}) {
     HarnessOptions options = test::windowed({{"selectedPackId", "click"}});
     options.addKits = [bundledKits](const QString& bundle, const QString&) {
         for (const QString& id : bundledKits)
             test::writeKit(bundle, id, id, "linear");
-        writeKitWithSounds(bundle, "multi", "Multi");
+        // A kit with its own Return and space sounds besides the default one.
+        test::writeKit(bundle, "multi", "Multi", {}, {"default", "enter", "space"});
     };
     return options;
 }

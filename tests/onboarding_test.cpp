@@ -1,8 +1,7 @@
-// The first-run window: the step it shows for where Tappix runs from and whether keys
-// can be heard, its commands, asking for the keyboards' group and starting again with
-// it, moving on by itself, and both ways of ending the first run. Pictures of each step
-// are taken by tests/ui/test_onboarding.py; the real group change, sg and the hand-over
-// by tests/ui/test_keyboard_access.py.
+// The first-run window: the step it shows for where Tappix runs from and whether keys can
+// be heard, its commands, asking for the keyboards' group and starting again with it,
+// moving on by itself, and both ways of ending the first run. The real group change, sg
+// and the hand-over are in tests/ui/test_keyboard_access.py.
 
 #include "support/stand_in_app.h"
 #include "ui/desktop_shell.h"
@@ -29,21 +28,9 @@ void settle() {
 }
 
 /// Pins where the program seems to run from, whatever folder the tests are built in.
-class RunsFrom {
-public:
-    explicit RunsFrom(const QString& path) : previous_(qgetenv("APPIMAGE")) {
-        qputenv("APPIMAGE", path.toUtf8());
-    }
-    ~RunsFrom() {
-        if (previous_.isEmpty())
-            qunsetenv("APPIMAGE");
-        else
-            qputenv("APPIMAGE", previous_);
-    }
-
-private:
-    QByteArray previous_;
-};
+void runFromHome() {
+    qputenv("APPIMAGE", "/opt/Tappix.AppImage");
+}
 
 /// A first launch: the welcome not seen yet, keys heard or not.
 HarnessOptions firstLaunch(bool captureIsPossible) {
@@ -127,7 +114,7 @@ TEST(OnboardingModel, WithoutAFileManagerTheFolderOpensAndTheCopiedNoteClearsOnR
 }
 
 TEST(Onboarding, TheWindowMovesOnByItselfOnceKeysCanBeHeard) {
-    RunsFrom home("/opt/Tappix.AppImage");
+    runFromHome();
     Harness run(firstLaunch(false));
     DesktopShell& shell = *run.delegate->shell();
     settle();
@@ -161,7 +148,7 @@ TEST(Onboarding, TheWindowMovesOnByItselfOnceKeysCanBeHeard) {
 
 // Done is pressed in tests/ui/test_onboarding.py; the close box ends the first run too.
 TEST(Onboarding, TheCloseBoxEndsTheFirstRun) {
-    RunsFrom home("/opt/Tappix.AppImage");
+    runFromHome();
     Harness run(firstLaunch(true));
     DesktopShell& shell = *run.delegate->shell();
     settle();
@@ -174,7 +161,7 @@ TEST(Onboarding, TheCloseBoxEndsTheFirstRun) {
 }
 
 TEST(Onboarding, AllowKeyboardAccessAsksOnceAndStartsTappixAgainWithTheGroup) {
-    RunsFrom home("/opt/Tappix.AppImage");
+    runFromHome();
     GroupSystem system;
     Harness run(system.launch());
     OnboardingModel& model = run.delegate->shell()->onboarding();
@@ -217,7 +204,7 @@ TEST(Onboarding, AllowKeyboardAccessAsksOnceAndStartsTappixAgainWithTheGroup) {
 // A member whose session started before joining, where starting again cannot help:
 // this Tappix was itself started that way, or cannot start one. The next login brings it.
 TEST(Onboarding, AMemberWhoseSessionPredatesTheGroupStartsAgainWithItOnlyOnce) {
-    RunsFrom home("/opt/Tappix.AppImage");
+    runFromHome();
     const struct {
         bool tookOver, startWorks;
         int starts;

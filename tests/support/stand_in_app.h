@@ -103,9 +103,10 @@ public:
     std::vector<QString> posted;
 };
 
-/// Writes a one-sample kit `id` into `directory`, on the shelf `family` when given.
+/// Writes a one-sample kit `id` into `directory`, on the shelf `family` when given, whose
+/// `sounds` (the default one, or Return's and the space bar's too) all play that sample.
 inline void writeKit(const QString& directory, const QString& id, const QString& name,
-                     const QString& family = {}) {
+                     const QString& family = {}, const QStringList& sounds = {"default"}) {
     QDir().mkpath(directory + "/" + id + "/sounds");
     QFile(directory + "/" + id + "/sounds/a.wav").open(QIODevice::WriteOnly);
     QFile manifest(directory + "/" + id + "/config.json");
@@ -113,12 +114,14 @@ inline void writeKit(const QString& directory, const QString& id, const QString&
     QJsonObject metadata{{"name", name}, {"brand", "B"}, {"author", "A"}};
     if (!family.isEmpty())
         metadata.insert("family", family);
-    const QJsonObject sounds{
-        {"default", QJsonObject{{"down", QJsonArray{"a.wav"}}, {"up", QJsonArray{}}}}};
+    QJsonObject soundsObject;
+    for (const QString& sound : sounds)
+        soundsObject.insert(sound,
+                            QJsonObject{{"down", QJsonArray{"a.wav"}}, {"up", QJsonArray{}}});
     manifest.write(QJsonDocument(QJsonObject{{"id", id},
                                              {"metadata", metadata},
                                              {"license", QJsonObject{{"type", "t"}, {"url", "u"}}},
-                                             {"sounds", sounds}})
+                                             {"sounds", soundsObject}})
                        .toJson());
 }
 

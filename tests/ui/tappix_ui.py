@@ -1,10 +1,6 @@
 #!/usr/bin/python3
-"""What the desktop test modules share: starting tappix the way a user's desktop
-would, its command line, kit names, sound measures, window closing and screenshots.
-
-    session = tappix_ui.start(self, {"volume": 0.8})   # closed by the test's cleanup
-    panel = tappix_ui.open_panel(self, session)
-"""
+"""What the desktop test modules share: starting tappix as a user's desktop would, its
+command line, kit names, sound measures, windows and screenshots."""
 
 import json
 import os
@@ -45,12 +41,9 @@ COUNTERS = {
 def start(test, preferences=None, login_start=True, tray=True, env=None, before_launch=None,
           hears_keys=True, welcome_seen=True):
     """Starts a session running tappix, closed by `test`'s cleanup (a TestCase or, from
-    setUpClass, its class): the one way the desktop tests start it.
-
-    login_start: an autostart entry present, so tappix starts quietly in the tray as it
-    does at login; otherwise it starts as by hand and shows a window.
-    welcome_seen: the first-run window already seen. hears_keys: wait for key capture.
-    before_launch: called with the session once its folders exist, before tappix runs."""
+    setUpClass, its class). login_start: an autostart entry present, so tappix starts
+    quietly as at login, not as by hand with a window. hears_keys: waits for key capture.
+    before_launch(session) runs once its folders exist."""
     session = harness.Session(tray=tray, env=env)
     (test.addClassCleanup if isinstance(test, type) else test.addCleanup)(session.close)
     try:
@@ -86,8 +79,6 @@ def cli_ok(test, session, *args):
                                                               done.stderr))
     return done
 
-
-# ---- windows -------------------------------------------------------------------
 
 def panel(session, timeout=10):
     return session.window(PANEL, timeout=timeout)
@@ -192,8 +183,6 @@ class FileManager:
         self.stop = harness.BusThread(setup, "file-manager").stop
 
 
-# ---- kits ----------------------------------------------------------------------
-
 def kit_name(session, kit_id):
     """A bundled kit's display name, from its config.json next to the program."""
     path = os.path.join(os.path.dirname(session.program), "share", "tappix", "Soundpacks",
@@ -201,8 +190,6 @@ def kit_name(session, kit_id):
     with open(path, encoding="utf-8") as f:
         return json.load(f)["metadata"]["name"]
 
-
-# ---- sound ---------------------------------------------------------------------
 
 def type_keys(session):
     """Taps TYPED_KEYS with room between them for each sound."""
@@ -222,7 +209,7 @@ def wait_for_quiet(session, timeout=10):
 def brightness(recording):
     """Zero crossings per second over the samples that carry sound: a rough measure of
     where a sound's energy sits (a click crosses far more often than a thud)."""
-    samples = recording.samples()
+    samples = recording.samples
     mono = [samples[i] + samples[i + 1] for i in range(0, len(samples) - 1, 2)]
     floor = 0.01 * 65536
     crossings = loud = 0
@@ -237,11 +224,8 @@ def brightness(recording):
     return crossings * harness.SAMPLE_RATE / loud if loud else 0.0
 
 
-# ---- screenshots -------------------------------------------------------------------
-
 def screenshot(session, name):
-    """Saves the screen as NAME.png under $TAPPIX_UI_ARTIFACTS, for a person to look at;
-    returns the path, or None without that folder."""
+    """Saves the screen as NAME.png under $TAPPIX_UI_ARTIFACTS for a person to look at."""
     folder = os.environ.get("TAPPIX_UI_ARTIFACTS")
     if not folder:
         return None
@@ -251,14 +235,7 @@ def screenshot(session, name):
     return session.screenshot(os.path.join(folder, name + ".png"))
 
 
-# ---- exit ----------------------------------------------------------------------------
-
 def assert_exits_cleanly(test, session, timeout=15):
-    """Waits for tappix to end by itself and checks it ended with 0, saying in the
-    failure whether a sanitizer's report at exit is what changed the code."""
-    code = session.wait_for_exit(timeout)
-    if code != 0:
-        log = session.log()
-        summary = [line for line in log.splitlines() if line.startswith("SUMMARY:")]
-        test.fail("tappix exited with %s%s; full log: %s" % (
-            code, " after: %s" % summary[-1] if summary else "", session.log_path))
+    """Waits for tappix to end by itself and checks it ended with 0 (a sanitizer's report
+    at exit changes the code)."""
+    test.assertEqual(session.wait_for_exit(timeout), 0, session.log()[-3000:])

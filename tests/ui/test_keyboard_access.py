@@ -1,20 +1,18 @@
 #!/usr/bin/python3
 """Keyboard access in one click, as a new user of this machine meets it.
 
-As root: makes a user and a group of its own, and, in a private mount namespace, a
-stand-in keyboard: /dev/input/event0 owned by the group with mode 0660, which the kernel's
-list under /sys/class/input calls a keyboard (letters and Space). pkexec is a stand-in
-that hands the command Tappix gives it to this process, which checks it is exactly
-`gpasswd -a USER GROUP` and runs it for real when the session says the password was
-given. sg is the real one. The user's desktop session, Tappix and the screen reader run as
-that user in keyboard_access_session.py; its screenshots land with the others.
-
-Skipped unless root: only root can make users and groups."""
+As root (skipped otherwise: only root makes users and groups), AsANewUser makes a user, a
+group, and in a private mount namespace a stand-in keyboard readable by that group; pkexec
+is a stand-in that hands its command to the root test, which runs it for real. This module
+then runs again as the user, under a session bus of its own, where UserSession drives it."""
 
 import glob
+import grp
 import os
 import pwd
+import shlex
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -22,18 +20,23 @@ import threading
 import time
 import unittest
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-# Q 16, A 30, Z 44 and Space 57: a keyboard by the kernel's account.
-KEYBOARD_KEYS = "200100040010000"
+import tappix_ui as ui
 
-# Runs as root inside the new mount namespace, then becomes the user.
+HERE = os.path.dirname(os.path.abspath(__file__))
+GROUP = os.environ.get("TAPPIX_ACCESS_GROUP", "")
+SPOOL = os.environ.get("TAPPIX_ACCESS_SPOOL", "")
+WELCOME = "Welcome to Tappix"
+ALLOW = "Allow Keyboard Access…"
+
+# Runs as root inside the new mount namespace, then becomes the user. /dev/input may not
+# exist (a container): an overlay adds it for this namespace only. Q, A, Z and Space make
+# the node a keyboard by the kernel's account.
 NAMESPACE_SETUP = r"""
 set -e
 ns=$1 group=$2 build=$3 ui=$4; shift 4
 mount -t tmpfs tmpfs "$ns"
 mkdir "$ns/upper" "$ns/work" "$ns/dev"
 mount --rbind /dev "$ns/dev"
-# /dev/input may not exist here (a container): an overlay adds it for this namespace only.
 mount -t overlay overlay -o "lowerdir=/dev,upperdir=$ns/upper,workdir=$ns/work" /dev
 for sub in pts shm mqueue hugepages; do
     if mountpoint -q "$ns/dev/$sub"; then mount --rbind "$ns/dev/$sub" "/dev/$sub"; fi
@@ -43,8 +46,7 @@ mount -t tmpfs -o mode=0755 tmpfs /dev/input
 install -m 0660 -o root -g "$group" /dev/null /dev/input/event0
 mount -t tmpfs tmpfs /sys/class/input
 mkdir -p /sys/class/input/event0/device/capabilities
-echo "$KEYBOARD_KEYS" > /sys/class/input/event0/device/capabilities/key
-# The build tree and these scripts where the user can reach them, wherever the clone is.
+echo 200100040010000 > /sys/class/input/event0/device/capabilities/key
 mount -t tmpfs -o mode=0755 tmpfs /mnt
 mkdir /mnt/build /mnt/ui
 mount --bind "$build" /mnt/build
@@ -52,155 +54,207 @@ mount --bind "$ui" /mnt/ui
 exec "$@"
 """
 
-# Stands in for pkexec: hands its command line to the root test and answers as pkexec does.
+# Stands in for pkexec: leaves its command line in the spool and answers as root says.
 PKEXEC = r"""#!/bin/sh
 spool=%s
-id=$$
-printf '%%s\n' "$@" > "$spool/request-$id.tmp"
-mv "$spool/request-$id.tmp" "$spool/request-$id"
-while [ ! -e "$spool/answer-$id" ]; do sleep 0.05; done
-tail -n +2 "$spool/answer-$id" >&2
-code=$(head -n 1 "$spool/answer-$id")
-rm -f "$spool/answer-$id"
+printf '%%s\n' "$@" > "$spool/request.tmp" && mv "$spool/request.tmp" "$spool/request"
+while [ ! -e "$spool/answer" ]; do sleep 0.05; done
+tail -n +2 "$spool/answer" >&2
+code=$(head -n 1 "$spool/answer")
+rm -f "$spool/answer"
 exit "$code"
 """
 
-
-class Root(threading.Thread):
-    """What root does for the session: answers the stand-in pkexec as planned (running
-    the group change for real when the password is "given"), and joins or leaves the
-    group on request, as the user would in a terminal."""
-
-    def __init__(self, spool, user, group):
-        super().__init__(name="root", daemon=True)
-        self.spool, self.user, self.group = spool, user, group
-        self.asked = []         # every command line pkexec was given
-        self.wrong = []         # those that were not exactly the one group change
-        self.stopping = threading.Event()
-
-    def gpasswd(self, flag):
-        done = subprocess.run(["gpasswd", flag, self.user, self.group], capture_output=True,
-                              text=True, timeout=30)
-        return done.returncode, done.stderr
-
-    def path(self, name):
-        return os.path.join(self.spool, name)
-
-    def take(self, name):
-        try:
-            with open(self.path(name)) as f:
-                text = f.read()
-        except FileNotFoundError:
-            return None
-        os.unlink(self.path(name))
-        return text
-
-    def answer(self, ident, code, said=""):
-        with open(self.path("answer-%s.tmp" % ident), "w") as f:
-            f.write("%d\n%s" % (code, said))
-        os.rename(self.path("answer-%s.tmp" % ident), self.path("answer-" + ident))
-
-    def run(self):
-        while not self.stopping.wait(0.05):
-            for command, flag in (("join", "-a"), ("leave", "-d")):
-                if self.take(command) is not None:
-                    self.gpasswd(flag)
-                    open(self.path(command + "-done"), "w").close()
-            for request in sorted(glob.glob(self.path("request-*[0-9]"))):
-                args = open(request).read().splitlines()
-                ident = request.rsplit("-", 1)[1]
-                if not self.asked or self.asked[-1][0] != ident:
-                    self.asked.append((ident, args))
-                if (len(args) != 4 or not os.path.isabs(args[0])
-                        or os.path.basename(args[0]) != "gpasswd"
-                        or args[1:] != ["-a", self.user, self.group]):
-                    self.wrong.append(args)
-                    os.unlink(request)
-                    self.answer(ident, 127, "Not authorized")
-                    continue
-                plan = self.take("plan")
-                if plan is None:
-                    continue  # the prompt stays open until the session says how it ends
-                os.unlink(request)
-                if plan == "real":
-                    code, said = self.gpasswd("-a")
-                else:
-                    code, _, said = plan.partition("\n")
-                    code = int(code)
-                self.answer(ident, code, said)
+# How a password prompt ends without the change (pkexec's exit code and words) and the
+# line the window then shows.
+REFUSALS = [("126\nError executing command as another user: Request dismissed",
+             "You closed the password prompt. Nothing was changed."),
+            ("127\nError executing command as another user: No authentication agent found.",
+             "No password prompt can open here: use the command instead.")]
 
 
 @unittest.skipUnless(os.geteuid() == 0, "makes a user and a group: needs root")
-class KeyboardAccessAsAUser(unittest.TestCase):
-
-    def setUp(self):
-        tag = "%d" % (os.getpid() % 100000)
-        self.user, self.group = "tappixu" + tag, "tappixk" + tag
-        self.root = tempfile.mkdtemp(prefix="tappix-access-")
-        os.chmod(self.root, 0o755)
-        self.addCleanup(shutil.rmtree, self.root, True)
-        subprocess.run(["groupadd", self.group], check=True)
-        self.addCleanup(subprocess.run, ["groupdel", self.group])
-        self.home = os.path.join(self.root, "home")
-        subprocess.run(["useradd", "--user-group", "--no-create-home", "--home-dir", self.home,
-                        "--shell", "/usr/sbin/nologin", self.user], check=True)
-        self.addCleanup(subprocess.run, ["userdel", self.user])
-        self.addCleanup(self.end_user_processes)
-        account = pwd.getpwnam(self.user)
-        self.spool = os.path.join(self.root, "spool")
-        for folder in (self.home, self.spool, os.path.join(self.spool, "bin"),
-                       os.path.join(self.spool, "shots")):
-            os.makedirs(folder, exist_ok=True)
-            os.chown(folder, account.pw_uid, account.pw_gid)
-        pkexec = os.path.join(self.spool, "bin", "pkexec")
-        with open(pkexec, "w") as f:
-            f.write(PKEXEC % self.spool)
-        os.chmod(pkexec, 0o755)
-        os.makedirs(os.path.join(self.root, "ns"))
-
-    def end_user_processes(self):
-        uid = pwd.getpwnam(self.user).pw_uid
-        for entry in os.listdir("/proc"):
-            try:
-                if entry.isdigit() and os.stat("/proc/" + entry).st_uid == uid:
-                    os.kill(int(entry), 9)
-            except OSError:
-                continue
-        time.sleep(0.5)
+class AsANewUser(unittest.TestCase):
 
     def test_the_whole_path_as_a_new_user(self):
+        tag = "%d" % (os.getpid() % 100000)
+        user, group = "tappixu" + tag, "tappixk" + tag
+        root = tempfile.mkdtemp(prefix="tappix-access-")
+        os.chmod(root, 0o755)
+        self.addCleanup(shutil.rmtree, root, True)
+        subprocess.run(["groupadd", group], check=True)
+        self.addCleanup(subprocess.run, ["groupdel", group])
+        home, spool = os.path.join(root, "home"), os.path.join(root, "spool")
+        subprocess.run(["useradd", "--user-group", "--no-create-home", "--home-dir", home,
+                        "--shell", "/usr/sbin/nologin", user], check=True)
+        self.addCleanup(subprocess.run, ["userdel", user])
+        self.addCleanup(time.sleep, 0.5)  # for the user's processes to go
+        self.addCleanup(subprocess.run, ["pkill", "-KILL", "-U", user])
+        account = pwd.getpwnam(user)
+        for folder in (home, spool, spool + "/bin", spool + "/shots", root + "/ns"):
+            os.makedirs(folder, exist_ok=True)
+            os.chown(folder, account.pw_uid, account.pw_gid)
+        with open(spool + "/bin/pkexec", "w") as f:
+            f.write(PKEXEC % spool)
+        os.chmod(spool + "/bin/pkexec", 0o755)
+
+        # Root's side: each request must be exactly the one group change; it is answered
+        # as the session's plan says, "real" running it.
+        asked, wrong, stopping = [], [], threading.Event()
+        self.addCleanup(stopping.set)
+
+        def answer_requests():
+            while not stopping.wait(0.05):
+                if not (os.path.exists(spool + "/request") and os.path.exists(spool + "/plan")):
+                    continue
+                with open(spool + "/request") as f:
+                    args = f.read().splitlines()
+                with open(spool + "/plan") as f:
+                    plan = f.read()
+                os.unlink(spool + "/request")
+                os.unlink(spool + "/plan")
+                asked.append(args)
+                if (len(args) != 4 or os.path.basename(args[0]) != "gpasswd"
+                        or not os.path.isabs(args[0]) or args[1:] != ["-a", user, group]):
+                    wrong.append(args)
+                    plan = "127\nNot authorized"
+                elif plan == "real":
+                    done = subprocess.run(["gpasswd", "-a", user, group], capture_output=True,
+                                          text=True, timeout=30)
+                    plan = "%d\n%s" % (done.returncode, done.stderr)
+                with open(spool + "/answer.tmp", "w") as f:
+                    f.write(plan)
+                os.rename(spool + "/answer.tmp", spool + "/answer")
+        threading.Thread(target=answer_requests, daemon=True).start()
+
         program = os.environ["TAPPIX_PATH"]
-        root = Root(self.spool, self.user, self.group)
-        root.start()
-        self.addCleanup(root.stopping.set)
-        env = {
-            "PATH": os.path.join(self.spool, "bin") + ":/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin",
-            "HOME": self.home, "LANG": "C.UTF-8", "KEYBOARD_KEYS": KEYBOARD_KEYS,
-            "TAPPIX_PATH": "/mnt/build/" + os.path.basename(program),
-            "TAPPIX_UI_ARTIFACTS": os.path.join(self.spool, "shots"),
-            "TAPPIX_ACCESS_GROUP": self.group, "TAPPIX_ACCESS_SPOOL": self.spool,
-        }
-        for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TAPPIX_UI_KEEP"):
-            if name in os.environ:
-                env[name] = os.environ[name]
-        command = ["unshare", "--mount", "--propagation", "private", "--",
-                   "sh", "-c", NAMESPACE_SETUP, "setup", os.path.join(self.root, "ns"),
-                   self.group, os.path.dirname(program), HERE,
-                   "setpriv", "--reuid", self.user, "--regid", self.user, "--init-groups", "--",
-                   "dbus-run-session", "--", "/usr/bin/python3", "/mnt/ui/run_ui_tests.py",
-                   "/mnt/ui/keyboard_access_session.py"]
-        done = subprocess.run(command, env=env, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                              stderr=subprocess.STDOUT, text=True, timeout=600)
+        env = {"PATH": spool + "/bin:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin",
+               "HOME": home, "LANG": "C.UTF-8",
+               "TAPPIX_PATH": "/mnt/build/" + os.path.basename(program),
+               "TAPPIX_UI_ARTIFACTS": spool + "/shots",
+               "TAPPIX_ACCESS_GROUP": group, "TAPPIX_ACCESS_SPOOL": spool}
+        env.update({k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")})
+        done = subprocess.run(
+            ["unshare", "--mount", "--propagation", "private", "--", "sh", "-c",
+             NAMESPACE_SETUP, "setup", root + "/ns", group, os.path.dirname(program), HERE,
+             "setpriv", "--reuid", user, "--regid", user, "--init-groups", "--",
+             "dbus-run-session", "--", sys.executable, "/mnt/ui/run_ui_tests.py",
+             "/mnt/ui/test_keyboard_access.py"],
+            env=env, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+            text=True, timeout=600)
         sys.stdout.write(done.stdout)
-        artifacts = os.environ.get("TAPPIX_UI_ARTIFACTS")
-        if artifacts:
-            os.makedirs(artifacts, exist_ok=True)
-            for shot in glob.glob(os.path.join(self.spool, "shots", "*.png")):
-                shutil.copy(shot, artifacts)
-        self.assertEqual(done.returncode, 0, "the user's session failed (output above)")
-        self.assertIn("2 passed, 0 failed", done.stdout)
-        self.assertTrue(root.asked, "pkexec was never asked")
-        self.assertEqual(root.wrong, [], "asked for more than the one group change")
+        if os.environ.get("TAPPIX_UI_ARTIFACTS"):
+            for shot in glob.glob(spool + "/shots/*.png"):
+                shutil.copy(shot, os.environ["TAPPIX_UI_ARTIFACTS"])
+        self.assertIn("1 passed, 0 failed", done.stdout)
+        self.assertTrue(asked, "pkexec was never asked")
+        self.assertEqual(wrong, [], "asked for more than the one group change")
+
+
+class Adopted:
+    """The parts of subprocess.Popen the session uses, for the Tappix sg started."""
+
+    def __init__(self, pid):
+        self.pid, self.returncode = pid, None
+
+    def poll(self):
+        if self.returncode is None and not os.path.exists("/proc/%d" % self.pid):
+            self.returncode = 0
+        return self.returncode
+
+    def send_signal(self, sig):
+        os.kill(self.pid, sig)
+
+    def kill(self):
+        self.send_signal(signal.SIGKILL)
+
+    def wait(self, timeout=3600):
+        deadline = time.monotonic() + timeout
+        while self.poll() is None:
+            if time.monotonic() > deadline:
+                raise subprocess.TimeoutExpired("tappix", timeout)
+            time.sleep(0.05)
+        return self.returncode
+
+
+def tappix_processes(program):
+    found = []
+    for entry in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            if os.readlink("/proc/%s/exe" % entry) == program:
+                found.append(int(entry))
+        except OSError:
+            continue
+    return found
+
+
+def groups_of(pid):
+    """A process's primary group and its other groups, by number."""
+    with open("/proc/%d/status" % pid) as f:
+        status = dict(line.split(":", 1) for line in f if ":" in line)
+    return int(status["Gid"].split()[0]), {int(g) for g in status["Groups"].split()}
+
+
+def doctor(session, with_group=False):
+    """tappix-doctor's access line, run as this user (through sg with the group)."""
+    command = [os.path.join(os.path.dirname(session.program), "tappix-doctor")]
+    if with_group:
+        command = ["sg", GROUP, "-c", "exec " + shlex.quote(command[0])]
+    done = subprocess.run(command, env=session.app_env(), capture_output=True, text=True,
+                          timeout=60, stdin=subprocess.DEVNULL)
+    return next((line for line in done.stdout.splitlines() if line.startswith("access:")), "")
+
+
+@unittest.skipUnless(GROUP and SPOOL, "run by AsANewUser as a user of its own")
+class UserSession(unittest.TestCase):
+
+    def test_one_button_then_heard_at_once(self):
+        s = ui.start(self, {}, login_start=False, welcome_seen=False, hears_keys=False, env={
+            "XDG_SESSION_TYPE": "wayland", "WAYLAND_DISPLAY": "tappix-test-no-compositor"})
+        group = grp.getgrnam(GROUP)
+        window = s.window(WELCOME, timeout=20)
+        ui.label(s, "2.  Run  sudo usermod -aG %s $USER" % GROUP, root=window)
+        self.assertIn("access: not a member", doctor(s))
+
+        with self.subTest("the prompt closed, or none can open: the step stays, one line says so"):
+            for how, line in REFUSALS:
+                s.press(ui.button(s, ALLOW, window))
+                ui.label(s, "Waiting for your password…", root=window)
+                ui.screenshot(s, "onboarding-permission-asking-dark")
+                with open(SPOOL + "/plan", "w") as f:
+                    f.write(how)
+                ui.label(s, line, root=window)
+            self.assertNotIn(group.gr_gid, groups_of(s.process.pid)[1])
+
+        with self.subTest("the password given: a member, but not in this process"):
+            with open(SPOOL + "/plan", "w") as f:
+                f.write("real")
+            s.press(ui.button(s, ALLOW, window))
+            ui.label(s, "You're in the %s group now.\nTappix is starting again with it…" % GROUP,
+                     root=window, timeout=20)
+            ui.screenshot(s, "onboarding-restarting-dark")
+            self.assertIn("access: a member, but this session started before it", doctor(s))
+
+        with self.subTest("started again with the group, it took over and hears the keyboard"):
+            old = s.process.pid
+            self.assertEqual(s.wait_for_exit(30), 0, "the old Tappix quits for the new one")
+            s.wait_for_log("took over from the Tappix that started this one", timeout=30)
+            program = os.path.realpath(s.program)
+            (pid,) = [p for p in tappix_processes(program) if p != old]
+            s.process, s._app = Adopted(pid), None
+            primary, others = groups_of(pid)
+            self.assertEqual(primary, os.getgid(), "the user's own group stays the primary one")
+            self.assertIn(group.gr_gid, others)
+            ui.heading(s, "You're all set", s.window(WELCOME, timeout=30))
+            self.assertIn("access: readable", doctor(s, with_group=True))
+            ui.screenshot(s, "onboarding-ready-after-access-dark")
+
+        with self.subTest("the single instance went with it: a second launch reaches it"):
+            second = subprocess.run([s.program], env=s.app_env(), capture_output=True, text=True,
+                                    timeout=30, stdin=subprocess.DEVNULL)
+            self.assertEqual(second.returncode, 0, second.stderr)
+            ui.settings_window(s, timeout=20)
+            self.assertEqual(tappix_processes(program), [pid])
 
 
 if __name__ == "__main__":

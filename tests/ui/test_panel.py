@@ -6,6 +6,7 @@ import unittest
 
 import tappix_ui as ui
 
+
 class Panel(unittest.TestCase):
 
     @classmethod
@@ -121,12 +122,10 @@ class Panel(unittest.TestCase):
     def test_mix_rows_set_and_clear_the_mix(self):
         s = self.s
         self.press("Mix: Off")
-        off = ui.button(s, "Off — main kit only, chosen", self.panel)
+        ui.button(s, "Off — main kit only, chosen", self.panel)
         desk = ui.button(s, "Desk", self.panel)
-        quiet = ui.button(s, "Quiet", self.panel)
+        # The summary the list model makes reaches the row.
         self.assertEqual(desk.get_description(), "3 of 8 parts")
-        self.assertEqual(quiet.get_description(), "nothing changed")
-
         s.press(desk)
         s.wait_for_preference("activeMixId", "desk")
         ui.button(s, "Desk, chosen", self.panel)
@@ -139,7 +138,6 @@ class Panel(unittest.TestCase):
         s.wait_until(lambda: "activeMixId" not in s.preferences(), 10,
                      message="activeMixId to be removed")
         ui.button(s, "Off — main kit only, chosen", self.panel)
-        self.assertIsNotNone(off)
 
         self.press("Edit this mix")
         window = ui.settings_window(s)

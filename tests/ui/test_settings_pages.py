@@ -1,8 +1,7 @@
 #!/usr/bin/python3
 """The settings pages driven through their controls as a person would, and what the keys
-then sound like: a kit chosen from the keyboard, the tone pad, the output device, the
-login start, the shortcut recorder, a palette, a designed kit, and a mix that gives Return
-another kit."""
+then sound like: a kit chosen from the keyboard, the tone pad, the output device, the login
+start, the shortcut recorder, a palette, a designed kit, a mix giving Return another kit."""
 
 import os
 import shutil
@@ -204,11 +203,6 @@ class CreatePage(unittest.TestCase):
             self.assertTrue(designed.heard(), designed)
             ui.cli_ok(self, s, "--kit", "ibm-buckling-spring")
             s.wait_for_preference("selectedPackId", "ibm-buckling-spring")
-            ui.wait_for_quiet(s)
-            spring = ui.record_typing(s)
-            # The velvet preset, the darkest, sits well below the spring's rattle.
-            detail = (designed, spring, ui.brightness(designed), ui.brightness(spring))
-            self.assertGreater(ui.brightness(spring), 1.3 * ui.brightness(designed), detail)
 
         with self.subTest("a kits folder that cannot be written: the reason, no change"):
             shutil.move(kits, kits + ".aside")

@@ -2,9 +2,6 @@
 """The tray icon as a StatusNotifier host sees it: its menu, what its clicks do, and
 its icon following the sounds' state however that changes."""
 
-import os
-import subprocess
-import tempfile
 import unittest
 
 import tappix_ui as ui
@@ -21,35 +18,6 @@ def icon(tray):
     return [(w, h, bytes(data)) for w, h, data in tray.item_property("IconPixmap")]
 
 
-def picture_of_icons(icons, name):
-    """The 22-pixel icons side by side on a light and on a dark panel, four times
-    enlarged, saved as NAME.png under $TAPPIX_UI_ARTIFACTS for a person to look at."""
-    folder = os.environ.get("TAPPIX_UI_ARTIFACTS")
-    if not folder:
-        return
-    os.makedirs(folder, exist_ok=True)
-    with tempfile.TemporaryDirectory() as scratch:
-        files = []
-        for n, pixmaps in enumerate(icons):
-            w, h, argb = next(p for p in pixmaps if p[0] == 22)
-            rgba = bytearray(len(argb))
-            rgba[0::4], rgba[1::4], rgba[2::4], rgba[3::4] = (argb[1::4], argb[2::4],
-                                                              argb[3::4], argb[0::4])
-            path = os.path.join(scratch, "%d.rgba" % n)
-            with open(path, "wb") as f:
-                f.write(rgba)
-            files.append("rgba:" + path)
-        rows = []
-        for panel in ("#eff0f1", "#2a2e32"):
-            rows += ["(", "-size", "%dx30" % (34 * len(files)), "xc:" + panel]
-            for n, path in enumerate(files):
-                rows += ["(", "-size", "22x22", "-depth", "8", path, ")",
-                         "-geometry", "+%d+4" % (6 + 34 * n), "-composite"]
-            rows += [")"]
-        subprocess.run(["convert", *rows, "-append", "-scale", "400%",
-                        os.path.join(folder, name + ".png")], check=True, timeout=30)
-
-
 class TrayOpensThePanel(unittest.TestCase):
     """A left click opens the panel (the default)."""
 
@@ -57,14 +25,10 @@ class TrayOpensThePanel(unittest.TestCase):
     def setUpClass(cls):
         cls.s = ui.start(cls, dict(ui.STEADY_SOUND, clickTogglesSound=False))
         cls.tray = cls.s.tray
-        cls.item = cls.tray.wait_for_item()
-        cls.windows_at_start = cls.s.windows()
+        cls.tray.wait_for_item()
 
     def tearDown(self):
         ui.close_panel(self.s)
-
-    def test_login_start_opens_no_window(self):
-        self.assertEqual(self.windows_at_start, [])
 
     def test_menu_holds_the_five_commands(self):
         entries = [e for e in self.tray.menu() if e.parent == 0 and e.visible]
@@ -112,15 +76,11 @@ class TrayOpensThePanel(unittest.TestCase):
         on_icon, on_title = icon(tray), tooltip_title(tray)
         self.assertEqual(on_title, "Tappix: sounds on")
 
-        mark = tray.mark()
         ui.cli_ok(self, s, "--toggle")
         s.wait_for_preference("isEnabled", False)
-        tray.wait_for_signal("NewIcon", since=mark)
         s.wait_until(lambda: tooltip_title(tray) == "Tappix: sounds off", 5,
                      message=lambda: "the tooltip to say off (%r)" % tooltip_title(tray))
-        off_icon = icon(tray)
-        self.assertNotEqual(off_icon, on_icon)
-        picture_of_icons([on_icon, off_icon], "tray-icons-on-off-dimmed")
+        s.wait_until(lambda: icon(tray) != on_icon, 5, message="the icon to turn off")
         muted = ui.record_typing(s)
         self.assertFalse(muted.heard(), muted)
 
@@ -145,8 +105,7 @@ class TrayClickTogglesSound(unittest.TestCase):
         s.wait_for_preference("isEnabled", False)
         s.wait_until(lambda: tooltip_title(tray) == "Tappix: sounds off", 5,
                      message="the tooltip to say off")
-        off_icon = icon(tray)
-        self.assertNotEqual(off_icon, on_icon)
+        s.wait_until(lambda: icon(tray) != on_icon, 5, message="the icon to turn off")
         # Activate is answered on the main thread, where the panel would be shown.
         self.assertNotIn(ui.PANEL, s.windows())
 
