@@ -256,7 +256,9 @@ def set_value(accessible, new_value):
 def text(accessible):
     """A text field's content when it has one, else its name."""
     iface = accessible.get_text_iface()
-    content = iface.get_text(0, iface.get_character_count()) if iface is not None else ""
+    # Called through Atspi.Text: newer at-spi2-core objects also have Accessible.get_text().
+    content = (Atspi.Text.get_text(iface, 0, Atspi.Text.get_character_count(iface))
+               if iface is not None else "")
     return content or accessible.get_name()
 
 
