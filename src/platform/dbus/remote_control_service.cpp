@@ -232,7 +232,7 @@ QDBusMessage RemoteControlService::set(const QDBusMessage& message, const QStrin
         const double volume = value.toDouble(&numeric);
         if (type == QMetaType::Bool || type == QMetaType::QString || !numeric)
             return invalidArgs(message, QStringLiteral("Volume takes a number from 0 to 1"));
-        if (!std::isfinite(volume) || volume < 0.0 || volume >= 1.0)
+        if (!std::isfinite(volume) || volume < 0.0 || volume > 1.0)
             return error(message, kErrorInvalidVolume,
                          QStringLiteral("Volume %1 is outside 0 to 1").arg(volume));
         settings_.setVolume(static_cast<float>(volume));
