@@ -154,16 +154,18 @@ void AudioPlayer::loadSampleSets(std::vector<SampleSet> sets, std::function<void
         }
         usedBefore_ = std::exchange(inUse_, std::move(keys));
         letGoOfUnused();
+        std::string ids;
+        for (const auto& [id, samples] : *maps)
+            ids += (ids.empty() ? "" : ", ") + id + " (" + std::to_string(samples.size()) + ")";
         queue_.post([this, maps, loaded = std::move(loaded)] {
-            std::string ids;
-            for (const auto& [id, samples] : *maps)
-                ids += (ids.empty() ? "" : ", ") + id + " (" + std::to_string(samples.size()) + ")";
-            qCInfo(lcAudio, "sounds ready: %s", ids.empty() ? "none" : ids.c_str());
             replacedBuffers_ = std::exchange(buffers_, std::move(*maps));
             if (loaded)
                 loaded();
             sweep();
         });
+        // Said here, off the queue that plays keys; a key asked for after this line plays
+        // after the swap, which is queued ahead of it.
+        qCInfo(lcAudio, "sounds ready: %s", ids.empty() ? "none" : ids.c_str());
     });
 }
 
