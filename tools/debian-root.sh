@@ -106,6 +106,11 @@ bind() { # bind SOURCE TARGET
     mount --bind "$1" "$2"
     mounted+=("$2")
 }
+# The root is a mount point of its own, private to this machine's mounts, as / is on a
+# machine: a test that makes a private mount namespace (unshare) needs that.
+mount --bind "$root" "$root"
+mounted+=("$root")
+mount --make-private "$root"
 bind /proc "$root/proc"
 bind /sys "$root/sys"
 bind /dev "$root/dev"

@@ -27,22 +27,14 @@ QString pkexec() {
     return QStandardPaths::findExecutable(QStringLiteral("pkexec"));
 }
 
-/// This user's name and primary group's name; empty when the database does not say.
-std::pair<QString, QString> user() {
+/// This user's name; empty when the database does not say.
+QString userName() {
     std::vector<char> buffer(16384);
     passwd entry{};
     passwd* found = nullptr;
     if (::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found)
         return {};
-    const QString name = QString::fromLocal8Bit(found->pw_name);
-    std::vector<char> groupBuffer(16384);
-    group groupEntry{};
-    group* primary = nullptr;
-    if (::getgrgid_r(found->pw_gid, &groupEntry, groupBuffer.data(), groupBuffer.size(),
-                     &primary) != 0 ||
-        !primary)
-        return {name, {}};
-    return {name, QString::fromLocal8Bit(primary->gr_name)};
+    return QString::fromLocal8Bit(found->pw_name);
 }
 
 } // namespace
@@ -65,7 +57,7 @@ bool KeyboardGroup::canAsk() {
 bool KeyboardGroup::askToJoin(const QString& group, Done done) {
     if (process_ || group.isEmpty() || !canAsk())
         return false;
-    const QString name = user().first;
+    const QString name = userName();
     if (name.isEmpty()) {
         qCWarning(lcApp, "cannot ask for the group %s: this user has no name in the database",
                   qPrintable(group));
@@ -125,12 +117,8 @@ bool KeyboardGroup::startWithGroup(const QString& group, const QString& program,
     QString command = QStringLiteral("exec ") + shellQuote(program);
     for (const QString& argument : arguments)
         command += QLatin1Char(' ') + shellQuote(argument);
-    // sg makes the group the primary one and adds it to the others; a second sg back
-    // to the user's own group keeps it among the others only.
-    const QString primary = user().second;
-    if (!primary.isEmpty() && primary != group)
-        command = QStringLiteral("exec ") + shellQuote(sg) + QLatin1Char(' ') +
-                  shellQuote(primary) + QStringLiteral(" -c ") + shellQuote(command);
+    // One sg only: util-linux's sg (Debian 13) keeps only the new group, so a second sg
+    // back to the user's own group would take the keyboard's group away again.
     qCInfo(lcApp, "starting again with the group %s: %s %s -c %s", qPrintable(group),
            qPrintable(sg), qPrintable(group), qPrintable(command));
     QProcess process;

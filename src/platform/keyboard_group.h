@@ -34,9 +34,9 @@ public:
     bool askToJoin(const QString& group, Done done);
 
     /// Starts `program` with `arguments` as a process of its own that holds `group`
-    /// too, through `sg` (which lets a member in without a password); the user's own
-    /// group stays the primary one, so files it writes belong to the user's group as
-    /// before. False when sg is missing or could not be started.
+    /// too, through `sg` (which lets a member in without a password); `group` becomes
+    /// its primary group, the session's other groups stay. False when sg is missing or
+    /// could not be started.
     static bool startWithGroup(const QString& group, const QString& program,
                                const QStringList& arguments);
 
