@@ -198,12 +198,19 @@ def states(accessible):
     return {Atspi.StateType(s).value_nick for s in accessible.get_state_set().get_states()}
 
 
+# What a user presses. Qt 6.4 reports a control that asks for the radio button role (a
+# segmented choice) as a push button; Qt 6.8 reports the role asked for.
+BUTTONS = ("push button", "radio button")
+
+
 def find_all(root, role=None, name=None, predicate=None, showing=None, state=None,
              max_depth=64):
     """Every descendant of `root` (root included), breadth-first, matching all of: `role`
-    ("push button"; compared as constants: at-spi2-core renamed some role names), `name` (a
+    ("push button", or a tuple of roles; compared as constants: at-spi2-core renamed some
+    role names), `name` (a
     string, regex or callable), `predicate`, `showing` and `state` (such as "focused")."""
-    role = getattr(Atspi.Role, role.upper().replace(" ", "_")) if role else None
+    roles = {getattr(Atspi.Role, r.upper().replace(" ", "_"))
+             for r in ((role,) if isinstance(role, str) else role)} if role else None
     if isinstance(name, re.Pattern):
         name = name.search
     found, level = [], [root]
@@ -212,7 +219,7 @@ def find_all(root, role=None, name=None, predicate=None, showing=None, state=Non
         for accessible in level:
             try:
                 held = states(accessible) if showing is not None or state else set()
-                if ((role is None or accessible.get_role() == role)
+                if ((roles is None or accessible.get_role() in roles)
                         and (name is None or (name(accessible.get_name() or "") if callable(name)
                                               else accessible.get_name() == name))
                         and (showing is None or ("showing" in held) == showing)
@@ -401,7 +408,7 @@ class Session:
         return wait_until(lambda: not self.find_all(role, name, root, **kwargs), timeout,
                           message="%s %r to go" % (role or "any role", name))
 
-    def focused(self, root, role="push button"):
+    def focused(self, root, role=BUTTONS):
         found = self.find_all(role, root=root, state="focused")
         return found[0].get_name() if found else None
 

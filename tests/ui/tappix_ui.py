@@ -111,7 +111,7 @@ def close_panel(session):
 
 
 def button(session, name, root, timeout=10):
-    return session.find("push button", name, root=root, timeout=timeout, showing=True)
+    return session.find(harness.BUTTONS, name, root=root, timeout=timeout, showing=True)
 
 
 def label(session, name, root=None, timeout=10):

@@ -81,8 +81,11 @@ class SoundPage(unittest.TestCase):
             # Tab reaches the list on the kit in use; the Fun shelf comes next.
             self.assertEqual(keys_until(s, "Tab", lambda: s.focused(kit_list)),
                              spring_name + ", chosen")
-            self.assertEqual(keys_until(s, "Down", lambda: s.focused(kit_list) == muted
-                                        and muted), muted)
+            # Pistol, Shotgun, then Suppressed. Qt 6.8 leaves rows that scroll into the
+            # list out of the accessibility tree, so the keys are counted, not watched.
+            for _ in range(3):
+                s.key("Down")
+                time.sleep(0.2)
             s.key("Return")
             s.wait_for_preference("selectedPackId", "gun-suppressed")
             ui.label(s, "Switch kit: " + muted, root=window)
@@ -243,7 +246,7 @@ class MixPage(unittest.TestCase):
         s.press(ui.button(s, "Return: Main kit", window))
         ui.heading(s, "Return", window)
         s.press(ui.button(s, "Fun", window))
-        s.press(s.find("push button", pistol, root=window))
+        s.press(ui.button(s, pistol, window))
         ui.button(s, "Return: " + pistol, window)
         s.press(ui.button(s, "Done", window))
         s.gone("heading", "Return", root=window, showing=True)

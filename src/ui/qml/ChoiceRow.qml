@@ -29,7 +29,9 @@ SettingsRow {
                 Accessible.name: row.title + ": " + text
                 Accessible.checkable: true
                 Accessible.checked: selected
+                // Qt 6.8 offers a radio button's toggle action where Qt 6.4 offered press.
                 Accessible.onPressAction: row.chosen(modelData.value)
+                Accessible.onToggleAction: row.chosen(modelData.value)
                 onClicked: row.chosen(modelData.value)
                 Keys.onReturnPressed: row.chosen(modelData.value)
                 background: Rectangle {

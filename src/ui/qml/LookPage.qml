@@ -44,6 +44,7 @@ SettingsScroll {
                     Accessible.checkable: true
                     Accessible.checked: selected
                     Accessible.onPressAction: page.theme.selectedID = modelData.id
+                    Accessible.onToggleAction: page.theme.selectedID = modelData.id
                     onClicked: page.theme.selectedID = modelData.id
                     Keys.onReturnPressed: page.theme.selectedID = modelData.id
                     background: Item {}

@@ -24,6 +24,7 @@ AbstractButton {
     Accessible.checkable: exclusive
     Accessible.checked: exclusive && selected
     Accessible.onPressAction: chip.clicked()
+    Accessible.onToggleAction: chip.clicked()
     Keys.onReturnPressed: chip.clicked()
     Keys.onEnterPressed: chip.clicked()
 

@@ -94,6 +94,7 @@ Flickable {
         Accessible.checkable: true
         Accessible.checked: selected
         Accessible.onPressAction: tile.clicked()
+        Accessible.onToggleAction: tile.clicked()
         Keys.onReturnPressed: tile.clicked()
         Keys.onEnterPressed: tile.clicked()
 
