@@ -87,6 +87,14 @@ float Mixer::targetOutputGain() const noexcept {
     return masterVolume_.load() * duck;
 }
 
+void Mixer::settleGainWhileQuiet() noexcept {
+    // The gain glides only to spare a sounding signal a click. After silence (the stream
+    // may have been corked since) a volume or quiet level set meanwhile holds from the
+    // first frame: gliding from the old level would let the next sound through.
+    if (lastPeak_ < kSilentPeak)
+        currentGain_ = targetOutputGain();
+}
+
 float Mixer::cutoffFor(float brightness) noexcept {
     if (brightness >= 0.98f)
         return 0.0f;
@@ -107,6 +115,7 @@ void Mixer::render(float* out, std::size_t frames) noexcept {
         }
     }
     lastRenderAt_ = now;
+    settleGainWhileQuiet();
     startQueued(now, nullptr);
     updateFilter();
     for (std::size_t done = 0; done < frames;) {
@@ -250,6 +259,7 @@ void Mixer::applyFilter(Biquad& filter, float* left, float* right, std::size_t f
 bool Mixer::mixNewSoundsInto(float* out, std::size_t frames) noexcept {
     FlushDenormals flush;
     std::array<bool, kVoiceCount> fresh{};
+    settleGainWhileQuiet();
     if (!startQueued(clock_.now(), &fresh)) {
         publishSafeSequence(); // late sounds may have been dropped
         return false;
@@ -296,6 +306,7 @@ bool Mixer::mixNewSoundsInto(float* out, std::size_t frames) noexcept {
         active += voice.current.active() || voice.fading.active();
     activeVoices_.store(active, std::memory_order_relaxed);
     quiet_.store(false, std::memory_order_relaxed);
+    lastPeak_ = std::max(lastPeak_, peak);
     publishSafeSequence();
     float previous = peak_.load(std::memory_order_relaxed);
     while (peak > previous && !peak_.compare_exchange_weak(previous, peak)) {
@@ -386,6 +397,7 @@ void Mixer::renderBlock(float* out, std::size_t frames) noexcept {
         peak = std::max(peak, std::max(std::fabs(l), std::fabs(r)));
     }
     currentGain_ = gainTarget;
+    lastPeak_ = peak;
 
     float previous = peak_.load(std::memory_order_relaxed);
     while (peak > previous && !peak_.compare_exchange_weak(previous, peak)) {

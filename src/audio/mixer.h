@@ -35,6 +35,8 @@ public:
     static constexpr int kSampleRate = 48000;
     /// Frames rendered per internal block (any request size is split into these).
     static constexpr std::size_t kBlockFrames = 256;
+    /// A block peaking below this (-80 dBFS) is silence: a level change there cannot click.
+    static constexpr float kSilentPeak = 1e-4f;
     /// A voice cut by a new sound fades out over this many frames (3 ms) instead of clicking.
     static constexpr int kStealFadeFrames = 144;
     /// Largest gain a voice plays at: a deliberate 50 % boost.
@@ -171,6 +173,8 @@ private:
     void processReverb(float* left, float* right, std::size_t frames, float wetFrom,
                        float wetTo) noexcept;
     void clearRoom() noexcept;
+    /// After silent output, takes the gain the levels ask for at once instead of gliding.
+    void settleGainWhileQuiet() noexcept;
     void publishSafeSequence() noexcept;
 
     const Clock& clock_;
@@ -186,6 +190,7 @@ private:
     std::atomic<bool> roomOn_{false};
 
     float currentGain_ = -1; // < 0: take the target at the first block
+    float lastPeak_ = 0;     // the last block's peak: below kSilentPeak, nothing would click
     float currentWet_ = 0;
     float filterBrightness_ = -1;
     bool filterOn_ = false;
