@@ -61,10 +61,11 @@ protected:
     }
 
     /// Waits (up to 10 s) until tappix has logged `text`.
-    bool waitForLog(const QByteArray& text) {
-        while (!log_.contains(text) && tappix_.waitForReadyRead(10000))
+    /// Waits for `text` in the log after its first `from` bytes.
+    bool waitForLog(const QByteArray& text, qsizetype from = 0) {
+        while (log_.indexOf(text, from) < 0 && tappix_.waitForReadyRead(10000))
             log_ += tappix_.readAll();
-        return log_.contains(text);
+        return log_.indexOf(text, from) >= 0;
     }
 
     void TearDown() override {
@@ -148,28 +149,14 @@ TEST_F(EndToEnd, ADifferentKitSoundsDifferent) {
     EXPECT_GT(test::energy(shotgun, 0, start + 350, start + 700), 0.5);
 }
 
-TEST_F(EndToEnd, QuietWhileTheMicrophoneIsLive) {
-    QJsonObject prefs = kQuietExtras;
-    prefs["sleepEnabled"] = true;
-    prefs["sleepTriggerMicrophone"] = true;
-    prefs["sleepVolume"] = 0.0;
-    launch(prefs);
-    {
-        auto call = PulseServer::startRecording(); // someone starts a call
-        ASSERT_TRUE(waitForLog("sleeping: The microphone is live"));
-        EXPECT_TRUE(test::onsets(type({"a", "s"})).empty());
-    }
-    ASSERT_TRUE(waitForLog("awake"));
-    EXPECT_FALSE(test::onsets(type({"a"})).empty());
-}
-
-TEST_F(EndToEnd, QuietWhileAListedAppOrAFullScreenWindowIsInFront) {
+TEST_F(EndToEnd, QuietWhileTheMicrophoneIsLiveOrAListedOrFullScreenAppIsInFront) {
     // The listed app is known by its desktop file, which names its window class.
     ASSERT_TRUE(test::writeNotesEntry(home_.filePath("data")));
     QJsonObject prefs = kQuietExtras;
     prefs["keyUpSoundsEnabled"] = false;
     prefs["sleepEnabled"] = true;
     prefs["sleepVolume"] = 0.0;
+    prefs["sleepTriggerMicrophone"] = true;
     prefs["sleepTriggerApps"] = true;
     prefs["sleepTriggerFullScreen"] = true;
     prefs["sleepAppIds"] = QJsonArray{"org.example.Notes"};
@@ -182,11 +169,23 @@ TEST_F(EndToEnd, QuietWhileAListedAppOrAFullScreenWindowIsInFront) {
     launch(prefs);
     EXPECT_EQ(test::onsets(type({"a"})).size(), 1u);
 
+    // A key heard just before: the first key after going quiet must not slip through.
+    qsizetype asleep = 0;
+    {
+        auto call = PulseServer::startRecording(); // someone starts a call
+        ASSERT_TRUE(waitForLog("sleeping: The microphone is live")) << log_.constData();
+        EXPECT_TRUE(test::onsets(type({"a", "s"})).empty());
+        asleep = log_.size();
+    }
+    ASSERT_TRUE(waitForLog("awake", asleep)) << log_.constData();
+    EXPECT_EQ(test::onsets(type({"a"})).size(), 1u);
+
     desk.activate(notes);
     ASSERT_TRUE(waitForLog("sleeping: Quiet Notes is in front")) << log_.constData();
     EXPECT_TRUE(test::onsets(type({"a", "s"})).empty());
+    asleep = log_.size();
     desk.activate(editor);
-    ASSERT_TRUE(waitForLog("awake")) << log_.constData();
+    ASSERT_TRUE(waitForLog("awake", asleep)) << log_.constData();
     EXPECT_EQ(test::onsets(type({"a", "s"})).size(), 2u);
 
     desk.set(editor, "_NET_WM_STATE", XCB_ATOM_ATOM, {desk.atom("_NET_WM_STATE_FULLSCREEN")});
