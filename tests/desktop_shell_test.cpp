@@ -1,5 +1,5 @@
-// The views and their models on the offscreen platform: the lists the panel shows, the
-// panel's sizes, every window loading without a QML warning, and the tray icon hidden.
+// The views and their models on the offscreen platform: the lists the panel shows, every
+// window loading without a QML warning, and the tray icon.
 
 #include "audio/sound_engine.h"
 #include "input/key_codes.h"
@@ -168,29 +168,6 @@ TEST(MixListModel, SummariesMarksAndChoices) {
     EXPECT_EQ(model.rowCount(), 1);
 }
 
-TEST(MenuPanelModel, EachPageHasItsHeightAndMixesGrowTheirs) {
-    struct Case {
-        const char* page;
-        int mixes;
-        int height;
-    };
-    for (const Case& c : {Case{"main", 3, 418}, Case{"kits", 3, 470}, Case{"mixes", 0, 168},
-                          Case{"mixes", 1, 208}, Case{"mixes", 6, 408}, Case{"mixes", 7, 420},
-                          Case{"mixes", 30, 420}, Case{"nonsense", 3, 418}}) {
-        MenuPanelModel model;
-        model.setMixCount(c.mixes);
-        model.setPage(c.page);
-        EXPECT_EQ(model.panelHeight(), c.height) << c.page << " with " << c.mixes << " mixes";
-    }
-    // A mix saved while the mixes page shows resizes the panel.
-    MenuPanelModel model;
-    model.setPage("mixes");
-    QSignalSpy resized(&model, &MenuPanelModel::panelHeightChanged);
-    model.setMixCount(2);
-    EXPECT_EQ(resized.count(), 1);
-    EXPECT_EQ(model.panelHeight(), 248);
-}
-
 TEST(DesktopShell, EveryWindowAndPageLoadsWithoutAWarning) {
     takeWarnings();
     Harness run(windowed({{"themeID", "milk"}, {"visualizerEnabled", true}}));
@@ -226,17 +203,10 @@ TEST(DesktopShell, EveryWindowAndPageLoadsWithoutAWarning) {
     }
     EXPECT_TRUE(shell.isOnboardingVisible());
     EXPECT_EQ(takeWarnings(), QStringList());
-}
-
-// Clicks, the tooltip and the panel's ways out are driven from outside by the UI tests
-// (test_tray.py, test_panel.py); hiding the icon is not.
-TEST(DesktopShell, TheTrayIconHidesWhenSwitchedOff) {
-    Harness run(windowed());
-    QSystemTrayIcon& tray = run.delegate->shell()->menuBar().trayIcon();
-    EXPECT_EQ(tray.toolTip(), "Tappix: sounds on");
+    // Clicks and the tooltip are driven from outside (test_tray.py); hiding the icon is not.
     run.delegate->settings().setShowMenuBarIcon(false);
     settle();
-    EXPECT_FALSE(tray.isVisible());
+    EXPECT_FALSE(shell.menuBar().trayIcon().isVisible());
 }
 
 // Tray hosts draw the icon on whatever their panel is; Tappix cannot tell its colour.

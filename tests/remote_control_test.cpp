@@ -131,10 +131,27 @@ protected:
 
 } // namespace
 
-// One tappix, started while a call is under way and over a stale socket, telling the
-// desktop's notification server, driven by a second launch, the command line and the bus
-// in turn, then typed at and quit.
+// Without a running Tappix each command fails, and help, the version and a usage error
+// still answer, leaving nothing behind. Then one tappix, started while a call is under way
+// and over a stale socket, telling the desktop's notification server, driven by a second
+// launch, the command line and the bus in turn, then typed at and quit.
 TEST_F(RemoteControl, OneTappixDrivenFromOutside) {
+    for (const QStringList& arguments :
+         {QStringList{"--toggle"}, QStringList{"--status"}, QStringList{"--volume", "30"},
+          QStringList{"--quit"}, QStringList{"--panel"}}) {
+        const Outcome outcome = command(arguments);
+        EXPECT_EQ(outcome.code, 1) << arguments.join(' ').toStdString();
+        EXPECT_TRUE(outcome.err.contains("Tappix is not running")) << outcome.err.toStdString();
+    }
+    const Outcome help = command({"--help"}), version = command({"--version"}),
+                  unknown = command({"--bogus"});
+    EXPECT_TRUE(help.code == 0 && help.out.contains("--volume <N>"));
+    EXPECT_TRUE(version.code == 0 && version.out == "Tappix " TAPPIX_VERSION "\n");
+    EXPECT_TRUE(unknown.code == 2 && unknown.out.isEmpty() && unknown.err.contains("Usage:"))
+        << unknown.err.toStdString();
+    EXPECT_FALSE(QFile::exists(prefsPath()));
+    EXPECT_FALSE(QFile::exists(runtime_.filePath("app.morvane.tappix.socket")));
+
     // A socket file left behind with nobody listening, as a crash leaves it.
     QProcess::execute("python3",
                       {"-c", "import socket, sys; socket.socket(socket.AF_UNIX).bind(sys.argv[1])",
@@ -301,27 +318,6 @@ TEST_F(RemoteControl, OneTappixDrivenFromOutside) {
     EXPECT_EQ(tappix_.exitStatus(), QProcess::NormalExit);
     EXPECT_EQ(tappix_.exitCode(), 0);
     EXPECT_GE(prefs()["keystrokeCount"].toInteger(), 2);
-}
-
-// Without a running Tappix each command fails, and help, the version and a usage error
-// still answer; none of them starts anything or leaves anything behind.
-TEST_F(RemoteControl, WithoutARunningTappixCommandsFailAndHelpStillWorks) {
-    for (const QStringList& arguments :
-         {QStringList{"--toggle"}, QStringList{"--status"}, QStringList{"--volume", "30"},
-          QStringList{"--quit"}, QStringList{"--panel"}}) {
-        const Outcome outcome = command(arguments);
-        EXPECT_EQ(outcome.code, 1) << arguments.join(' ').toStdString();
-        EXPECT_TRUE(outcome.err.contains("Tappix is not running")) << outcome.err.toStdString();
-    }
-    const Outcome help = command({"--help"}), version = command({"--version"}),
-                  unknown = command({"--bogus"});
-    EXPECT_TRUE(help.code == 0 && help.out.contains("--volume <N>"));
-    EXPECT_TRUE(version.code == 0 && version.out == "Tappix " TAPPIX_VERSION "\n");
-    EXPECT_TRUE(unknown.code == 2 && unknown.out.isEmpty() && unknown.err.contains("bogus") &&
-                unknown.err.contains("Usage:"))
-        << unknown.err.toStdString();
-    EXPECT_FALSE(QFile::exists(prefsPath()));
-    EXPECT_FALSE(QFile::exists(runtime_.filePath("app.morvane.tappix.socket")));
 }
 
 #include "remote_control_test.moc"
