@@ -75,9 +75,8 @@ TEST(SwitchDesigner, WritesAKitThatChecksTheSameBytesEachTimeAndOneIdReplacesIt)
     std::vector<std::string> groups;
     for (const auto& [group, sound] : config->sounds) {
         groups.push_back(group);
-        EXPECT_EQ(std::pair(sound.down.size(), sound.up.size()),
-                  std::pair<std::size_t, std::size_t>(4, 3))
-            << group;
+        EXPECT_EQ(sound.down.size(), 4u) << group;
+        EXPECT_EQ(sound.up.size(), 3u) << group;
     }
     EXPECT_EQ(groups,
               (std::vector<std::string>{"alpha", "backspace", "enter", "modifier", "space"}));
