@@ -74,6 +74,7 @@ INSTANTIATE_TEST_SUITE_P(Servers, OutputDevicePicker, ::testing::Values("pulseau
 // that goes away stays listed, greyed and chosen, and so it stays while the server is down;
 // the stream's latency is read.
 TEST_P(OutputDevicePicker, FollowsTheSinksTheDefaultTheChoiceAndTheServer) {
+    test::app();
     SoundServer::setDefault("sink", "tappix_a");
     Settings settings;
     PulseDeviceManager devices;
