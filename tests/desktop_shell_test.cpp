@@ -1,5 +1,5 @@
-// The views and their models on the offscreen platform: the lists the panel shows, the
-// panel's sizes, every window loading without a QML warning, and the tray icon hidden.
+// The views and their models on the offscreen platform: the lists the panel shows, every
+// window loading without a QML warning, and the tray icon.
 
 #include "audio/sound_engine.h"
 #include "input/key_codes.h"
@@ -14,6 +14,7 @@
 #include <QApplication>
 #include <QPainter>
 #include <QSignalSpy>
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <mutex>
@@ -106,36 +107,29 @@ TEST(KitListModel, ShelvesInListingOrderWithTheUsersOwnLast) {
     EXPECT_EQ(run.delegate->shell()->panelModel().currentKitName(), "None");
 }
 
-TEST(KitListModel, ChoosingAKitLoadsItAndAuditionsItUnlessPreviewsAreOff) {
+// Choosing plays an audition (heard in test_panel.py) unless previews are off.
+TEST(KitListModel, ChoosingAKitLoadsItWithoutAnAuditionWhilePreviewsAreOff) {
     HarnessOptions options = windowed();
     options.addKits = [](const QString& bundle, const QString&) {
         test::writeKit(bundle, "other", "Other", "clicky");
     };
     Harness run(options);
-    KitListModel& kits = run.delegate->shell()->kits();
     AudioPlayer& player = run.delegate->audioPlayer();
-    // The stand-in output plays nowhere: the test renders the mix itself.
-    auto loudest = [&player](std::size_t frames) {
-        player.drain();
-        std::vector<float> out(2 * frames);
-        player.mixer().render(out.data(), frames);
-        float peak = 0;
-        for (float sample : out)
-            peak = std::max(peak, std::abs(sample));
-        return peak;
-    };
-
-    kits.choose("other");
-    EXPECT_GT(loudest(512), 0.01f) << "the audition plays";
+    run.delegate->settings().setSwitchPreviewDisabled(true);
+    run.delegate->shell()->kits().choose("other");
     EXPECT_EQ(run.delegate->settings().selectedPackIdText(), "other");
     EXPECT_EQ(run.delegate->soundEngine()->currentPackId(), "other");
     EXPECT_TRUE(player.hasSample("other", "a.wav"));
-
-    run.delegate->settings().setSwitchPreviewDisabled(true);
-    loudest(48000 * 2); // the audition and its room fade
-    kits.choose("click");
-    EXPECT_LT(loudest(512), 0.01f) << "previews are off";
-    EXPECT_EQ(run.delegate->soundEngine()->currentPackId(), "click");
+    // The stand-in output plays nowhere: the test renders the mix itself.
+    player.drain();
+    std::vector<float> out(2 * 512);
+    player.mixer().render(out.data(), 512);
+    EXPECT_LT(*std::max_element(out.begin(), out.end()), 0.01f);
+    run.delegate->settings().setSwitchPreviewDisabled(false);
+    run.delegate->shell()->kits().choose("click");
+    player.drain();
+    player.mixer().render(out.data(), 512);
+    EXPECT_GT(*std::max_element(out.begin(), out.end()), 0.01f) << "the audition plays";
 }
 
 TEST(MixListModel, SummariesMarksAndChoices) {
@@ -166,29 +160,6 @@ TEST(MixListModel, SummariesMarksAndChoices) {
 
     settings.deleteMix(quiet.id);
     EXPECT_EQ(model.rowCount(), 1);
-}
-
-TEST(MenuPanelModel, EachPageHasItsHeightAndMixesGrowTheirs) {
-    struct Case {
-        const char* page;
-        int mixes;
-        int height;
-    };
-    for (const Case& c : {Case{"main", 3, 418}, Case{"kits", 3, 470}, Case{"mixes", 0, 168},
-                          Case{"mixes", 1, 208}, Case{"mixes", 6, 408}, Case{"mixes", 7, 420},
-                          Case{"mixes", 30, 420}, Case{"nonsense", 3, 418}}) {
-        MenuPanelModel model;
-        model.setMixCount(c.mixes);
-        model.setPage(c.page);
-        EXPECT_EQ(model.panelHeight(), c.height) << c.page << " with " << c.mixes << " mixes";
-    }
-    // A mix saved while the mixes page shows resizes the panel.
-    MenuPanelModel model;
-    model.setPage("mixes");
-    QSignalSpy resized(&model, &MenuPanelModel::panelHeightChanged);
-    model.setMixCount(2);
-    EXPECT_EQ(resized.count(), 1);
-    EXPECT_EQ(model.panelHeight(), 248);
 }
 
 TEST(DesktopShell, EveryWindowAndPageLoadsWithoutAWarning) {
@@ -226,17 +197,10 @@ TEST(DesktopShell, EveryWindowAndPageLoadsWithoutAWarning) {
     }
     EXPECT_TRUE(shell.isOnboardingVisible());
     EXPECT_EQ(takeWarnings(), QStringList());
-}
-
-// Clicks, the tooltip and the panel's ways out are driven from outside by the UI tests
-// (test_tray.py, test_panel.py); hiding the icon is not.
-TEST(DesktopShell, TheTrayIconHidesWhenSwitchedOff) {
-    Harness run(windowed());
-    QSystemTrayIcon& tray = run.delegate->shell()->menuBar().trayIcon();
-    EXPECT_EQ(tray.toolTip(), "Tappix: sounds on");
+    // Clicks and the tooltip are driven from outside (test_tray.py); hiding the icon is not.
     run.delegate->settings().setShowMenuBarIcon(false);
     settle();
-    EXPECT_FALSE(tray.isVisible());
+    EXPECT_FALSE(shell.menuBar().trayIcon().isVisible());
 }
 
 // Tray hosts draw the icon on whatever their panel is; Tappix cannot tell its colour.

@@ -151,24 +151,6 @@ TEST(SleepMonitor, WindowTriggersComeAfterTheDeviceTriggersInTheirOrder) {
     }
 }
 
-TEST(SleepMonitor, FocusChangesAreEvaluatedAtOnceAndTheLastOtherAppIsKept) {
-    Sleep s;
-    s.settings.setSleepTriggerApps(true);
-    s.settings.setSleepAppIds({"org.example.Notes", "XTerm"});
-    s.start();
-    s.focus.show(window("org.example.Notes", "Notes")); // no poll needed
-    s.focus.show(window("XTerm", "XTerm"));             // still asleep: not news
-    s.focus.show(window("tappix", "Tappix", {}, false, true));
-    EXPECT_EQ(s.changes, (std::vector<std::string>{"Notes is in front", "awake"}));
-    EXPECT_EQ(s.focus.lastOtherApp()->id, QStringLiteral("XTerm")); // not Tappix itself
-    EXPECT_EQ(s.devices.queries, 0);
-
-    s.monitor.stop();
-    s.focus.show(window("XTerm", "XTerm"));
-    s.poll(10s);
-    EXPECT_EQ(s.changes.size(), 2u); // stopped: neither listening nor polling
-}
-
 namespace {
 
 struct Typing {

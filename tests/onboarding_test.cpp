@@ -10,9 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
-#include <QClipboard>
-#include <QDir>
-#include <QQuickItem>
 #include <QQuickWindow>
 
 using namespace tappix;
@@ -86,17 +83,8 @@ TEST(OnboardingModel, TemporaryAndRemovablePlacesAreTheOnesTheDesktopForgets) {
         EXPECT_FALSE(OnboardingModel::isTemporaryPlace(path)) << path;
 }
 
-// Each step is reached through the window below and in tests/ui/test_onboarding.py
-// (a temporary place first, then the keys); here, the dependency nobody supplied.
-TEST(OnboardingModel, NoWayToAskAboutTheKeysCountsAsKeysNotHeard) {
-    test::FakeTime time;
-    OnboardingModel unknown(time, {.executablePath = [] { return QString("/usr/bin/tappix"); }});
-    unknown.refresh();
-    EXPECT_EQ(unknown.step(), "permission");
-}
-
 // The file manager's answer is driven in tests/ui/test_onboarding.py; here, its absence.
-TEST(OnboardingModel, WithoutAFileManagerTheFolderOpensAndTheCopiedNoteClearsOnReopening) {
+TEST(OnboardingModel, WithoutAFileManagerTheFolderOpens) {
     test::FakeTime time;
     QList<QUrl> opened;
     OnboardingModel model(
@@ -105,15 +93,9 @@ TEST(OnboardingModel, WithoutAFileManagerTheFolderOpensAndTheCopiedNoteClearsOnR
                .showFile = [](const QString&, std::function<void()> otherwise) { otherwise(); }});
     model.showTappix();
     EXPECT_EQ(opened, QList<QUrl>{QUrl::fromLocalFile("/tmp/x")});
-    model.copyCommand();
-    EXPECT_EQ(QGuiApplication::clipboard()->text(), "sudo usermod -aG input $USER");
-    EXPECT_TRUE(model.copied());
-    model.start();
-    EXPECT_FALSE(model.copied());
-    model.stop();
 }
 
-TEST(Onboarding, TheWindowMovesOnByItselfOnceKeysCanBeHeard) {
+TEST(Onboarding, TheWindowMovesOnByItselfAndTheCloseBoxEndsTheFirstRun) {
     runFromHome();
     Harness run(firstLaunch(false));
     DesktopShell& shell = *run.delegate->shell();
@@ -144,15 +126,8 @@ TEST(Onboarding, TheWindowMovesOnByItselfOnceKeysCanBeHeard) {
     settle();
     EXPECT_TRUE(shell.isOnboardingVisible());
     EXPECT_EQ(shell.onboarding().step(), "ready");
-}
 
-// Done is pressed in tests/ui/test_onboarding.py; the close box ends the first run too.
-TEST(Onboarding, TheCloseBoxEndsTheFirstRun) {
-    runFromHome();
-    Harness run(firstLaunch(true));
-    DesktopShell& shell = *run.delegate->shell();
-    settle();
-    ASSERT_TRUE(shell.isOnboardingVisible());
+    // Done is pressed in tests/ui/test_onboarding.py; the close box ends the first run too.
     shell.onboardingWindow()->close();
     settle();
     EXPECT_FALSE(shell.isOnboardingVisible());

@@ -1,5 +1,6 @@
 // The Sound page's output device picker against a real sound server: a private
-// PulseAudio whose sinks the tests load, unload and restart while the list follows.
+// PulseAudio whose sinks the test loads, unloads and restarts while the list follows;
+// and with no server at all.
 
 #include "ui/output_device_list_model.h"
 
@@ -11,7 +12,7 @@
 #include "settings/settings_store.h"
 #include "support/core_app.h"
 #include "support/fake_time.h"
-#include "support/pulse_server.h"
+#include "support/pipewire_server.h"
 #include "support/temp_prefs.h"
 
 #include <gtest/gtest.h>
@@ -22,7 +23,7 @@
 #include <memory>
 
 using namespace tappix;
-using test::PulseServer;
+using test::SoundServer;
 
 namespace {
 
@@ -54,96 +55,54 @@ std::vector<Listed> rows(const OutputDeviceListModel& model) {
     return out;
 }
 
-/// A null sink loaded for one test; unloaded when it ends unless the test did.
-struct ExtraSink {
-    ExtraSink(const QString& name, const QString& description) {
-        module = PulseServer::pactl({"load-module", "module-null-sink", "sink_name=" + name,
-                                     "rate=48000", "format=float32le", "channels=2",
-                                     "sink_properties=device.description=" + description})
-                     .trimmed();
-    }
-    ~ExtraSink() { unload(); }
-    void unload() {
-        if (!module.isEmpty())
-            PulseServer::pactl({"unload-module", module});
-        module.clear();
-    }
-    QString module;
+/// A store over a fresh preferences file.
+struct Settings {
+    test::FakeTime time;
+    test::TempPrefs file;
+    JsonFilePreferences prefs{file.path, time};
+    SettingsStore store{prefs, time};
 };
 
-class OutputDevicePicker : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() {
-        test::app();
-        server_ = new PulseServer;
-    }
-    static void TearDownTestSuite() { delete server_; }
-
-    void SetUp() override {
-        PulseServer::pactl({"set-default-sink", "tappix_a"});
-        prefs_ = std::make_unique<JsonFilePreferences>(file_.path, time_);
-        settings_ = std::make_unique<SettingsStore>(*prefs_, time_);
-        devices_ = std::make_unique<PulseDeviceManager>();
-    }
-    void TearDown() override {
-        dropModel();
-        devices_.reset();
-    }
-
-    OutputDeviceListModel& makeModel(const AudioOutput* output = nullptr) {
-        model_ = std::make_unique<OutputDeviceListModel>(*settings_, devices_.get(), output);
-        tester_ = std::make_unique<QAbstractItemModelTester>(
-            model_.get(), QAbstractItemModelTester::FailureReportingMode::Fatal);
-        return *model_;
-    }
-    void dropModel() {
-        tester_.reset();
-        model_.reset();
-    }
-
-    /// The server's own two sinks, A the default, with the default chosen.
-    static std::vector<Listed> usualRows() {
-        return {{"", "System default (Speakers-A)", true, true},
-                {"tappix_a", "Speakers-A", true, false},
-                {"tappix_b", "Speakers-B", true, false}};
-    }
-
-    static PulseServer* server_;
-    test::FakeTime time_;
-    test::TempPrefs file_;
-    std::unique_ptr<JsonFilePreferences> prefs_;
-    std::unique_ptr<SettingsStore> settings_;
-    std::unique_ptr<PulseDeviceManager> devices_;
-    std::unique_ptr<OutputDeviceListModel> model_;
-    std::unique_ptr<QAbstractItemModelTester> tester_;
-};
-
-PulseServer* OutputDevicePicker::server_ = nullptr;
+class OutputDevicePicker : public test::SoundServerTest {};
 
 } // namespace
 
-// One model over the server's changes: sinks come and go, the default moves, and a chosen
-// sink that goes away stays listed, greyed and chosen; the stream's latency is read.
-TEST_F(OutputDevicePicker, FollowsTheSinksTheDefaultAndTheChoice) {
-    AudioPlayer player(std::make_unique<PulseOutput>(), std::make_unique<SndfileDecoder>(),
-                       *devices_, 1.0f);
-    OutputDeviceListModel& model = makeModel(&player.output());
-    ASSERT_TRUE(eventually([&] { return rows(model) == usualRows(); }));
+INSTANTIATE_TEST_SUITE_P(Servers, OutputDevicePicker, ::testing::Values("pulseaudio"),
+                         test::serverName);
+
+// One model over the server's changes: sinks come and go, the default moves, a chosen sink
+// that goes away stays listed, greyed and chosen, and so it stays while the server is down;
+// the stream's latency is read.
+TEST_P(OutputDevicePicker, FollowsTheSinksTheDefaultTheChoiceAndTheServer) {
+    test::app();
+    SoundServer::setDefault("sink", "tappix_a");
+    Settings settings;
+    PulseDeviceManager devices;
+    AudioPlayer player(std::make_unique<PulseOutput>(), std::make_unique<SndfileDecoder>(), devices,
+                       1.0f);
+    OutputDeviceListModel model(settings.store, &devices, &player.output());
+    QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal);
+    const std::vector<Listed> usual{{"", "System default (Speakers-A)", true, true},
+                                    {"tappix_a", "Speakers-A", true, false},
+                                    {"tappix_b", "Speakers-B", true, false}};
+    ASSERT_TRUE(eventually([&] { return rows(model) == usual; }));
     EXPECT_EQ(model.currentIndex(), 0);
     // A null sink has no hardware behind it: the stream's small buffer is all there is.
     ASSERT_TRUE(eventually([&] { return model.chosenLatencyMs() > 0; }));
     EXPECT_FALSE(model.latencyIsHigh());
 
     // Listed by name, not in the order the server made them.
-    ExtraSink headset("tappix_headset", "Headset");
+    const QString headset =
+        SoundServer::pactl({"load-module", "module-null-sink", "sink_name=tappix_headset",
+                            "sink_properties=device.description=Headset"})
+            .trimmed();
     ASSERT_TRUE(eventually([&] { return rows(model).size() == 4; }));
     EXPECT_EQ(rows(model)[1], (Listed{"tappix_headset", "Headset", true, false}));
-
     model.choose(QStringLiteral("tappix_headset"));
-    EXPECT_EQ(settings_->outputDeviceUIDText(), QStringLiteral("tappix_headset"));
+    EXPECT_EQ(settings.store.outputDeviceUIDText(), QStringLiteral("tappix_headset"));
     EXPECT_EQ(model.currentIndex(), 1);
     EXPECT_FALSE(rows(model)[0].isChosen);
-    headset.unload();
+    SoundServer::pactl({"unload-module", headset});
     EXPECT_TRUE(eventually([&] { return !rows(model)[1].isAvailable; }));
     EXPECT_EQ(rows(model)[1], (Listed{"tappix_headset", "Headset", false, true}));
     EXPECT_EQ(rows(model).size(), 4u);
@@ -151,46 +110,46 @@ TEST_F(OutputDevicePicker, FollowsTheSinksTheDefaultAndTheChoice) {
 
     // Back to the default: the absent device is no longer offered.
     model.choose(QString());
-    EXPECT_EQ(settings_->outputDeviceUIDText(), QString());
-    EXPECT_EQ(rows(model), usualRows());
-    PulseServer::pactl({"set-default-sink", "tappix_b"});
+    EXPECT_EQ(settings.store.outputDeviceUIDText(), QString());
+    EXPECT_EQ(rows(model), usual);
+    SoundServer::setDefault("sink", "tappix_b");
     EXPECT_TRUE(eventually(
         [&] { return rows(model)[0].name == QStringLiteral("System default (Speakers-B)"); }));
     EXPECT_TRUE(eventually([&] { return !model.busy(); }));
-    dropModel();
-}
 
-TEST_F(OutputDevicePicker, TheListEmptiesWhileTheServerIsDownAndReturnsWithIt) {
-    settings_->setOutputDeviceUIDText(QStringLiteral("tappix_b"));
-    OutputDeviceListModel& model = makeModel();
-    ASSERT_TRUE(eventually([&] { return rows(model).size() == 3 && rows(model)[2].isAvailable; }));
-
+    model.choose(QStringLiteral("tappix_b"));
     server_->kill();
     EXPECT_TRUE(eventually([&] {
         return rows(model) == std::vector<Listed>{{"", "System default", true, false},
                                                   {"tappix_b", "Speakers-B", false, true}};
     }));
     EXPECT_EQ(model.currentIndex(), 1);
-
     ASSERT_TRUE(server_->start());
     EXPECT_TRUE(eventually([&] { return rows(model).size() == 3 && rows(model)[2].isAvailable; }));
     EXPECT_EQ(rows(model)[0].name, QStringLiteral("System default (Speakers-A)"));
     EXPECT_EQ(model.currentIndex(), 2);
 }
 
-TEST(OutputDevicePickerWithoutServer, OffersTheDefaultAndTheChoiceByItsUidWithoutHanging) {
+// Every device question is answered no at once, and the picker offers the default and the
+// stored choice by its uid.
+TEST(OutputDevicePickerWithoutServer, EveryQuestionIsAnsweredNoAndTheChoiceOfferedByItsUid) {
     const QByteArray saved = qgetenv("PULSE_SERVER");
     qputenv("PULSE_SERVER", "unix:/nonexistent/native");
     test::app();
     {
-        test::FakeTime time;
-        test::TempPrefs file;
-        JsonFilePreferences prefs(file.path, time);
-        SettingsStore settings(prefs, time);
-        settings.setOutputDeviceUIDText(QStringLiteral("bluez_sink.gone"));
+        Settings settings;
+        settings.store.setOutputDeviceUIDText(QStringLiteral("bluez_sink.gone"));
         PulseDeviceManager devices;
+        QElapsedTimer timer;
+        timer.start();
+        EXPECT_FALSE(devices.isMicrophoneInUse());
+        EXPECT_FALSE(devices.isDefaultOutputBluetooth());
+        EXPECT_FALSE(devices.isDefaultOutputBuiltIn());
+        EXPECT_TRUE(devices.outputDevices().empty());
+        EXPECT_FALSE(devices.isServerReachable());
+        EXPECT_LT(timer.elapsed(), 1000); // a hang, not a performance bound
         PulseOutput output;
-        OutputDeviceListModel model(settings, &devices, &output);
+        OutputDeviceListModel model(settings.store, &devices, &output);
         QAbstractItemModelTester tester(&model,
                                         QAbstractItemModelTester::FailureReportingMode::Fatal);
         EXPECT_TRUE(eventually([&] { return !model.busy(); }));

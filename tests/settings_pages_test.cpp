@@ -55,17 +55,9 @@ TEST(BehaviourViewModel, TheRecorderTakesOnlyCombinationsThatCannotFireWhileTypi
     }
 }
 
-TEST(BehaviourViewModel, ALoginStartTheDesktopRefusesIsSaidOnThePage) {
-    // The stand-in platform has no autostart folder to write.
-    Harness run(windowed());
-    BehaviourViewModel& model = run.delegate->shell()->behaviour();
-    model.setLaunchAtLogin(true);
-    EXPECT_FALSE(model.launchAtLogin());
-    EXPECT_FALSE(model.launchAtLoginProblem().isEmpty());
-}
-
 // The apps that quiet Tappix: the app in front before Tappix's own window, apps picked
-// from those running, each once, and removal, through the delegate's window source.
+// from those running, each once, and removal, through the delegate's window source; and a
+// login start the desktop refuses.
 TEST(BehaviourViewModel, TheAppListTakesTheAppBeforeTappixAndRunningAppsOnce) {
     Harness run(windowed());
     SettingsStore& settings = run.delegate->settings();
@@ -102,6 +94,11 @@ TEST(BehaviourViewModel, TheAppListTakesTheAppBeforeTappixAndRunningAppsOnce) {
     EXPECT_EQ(running.data(running.index(0), AppListModel::IconSourceRole),
               "file:///usr/share/notes.png");
     EXPECT_EQ(listed.count(), 1);
+
+    // The stand-in platform has no autostart folder to write: the page says so.
+    model.setLaunchAtLogin(true);
+    EXPECT_FALSE(model.launchAtLogin());
+    EXPECT_FALSE(model.launchAtLoginProblem().isEmpty());
 }
 
 namespace {
@@ -119,8 +116,7 @@ bool importAndWait(KitImportViewModel& model, const QString& path) {
 
 } // namespace
 
-// The import itself, its problems and a refusal are driven through the page in
-// tests/ui/test_settings_pages.py; here, what a drop may bring and the edges around it.
+// What a drop may bring, an import from the file dialog, of nothing and again.
 TEST(KitImportViewModel, WhatADropMayBringAndAnImportAgainOrOfNothing) {
     Harness run(windowed());
     KitImportViewModel& model = run.delegate->shell()->kitImport();

@@ -45,7 +45,7 @@ protected:
 
 } // namespace
 
-TEST_F(X11Focus, ReportsTheWindowInFrontAndEachChangeOfIt) {
+TEST_F(X11Focus, ReportsTheWindowInFrontEachChangeOfItAndWindowsOfNoApp) {
     test::Desk desk;
     const xcb_window_t notes = desk.window(kNotes, sizeof kNotes);
     x11::X11FocusSource source;
@@ -83,14 +83,10 @@ TEST_F(X11Focus, ReportsTheWindowInFrontAndEachChangeOfIt) {
     EXPECT_EQ(source.describe("org.example.Notes").name, QStringLiteral("Quiet Notes"));
     EXPECT_EQ(source.describe("Gone").name, QStringLiteral("Gone"));
     EXPECT_EQ(logged, QStringList());
-}
 
-TEST_F(X11Focus, NoClassAGoneWindowAndARestartingWindowManagerEachShowNoApp) {
-    test::Desk desk;
-    const xcb_window_t notes = desk.window(kNotes, sizeof kNotes);
+    // No class, a gone window and a restarting window manager each show no app.
+    desk.setClass(notes, kNotes, sizeof kNotes);
     const xcb_window_t unnamed = desk.window(nullptr, 0);
-    x11::X11FocusSource source;
-
     desk.activate(unnamed);
     ASSERT_TRUE(waitFor([&] { return source.focused().has_value(); }));
     EXPECT_EQ(source.focused()->app.id, QString());
