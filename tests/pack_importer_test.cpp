@@ -46,7 +46,6 @@ struct Workspace {
     }
 };
 
-/// A kit's file, decoded.
 std::optional<SampleBuffer> decoded(const QString& kitDir, const std::string& file) {
     std::string error;
     auto buffer =
@@ -78,7 +77,6 @@ std::vector<double> levels(const PackImportResult& result, std::string key) {
     return found;
 }
 
-/// The first sound a kit plays for a key.
 std::optional<SampleBuffer> first(const PackImportResult& result, const std::string& key) {
     return decoded(result.directory, result.config->sounds.at(key).down.front());
 }
@@ -233,9 +231,7 @@ TEST(PackImport, SingleFilePackIsCutIntoFadedSlicesPerKey) {
     EXPECT_EQ(result.config->metadata.name, "Slice Pack");
     EXPECT_TRUE(result.config->metadata.supportsKeyUp);
     EXPECT_TRUE(result.problems.empty()) << result.problems.front();
-    // Release slices are cut from the release file; both Enter keys share Tappix's
-    // "enter", the main one's sound wins; keys without a sound of their own (keypad /)
-    // and the groups play the letters.
+    // Both Enter keys are "enter": the main one's sound wins; the rest play the letters.
     expectLevels(result, {{"a", kA},
                           {"enter^", kUp},
                           {"space", kSpace},
@@ -291,8 +287,7 @@ TEST(PackImport, Version2MultiPackKeepsRangesReleasesAndFallbacks) {
     EXPECT_TRUE(result.config->metadata.supportsKeyUp);
     EXPECT_EQ(levels(result, "default"), (std::vector<double>{0.05, 0.1, 0.15, 0.2, 0.25}));
     EXPECT_EQ(levels(result, "alpha"), levels(result, "default"));
-    // Only the keypad Enter is defined, so it is Tappix's "enter"; the arrow's own code
-    // beats the keypad's Num Lock alias of it.
+    // The arrow's own code beats the keypad's Num Lock alias of it.
     expectLevels(result, {{"default^", kUp},
                           {"space", kSpace},
                           {"space^", kA},
@@ -300,6 +295,15 @@ TEST(PackImport, Version2MultiPackKeepsRangesReleasesAndFallbacks) {
                           {"arrLeft", kArrow}});
     // Backspace, defined as null, falls back like every undefined key.
     EXPECT_EQ(levels(result, "backspace"), levels(result, "default"));
+
+    // The same pack again replaces its import; another of the same name gets its own id.
+    EXPECT_TRUE(w.import(w.pack).replaced);
+    QJsonObject config = readJson(w.pack + "/config.json");
+    config["id"] = "another";
+    writeConfig(w.pack, config);
+    const PackImportResult other = w.import(w.pack);
+    EXPECT_FALSE(other.replaced);
+    EXPECT_EQ(other.config->id, "imported-range-pack-2");
 }
 
 TEST(PackImport, Mp3At44kAndWavAt48kEachKeepTheirPitchAndLength) {
@@ -332,36 +336,6 @@ TEST(PackImport, Mp3At44kAndWavAt48kEachKeepTheirPitchAndLength) {
             crossings += (buffer->samples[i - 1] < 0) != (buffer->samples[i] < 0);
         EXPECT_NEAR(crossings, 200, 3);
     }
-}
-
-TEST(PackImport, ZipOfAFolderImportsLikeTheFolder) {
-    Workspace w;
-    writeSmallPack(w.pack);
-    const QString zipPath = w.temp.filePath("Small Pack.zip");
-    {
-        ZipWriter zip(zipPath);
-        zip.addTree(w.pack, "Small Pack/");
-        zip.add("__MACOSX/Small Pack/._config.json", "junk");
-    }
-    const PackImportResult result = w.import(zipPath);
-    expectKitChecks(result);
-    EXPECT_TRUE(result.problems.empty()) << result.problems.front();
-    expectLevels(result,
-                 {{"space", kSpace}, {"enter", kEnter}, {"arrDown", kArrow}, {"default^", kUp}});
-    EXPECT_EQ(
-        readJson(result.directory + "/config.json")["origin"].toObject()["importedFrom"].toString(),
-        "Small Pack.zip");
-
-    // The same pack again replaces its import; another of the same name gets its own id.
-    const PackImportResult again = w.import(w.pack);
-    EXPECT_TRUE(again.replaced);
-    EXPECT_EQ(again.config->id, "imported-small-pack");
-    QJsonObject config = readJson(w.pack + "/config.json");
-    config["id"] = "another";
-    writeConfig(w.pack, config);
-    const PackImportResult other = w.import(w.pack);
-    EXPECT_FALSE(other.replaced);
-    EXPECT_EQ(other.config->id, "imported-small-pack-2");
 }
 
 TEST(PackImport, BadPartsOfADirectoryPackAreReportedOneLineEach) {
@@ -422,34 +396,40 @@ TEST(PackImport, BadPartsOfADirectoryPackAreReportedOneLineEach) {
             EXPECT_LT(level(multi.directory, file), kUp - 0.05) << key;
 }
 
-TEST(PackImport, HostileArchivesNeverWriteOutsideTheKitDirectory) {
+// A zip of the pack's folder, as packs are shared, with macOS's extra files and hostile
+// entries: the pack imports, and nothing is written outside the kit directory.
+TEST(PackImport, ZippedFolderImportsAndHostileEntriesNeverWriteOutsideTheKitDirectory) {
     Workspace w;
     writeSmallPack(w.pack);
-    const QString zipPath = w.temp.filePath("hostile.zip");
+    const QString zipPath = w.temp.filePath("Small Pack.zip");
     QFile secret(w.pack + "/up.wav");
     ASSERT_TRUE(secret.open(QIODevice::ReadOnly));
     const QByteArray wav = secret.readAll();
     {
         ZipWriter zip(zipPath);
-        zip.addTree(w.pack, "");
+        zip.addTree(w.pack, "Small Pack/");
+        zip.add("__MACOSX/Small Pack/._config.json", "junk");
         zip.add("../escape.wav", wav);
         zip.add("/tmp/absolute.wav", wav);
-        zip.add("enter.wav", "/etc/passwd", true); // a link in place of a sound
+        zip.add("Small Pack/enter.wav", "/etc/passwd", true); // a link in place of a sound
         // 80 MiB of zeros, a few hundred kilobytes packed.
-        zip.add("space.wav", QByteArray(80 * 1024 * 1024, '\0'));
+        zip.add("Small Pack/space.wav", QByteArray(80 * 1024 * 1024, '\0'));
     }
     const PackImportResult result = w.import(zipPath);
     expectKitChecks(result);
     EXPECT_TRUE(mentions(result.problems, "archive entry \"../escape.wav\" leaves the pack"));
     EXPECT_TRUE(mentions(result.problems, "archive entry \"/tmp/absolute.wav\" leaves the pack"));
-    EXPECT_TRUE(mentions(result.problems, "archive entry \"enter.wav\" is a link"));
+    EXPECT_TRUE(mentions(result.problems, "archive entry \"Small Pack/enter.wav\" is a link"));
     EXPECT_TRUE(mentions(result.problems, "\"space.wav\": unpacks to more than 64 MiB"));
-    EXPECT_EQ(result.problems.size(), 5u);              // the link again, when Enter asked for it
-    EXPECT_EQ(levels(result, "arrDown"), just(kArrow)); // the rest imports
+    EXPECT_EQ(result.problems.size(), 5u); // the link again, when Enter asked for it
+    expectLevels(result, {{"arrDown", kArrow}, {"default^", kUp}, {"default", kA}});
+    EXPECT_EQ(
+        readJson(result.directory + "/config.json")["origin"].toObject()["importedFrom"].toString(),
+        "Small Pack.zip");
     EXPECT_FALSE(QFile::exists(w.temp.filePath("escape.wav")));
     EXPECT_FALSE(QFile::exists("/tmp/absolute.wav"));
     for (const QString& file : w.files())
-        EXPECT_TRUE(file.startsWith("pack/") || file == "hostile.zip" ||
+        EXPECT_TRUE(file.startsWith("pack/") || file == "Small Pack.zip" ||
                     file.startsWith("kits/imported-small-pack/sounds/") ||
                     file == "kits/imported-small-pack/config.json")
             << file.toStdString();
@@ -575,8 +555,6 @@ TEST(TappixKitImport, ImportsAndSelectsOnlyWhenNoTappixRuns) {
     EXPECT_EQ(code, 2);
 }
 
-// The kit check (behind `tappix-kit check`, which the bundled kits pass) names each
-// problem of a bad kit.
 TEST(KitCheck, NamesEachProblemOfABadKit) {
     Workspace w;
     ASSERT_TRUE(writeTone(w.kits + "/sounds/a.wav", 48000, kWav16, {kA}));
