@@ -268,62 +268,40 @@ TEST(KeyboardRecording, BadRecordingsSayWhatToDoAgain) {
         const char* what;
         std::map<KeyCode, Voice> voices;
         std::function<void(Scene&)> spoil;
-        std::string error;  // the whole recording refused with this, or
-        std::string retake; // this line among the retakes
-        std::size_t kept;   // and this many takes kept
+        std::string says; // the refusal of the whole recording, or a line among the retakes
+        std::size_t kept;
     };
+    // clang-format off
     const std::vector<Case> cases = {
-        {"silence",
-         {},
-         [](Scene& s) { std::fill(s.samples.begin(), s.samples.end(), 0.0f); },
-         "silence",
-         "",
-         0},
-        {"no keys typed", {}, [](Scene& s) { s.events.clear(); }, "no keys", "", 0},
-        {"a constant loud noise",
-         {},
-         [](Scene& s) {
+        {"silence", {}, [](Scene& s) { std::fill(s.samples.begin(), s.samples.end(), 0.0f); },
+         "silence", 0},
+        {"no keys typed", {}, [](Scene& s) { s.events.clear(); }, "no keys", 0},
+        {"a constant loud noise", {}, [](Scene& s) {
              std::mt19937 random(9);
              std::normal_distribution<float> gauss(0.0f, 0.1f);
              for (float& x : s.samples)
                  x += gauss(random);
-         },
-         "background noise",
-         "",
-         0},
-        {"a key too loud for the microphone",
-         {{keys::a, {3.0f, 10, 120}}},
-         clipped,
-         "",
-         "Record A again: 3 of 3 presses dropped (3 clipped",
-         36},
-        {"a key released before its press decays",
-         {{keys::s, {0.3f, 60, 25}}},
-         {},
-         "",
-         "Record S again: 3 of 3 presses dropped (3 overlapped by the next key's sound)",
-         36},
-        {"a key too soft to hear", {{keys::d, {0.0004f, 10, 120}}}, {}, "", "Record D again", 36},
+         }, "background noise", 0},
+        {"a key too loud for the microphone", {{keys::a, {3.0f, 10, 120}}}, clipped,
+         "Record A again: 3 of 3 presses dropped (3 clipped", 36},
+        {"a key released before its press decays", {{keys::s, {0.3f, 60, 25}}}, {},
+         "Record S again: 3 of 3 presses dropped (3 overlapped by the next key's sound)", 36},
+        {"a key too soft to hear", {{keys::d, {0.0004f, 10, 120}}}, {}, "Record D again", 36},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         Scene scene(c.voices);
         if (c.spoil)
             c.spoil(scene);
         const auto cut = scene.cut();
-        EXPECT_NE(cut.error.find(c.error), std::string::npos) << cut.error;
-        EXPECT_EQ(cut.error.empty(), c.error.empty()) << cut.error;
         EXPECT_EQ(cut.keptCount(), c.kept);
-        if (!c.retake.empty()) {
-            const bool named =
-                std::any_of(cut.retakes.begin(), cut.retakes.end(), [&](const std::string& line) {
-                    return line.find(c.retake) != std::string::npos;
-                });
-            EXPECT_TRUE(named) << (cut.retakes.empty() ? "no retakes" : cut.retakes.front());
-            EXPECT_TRUE(KeyboardRecording::makeKit(cut, "Kit").error.empty());
-        } else {
-            EXPECT_FALSE(KeyboardRecording::makeKit(cut, "Kit").error.empty());
-        }
+        EXPECT_EQ(cut.error.empty(), c.kept > 0) << cut.error;
+        const std::vector<std::string> lines = c.kept ? cut.retakes : std::vector{cut.error};
+        EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+            return line.find(c.says) != std::string::npos;
+        })) << (lines.empty() ? "nothing said" : lines.front());
+        EXPECT_EQ(KeyboardRecording::makeKit(cut, "Kit").error.empty(), c.kept > 0);
     }
 
     // Letters lost: every key falls back on them, so there is no kit.
