@@ -81,15 +81,11 @@ std::optional<SampleBuffer> first(const PackImportResult& result, const std::str
     return decoded(result.directory, result.config->sounds.at(key).down.front());
 }
 
-std::vector<double> just(double value) {
-    return {std::round(value * 20) / 20};
-}
-
 /// Each sound key has one variant at its level.
 void expectLevels(const PackImportResult& result,
                   std::initializer_list<std::pair<std::string, double>> expected) {
     for (const auto& [key, value] : expected)
-        EXPECT_EQ(levels(result, key), just(value)) << key;
+        EXPECT_EQ(levels(result, key), std::vector{std::round(value * 20) / 20}) << key;
 }
 
 QJsonObject readJson(const QString& path) {
@@ -106,11 +102,11 @@ bool mentions(const std::vector<std::string>& lines, const std::string& text) {
 
 /// A version-2 pack with a release sound: Space, Enter and an arrow of their own.
 void writeSmallPack(const QString& dir) {
-    ASSERT_TRUE(writeTone(dir + "/generic.wav", 48000, kWav16, {kA}));
-    ASSERT_TRUE(writeTone(dir + "/space.wav", 48000, kWav16, {kSpace}));
-    ASSERT_TRUE(writeTone(dir + "/enter.wav", 48000, kWav16, {kEnter}));
-    ASSERT_TRUE(writeTone(dir + "/down.wav", 48000, kWav16, {kArrow}));
-    ASSERT_TRUE(writeTone(dir + "/up.wav", 48000, kWav16, {kUp}));
+    const std::pair<const char*, double> tones[] = {
+        {"generic", kA}, {"space", kSpace}, {"enter", kEnter}, {"down", kArrow}, {"up", kUp},
+    };
+    for (const auto& [file, level] : tones)
+        ASSERT_TRUE(writeTone(dir + "/" + file + ".wav", 48000, kWav16, {level}));
     writeConfig(dir,
                 {{"id", "small"},
                  {"name", "Small Pack"},
@@ -263,12 +259,12 @@ TEST(PackImport, Version2MultiPackKeepsRangesReleasesAndFallbacks) {
     for (int i = 0; i < 5; ++i)
         ASSERT_TRUE(writeTone(w.pack + QString("/press/GENERIC_R%1.wav").arg(i), 48000, kWav16,
                               {0.05 + 0.05 * i}));
-    ASSERT_TRUE(writeTone(w.pack + "/press/SPACE.wav", 48000, kWav16, {kSpace}));
-    ASSERT_TRUE(writeTone(w.pack + "/press/ENTER.wav", 48000, kWav16, {kKeypad}));
-    ASSERT_TRUE(writeTone(w.pack + "/press/LEFT.wav", 48000, kWav16, {kArrow}));
-    ASSERT_TRUE(writeTone(w.pack + "/press/KP4.wav", 48000, kWav16, {kEnter}));
-    ASSERT_TRUE(writeTone(w.pack + "/release/GENERIC.wav", 48000, kWav16, {kUp}));
-    ASSERT_TRUE(writeTone(w.pack + "/release/SPACE.wav", 48000, kWav16, {kA}));
+    const std::pair<const char*, double> tones[] = {
+        {"press/SPACE", kSpace}, {"press/ENTER", kKeypad}, {"press/LEFT", kArrow},
+        {"press/KP4", kEnter},   {"release/GENERIC", kUp}, {"release/SPACE", kA},
+    };
+    for (const auto& [file, level] : tones)
+        ASSERT_TRUE(writeTone(w.pack + "/" + file + ".wav", 48000, kWav16, {level}));
     writeConfig(w.pack, {{"id", "v2"},
                          {"name", "Range Pack"},
                          {"key_define_type", "multi"},
@@ -368,7 +364,7 @@ TEST(PackImport, BadPartsOfADirectoryPackAreReportedOneLineEach) {
     EXPECT_FALSE(single.config->sounds.contains("d")); // the refused slices made no sound
     EXPECT_FALSE(single.config->sounds.contains("f"));
     EXPECT_NEAR(double(first(single, "enter")->frames()), 2400, 2); // cut short at the end
-    EXPECT_EQ(levels(single, "space"), just(kA)); // the skipped key plays the default
+    expectLevels(single, {{"space", kA}}); // the skipped key plays the default
 
     writeConfig(w.pack, {{"name", "Broken"},
                          {"key_define_type", "multi"},
@@ -452,36 +448,35 @@ TEST(PackImport, RefusalsSayWhyAndLeaveNothingBehind) {
     ASSERT_TRUE(notZip.open(QIODevice::WriteOnly));
     notZip.write("just text");
     notZip.close();
+    QDir().mkpath(w.kits + "/mine/sounds"); // a kit the user made is never replaced
+    writeConfig(w.kits + "/mine", {{"id", "mine"}});
+    const std::atomic<bool> cancelled{true}; // from another thread, here before it starts
     struct Case {
         QString source;
         std::string id;
         const char* says;
+        std::vector<std::string> reserved = {};
+        const std::atomic<bool>* cancel = nullptr;
     };
     const Case cases[] = {
         {w.temp.filePath("nowhere"), "", "no such file or directory"},
         {w.temp.filePath("empty"), "", "no config.json"},
         {notZip.fileName(), "", "not a readable zip file"},
         {w.pack, "Bad Id", "cannot be a kit id"},
+        {w.pack, "mine", "was not imported"},
+        {w.pack, "", "comes with Tappix", {"imported-small-pack"}},
+        {w.pack, "", "cancelled", {}, &cancelled},
     };
     for (const Case& c : cases) {
-        const PackImportResult result = w.import(c.source, c.id);
+        PackImporter::Options options;
+        options.kitDirectory = w.kits;
+        options.id = c.id;
+        options.reservedIds = c.reserved;
+        options.cancel = c.cancel;
+        const PackImportResult result = importPack(c.source, options);
         EXPECT_FALSE(result.ok()) << c.says;
         EXPECT_NE(result.error.find(c.says), std::string::npos) << result.error;
     }
-    // A kit the user made is never replaced by an import.
-    QDir().mkpath(w.kits + "/mine/sounds");
-    writeConfig(w.kits + "/mine", {{"id", "mine"}});
-    const PackImportResult taken = w.import(w.pack, "mine");
-    EXPECT_NE(taken.error.find("was not imported"), std::string::npos) << taken.error;
-    PackImporter::Options options;
-    options.kitDirectory = w.kits;
-    options.reservedIds = {"imported-small-pack"};
-    EXPECT_NE(importPack(w.pack, options).error.find("comes with Tappix"), std::string::npos);
-    // Cancelled from another thread (here, before it starts): no kit.
-    const std::atomic<bool> cancel{true};
-    options.reservedIds.clear();
-    options.cancel = &cancel;
-    EXPECT_NE(importPack(w.pack, options).error.find("cancelled"), std::string::npos);
     // Audio that does not decode at all leaves no kit.
     QFile::remove(w.pack + "/generic.wav");
     for (const char* name : {"space.wav", "enter.wav", "down.wav"}) {
