@@ -39,8 +39,6 @@ TEST(SynthEngine, BellAndMousePresets) {
     EXPECT_LT(std::fabs(bell[10]), 0.02f); // still fading in
     EXPECT_GT(peak({bell.begin() + 192, bell.begin() + 400}), 0.2f);
 
-    EXPECT_EQ(mouseProfileFrom("deep"), MouseProfile::deep);
-    EXPECT_FALSE(mouseProfileFrom("Deep"));
     for (MouseProfile profile : kMouseProfiles) {
         const auto preset = mousePreset(profile, true);
         EXPECT_FALSE(preset.params.clicky);
