@@ -88,6 +88,12 @@ void expectLevels(const PackImportResult& result,
         EXPECT_EQ(levels(result, key), std::vector{std::round(value * 20) / 20}) << key;
 }
 
+QJsonObject json(const QString& text) {
+    const QJsonDocument document = QJsonDocument::fromJson(text.toUtf8());
+    EXPECT_TRUE(document.isObject()) << text.toStdString();
+    return document.object();
+}
+
 QJsonObject readJson(const QString& path) {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object()
@@ -107,15 +113,9 @@ void writeSmallPack(const QString& dir) {
     };
     for (const auto& [file, level] : tones)
         ASSERT_TRUE(writeTone(dir + "/" + file + ".wav", 48000, kWav16, {level}));
-    writeConfig(dir,
-                {{"id", "small"},
-                 {"name", "Small Pack"},
-                 {"key_define_type", "multi"},
-                 {"version", 2},
-                 {"sound", "generic.wav"},
-                 {"soundup", "up.wav"},
-                 {"defines",
-                  QJsonObject{{"57", "space.wav"}, {"28", "enter.wav"}, {"57424", "down.wav"}}}});
+    writeConfig(dir, json(R"({"id":"small","name":"Small Pack","key_define_type":"multi",
+        "version":2,"sound":"generic.wav","soundup":"up.wav",
+        "defines":{"57":"space.wav","28":"enter.wav","57424":"down.wav"}})"));
 }
 
 /// The written manifest passes the same check as `tappix-kit check`.
@@ -206,21 +206,10 @@ TEST(PackImport, SingleFilePackIsCutIntoFadedSlicesPerKey) {
     ASSERT_TRUE(
         writeTone(w.pack + "/sound.ogg", 44100, kOgg, {kA, kEnter, kSpace, kArrow, kKeypad}));
     ASSERT_TRUE(writeTone(w.pack + "/release.wav", 48000, kWav16, {kUp}));
-    writeConfig(w.pack, {{"id", "sp"},
-                         {"name", "Slice Pack"},
-                         {"key_define_type", "single"},
-                         {"version", 2},
-                         {"includes_numpad", true},
-                         {"sound", "sound.ogg"},
-                         {"soundup", "release.wav"},
-                         {"defines", QJsonObject{{"30", QJsonArray{0, 100}},
-                                                 {"28", QJsonArray{100, 100}},
-                                                 {"28-up", QJsonArray{0, 100}},
-                                                 {"57", QJsonArray{200, 100}},
-                                                 {"57416", QJsonArray{300, 100}},
-                                                 {"3612", QJsonArray{400, 100}},
-                                                 {"3637", QJsonArray{400, 100}},
-                                                 {"84", QJsonArray{0, 100}}}}});
+    writeConfig(w.pack, json(R"({"id":"sp","name":"Slice Pack","key_define_type":"single",
+        "version":2,"includes_numpad":true,"sound":"sound.ogg","soundup":"release.wav",
+        "defines":{"30":[0,100],"28":[100,100],"28-up":[0,100],"57":[200,100],"57416":[300,100],
+        "3612":[400,100],"3637":[400,100],"84":[0,100]}})"));
     const PackImportResult result = w.import(w.pack);
     expectKitChecks(result);
     EXPECT_EQ(result.config->id, "imported-slice-pack");
@@ -265,18 +254,10 @@ TEST(PackImport, Version2MultiPackKeepsRangesReleasesAndFallbacks) {
     };
     for (const auto& [file, level] : tones)
         ASSERT_TRUE(writeTone(w.pack + "/" + file + ".wav", 48000, kWav16, {level}));
-    writeConfig(w.pack, {{"id", "v2"},
-                         {"name", "Range Pack"},
-                         {"key_define_type", "multi"},
-                         {"version", 2},
-                         {"sound", "press/GENERIC_R{0-4}.wav"},
-                         {"soundup", "release/GENERIC.wav"},
-                         {"defines", QJsonObject{{"57", "press/SPACE.wav"},
-                                                 {"57-up", "release/SPACE.wav"},
-                                                 {"3612", "press/ENTER.wav"},
-                                                 {"57419", "Press/left.WAV"}, // case differs
-                                                 {"61003", "press/KP4.wav"},
-                                                 {"14", QJsonValue()}}}});
+    writeConfig(w.pack, json(R"({"id":"v2","name":"Range Pack","key_define_type":"multi",
+        "version":2,"sound":"press/GENERIC_R{0-4}.wav","soundup":"release/GENERIC.wav",
+        "defines":{"57":"press/SPACE.wav","57-up":"release/SPACE.wav","3612":"press/ENTER.wav",
+        "57419":"Press/left.WAV","61003":"press/KP4.wav","14":null}})")); // a name's case differs
     const PackImportResult result = w.import(w.pack);
     expectKitChecks(result);
     EXPECT_TRUE(result.problems.empty()) << result.problems.front();
@@ -307,11 +288,8 @@ TEST(PackImport, Mp3At44kAndWavAt48kEachKeepTheirPitchAndLength) {
     if (!writeTone(w.pack + "/enter.mp3", 44100, kMp3, {kEnter, kEnter, kEnter}))
         GTEST_SKIP() << "this libsndfile cannot write MP3, so no MP3 pack can be made";
     ASSERT_TRUE(writeTone(w.pack + "/space.wav", 48000, kWav16, {kSpace, kSpace, kSpace}));
-    writeConfig(w.pack,
-                {{"name", "Mixed Rates"},
-                 {"key_define_type", "multi"},
-                 {"defines",
-                  QJsonObject{{"28", "enter.mp3"}, {"28-up", "space.wav"}, {"57", "space.wav"}}}});
+    writeConfig(w.pack, json(R"({"name":"Mixed Rates","key_define_type":"multi",
+        "defines":{"28":"enter.mp3","28-up":"space.wav","57":"space.wav"}})"));
     const PackImportResult result = w.import(w.pack);
     expectKitChecks(result);
     EXPECT_TRUE(result.config->metadata.supportsKeyUp); // a version-1 pack with "-up"
@@ -340,16 +318,10 @@ TEST(PackImport, BadPartsOfADirectoryPackAreReportedOneLineEach) {
     // A file outside the pack, reached by name and through a link.
     ASSERT_TRUE(writeTone(w.temp.filePath("secret.wav"), 48000, kWav16, {kUp}));
     ASSERT_TRUE(QFile::link(w.temp.filePath("secret.wav"), w.pack + "/link.wav"));
-    writeConfig(w.pack, {{"name", "Broken"},
-                         {"key_define_type", "single"},
-                         {"sound", "sound.wav"},
-                         {"defines", QJsonObject{{"30", QJsonArray{0, 100}},
-                                                 {"28", QJsonArray{150, 100}}, // runs past
-                                                 {"57", QJsonArray{900, 50}},  // starts past
-                                                 {"enter", QJsonArray{0, 10}}, // not a code
-                                                 {"31", QJsonArray{"a", 10}},
-                                                 {"32", QJsonArray{10, 0}},      // no time
-                                                 {"33", QJsonArray{-5, 50}}}}}); // before 0
+    // Past the end, starting past it, no key code, no [start, duration], no time, before 0.
+    writeConfig(w.pack, json(R"({"name":"Broken","key_define_type":"single","sound":"sound.wav",
+        "defines":{"30":[0,100],"28":[150,100],"57":[900,50],"enter":[0,10],"31":["a",10],
+        "32":[10,0],"33":[-5,50]}})"));
     const PackImportResult single = w.import(w.pack);
     expectKitChecks(single);
     const char* singleSays[] = {"\"28\" runs past the end of the audio (200 ms)",
@@ -366,13 +338,10 @@ TEST(PackImport, BadPartsOfADirectoryPackAreReportedOneLineEach) {
     EXPECT_NEAR(double(first(single, "enter")->frames()), 2400, 2); // cut short at the end
     expectLevels(single, {{"space", kA}}); // the skipped key plays the default
 
-    writeConfig(w.pack, {{"name", "Broken"},
-                         {"key_define_type", "multi"},
-                         {"defines", QJsonObject{{"30", "sound.wav"},
-                                                 {"28", "missing.wav"},
-                                                 {"57", "../secret.wav"},
-                                                 {"14", w.temp.filePath("secret.wav")},
-                                                 {"15", "link.wav"}}}});
+    writeConfig(w.pack, json(QString(R"({"name":"Broken","key_define_type":"multi",
+        "defines":{"30":"sound.wav","28":"missing.wav","57":"../secret.wav","14":"%1",
+        "15":"link.wav"}})")
+                                 .arg(w.temp.filePath("secret.wav"))));
     const PackImportResult multi = w.import(w.pack);
     expectKitChecks(multi);
     EXPECT_TRUE(multi.replaced);

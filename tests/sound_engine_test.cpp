@@ -272,35 +272,22 @@ TEST(SoundEngine, KitChangesTakeEffectOnceTheirSamplesAreIn) {
         Names keys;      // Return, Space, then a preview of Return when it plays at once
         Names afterLoad; // the preview of Return that waited, then Return and Space again
     };
+    const MixVoice clack{QStringLiteral("up"), QStringLiteral("clack")};
+    const MixVoice gone{QStringLiteral("gone"), std::nullopt};
+    const MixVoice enter{std::nullopt, QStringLiteral("enter")};
+    const Names main3{"main/enter.wav", "main/enter.wav", "main/enter.wav"};
+    // clang-format off
     const Change changes[] = {
-        {"a level",
-         [&] { f.settings.tonePitch = 1.2f; },
-         false,
-         {"main/enter.wav", "main/alpha.wav", "main/enter.wav"},
-         {}},
-        {"another sound of the same kit",
-         [&] {
-             f.settings.voices[KeyGroup::space] = MixVoice{std::nullopt, QStringLiteral("enter")};
-         },
-         false,
-         {"main/enter.wav", "main/enter.wav", "main/enter.wav"},
-         {}},
-        {"another kit for Return",
-         [&] {
-             f.settings.voices[KeyGroup::enter] =
-                 MixVoice{QStringLiteral("up"), QStringLiteral("clack")};
-         },
-         true,
-         {"main/enter.wav", "main/enter.wav"},
-         {"up/clack.wav", "up/clack.wav", "main/enter.wav"}},
-        {"a kit that is not installed",
-         [&] {
-             f.settings.voices[KeyGroup::enter] = MixVoice{QStringLiteral("gone"), std::nullopt};
-         },
-         true,
-         {"up/clack.wav", "main/enter.wav"},
-         {"main/enter.wav", "main/enter.wav", "main/enter.wav"}},
+        {"a level", [&] { f.settings.tonePitch = 1.2f; }, false,
+         {"main/enter.wav", "main/alpha.wav", "main/enter.wav"}, {}},
+        {"another sound of the same kit", [&] { f.settings.voices[KeyGroup::space] = enter; },
+         false, main3, {}},
+        {"another kit for Return", [&] { f.settings.voices[KeyGroup::enter] = clack; }, true,
+         {"main/enter.wav", "main/enter.wav"}, {"up/clack.wav", "up/clack.wav", "main/enter.wav"}},
+        {"a kit that is not installed", [&] { f.settings.voices[KeyGroup::enter] = gone; }, true,
+         {"up/clack.wav", "main/enter.wav"}, main3},
     };
+    // clang-format on
     for (const Change& change : changes) {
         change.make();
         f.apply();
