@@ -58,20 +58,13 @@ TEST(KeyTables, SoundCandidatesByNameAndCoarseGroup) {
 // columns, in their columns; keys of no column sit in the centre.
 TEST(KeyTables, KeysPanByTheirColumn) {
     using namespace keys;
+    // clang-format off
     const std::vector<std::vector<KeyCode>> columns = {{grave, escape, capsLock},
-                                                       {digit1, function, brightnessDown},
-                                                       {option},
-                                                       {command},
-                                                       {f4},
-                                                       {illuminationUp},
-                                                       {space},
-                                                       {keys::rewind},
-                                                       {rightOption, play},
-                                                       {rightCommand, fastForward},
-                                                       {rightControl, mute},
-                                                       {leftArrow, volumeDown},
-                                                       {returnKey, upArrow, volumeUp},
-                                                       {backspace, keypadEnter, forwardDelete}};
+        {digit1, function, brightnessDown}, {option}, {command}, {f4}, {illuminationUp}, {space},
+        {keys::rewind}, {rightOption, play}, {rightCommand, fastForward}, {rightControl, mute},
+        {leftArrow, volumeDown}, {returnKey, upArrow, volumeUp},
+        {backspace, keypadEnter, forwardDelete}};
+    // clang-format on
     for (int column = 0; column < 14; ++column)
         for (KeyCode code : columns[std::size_t(column)]) {
             EXPECT_EQ(keyColumn(code), column) << "code " << code;

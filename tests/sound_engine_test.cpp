@@ -139,7 +139,8 @@ TEST(SoundEngine, EventsInSoundsOut) {
              f.engine->loadPack(nullptr);
          }, "a ret", {"up/clack.wav"}},
         // Each dropped event moves the time.
-        {"rapid keys measured on every event", [](Fixture& f) { f.settings.ignoreRapidKeys = true; },
+        {"rapid keys measured on every event",
+         [](Fixture& f) { f.settings.ignoreRapidKeys = true; },
          "a +5 s +1000 a +6 a^ +6 a +1000 f17 +5 a",
          {"main/alpha.wav", "main/alpha.wav", "main/alpha.wav"}},
         {"no releases from a kit without them, no modifiers when off",
@@ -162,7 +163,8 @@ TEST(SoundEngine, EventsInSoundsOut) {
              f.settings.stereoPanning = false;
              f.settings.tunings["main"] = PackTuning{1.0f, 1.7f, 0.04f, 3.0f};
          }, "bksp", {"main/alpha.wav r1 p0 g1.7"}, true},
-        {"the bell and counters on presses only", [](Fixture& f) { f.settings.dingOnReturn = true; },
+        {"the bell and counters on presses only",
+         [](Fixture& f) { f.settings.dingOnReturn = true; },
          "ret ret^ kpenter", {"buffer", "main/enter.wav", "buffer", "main/enter.wav"}, false,
          {2, 2, 0}},
         {"no mouse sounds unless asked", {}, "m", {}, false, {0, 0, 0}},
