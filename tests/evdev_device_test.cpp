@@ -125,12 +125,11 @@ TEST(EvdevDevice, ReportsOnlyItsRolesKeysOnceEach) {
     }
 }
 
-TEST(EvdevDevice, RecordsSplitAcrossReadsAndDevicesThatVanish) {
+TEST(EvdevDevice, RecordsSplitAcrossReads) {
     Stream stream;
     RecordingSink sink;
     EvdevDevice device(::dup(stream.read), DeviceRole::keyboard, "kbd");
-    // A whole record and the next one cut inside its key code in one read, the rest in the
-    // next read.
+    // A record and part of the next in one read, the rest in the next.
     const input_event records[] = {key(KEY_A, 1), key(KEY_LEFTSHIFT, 1)};
     const auto* bytes = reinterpret_cast<const unsigned char*>(records);
     const std::size_t first = sizeof(input_event) + offsetof(input_event, code) + 1;
@@ -140,17 +139,10 @@ TEST(EvdevDevice, RecordsSplitAcrossReadsAndDevicesThatVanish) {
     stream.sendBytes(bytes + first, sizeof records - first);
     device.readAvailable(sink);
     EXPECT_EQ(sink.events, (Events{"k 0 down", "k 56 down"}));
-
-    stream.closeWriter();
-    EXPECT_EQ(device.readAvailable(sink), EvdevDevice::ReadResult::gone);
-    device.releaseHeld(sink);
-    std::sort(sink.events.begin() + 2, sink.events.end());
-    EXPECT_EQ(sink.events, (Events{"k 0 down", "k 56 down", "k 0 up", "k 56 up"}));
 }
 
-// Keyboards and pointers fall back to X11 without a device of theirs; media keys have no
-// fallback, so their reader waits, and a device plugged in later (here a FIFO) is heard.
-// A reader of two devices delivers from both and survives one that vanishes.
+// Without a device a media key reader waits and hears one plugged in later (a FIFO); a
+// reader of two devices delivers from both and survives one that vanishes.
 TEST(EvdevCapture, ReadersDeliverSurviveAVanishingDeviceAndHearOnePluggedInLater) {
     RecordingSink refused;
     QTemporaryDir dev;
@@ -196,8 +188,7 @@ TEST(EvdevCapture, ReadersDeliverSurviveAVanishingDeviceAndHearOnePluggedInLater
     first.closeWriter(); // vanishes holding A: its key-up is reported
     second.send({key(KEY_S, 1), syn(), key(KEY_S, 2), syn(), key(KEY_S, 0), syn()});
     Events events = recorder.collect(service, 4);
-    // The reader and the key queue it hands keys to both run at real-time priority
-    // (here as root, as in CI; elsewhere through RealtimeKit).
+    // The reader and the key queue run at real-time priority where allowed (root in CI).
     if (geteuid() == 0) {
         EXPECT_EQ(test::schedulingPolicies("tappix-evtap"), std::vector<int>{SCHED_FIFO});
         EXPECT_EQ(test::schedulingPolicies("tappix-keys"), std::vector<int>{SCHED_FIFO});
@@ -207,9 +198,7 @@ TEST(EvdevCapture, ReadersDeliverSurviveAVanishingDeviceAndHearOnePluggedInLater
     EXPECT_EQ(events, (Events{"k 0 down", "k 0 up", "k 1 down", "k 1 up"}));
 }
 
-// Which nodes count as keyboards, from the kernel's key lists alone: letters and Space
-// in the lowest word; more words in front of it (most significant first); a node the
-// kernel says nothing about and that cannot be asked.
+// Keyboards by the kernel's key lists: letters and Space in the lowest word.
 TEST(KeyboardNodes, TheKernelsKeyListSaysWhichNodesAreKeyboards) {
     QTemporaryDir dev, sysfs;
     const struct {

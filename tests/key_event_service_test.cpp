@@ -7,7 +7,9 @@
 
 #include <QString>
 #include <atomic>
+#include <functional>
 #include <future>
+#include <map>
 
 using namespace tappix;
 using Events = std::vector<std::string>;
@@ -81,40 +83,25 @@ TEST(KeyEventService, DeliversEachPressAndReleaseOnce) {
         Fixture f(c.primary);
         EXPECT_EQ(f.service->backend(), c.primary ? KeyEventService::Backend::primary
                                                   : KeyEventService::Backend::fallback);
-        for (const QString& step : QString(c.script).split(' ')) {
-            CaptureSink& sink = *(c.primary ? f.keyboard : f.fallback)->sink;
-            const int n = step.mid(1).toInt();
-            const auto media = [&](int state, int repeat, int subtype = 8) {
-                f.media->sink->systemDefined(subtype, (n << 16) | state | repeat);
-            };
-            switch (step[0].toLatin1()) {
-            case 'd':
-            case 'r':
-                sink.keyDown(n, step[0] == 'r');
-                break;
-            case 'u':
-                sink.keyUp(n);
-                break;
-            case 'f':
-                sink.flagsChanged(n);
-                break;
-            case 'm':
-                media(0x0A00, 0);
-                break;
-            case 'M':
-                media(0x0B00, 0);
-                break;
-            case 'R':
-                media(0x0A00, 1);
-                break;
-            case 'x':
-                media(0x0A00, 0, 7);
-                break;
-            case 's':
-                f.service->start();
-                break;
-            }
-        }
+        const auto sink = [&]() -> CaptureSink& {
+            return *(c.primary ? f.keyboard : f.fallback)->sink;
+        };
+        const auto media = [&](int n, int state, int repeat, int subtype = 8) {
+            f.media->sink->systemDefined(subtype, (n << 16) | state | repeat);
+        };
+        const std::map<char, std::function<void(int)>> steps = {
+            {'d', [&](int n) { sink().keyDown(n, false); }},
+            {'r', [&](int n) { sink().keyDown(n, true); }},
+            {'u', [&](int n) { sink().keyUp(n); }},
+            {'f', [&](int n) { sink().flagsChanged(n); }},
+            {'m', [&](int n) { media(n, 0x0A00, 0); }},
+            {'M', [&](int n) { media(n, 0x0B00, 0); }},
+            {'R', [&](int n) { media(n, 0x0A00, 1); }},
+            {'x', [&](int n) { media(n, 0x0A00, 0, 7); }},
+            {'s', [&](int) { f.service->start(); }},
+        };
+        for (const QString& step : QString(c.script).split(' '))
+            steps.at(step[0].toLatin1())(step.mid(1).toInt());
         f.service->drain();
         EXPECT_EQ(f.recorder.take(), c.out) << c.script;
     }

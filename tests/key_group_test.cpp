@@ -11,13 +11,6 @@ using namespace tappix;
 
 namespace {
 
-std::vector<std::string> candidates(KeyCode code) {
-    std::vector<std::string> out;
-    for (auto name : soundCandidates(code))
-        out.emplace_back(name);
-    return out;
-}
-
 std::string str(std::optional<std::string_view> value) {
     return value ? std::string(*value) : std::string("<none>");
 }
@@ -25,76 +18,53 @@ std::string str(std::optional<std::string_view> value) {
 } // namespace
 
 TEST(KeyGroup, RegionRulesInPriorityOrder) {
-    struct Case {
-        KeyCode code;
-        KeyGroup group;
-    };
-    const Case cases[] = {
-        {0, KeyGroup::letters},        {10, KeyGroup::letters},
-        {48, KeyGroup::letters},       {53, KeyGroup::letters},
-        {71, KeyGroup::letters},       {115, KeyGroup::letters},
-        {127, KeyGroup::letters},      {500, KeyGroup::letters},
-        {999, KeyGroup::letters},      {-1, KeyGroup::letters},
-        {49, KeyGroup::space},         {36, KeyGroup::enter},
-        {76, KeyGroup::enter},         {51, KeyGroup::backspace},
-        {117, KeyGroup::backspace},    {54, KeyGroup::modifier},
-        {63, KeyGroup::modifier},      {123, KeyGroup::arrows},
-        {126, KeyGroup::arrows},       {122, KeyGroup::functionRow},
-        {111, KeyGroup::functionRow},  {1000, KeyGroup::functionRow},
-        {1005, KeyGroup::functionRow}, {INT64_MAX, KeyGroup::functionRow},
-        {50, KeyGroup::numberRow},     {24, KeyGroup::numberRow},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(KeyGroup::of(c.code), c.group) << "code " << c.code;
-}
-
-TEST(KeyGroup, CoarseGroupIgnoresRowsArrowsAndMedia) {
+    using G = KeyGroup;
     const std::pair<KeyCode, KeyGroup> cases[] = {
-        {1000, KeyGroup::letters}, {122, KeyGroup::letters}, {123, KeyGroup::letters},
-        {18, KeyGroup::letters},   {76, KeyGroup::enter},    {117, KeyGroup::backspace},
-        {62, KeyGroup::modifier}};
+        {0, G::letters},        {10, G::letters},       {48, G::letters},
+        {53, G::letters},       {71, G::letters},       {115, G::letters},
+        {127, G::letters},      {500, G::letters},      {999, G::letters},
+        {-1, G::letters},       {49, G::space},         {36, G::enter},
+        {76, G::enter},         {51, G::backspace},     {117, G::backspace},
+        {54, G::modifier},      {63, G::modifier},      {123, G::arrows},
+        {126, G::arrows},       {122, G::functionRow},  {111, G::functionRow},
+        {1000, G::functionRow}, {1005, G::functionRow}, {INT64_MAX, G::functionRow},
+        {50, G::numberRow},     {24, G::numberRow},
+    };
     for (const auto& [code, group] : cases)
-        EXPECT_EQ(coarseGroup(code), group) << code;
+        EXPECT_EQ(KeyGroup::of(code), group) << "code " << code;
 }
 
-TEST(KeyTables, NamesIncludingDeliberateSharing) {
-    const std::pair<KeyCode, const char*> names[] = {
-        {62, "ctrlLeft"}, {59, "ctrlLeft"}, {54, "command"}, {55, "command"}, {76, "enter"},
-        {42, "\\"},       {1018, "f7"},     {1020, "f7"},    {1000, "f12"},   {10, "<none>"},
-        {52, "<none>"},   {1005, "<none>"}, {128, "<none>"}, {-5, "<none>"}};
-    for (const auto& [code, name] : names)
-        EXPECT_EQ(str(keyName(code)), name) << code;
-}
-
-TEST(KeyTables, CandidatesEndWithDefaultThenAlpha) {
-    using V = std::vector<std::string>;
-    EXPECT_EQ(candidates(36), (V{"enter", "enter", "default", "alpha"}));
-    EXPECT_EQ(candidates(60), (V{"shiftRight", "modifier", "default", "alpha"}));
-    EXPECT_EQ(candidates(96), (V{"f5", "alpha", "default", "alpha"}));
-    EXPECT_EQ(candidates(10), (V{"alpha", "default", "alpha"}));
-    EXPECT_EQ(candidates(0), (V{"a", "alpha", "default", "alpha"}));
-    EXPECT_EQ(candidates(117), (V{"del", "backspace", "default", "alpha"}));
-    EXPECT_EQ(candidates(1000), (V{"f12", "alpha", "default", "alpha"}));
+// The names a kit is searched for, in order: the key's own (shared where deliberate), its
+// coarse group (rows, arrows and media are letters), then "default" and "alpha".
+TEST(KeyTables, SoundCandidatesByNameAndCoarseGroup) {
+    // clang-format off
+    const std::pair<KeyCode, const char*> cases[] = {
+        {0, "a alpha"}, {10, "alpha"}, {52, "alpha"}, {128, "alpha"}, {-5, "alpha"},
+        {1005, "alpha"}, {18, "1 alpha"}, {42, "\\ alpha"}, {96, "f5 alpha"}, {122, "f1 alpha"},
+        {123, "arrLeft alpha"}, {1000, "f12 alpha"}, {1018, "f7 alpha"}, {1020, "f7 alpha"},
+        {36, "enter enter"}, {76, "enter enter"}, {117, "del backspace"},
+        {60, "shiftRight modifier"}, {62, "ctrlLeft modifier"}, {59, "ctrlLeft modifier"},
+        {54, "command modifier"}, {55, "command modifier"}};
+    // clang-format on
+    for (const auto& [code, names] : cases) {
+        std::string found;
+        for (auto name : soundCandidates(code))
+            found += (found.empty() ? "" : " ") + std::string(name);
+        EXPECT_EQ(found, names + std::string(" default alpha")) << code;
+    }
 }
 
 // Keys from both ends of the layout, each side's modifiers and the media keys above the
 // columns, in their columns; keys of no column sit in the centre.
 TEST(KeyTables, KeysPanByTheirColumn) {
     using namespace keys;
+    // clang-format off
     const std::vector<std::vector<KeyCode>> columns = {{grave, escape, capsLock},
-                                                       {digit1, function, brightnessDown},
-                                                       {option},
-                                                       {command},
-                                                       {f4},
-                                                       {illuminationUp},
-                                                       {space},
-                                                       {keys::rewind},
-                                                       {rightOption, play},
-                                                       {rightCommand, fastForward},
-                                                       {rightControl, mute},
-                                                       {leftArrow, volumeDown},
-                                                       {returnKey, upArrow, volumeUp},
-                                                       {backspace, keypadEnter, forwardDelete}};
+        {digit1, function, brightnessDown}, {option}, {command}, {f4}, {illuminationUp}, {space},
+        {keys::rewind}, {rightOption, play}, {rightCommand, fastForward}, {rightControl, mute},
+        {leftArrow, volumeDown}, {returnKey, upArrow, volumeUp},
+        {backspace, keypadEnter, forwardDelete}};
+    // clang-format on
     for (int column = 0; column < 14; ++column)
         for (KeyCode code : columns[std::size_t(column)]) {
             EXPECT_EQ(keyColumn(code), column) << "code " << code;

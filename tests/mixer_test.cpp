@@ -142,10 +142,8 @@ TEST(Mixer, BrightnessFiltersHighsAndRoomLeavesATail) {
     }
 }
 
-// Mixing a new sound into frames already rendered must give, sample for sample, what
-// rendering it from that frame on would have given: same place, level and pan, and
-// a tone filter that carries on without a step. A sound counted twice, started at
-// the wrong frame or left out of the filter's memory shows here.
+// Mixing a new sound into frames already rendered gives, sample for sample, what rendering
+// it from that frame on would have given, the tone filter carrying on without a step.
 TEST(Mixer, ANewSoundMixedIntoRenderedFramesMatchesRenderingIt) {
     std::vector<float> sweep(9600);
     for (std::size_t i = 0; i < sweep.size(); ++i)
@@ -186,10 +184,8 @@ TEST(Mixer, ANewSoundMixedIntoRenderedFramesMatchesRenderingIt) {
     }
 }
 
-// A sound is on time or not at all. One asked for while the output was away or stalled
-// reaches the render late: it is dropped and counted, never played. Sounds ringing when
-// a stalled stream resumes fade out instead of going on late; sounds started from a
-// stream that was dropped (the server went away) never come back.
+// A sound is on time or not at all: one that reaches the render late is dropped and
+// counted; sounds ringing when a stall ends fade out; a dropped stream's never come back.
 TEST(Mixer, SoundsThatWouldBeLateAreDroppedAndCounted) {
     struct Case {
         const char* what;

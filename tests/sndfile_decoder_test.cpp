@@ -80,20 +80,18 @@ TEST(SndfileDecoder, EveryCommonEncodingLoadsAs48kMono) {
 TEST(SndfileDecoder, BadFilesFailWithAReason) {
     QTemporaryDir dir;
     SndfileDecoder decoder;
-    QFile empty(dir.filePath("empty.wav"));
-    ASSERT_TRUE(empty.open(QIODevice::WriteOnly));
-    empty.close();
-    QFile text(dir.filePath("text.wav"));
-    ASSERT_TRUE(text.open(QIODevice::WriteOnly));
-    text.write("this is not audio at all, just words in a file with a .wav name");
-    text.close();
-    const QString good = makeTone(dir, "good.wav", {"-r", "48000", "-c", "1", "-b", "16"});
-    QFile::copy(good, dir.filePath("cut.wav"));
-    QFile cut(dir.filePath("cut.wav"));
-    ASSERT_TRUE(cut.resize(30)); // header only, truncated
-
-    for (const QString& path :
-         {dir.filePath("missing.wav"), empty.fileName(), text.fileName(), cut.fileName()}) {
+    const auto write = [&](const char* name, const QByteArray& bytes) {
+        QFile file(dir.filePath(name));
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(bytes);
+        return file.fileName();
+    };
+    QFile good(makeTone(dir, "good.wav", {"-r", "48000", "-c", "1", "-b", "16"}));
+    ASSERT_TRUE(good.open(QIODevice::ReadOnly));
+    // Nothing, words with a .wav name, and a header cut short.
+    for (const QString& path : {dir.filePath("missing.wav"), write("empty.wav", ""),
+                                write("text.wav", "this is not audio, just words in a file"),
+                                write("cut.wav", good.read(30))}) {
         std::string error;
         EXPECT_FALSE(decoder.decode(path, error)) << path.toStdString();
         EXPECT_FALSE(error.empty());

@@ -32,7 +32,7 @@ const std::vector<QString> kSaved{"mix", "settings"};
 
 } // namespace
 
-TEST(Mixes, CreateTrimsNamesAndMakesUniqueSlugs) {
+TEST(Mixes, CreateTrimsNamesAndMakesUniqueSlugsAndDeleteLeavesNoneActive) {
     Fixture f;
     const struct {
         const char* given;
@@ -53,6 +53,15 @@ TEST(Mixes, CreateTrimsNamesAndMakesUniqueSlugs) {
         EXPECT_EQ(f.store.activeMixId(), mix.id);
     }
     EXPECT_EQ(f.store.mixes().size(), 6u);
+
+    // Deleting another mix keeps the active one; deleting the active one leaves none.
+    f.store.deleteMix(QStringLiteral("late-night"));
+    EXPECT_EQ(f.store.activeMixId(), QStringLiteral("n-code-mix"));
+    f.store.deleteMix(QStringLiteral("n-code-mix"));
+    EXPECT_FALSE(f.store.activeMixId());
+    f.prefs.sync();
+    EXPECT_FALSE(f.file.read().contains(QStringLiteral("activeMixId")));
+    EXPECT_EQ(f.file.read().value(QStringLiteral("soundMixes")).toArray().size(), 4);
 }
 
 TEST(Mixes, SaveOrderAndNoOps) {
@@ -82,19 +91,6 @@ TEST(Mixes, SaveOrderAndNoOps) {
     f.events.clear();
     f.store.setTuning(QStringLiteral("k"), PackTuning{});
     EXPECT_EQ(f.events, std::vector<QString>{"settings"});
-}
-
-TEST(Mixes, DeletingTheActiveMixLeavesNoneActive) {
-    Fixture f;
-    const SoundMix a = f.store.createMix(QStringLiteral("A"));
-    const SoundMix b = f.store.createMix(QStringLiteral("B"));
-    f.store.deleteMix(a.id);
-    EXPECT_EQ(f.store.activeMixId(), b.id);
-    f.store.deleteMix(b.id);
-    EXPECT_FALSE(f.store.activeMixId());
-    f.prefs.sync();
-    EXPECT_FALSE(f.file.read().contains(QStringLiteral("activeMixId")));
-    EXPECT_EQ(f.file.read().value(QStringLiteral("soundMixes")), QJsonValue(QJsonArray{}));
 }
 
 TEST(Mixes, JsonIsReadableAndFloatsAreShortest) {
