@@ -144,6 +144,29 @@ TEST(Mixer, BrightnessFiltersHighsAndRoomLeavesATail) {
 
 // Mixing a new sound into frames already rendered gives, sample for sample, what rendering
 // it from that frame on would have given, the tone filter carrying on without a step.
+// A key heard, then silence (the stream may be corked), then quiet: the next key is silent
+// from its first frame, rendered or mixed into frames already sent.
+TEST(Mixer, AQuietLevelSetDuringSilenceHoldsFromTheFirstFrame) {
+    const std::vector<float> click(100, 0.5f);
+    for (bool resent : {false, true}) {
+        Mixer mixer(stillTime);
+        mixer.setMasterVolume(1.0f);
+        mixer.enqueue(play(click, 1));
+        run(mixer, 2 * Mixer::kBlockFrames); // heard, then a silent block
+        mixer.setDuck(true, 0.0f);
+        mixer.enqueue(play(kDc, 2));
+        Rendered out{std::vector<float>(2 * Mixer::kBlockFrames)};
+        if (resent)
+            mixer.mixNewSoundsInto(out.stereo.data(), Mixer::kBlockFrames);
+        else
+            out = run(mixer, Mixer::kBlockFrames);
+        float loudest = 0;
+        for (float sample : out.stereo)
+            loudest = std::max(loudest, std::fabs(sample));
+        EXPECT_EQ(loudest, 0.0f) << (resent ? "mixed into sent frames" : "rendered");
+    }
+}
+
 TEST(Mixer, ANewSoundMixedIntoRenderedFramesMatchesRenderingIt) {
     std::vector<float> sweep(9600);
     for (std::size_t i = 0; i < sweep.size(); ++i)
