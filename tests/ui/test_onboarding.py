@@ -1,12 +1,12 @@
 #!/usr/bin/python3
-"""The first-run window as a screen reader meets it: the common header on every step and
-only the step on screen; keys heard, typing in the field, Done; run from a temporary place,
-the move step; keys not heard, the permission step. Each step is shot dark and light."""
+"""The first-run window as a screen reader meets it, each step shot dark and light: keys
+heard, the ready step and Done; run from a temporary place, the move step; keys not heard,
+the permission step."""
 
 import os
 import unittest
 
-import tappix_ui as ui
+import harness as ui
 
 WELCOME = "Welcome to Tappix"
 
@@ -20,8 +20,6 @@ THEMES = {"dark": None, "light": "milk"}
 
 
 def hears_only(test, s, window, step):
-    """The header and `step`'s words are in the window's tree; no other step's are,
-    shown or not."""
     s.find("heading", "Tappix", root=window, showing=True)
     for other, words in STEP_WORDS.items():
         for word in words:
@@ -81,7 +79,7 @@ class Onboarding(unittest.TestCase):
                 hears_only(self, s, window, "move")
                 ui.screenshot(s, "onboarding-move-" + theme)
                 s.press(ui.button(s, "Show me Tappix", window), "Press")
-                s.wait_until(lambda: files.shown, 10, message="the file manager to be asked")
+                s.wait_until(lambda: files.shown, 10)
                 self.assertEqual(files.shown, [("ShowItems", ["file:///tmp/Tappix.AppImage"])])
                 files.stop()
 

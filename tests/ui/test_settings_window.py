@@ -1,15 +1,13 @@
 #!/usr/bin/python3
-"""The settings window and the panel in one run: the page the window opens on, the About
-page's counters, each tab storing its page, a second launch bringing the window back, Ctrl+Q
-and the panel's Quit; on the way, pictures of the panel's three pages and every settings page
-(at the window's first size and at its smallest) in a dark and a light theme, saved under
-$TAPPIX_UI_ARTIFACTS for a person to look over."""
+"""The settings window in one run: the page it opens on, the About counters, each tab
+storing its page, a second launch, Ctrl+Q and the panel's Quit; on the way, pictures of
+the panel's pages and every settings page (first size and smallest), dark and light."""
 
 import os
 import subprocess
 import unittest
 
-import tappix_ui as ui
+import harness as ui
 
 # Each settings page by its tab, the heading that shows it is on screen, and its stored id.
 SETTINGS_PAGES = [("Sound", "Sound", "sounds"), ("Mix", "Mix", "mix"),
@@ -20,7 +18,6 @@ MINIMUM_SIZE = (700, 520)
 
 
 def write_desktop_file(s):
-    """One listed app with a desktop file and an icon of its own (the other has neither)."""
     folder = os.path.join(s.data_home, "applications")
     os.makedirs(folder, exist_ok=True)
     icon = "/usr/share/icons/Adwaita/48x48/legacy/accessories-text-editor.png"
@@ -37,8 +34,7 @@ class SettingsWindow(unittest.TestCase):
         ui.screenshot(s, "panel-main-" + theme)
         s.press(ui.button(s, "Sound kit: " + kit, panel))
         # The kits page opens on the chosen kit, the first time too, so that Return keeps it.
-        s.wait_until(lambda: s.focused(panel) == kit + ", chosen", 5,
-                     message=lambda: "the chosen kit focused (focused: %s)" % s.focused(panel))
+        s.wait_until(lambda: s.focused(panel) == kit + ", chosen", 5)
         ui.screenshot(s, "panel-kits-" + theme)
         s.press(ui.button(s, "Back", panel))
         s.press(ui.button(s, "Mix: Desk", panel))
@@ -106,8 +102,7 @@ class SettingsWindow(unittest.TestCase):
 
         with self.subTest("Ctrl+Q quits"):
             ui.focus_window(s, ui.SETTINGS)
-            s.wait_until(lambda: "active" in s.states(ui.settings_window(s)), 5,
-                         message="the settings window to be active")
+            s.wait_until(lambda: "active" in s.states(ui.settings_window(s)), 5)
             s.key("ctrl+q")
             ui.assert_exits_cleanly(self, s)
 
