@@ -54,12 +54,98 @@ def record_returns(session):
                                                               "Return", "Return", "Return"))
 
 
-class SoundPage(unittest.TestCase):
+class SettingsPages(unittest.TestCase):
 
-    def test_kit_list_tone_pad_and_device_list(self):
-        s = ui.start(self, dict(ui.STEADY_SOUND, volume=0.8, lastSettingsPage="sounds",
-                                selectedPackId="ibm-buckling-spring"), login_start=False)
-        window = ui.settings_window(s)
+    def test_mix_create_sound_behaviour_and_look_pages_in_one_run(self):
+        # Started by hand (no autostart entry), so the window opens; the output device
+        # changes last of what is heard.
+        s = ui.start(self, dict(ui.STEADY_SOUND, volume=0.8, selectedPackId="ibm-buckling-spring",
+                                soundMixes=[{"id": "quiet", "name": "Quiet", "assignments": {}}],
+                                lastSettingsPage="mix"), login_start=False)
+        for page in (self.mix_page, self.create_page, self.sound_page,
+                     self.behaviour_and_look_pages):
+            page(s)
+
+    def mix_page(self, s):
+        pistol = ui.kit_name(s, "gun-pistol")
+        # Return would press the focused button: the keys go nowhere with the window shut.
+        ui.close_window(s, ui.SETTINGS)
+        ui.wait_for_quiet(s)
+        spring = record_returns(s)
+
+        window = open_page(self, s, "mix", "Mix")
+        s.press(ui.button(s, "New mix", window))
+        # The dialog offers a name that is free; Create takes it.
+        self.assertEqual(s.text(s.find("text", "Name", root=window, showing=True)), "Mix")
+        s.press(ui.button(s, "Create", window))
+        mix_id = s.wait_until(lambda: s.preferences().get("activeMixId"), 5)
+
+        # A part's editor opens on Return, gives it the pistol, and closes.
+        s.press(ui.button(s, "Return: Main kit", window))
+        ui.heading(s, "Return", window)
+        s.press(ui.button(s, "Fun", window))
+        s.press(ui.button(s, pistol, window))
+        ui.button(s, "Return: " + pistol, window)
+        s.press(ui.button(s, "Done", window))
+        s.gone("heading", "Return", root=window, showing=True)
+
+        def assignments():
+            mix = next(m for m in s.preferences().get("soundMixes", []) if m["id"] == mix_id)
+            return mix.get("assignments", {})
+        s.wait_until(lambda: list(assignments()) == ["enter"]
+                     and assignments()["enter"].get("packId") == "gun-pistol", 5)
+
+        ui.close_window(s, ui.SETTINGS)
+        ui.wait_for_quiet(s)
+        shot = record_returns(s)
+        self.assertTrue(shot.heard(), shot)
+        # The spring's Return is a low clunk; the pistol's crack sits nearly twice as high.
+        detail = (spring, shot, ui.brightness(spring), ui.brightness(shot))
+        self.assertGreater(ui.brightness(shot), 1.3 * ui.brightness(spring), detail)
+
+        window = open_page(self, s, "mix", "Mix")
+        # Scrolled out of sight below the board, as the window left it.
+        s.press(s.find("push button", "Delete Mix", root=window))
+        s.press(ui.button(s, "Delete", window))
+        s.wait_until(lambda: "activeMixId" not in s.preferences(), 5)
+        self.assertEqual([m["id"] for m in s.preferences()["soundMixes"]], ["quiet"])
+
+    def create_page(self, s):
+        window = open_page(self, s, "create", "Design your own switch")
+        kits = os.path.join(s.data_home, "Tappix", "Soundpacks")
+
+        with self.subTest("Save makes a kit of one's own, chooses it, and typing plays it"):
+            s.press(ui.button(s, "Preset Velvet", window))
+            focus(s, s.find("text", "Pack name", root=window))
+            s.type_text("Desk Thock")
+            save = ui.button(s, "Save", window)
+            s.wait_until(lambda: "enabled" in s.states(save), 5)
+            s.press(save)
+            s.wait_for_preference("selectedPackId", "custom-desk-thock")
+            self.assertTrue(os.path.isfile(os.path.join(kits, "custom-desk-thock", "config.json")))
+            ui.wait_for_quiet(s)
+            designed = ui.record_typing(s)
+            self.assertTrue(designed.heard(), designed)
+            ui.cli_ok(self, s, "--kit", "ibm-buckling-spring")
+            s.wait_for_preference("selectedPackId", "ibm-buckling-spring")
+
+        with self.subTest("a kits folder that cannot be written: the reason, no change"):
+            shutil.move(kits, kits + ".aside")
+            with open(kits, "w", encoding="utf-8") as f:
+                f.write("in the way\n")
+            window = open_page(self, s, "create", "Design your own switch")
+            focus(s, s.find("text", "Pack name", root=window))
+            s.key("ctrl+a")
+            s.type_text("Blocked")
+            s.press(ui.button(s, "Save", window))
+            status = s.find("label", lambda n: n.startswith("Could not save: "), root=window)
+            self.assertGreater(len(status.get_name()), len("Could not save: "))
+            self.assertEqual(s.preferences().get("selectedPackId"), "ibm-buckling-spring")
+            os.remove(kits)
+            shutil.move(kits + ".aside", kits)
+
+    def sound_page(self, s):
+        window = open_page(self, s, "sounds", "Sound")
         spring_name = ui.kit_name(s, "ibm-buckling-spring")
         ui.label(s, "Switch kit: " + spring_name, root=window)
         ui.wait_for_quiet(s)
@@ -122,13 +208,8 @@ class SoundPage(unittest.TestCase):
             typed = s.record(0.8, action=lambda: ui.type_keys(s), sink="tappix_b")
             self.assertTrue(typed.heard(), typed)
 
-
-class BehaviourAndLookPages(unittest.TestCase):
-
-    def test_autostart_shortcut_and_palette(self):
-        # Started by hand (no autostart entry), so the window opens.
-        s = ui.start(self, {"lastSettingsPage": "behaviour"}, login_start=False)
-        window = ui.settings_window(s)
+    def behaviour_and_look_pages(self, s):
+        window = open_page(self, s, "behaviour", "Behaviour")
         entry = os.path.join(s.config_home, "autostart", "app.morvane.tappix.desktop")
 
         with self.subTest("Launch at login writes and removes the autostart entry"):
@@ -170,93 +251,6 @@ class BehaviourAndLookPages(unittest.TestCase):
             light = s.wait_until(lambda: window_background(s) != dark and window_background(s),
                                  5)
             self.assertGreater(sum(light), sum(dark) + 300, (dark, light))
-
-
-class CreatePage(unittest.TestCase):
-
-    def test_saved_design_is_chosen_and_heard_and_a_failed_save_says_why(self):
-        s = ui.start(self, dict(ui.STEADY_SOUND, volume=0.8, lastSettingsPage="create",
-                                selectedPackId="ibm-buckling-spring"), login_start=False)
-        window = ui.settings_window(s)
-        kits = os.path.join(s.data_home, "Tappix", "Soundpacks")
-
-        with self.subTest("Save makes a kit of one's own, chooses it, and typing plays it"):
-            s.press(ui.button(s, "Preset Velvet", window))
-            focus(s, s.find("text", "Pack name", root=window))
-            s.type_text("Desk Thock")
-            save = ui.button(s, "Save", window)
-            s.wait_until(lambda: "enabled" in s.states(save), 5)
-            s.press(save)
-            s.wait_for_preference("selectedPackId", "custom-desk-thock")
-            self.assertTrue(os.path.isfile(os.path.join(kits, "custom-desk-thock", "config.json")))
-            ui.wait_for_quiet(s)
-            designed = ui.record_typing(s)
-            self.assertTrue(designed.heard(), designed)
-            ui.cli_ok(self, s, "--kit", "ibm-buckling-spring")
-            s.wait_for_preference("selectedPackId", "ibm-buckling-spring")
-
-        with self.subTest("a kits folder that cannot be written: the reason, no change"):
-            shutil.move(kits, kits + ".aside")
-            with open(kits, "w", encoding="utf-8") as f:
-                f.write("in the way\n")
-            window = open_page(self, s, "create", "Design your own switch")
-            focus(s, s.find("text", "Pack name", root=window))
-            s.key("ctrl+a")
-            s.type_text("Blocked")
-            s.press(ui.button(s, "Save", window))
-            status = s.find("label", lambda n: n.startswith("Could not save: "), root=window)
-            self.assertGreater(len(status.get_name()), len("Could not save: "))
-            self.assertEqual(s.preferences().get("selectedPackId"), "ibm-buckling-spring")
-
-
-class MixPage(unittest.TestCase):
-
-    def test_return_on_another_kit_then_the_mix_deleted(self):
-        s = ui.start(self, dict(ui.STEADY_SOUND, volume=0.8, selectedPackId="ibm-buckling-spring",
-                                soundMixes=[{"id": "quiet", "name": "Quiet", "assignments": {}}],
-                                lastSettingsPage="mix"), login_start=False)
-        pistol = ui.kit_name(s, "gun-pistol")
-        # Return would press the focused button: the keys go nowhere with the window shut.
-        ui.close_window(s, ui.SETTINGS)
-        ui.wait_for_quiet(s)
-        spring = record_returns(s)
-
-        window = open_page(self, s, "mix", "Mix")
-        s.press(ui.button(s, "New mix", window))
-        # The dialog offers a name that is free; Create takes it.
-        self.assertEqual(s.text(s.find("text", "Name", root=window, showing=True)), "Mix")
-        s.press(ui.button(s, "Create", window))
-        mix_id = s.wait_until(lambda: s.preferences().get("activeMixId"), 5)
-
-        # A part's editor opens on Return, gives it the pistol, and closes.
-        s.press(ui.button(s, "Return: Main kit", window))
-        ui.heading(s, "Return", window)
-        s.press(ui.button(s, "Fun", window))
-        s.press(ui.button(s, pistol, window))
-        ui.button(s, "Return: " + pistol, window)
-        s.press(ui.button(s, "Done", window))
-        s.gone("heading", "Return", root=window, showing=True)
-
-        def assignments():
-            mix = next(m for m in s.preferences().get("soundMixes", []) if m["id"] == mix_id)
-            return mix.get("assignments", {})
-        s.wait_until(lambda: list(assignments()) == ["enter"]
-                     and assignments()["enter"].get("packId") == "gun-pistol", 5)
-
-        ui.close_window(s, ui.SETTINGS)
-        ui.wait_for_quiet(s)
-        shot = record_returns(s)
-        self.assertTrue(shot.heard(), shot)
-        # The spring's Return is a low clunk; the pistol's crack sits nearly twice as high.
-        detail = (spring, shot, ui.brightness(spring), ui.brightness(shot))
-        self.assertGreater(ui.brightness(shot), 1.3 * ui.brightness(spring), detail)
-
-        window = open_page(self, s, "mix", "Mix")
-        # Scrolled out of sight below the board, as the window left it.
-        s.press(s.find("push button", "Delete Mix", root=window))
-        s.press(ui.button(s, "Delete", window))
-        s.wait_until(lambda: "activeMixId" not in s.preferences(), 5)
-        self.assertEqual([m["id"] for m in s.preferences()["soundMixes"]], ["quiet"])
 
 
 if __name__ == "__main__":
