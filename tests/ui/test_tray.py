@@ -27,7 +27,8 @@ class Tray(unittest.TestCase):
         cls.tray.wait_for_item()
 
     def tearDown(self):
-        ui.close_panel(self.s)
+        if self.s.running():  # the last test quits
+            ui.close_panel(self.s)
 
     def test_clicks_open_the_panel_and_escape_closes_it(self):
         self.tray.activate()
