@@ -62,11 +62,6 @@ class UpdateCheck(unittest.TestCase):
         window = ui.settings_window(s)
         version = re.search(r"Tappix (\S+) running", s.log()).group(1)
 
-        def check_now(answer):
-            s.press(ui.button(s, "Check Now", window))
-            ui.label(s, "Checking for updates…", root=window)
-            return ui.label(s, answer, root=window)
-
         newer = "Tappix 99.0 is available; you have %s. Read about it at %s99.0" % (
             version, NOTES)
         for served, answer, picture in (
@@ -76,7 +71,9 @@ class UpdateCheck(unittest.TestCase):
             with self.subTest(answer):
                 if served:
                     serve(served)
-                check_now(answer)
+                s.press(ui.button(s, "Check Now", window))
+                ui.label(s, "Checking for updates…", root=window)
+                ui.label(s, answer, root=window)
                 ui.screenshot(s, "settings-behaviour-update-%s-dark" % picture)
 
         with self.subTest("the tray's Check for Updates…"):
