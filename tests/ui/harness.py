@@ -176,10 +176,8 @@ def children(accessible):
     with contextlib.suppress(GLib.Error):
         for index in range(accessible.get_child_count()):
             with contextlib.suppress(GLib.Error):
-                child = accessible.get_child_at_index(index)
-                if child is not None:
-                    result.append(child)
-    return result
+                result.append(accessible.get_child_at_index(index))
+    return [child for child in result if child is not None]
 
 
 def states(accessible):
@@ -194,11 +192,9 @@ BUTTONS = ("push button", "radio button")
 def find_all(root, role=None, name=None, predicate=None, showing=None, state=None,
              max_depth=64):
     """`root` and its descendants, breadth-first, matching every filter given; roles are
-    compared as constants (at-spi2-core renamed some), `name` is a string, regex or callable."""
+    compared as constants (at-spi2-core renamed some), `name` is a string or callable."""
     roles = {getattr(Atspi.Role, r.upper().replace(" ", "_"))
              for r in ((role,) if isinstance(role, str) else role)} if role else None
-    if isinstance(name, re.Pattern):
-        name = name.search
     found, level = [], [root]
     for depth in range(max_depth):
         next_level = []
@@ -240,9 +236,7 @@ def press(accessible, action=None):
 
 
 def set_value(accessible, new_value):
-    iface = accessible.get_value_iface()
-    iface.set_current_value(float(new_value))
-    return iface.get_current_value()
+    accessible.get_value_iface().set_current_value(float(new_value))
 
 
 def text(accessible):
