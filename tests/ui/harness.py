@@ -1,12 +1,7 @@
 #!/usr/bin/python3
-"""Tappix run as a desktop runs it, reached from outside: a Session is a private Xvfb, a
-private PulseAudio with null sinks, optionally the tray host of sni_host (started before
-the application, or Qt picks XEmbed for its icon) and the application with fresh HOME and
-XDG folders, its windows read through AT-SPI. The session bus is the one the test runs
-under (`dbus-run-session --`). tappix_ui.start() makes the sessions.
-
-Qt 6.4 over AT-SPI: a QML Button needs `Accessible.onPressAction` for press() to click it;
-a Slider reports min/max 0 but takes a value; Qt::Popup windows are left out of the tree."""
+"""Tappix run as a desktop runs it (start()): a private Xvfb and PulseAudio, optionally the
+tray host of sni_host (before the application, or Qt picks XEmbed), fresh HOME and XDG
+folders, the session bus the test runs under, windows read through AT-SPI."""
 
 import array
 import atexit
@@ -30,13 +25,11 @@ gi.require_version("Atspi", "2.0")
 from gi.repository import Atspi, Gio, GLib  # noqa: E402
 
 SAMPLE_RATE = 48000
-_live_sessions = []
 _libc = ctypes.CDLL(None, use_errno=True)
 
 
 def wait_until(predicate, timeout=10.0, interval=0.05, message=None):
-    """Polls `predicate` until it returns something truthy and returns that; errors from
-    AT-SPI or D-Bus while the application changes count as "not yet"."""
+    # Errors from AT-SPI or D-Bus while the application changes count as "not yet".
     deadline, last_error = time.monotonic() + timeout, None
     while True:
         try:
@@ -70,8 +63,7 @@ def _stop(process, grace=5.0, sig=signal.SIGTERM):
 
 
 class Pulse:
-    """A private PulseAudio laid out like tests/support/pulse_server.h: 48 kHz float null
-    sinks "tappix_a" (the default) and "tappix_b", and the null source "tappix_mic"."""
+    """Laid out like tests/support/pulse_server.h: sinks tappix_a (default), tappix_b."""
 
     def __init__(self, directory):
         socket = os.path.join(directory, "native")
@@ -102,14 +94,11 @@ class Pulse:
 
 
 class Recording:
-    """What a sink's monitor carried: 16-bit stereo samples at 48 kHz."""
-
     def __init__(self, samples):
         self.samples = samples
         self.rms = math.sqrt(sum(s * s for s in samples) / len(samples)) / 32768 if samples else 0
 
-    def heard(self, threshold=0.001):
-        """Whether anything above the noise floor played (a null sink is exact zeros)."""
+    def heard(self, threshold=0.001):  # a null sink is exact zeros
         return self.rms > threshold
 
     def __repr__(self):
@@ -117,8 +106,7 @@ class Recording:
 
 
 class BusThread:
-    """A session bus connection served from a GLib loop on a thread of its own, so it answers
-    while the test thread blocks; `setup(connection)` registers objects before the loop runs."""
+    """A session bus connection served on a thread of its own; `setup` runs before its loop."""
 
     def __init__(self, setup, name, timeout=10):
         ready = threading.Event()
@@ -188,10 +176,8 @@ def children(accessible):
     with contextlib.suppress(GLib.Error):
         for index in range(accessible.get_child_count()):
             with contextlib.suppress(GLib.Error):
-                child = accessible.get_child_at_index(index)
-                if child is not None:
-                    result.append(child)
-    return result
+                result.append(accessible.get_child_at_index(index))
+    return [child for child in result if child is not None]
 
 
 def states(accessible):
@@ -205,14 +191,10 @@ BUTTONS = ("push button", "radio button")
 
 def find_all(root, role=None, name=None, predicate=None, showing=None, state=None,
              max_depth=64):
-    """Every descendant of `root` (root included), breadth-first, matching all of: `role`
-    ("push button", or a tuple of roles; compared as constants: at-spi2-core renamed some
-    role names), `name` (a
-    string, regex or callable), `predicate`, `showing` and `state` (such as "focused")."""
+    """`root` and its descendants, breadth-first, matching every filter given; roles are
+    compared as constants (at-spi2-core renamed some), `name` is a string or callable."""
     roles = {getattr(Atspi.Role, r.upper().replace(" ", "_"))
              for r in ((role,) if isinstance(role, str) else role)} if role else None
-    if isinstance(name, re.Pattern):
-        name = name.search
     found, level = [], [root]
     for depth in range(max_depth):
         next_level = []
@@ -238,7 +220,6 @@ def find_all(root, role=None, name=None, predicate=None, showing=None, state=Non
 
 
 def press(accessible, action=None):
-    """Runs the accessible's action `action` ("Press", "SetFocus"; any case) or its first."""
     iface = accessible.get_action_iface()
     names = [iface.get_action_name(i).lower() for i in range(iface.get_n_actions())]
     index = names.index(action.lower()) if action else 0
@@ -255,13 +236,10 @@ def press(accessible, action=None):
 
 
 def set_value(accessible, new_value):
-    iface = accessible.get_value_iface()
-    iface.set_current_value(float(new_value))
-    return iface.get_current_value()
+    accessible.get_value_iface().set_current_value(float(new_value))
 
 
 def text(accessible):
-    """A text field's content when it has one, else its name."""
     iface = accessible.get_text_iface()
     # Called through Atspi.Text: newer at-spi2-core objects also have Accessible.get_text().
     content = (Atspi.Text.get_text(iface, 0, Atspi.Text.get_character_count(iface))
@@ -272,20 +250,15 @@ def text(accessible):
 # ---- the session ---------------------------------------------------------------------
 
 class Session:
-    """Xvfb, PulseAudio, optionally the tray host (`self.tray`), and the application run in
-    them with its own HOME and XDG folders and `env` added to its environment."""
-
-    def __init__(self, program=None, tray=True, env=None, screen="1280x800x24"):
-        self.program = program or os.environ["TAPPIX_PATH"]
-        self.extra_env = dict(env or {})
-        self.want_tray, self.screen = tray, screen
+    def __init__(self, tray=True, env=None):
+        self.program, self.extra_env = os.environ["TAPPIX_PATH"], dict(env or {})
+        self.want_tray = tray
         self.x = self.pulse = self.tray = self.process = self._log_file = self._app = None
         self.root, self.log_path = None, ""
 
     def start(self):
         _private_accessibility_bus()
         self.root = tempfile.mkdtemp(prefix="tappix-ui-")
-        _live_sessions.append(self)
         self.home = self._dir("home")
         self.config_home = self._dir("home/.config")
         self.preferences_file = os.path.join(self.config_home, "tappix", "preferences.json")
@@ -294,7 +267,7 @@ class Session:
         os.chmod(self.runtime_dir, 0o700)
         self.log_path = os.path.join(self.root, "app.log")
         read_end, write_end = os.pipe()
-        self.x = _spawn(["Xvfb", "-displayfd", str(write_end), "-screen", "0", self.screen,
+        self.x = _spawn(["Xvfb", "-displayfd", str(write_end), "-screen", "0", "1280x800x24",
                          "-nolisten", "tcp"], pass_fds=(write_end,),
                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         os.close(write_end)
@@ -316,8 +289,6 @@ class Session:
         for process in (self.pulse and self.pulse.process, self.x):
             _stop(process)
         self.tray = self.pulse = self.x = None
-        if self in _live_sessions:
-            _live_sessions.remove(self)
         if self.root and not os.environ.get("TAPPIX_UI_KEEP"):
             shutil.rmtree(self.root, ignore_errors=True)
 
@@ -345,7 +316,6 @@ class Session:
         return env
 
     def launch(self):
-        """Starts the application (again after stop_app(): the same HOME and preferences)."""
         self._app = None
         self._log_file = open(self.log_path, "ab")
         self.process = _spawn([self.program], env=self.app_env(), stdin=subprocess.DEVNULL,
@@ -422,7 +392,6 @@ class Session:
         return accessible.get_component_iface().get_extents(Atspi.CoordType.SCREEN)
 
     def windows(self):
-        """Titles of the top-level windows on screen (Qt joins the bus with its first)."""
         try:
             frames = children(self.app(timeout=3.0))
         except TimeoutError:
@@ -437,8 +406,7 @@ class Session:
     # -- X11
 
     def x_windows(self):
-        """The application's mapped top-level X windows: title, x, y, width, height and id
-        (no window manager runs: exactly what the application asked for)."""
+        """The application's mapped top-level X windows, as it placed them (no window manager)."""
         from Xlib import X, display as xdisplay
         connection = xdisplay.Display(self.display)
         net_name, net_pid, utf8 = (connection.intern_atom(a) for a in
@@ -481,11 +449,6 @@ class Session:
         except FileNotFoundError:
             return {}
 
-    def write_preferences(self, preferences):
-        os.makedirs(os.path.dirname(self.preferences_file), exist_ok=True)
-        with open(self.preferences_file, "w", encoding="utf-8") as f:
-            json.dump(preferences, f)
-
     def wait_for_preference(self, key, expected, timeout=10.0):
         return wait_until(lambda: self.preferences().get(key) == expected, timeout,
                           message=lambda: "preference %s == %r (now %r)" % (
@@ -494,8 +457,6 @@ class Session:
     # -- sound
 
     def record(self, seconds=1.0, action=None, sink="tappix_a"):
-        """Records `sink`'s monitor: runs `action` once recording flows, then records on
-        for `seconds`."""
         raw = os.path.join(self.root, "recording.raw")
         with open(raw, "wb") as out:
             parec = _spawn(["parec", "--device=%s.monitor" % sink, "--format=s16le",
@@ -519,7 +480,6 @@ class Session:
     # -- failure reports
 
     def report(self):
-        """The application's state and last log lines, on stderr."""
         code = None if self.process is None else self.process.poll()
         sys.stderr.write("---- %s %s; last log lines:\n%s\n" % (
             self.program, "running" if code is None else "exited with %s" % code,
@@ -527,6 +487,224 @@ class Session:
         sys.stderr.flush()
 
 
-def report_live_sessions():
-    for session in list(_live_sessions):
+# ---- what the test modules share --------------------------------------------------
+
+PANEL = "Tappix"
+SETTINGS = "Tappix Settings"
+SHORTCUT = "Ctrl+Super+K"
+
+# Letters only: typed while a Tappix window has the focus, they change nothing there.
+TYPED_KEYS = ("a", "s", "d", "f", "j", "k", "l", "g")
+
+# Sound comparisons leave out what varies from press to press.
+STEADY_SOUND = {"pitchVariation": False, "stereoPanning": False, "spatialAudio": False}
+
+# Twelve saved mixes, more than the panel's mixes page shows at once: one that changes
+# three parts of the board, one that changes none, ten that change one.
+TWELVE_MIXES = [
+    {"id": "desk", "name": "Desk", "assignments": {
+        "letters": {"packId": "crisp-click"}, "space": {"packId": "velvet"},
+        "enter": {"packId": "gun-pistol"}}},
+    {"id": "quiet", "name": "Quiet", "assignments": {}},
+] + [{"id": "mix-%d" % n, "name": "Mix %d" % n, "assignments": {"space": {"packId": "velvet"}}}
+     for n in range(3, 13)]
+
+# Lifetime counters as the About page gets them.
+COUNTERS = {
+    "keystrokeCount": 1234567, "dingCount": 5, "clickCount": 1042, "bestWPM": 88.4,
+    # 9,750 productive keys in 30 minutes: 65 wpm; 250 corrections: 97.5% accurate.
+    "productiveKeys": 9750, "corrections": 250, "typingSeconds": 1800,
+}
+
+
+def start(test, preferences=None, login_start=True, tray=True, env=None, before_launch=None,
+          hears_keys=True, welcome_seen=True):
+    """A session running tappix, closed by `test`'s (or, from setUpClass, its class's) cleanup.
+    login_start: an autostart entry present, so tappix starts quietly as at login."""
+    session = Session(tray=tray, env=env)
+    (test.addClassCleanup if isinstance(test, type) else test.addCleanup)(session.close)
+    try:
+        session.start()
+        os.makedirs(os.path.dirname(session.preferences_file))
+        with open(session.preferences_file, "w", encoding="utf-8") as f:
+            json.dump(dict({"hasSeenWelcome": welcome_seen}, **(preferences or {})), f)
+        if login_start:
+            autostart = os.path.join(session.config_home, "autostart")
+            os.makedirs(autostart, exist_ok=True)
+            with open(os.path.join(autostart, "app.morvane.tappix.desktop"), "w") as f:
+                f.write("[Desktop Entry]\nType=Application\nName=Tappix\nExec=tappix\n")
+        if before_launch:
+            before_launch(session)
+        session.launch()
+        session.wait_for_log(re.compile(r"Tappix \S+ running"), timeout=30)
+        if hears_keys:
+            # Capture may take the 2 s retry when the display refuses a first connection.
+            session.wait_for_log("global backend: X11 raw events", timeout=15)
+        # A login start makes no window until one is asked for, and Qt only joins the
+        # accessibility bus with a window: look for it then.
+        if not login_start:
+            session.app(timeout=20)
+    except BaseException:
         session.report()
+        raise
+    return session
+
+
+def cli_ok(test, session, *args):
+    done = subprocess.run([session.program, *args], env=session.app_env(),
+                          stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=15)
+    test.assertEqual(done.returncode, 0, "tappix %s: %s%s" % (" ".join(args), done.stdout,
+                                                              done.stderr))
+    return done
+
+
+def panel(session, timeout=10):
+    return session.window(PANEL, timeout=timeout)
+
+
+def settings_window(session, timeout=10):
+    return session.window(SETTINGS, timeout=timeout)
+
+
+def showing(session, title):
+    return title in session.windows()
+
+
+def wait_gone(session, title, timeout=10):
+    return session.wait_until(lambda: not showing(session, title), timeout,
+                              message=lambda: "%r to close (showing: %s)" % (
+                                  title, session.windows()))
+
+
+def open_panel(test, session):
+    cli_ok(test, session, "--panel")
+    return panel(session)
+
+
+def close_panel(session):
+    if showing(session, PANEL):
+        session.key("Escape")
+        wait_gone(session, PANEL)
+
+
+def button(session, name, root, timeout=10):
+    return session.find(BUTTONS, name, root=root, timeout=timeout, showing=True)
+
+
+def label(session, name, root=None, timeout=10):
+    return session.find("label", name, root=root, timeout=timeout)
+
+
+def heading(session, name, root, timeout=10):
+    return session.find("heading", name, root=root, timeout=timeout, showing=True)
+
+
+def close_window(session, title):
+    # As a window manager's close button does (WM_DELETE_WINDOW).
+    from Xlib import X, display as xdisplay, protocol
+
+    def ask():
+        ids = [w["id"] for w in session.x_windows() if w["title"] == title]
+        connection = xdisplay.Display(session.display)
+        try:
+            protocols = connection.intern_atom("WM_PROTOCOLS")
+            delete = connection.intern_atom("WM_DELETE_WINDOW")
+            for window_id in ids:
+                window = connection.create_resource_object("window", window_id)
+                event = protocol.event.ClientMessage(window=window, client_type=protocols,
+                                                     data=(32, [delete, X.CurrentTime, 0, 0, 0]))
+                window.send_event(event, event_mask=X.NoEventMask)
+            connection.sync()
+        finally:
+            connection.close()
+
+    # Now and then a request sent while the window is still settling goes unanswered;
+    # a window manager's user would click again.
+    for attempt in range(3):
+        ask()
+        try:
+            return wait_gone(session, title, timeout=3 if attempt < 2 else 10)
+        except TimeoutError:
+            if attempt == 2:
+                raise
+
+
+def focus_window(session, title):
+    window_id = next(w["id"] for w in session.x_windows() if w["title"] == title)
+    session.xdotool("windowfocus", "--sync", window_id)
+
+
+class FileManager:
+    """org.freedesktop.FileManager1 on the session bus, recording what it is asked to show."""
+
+    XML = """<node><interface name="org.freedesktop.FileManager1">
+      <method name="ShowItems"><arg type="as" direction="in"/><arg type="s" direction="in"/></method>
+      <method name="ShowFolders"><arg type="as" direction="in"/><arg type="s" direction="in"/></method>
+    </interface></node>"""
+
+    def __init__(self):
+        self.shown = []
+
+        def call(_connection, _sender, _path, _interface, method, params, invocation):
+            self.shown.append((method, params.unpack()[0]))
+            invocation.return_value(None)
+
+        def setup(connection):
+            connection.register_object("/org/freedesktop/FileManager1",
+                                       Gio.DBusNodeInfo.new_for_xml(self.XML).interfaces[0],
+                                       call, None, None)
+            BusThread.own_name(connection, "org.freedesktop.FileManager1")
+
+        self.stop = BusThread(setup, "file-manager").stop
+
+
+def kit_name(session, kit_id):
+    path = os.path.join(os.path.dirname(session.program), "share", "tappix", "Soundpacks",
+                        kit_id, "config.json")
+    with open(path, encoding="utf-8") as f:
+        return json.load(f)["metadata"]["name"]
+
+
+def type_keys(session):
+    session.xdotool("key", "--delay", 160, *TYPED_KEYS)
+
+
+def record_typing(session):
+    return session.record(0.8, action=lambda: type_keys(session))
+
+
+def wait_for_quiet(session, timeout=10):
+    return session.wait_until(lambda: not session.record(0.3).heard(), timeout,
+                              message="the sink to fall silent")
+
+
+def brightness(recording):
+    """Zero crossings per second over the loud samples: a click crosses far more than a thud."""
+    samples = recording.samples
+    mono = [samples[i] + samples[i + 1] for i in range(0, len(samples) - 1, 2)]
+    floor = 0.01 * 65536
+    crossings = loud = 0
+    previous = 0
+    for sample in mono:
+        if abs(sample) < floor:
+            continue
+        loud += 1
+        if (sample > 0) != (previous > 0):
+            crossings += 1
+        previous = sample
+    return crossings * SAMPLE_RATE / loud if loud else 0.0
+
+
+def screenshot(session, name):
+    folder = os.environ.get("TAPPIX_UI_ARTIFACTS")
+    if not folder:
+        return None
+    os.makedirs(folder, exist_ok=True)
+    # Let the window finish drawing what it was just asked to show.
+    time.sleep(0.4)
+    return session.screenshot(os.path.join(folder, name + ".png"))
+
+
+def assert_exits_cleanly(test, session, timeout=15):
+    # A sanitizer's report at exit changes the code.
+    test.assertEqual(session.wait_for_exit(timeout), 0, session.log()[-3000:])

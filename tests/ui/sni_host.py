@@ -1,10 +1,7 @@
 #!/usr/bin/python3
-"""A StatusNotifierWatcher and host on the session bus, for the tray tests and benches.
-
-Qt exports its tray icon over D-Bus (a StatusNotifierItem and a dbusmenu menu) only when a
-watcher owns org.kde.StatusNotifierWatcher and says a host is registered before the icon
-is made; otherwise it falls back to XEmbed, which nothing under Xvfb shows. The watcher is
-served from a harness.BusThread; the test's calls are synchronous calls on its connection."""
+"""A StatusNotifierWatcher and host on the session bus, for the tray tests and benches: Qt
+exports its tray icon over D-Bus only when a host is registered before the icon is made
+(else it falls back to XEmbed, which nothing under Xvfb shows)."""
 
 import collections
 import threading
@@ -25,19 +22,15 @@ WATCHER_XML = """<node><interface name="org.kde.StatusNotifierWatcher">
   <property name="ProtocolVersion" type="i" access="read"/>
 </interface></node>"""
 
-# One entry of a flattened menu: `label` keeps the mnemonic underscores as sent, `kind` is
-# "standard" or "separator", `parent` the enclosing menu's id (0: the top).
+# `label` keeps the mnemonic underscores as sent; `parent` is 0 at the top.
 MenuEntry = collections.namedtuple("MenuEntry", "id label enabled visible kind parent")
 
 
 def plain_label(label):
-    """A menu label as a user reads it: mnemonic markers removed."""
     return label.replace("__", "\0").replace("_", "").replace("\0", "_").replace("&", "")
 
 
 class SniHost:
-    """Owns the watcher name and keeps the items that register, oldest first."""
-
     def __init__(self):
         self._lock = threading.Condition()
         self._targets = {}  # item name -> (bus name, object path)
@@ -77,7 +70,6 @@ class SniHost:
                     "ProtocolVersion": GLib.Variant("i", 0)}.get(prop)
 
     def wait_for_item(self, timeout=10):
-        """The first registered item's (bus name, object path), waiting for one."""
         with self._lock:
             if not self._lock.wait_for(lambda: self._targets, timeout):
                 raise TimeoutError("no StatusNotifierItem registered within %ss" % timeout)
@@ -92,29 +84,18 @@ class SniHost:
         return reply.unpack() if reply is not None else ()
 
     def item_property(self, name):
-        """One property of the item, unpacked: ToolTip is (icon name, pixmaps, title,
-        description); IconPixmap is [(w, h, ARGB32 big-endian bytes)]."""
         return self._call("org.freedesktop.DBus.Properties", "Get",
                           GLib.Variant("(ss)", (ITEM, name)), "(v)")[0]
 
-    def activate(self):
-        """A primary click on the icon."""
-        self._call(ITEM, "Activate", GLib.Variant("(ii)", (0, 0)))
-
-    def secondary_activate(self):
-        """A middle click on the icon."""
-        self._call(ITEM, "SecondaryActivate", GLib.Variant("(ii)", (0, 0)))
-
-    def context_menu(self):
-        """A right click on the icon, where the host hands it to the application."""
-        self._call(ITEM, "ContextMenu", GLib.Variant("(ii)", (0, 0)))
+    def activate(self, method="Activate"):
+        """A click on the icon: Activate (left), SecondaryActivate (middle), ContextMenu."""
+        self._call(ITEM, method, GLib.Variant("(ii)", (0, 0)))
 
     def _menu_call(self, method, args, reply_type=None):
         return self._call(MENU, method, args, reply_type, path=self.item_property("Menu"))
 
     def menu(self):
-        """The item's menu, flattened depth-first, as MenuEntry tuples. AboutToShow(0) goes
-        first, as a tray host sends it before it opens the menu."""
+        """The menu flattened depth-first, after AboutToShow(0) as a host sends it."""
         self._menu_call("AboutToShow", GLib.Variant("(i)", (0,)), "(b)")
         _revision, layout = self._menu_call("GetLayout", GLib.Variant("(iias)", (0, -1, [])),
                                             "(u(ia{sv}av))")
@@ -132,7 +113,6 @@ class SniHost:
         return entries
 
     def click(self, label):
-        """Clicks the menu entry that reads `label` (mnemonics ignored)."""
         (entry,) = [e for e in self.menu() if plain_label(e.label) == plain_label(label)]
         self._menu_call("Event", GLib.Variant("(isvu)", (entry.id, "clicked", GLib.Variant("i", 0),
                                                          int(time.time()) & 0xFFFFFFFF)))

@@ -1,10 +1,7 @@
 #!/usr/bin/python3
-"""Keyboard access in one click, as a new user of this machine meets it.
-
-As root (skipped otherwise: only root makes users and groups), AsANewUser makes a user, a
-group, and in a private mount namespace a stand-in keyboard readable by that group; pkexec
-is a stand-in that hands its command to the root test, which runs it for real. This module
-then runs again as the user, under a session bus of its own, where UserSession drives it."""
+"""Keyboard access in one click, as a new user meets it. As root, AsANewUser makes a user, a
+group and (in a private mount namespace) a keyboard that group reads; a stand-in pkexec hands
+its command to root. The module runs again as that user, where UserSession drives it."""
 
 import glob
 import grp
@@ -20,7 +17,7 @@ import threading
 import time
 import unittest
 
-import tappix_ui as ui
+import harness as ui
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 GROUP = os.environ.get("TAPPIX_ACCESS_GROUP", "")
@@ -152,7 +149,7 @@ class AsANewUser(unittest.TestCase):
 
 
 class Adopted:
-    """The parts of subprocess.Popen the session uses, for the Tappix sg started."""
+    # The parts of subprocess.Popen the session uses, for the Tappix sg started.
 
     def __init__(self, pid):
         self.pid, self.returncode = pid, None
@@ -192,14 +189,12 @@ def tappix_processes(program):
 
 
 def groups_of(pid):
-    """A process's primary group and its other groups, by number."""
     with open("/proc/%d/status" % pid) as f:
         status = dict(line.split(":", 1) for line in f if ":" in line)
     return int(status["Gid"].split()[0]), {int(g) for g in status["Groups"].split()}
 
 
 def doctor(session, with_group=False):
-    """tappix-doctor's access line, run as this user (through sg with the group)."""
     command = [os.path.join(os.path.dirname(session.program), "tappix-doctor")]
     if with_group:
         command = ["sg", GROUP, "-c", "exec " + shlex.quote(command[0])]

@@ -1,8 +1,7 @@
 #!/usr/bin/python3
-"""The key-cast overlay under a real X server, in one run: keys typed anywhere become chips
-read from the accessibility tree, never more than six; the window takes no click and no
-focus, and is cut to its chips unless a compositor draws its clear parts; combinations
-typed with xdotool give their chips in both modes; pictures of each size, dark and light."""
+"""The key-cast overlay in one run: keys typed anywhere become chips, never more than six;
+the window takes no click or focus and is cut to its chips unless a compositor runs;
+combinations give their chips in both modes; pictures of each size, dark and light."""
 
 import contextlib
 import threading
@@ -12,7 +11,7 @@ import unittest
 from Xlib import X, display as xdisplay
 from Xlib.ext import shape
 
-import tappix_ui as ui
+import harness as ui
 
 OVERLAY = "Tappix key cast"
 
@@ -31,7 +30,6 @@ COMBINATIONS = [
 
 @contextlib.contextmanager
 def keep_typing(s, key, every=0.2):
-    """Taps `key` every `every` seconds, so chips keep coming while the test looks."""
     stop = threading.Event()
 
     def tap():
@@ -59,14 +57,12 @@ class Overlay(unittest.TestCase):
         return [c.get_name() for c in self.s.find_all("label", root=self.frame, showing=True)]
 
     def wait_for_chips(self, expected):
-        self.s.wait_until(lambda: self.chips() == expected, 5, interval=0.02,
-                          message=lambda: "the chips %s (showing %s)" % (expected, self.chips()))
+        self.s.wait_until(lambda: self.chips() == expected, 5, interval=0.02)
 
     def wait_hidden(self):
-        self.s.wait_until(lambda: not ui.showing(self.s, OVERLAY), 5, message="the overlay to hide")
+        self.s.wait_until(lambda: not ui.showing(self.s, OVERLAY), 5)
 
     def bounding(self):
-        """The window's shape as the X server has it, with the window's own size."""
         (window,) = [w for w in self.s.x_windows() if w["title"] == OVERLAY]
         overlay = self.x.create_resource_object("window", window["id"])
         self.assertEqual(overlay.shape_get_rectangles(shape.SK.Input).rectangles, [])
@@ -82,14 +78,14 @@ class Overlay(unittest.TestCase):
         # The window is made for the first chip, which may be gone before the window is on
         # the accessibility bus: type until chips are read, then let them go.
         with keep_typing(s, "x"):
-            s.wait_until(lambda: "X" in self.chips(), 10, message="the first chips")
+            s.wait_until(lambda: "X" in self.chips(), 10)
         self.wait_hidden()
 
         with self.subTest("at most six chips, all gone a moment after the last key"):
             s.type_text("asdfjklg", delay_ms=20)
             most = []
             s.wait_until(lambda: most.append(len(self.chips())) or self.chips()[-1:] == ["G"],
-                         5, interval=0.02, message=lambda: "the chip G (seen %s)" % most)
+                         5, interval=0.02)
             self.assertLessEqual(max(most), 6, most)
             self.wait_hidden()
 
@@ -108,7 +104,7 @@ class Overlay(unittest.TestCase):
                     # The chip's middle is in the shape, its rounded corner's outside is not.
                     return any(covered) and not any(rx <= 1 < rx + w and ry <= 1 < ry + h
                                                     for rx, ry, w, h in rects)
-                s.wait_until(chip_inside, 5, message="the window cut to its chips")
+                s.wait_until(chip_inside, 5)
 
         with self.subTest("a compositor (its selection) draws the clear parts: the whole window"):
             self.wait_hidden()
@@ -121,7 +117,7 @@ class Overlay(unittest.TestCase):
                 def whole():
                     window, rects = self.bounding()
                     return rects == [(0, 0, window["width"], window["height"])]
-                s.wait_until(whole, 5, message="the window's whole shape")
+                s.wait_until(whole, 5)
             owner.destroy()  # no compositor answers the windows made later
             self.x.sync()
 

@@ -1,10 +1,10 @@
 #!/usr/bin/python3
-"""The panel driven through its accessible controls, with no tray host running: what
-each control stores, and what the keys then sound like."""
+"""The panel driven through its controls, with no tray host: what each control stores, and
+what the keys then sound like."""
 
 import unittest
 
-import tappix_ui as ui
+import harness as ui
 
 
 class Panel(unittest.TestCase):
@@ -38,29 +38,14 @@ class Panel(unittest.TestCase):
         self.assertLessEqual(window["y"], 16, window)
         self.assertGreaterEqual(window["x"] + window["width"], 1280 - 16, window)
 
-    def test_escape_closes_and_each_opening_starts_on_the_main_page(self):
-        self.press("Sound kit: " + self.buckling)
-        ui.button(self.s, "Back", self.panel)
-        self.s.key("Escape")
-        ui.wait_gone(self.s, ui.PANEL)
-
-        self.panel = ui.open_panel(self, self.s)
-        ui.button(self.s, "Sound kit: " + self.buckling, self.panel)
-        self.assertFalse(self.s.find_all("push button", "Back", root=self.panel, showing=True))
-
     def test_sounds_switch_flips_the_sounds(self):
         switch = self.s.find("check box", "Sounds", root=self.panel)
-        ui.label(self.s, "Sounds on · " + ui.SHORTCUT, root=self.panel)
         self.assertTrue(self.s.is_checked(switch))
-
         self.s.press(switch)
         self.s.wait_for_preference("isEnabled", False)
-        ui.label(self.s, "Sounds off · " + ui.SHORTCUT, root=self.panel)
-        self.s.wait_until(lambda: not self.s.is_checked(switch), 5, message="switch off")
-
+        self.s.wait_until(lambda: not self.s.is_checked(switch), 5)
         self.s.press(switch)
         self.s.wait_for_preference("isEnabled", True)
-        ui.label(self.s, "Sounds on · " + ui.SHORTCUT, root=self.panel)
 
     def test_volume_slider_sets_the_level_heard(self):
         s = self.s
@@ -68,7 +53,6 @@ class Panel(unittest.TestCase):
         for level in (1.0, 0.25):
             s.set_value(s.find("slider", "Volume", root=self.panel), level)
             s.wait_for_preference("volume", level)
-            ui.label(s, "Volume %d%%" % (100 * level), root=self.panel)
             ui.close_panel(s)
             ui.wait_for_quiet(s)
             heard.append(ui.record_typing(s))
@@ -102,8 +86,11 @@ class Panel(unittest.TestCase):
         s.find("push button", self.pistol + ", chosen", root=self.panel)
         ui.button(s, self.buckling, self.panel)
 
-        self.press("Back")
+        # Escape closes; the next opening starts on the main page.
+        ui.close_panel(s)
+        self.panel = ui.open_panel(self, s)
         ui.button(s, "Sound kit: " + self.pistol, self.panel)
+        self.assertFalse(s.find_all("push button", "Back", root=self.panel, showing=True))
         ui.close_panel(s)
         ui.wait_for_quiet(s)
         pistol = ui.record_typing(s)
@@ -135,8 +122,7 @@ class Panel(unittest.TestCase):
 
         self.press("Mix: Desk")
         self.press("Off — main kit only")
-        s.wait_until(lambda: "activeMixId" not in s.preferences(), 10,
-                     message="activeMixId to be removed")
+        s.wait_until(lambda: "activeMixId" not in s.preferences(), 10)
         ui.button(s, "Off — main kit only, chosen", self.panel)
 
         self.press("Edit this mix")
@@ -150,20 +136,19 @@ class Panel(unittest.TestCase):
         self.press("Mix: Off")
         off = ui.button(s, "Off — main kit only, chosen", self.panel)
         (window,) = [w for w in s.x_windows() if w["title"] == ui.PANEL]
-        self.assertEqual(window["height"], 420, window)
+        top, bottom = window["y"], window["y"] + window["height"]
 
         def inside(name):
             (row,) = s.find_all("push button", name, root=self.panel, state="focused")
             box = s.extents(row)
-            return box.height > 0 and window["y"] <= box.y <= window["y"] + 420 - box.height
+            return box.height > 0 and top <= box.y <= bottom - box.height
 
         self.assertEqual(s.focused(self.panel), off.get_name())
         # Tab walks the rows in order, each scrolled into sight when it takes the focus,
         # and ends on the way to the editor below them.
         for name in [mix["name"] for mix in ui.TWELVE_MIXES] + ["Edit this mix"]:
             s.key("Tab")
-            s.wait_until(lambda: inside(name), 5, message=lambda: "%s focused inside the panel "
-                         "(focused: %s)" % (name, s.focused(self.panel)))
+            s.wait_until(lambda: inside(name), 5)
         s.key("shift+Tab", "Return")
         s.wait_for_preference("activeMixId", "mix-12")
         ui.button(s, "Mix 12, chosen", self.panel)
@@ -172,8 +157,7 @@ class Panel(unittest.TestCase):
         ui.screenshot(s, "panel-mixes-twelve-dark")
         # Scrolled out of sight above, but there for a screen reader.
         s.press(s.find("push button", "Off — main kit only", root=self.panel))
-        s.wait_until(lambda: "activeMixId" not in s.preferences(), 10,
-                     message="activeMixId to be removed")
+        s.wait_until(lambda: "activeMixId" not in s.preferences(), 10)
 
     def test_rows_open_the_settings_window_and_close_the_panel(self):
         for row, page, heading in (("Design a switch", "create", "Design your own switch"),

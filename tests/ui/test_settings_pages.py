@@ -8,14 +8,9 @@ import shutil
 import time
 import unittest
 
-import tappix_ui as ui
-
-NO_MIX_PLAYING = ("No mix is playing, so every key is on the main kit. Pick one above to "
-                  "put it back on the board.")
-
+import harness as ui
 
 def open_page(test, session, page, heading):
-    """Opens the settings window on `page` from the command line; returns the window."""
     ui.cli_ok(test, session, "--settings", page)
     window = ui.settings_window(session)
     # The page may come back scrolled down, its heading out of sight.
@@ -24,16 +19,13 @@ def open_page(test, session, page, heading):
 
 
 def focus(session, accessible):
-    """Gives `accessible` the keyboard focus, in a window that has the X input focus."""
     ui.focus_window(session, ui.SETTINGS)
     session.press(accessible, "SetFocus")
-    session.wait_until(lambda: "focused" in session.states(accessible), 5,
-                       message=lambda: "%s to take the focus" % accessible.get_name())
+    session.wait_until(lambda: "focused" in session.states(accessible), 5)
 
 
 def window_background(session):
-    """The colour just inside the settings window's bottom right corner, where no control
-    sits on any page, as (r, g, b)."""
+    """(r, g, b) just inside the window's bottom right corner, where no control sits."""
     from Xlib import X, display as xdisplay
     (window,) = [w for w in session.x_windows() if w["title"] == ui.SETTINGS]
     connection = xdisplay.Display(session.display)
@@ -48,7 +40,6 @@ def window_background(session):
 
 
 def keys_until(session, key, done, tries=30):
-    """Taps `key` until `done()` holds, as a person watching the screen would."""
     for _ in range(tries):
         found = done()
         if found:
@@ -63,12 +54,98 @@ def record_returns(session):
                                                               "Return", "Return", "Return"))
 
 
-class SoundPage(unittest.TestCase):
+class SettingsPages(unittest.TestCase):
 
-    def test_kit_list_tone_pad_and_device_list(self):
-        s = ui.start(self, dict(ui.STEADY_SOUND, volume=0.8, lastSettingsPage="sounds",
-                                selectedPackId="ibm-buckling-spring"), login_start=False)
-        window = ui.settings_window(s)
+    def test_mix_create_sound_behaviour_and_look_pages_in_one_run(self):
+        # Started by hand (no autostart entry), so the window opens; the output device
+        # changes last of what is heard.
+        s = ui.start(self, dict(ui.STEADY_SOUND, volume=0.8, selectedPackId="ibm-buckling-spring",
+                                soundMixes=[{"id": "quiet", "name": "Quiet", "assignments": {}}],
+                                lastSettingsPage="mix"), login_start=False)
+        for page in (self.mix_page, self.create_page, self.sound_page,
+                     self.behaviour_and_look_pages):
+            page(s)
+
+    def mix_page(self, s):
+        pistol = ui.kit_name(s, "gun-pistol")
+        # Return would press the focused button: the keys go nowhere with the window shut.
+        ui.close_window(s, ui.SETTINGS)
+        ui.wait_for_quiet(s)
+        spring = record_returns(s)
+
+        window = open_page(self, s, "mix", "Mix")
+        s.press(ui.button(s, "New mix", window))
+        # The dialog offers a name that is free; Create takes it.
+        self.assertEqual(s.text(s.find("text", "Name", root=window, showing=True)), "Mix")
+        s.press(ui.button(s, "Create", window))
+        mix_id = s.wait_until(lambda: s.preferences().get("activeMixId"), 5)
+
+        # A part's editor opens on Return, gives it the pistol, and closes.
+        s.press(ui.button(s, "Return: Main kit", window))
+        ui.heading(s, "Return", window)
+        s.press(ui.button(s, "Fun", window))
+        s.press(ui.button(s, pistol, window))
+        ui.button(s, "Return: " + pistol, window)
+        s.press(ui.button(s, "Done", window))
+        s.gone("heading", "Return", root=window, showing=True)
+
+        def assignments():
+            mix = next(m for m in s.preferences().get("soundMixes", []) if m["id"] == mix_id)
+            return mix.get("assignments", {})
+        s.wait_until(lambda: list(assignments()) == ["enter"]
+                     and assignments()["enter"].get("packId") == "gun-pistol", 5)
+
+        ui.close_window(s, ui.SETTINGS)
+        ui.wait_for_quiet(s)
+        shot = record_returns(s)
+        self.assertTrue(shot.heard(), shot)
+        # The spring's Return is a low clunk; the pistol's crack sits nearly twice as high.
+        detail = (spring, shot, ui.brightness(spring), ui.brightness(shot))
+        self.assertGreater(ui.brightness(shot), 1.3 * ui.brightness(spring), detail)
+
+        window = open_page(self, s, "mix", "Mix")
+        # Scrolled out of sight below the board, as the window left it.
+        s.press(s.find("push button", "Delete Mix", root=window))
+        s.press(ui.button(s, "Delete", window))
+        s.wait_until(lambda: "activeMixId" not in s.preferences(), 5)
+        self.assertEqual([m["id"] for m in s.preferences()["soundMixes"]], ["quiet"])
+
+    def create_page(self, s):
+        window = open_page(self, s, "create", "Design your own switch")
+        kits = os.path.join(s.data_home, "Tappix", "Soundpacks")
+
+        with self.subTest("Save makes a kit of one's own, chooses it, and typing plays it"):
+            s.press(ui.button(s, "Preset Velvet", window))
+            focus(s, s.find("text", "Pack name", root=window))
+            s.type_text("Desk Thock")
+            save = ui.button(s, "Save", window)
+            s.wait_until(lambda: "enabled" in s.states(save), 5)
+            s.press(save)
+            s.wait_for_preference("selectedPackId", "custom-desk-thock")
+            self.assertTrue(os.path.isfile(os.path.join(kits, "custom-desk-thock", "config.json")))
+            ui.wait_for_quiet(s)
+            designed = ui.record_typing(s)
+            self.assertTrue(designed.heard(), designed)
+            ui.cli_ok(self, s, "--kit", "ibm-buckling-spring")
+            s.wait_for_preference("selectedPackId", "ibm-buckling-spring")
+
+        with self.subTest("a kits folder that cannot be written: the reason, no change"):
+            shutil.move(kits, kits + ".aside")
+            with open(kits, "w", encoding="utf-8") as f:
+                f.write("in the way\n")
+            window = open_page(self, s, "create", "Design your own switch")
+            focus(s, s.find("text", "Pack name", root=window))
+            s.key("ctrl+a")
+            s.type_text("Blocked")
+            s.press(ui.button(s, "Save", window))
+            status = s.find("label", lambda n: n.startswith("Could not save: "), root=window)
+            self.assertGreater(len(status.get_name()), len("Could not save: "))
+            self.assertEqual(s.preferences().get("selectedPackId"), "ibm-buckling-spring")
+            os.remove(kits)
+            shutil.move(kits + ".aside", kits)
+
+    def sound_page(self, s):
+        window = open_page(self, s, "sounds", "Sound")
         spring_name = ui.kit_name(s, "ibm-buckling-spring")
         ui.label(s, "Switch kit: " + spring_name, root=window)
         ui.wait_for_quiet(s)
@@ -104,8 +181,7 @@ class SoundPage(unittest.TestCase):
             # Each arrow moves the dot by a 25th of the pad; down is darker.
             s.xdotool("key", "--delay", 40, *["Down"] * 15)
             s.wait_until(lambda: abs(s.preferences().get("toneBrightness", 1) - 0.40) < 0.005,
-                         5, message=lambda: "the tone to be stored (%s)"
-                         % s.preferences().get("toneBrightness"))
+                         5)
             self.assertEqual(s.preferences().get("tonePitch", 1.0), 1.0)
             ui.wait_for_quiet(s)
             after = ui.record_typing(s)
@@ -122,35 +198,28 @@ class SoundPage(unittest.TestCase):
 
             def rows():
                 return [item.get_name() for item in s.find_all("list item", root=window)]
-            listed = s.wait_until(lambda: "Desk-Speakers" in rows() and rows(), 10,
-                                  message=lambda: "Desk-Speakers to be listed (%s)" % rows())
+            listed = s.wait_until(lambda: "Desk-Speakers" in rows() and rows(), 10)
             # The list opens on the device in use: the system default, first.
             s.xdotool("key", "--delay", 60, *["Down"] * listed.index("Speakers-B"), "Return")
             s.wait_for_preference("outputDeviceUID", "tappix_b")
             # Letters typed at the list would pick a device by its first letter.
             focus(s, pad)
-            s.wait_until(lambda: not s.record(0.3, sink="tappix_b").heard(), 10,
-                         message="Speakers-B to fall silent")
+            s.wait_until(lambda: not s.record(0.3, sink="tappix_b").heard(), 10)
             typed = s.record(0.8, action=lambda: ui.type_keys(s), sink="tappix_b")
             self.assertTrue(typed.heard(), typed)
 
-
-class BehaviourAndLookPages(unittest.TestCase):
-
-    def test_autostart_shortcut_and_palette(self):
-        # Started by hand (no autostart entry), so the window opens.
-        s = ui.start(self, {"lastSettingsPage": "behaviour"}, login_start=False)
-        window = ui.settings_window(s)
+    def behaviour_and_look_pages(self, s):
+        window = open_page(self, s, "behaviour", "Behaviour")
         entry = os.path.join(s.config_home, "autostart", "app.morvane.tappix.desktop")
 
         with self.subTest("Launch at login writes and removes the autostart entry"):
             switch = s.find("check box", "Launch at login", root=window)
             s.press(switch)
-            s.wait_until(lambda: os.path.exists(entry), 5, message="the entry to be written")
+            s.wait_until(lambda: os.path.exists(entry), 5)
             with open(entry, encoding="utf-8") as f:
                 self.assertIn("Exec=" + os.path.realpath(s.program), f.read())
             s.press(switch)
-            s.wait_until(lambda: not os.path.exists(entry), 5, message="the entry to go")
+            s.wait_until(lambda: not os.path.exists(entry), 5)
 
         with self.subTest("the shortcut recorder refuses a bare letter and takes a chord"):
             field = s.find("push button", "Toggle keystroke sounds: " + ui.SHORTCUT, root=window)
@@ -180,100 +249,8 @@ class BehaviourAndLookPages(unittest.TestCase):
             s.press(ui.button(s, "Milk", window))
             s.wait_for_preference("themeID", "milk")
             light = s.wait_until(lambda: window_background(s) != dark and window_background(s),
-                                 5, message=lambda: "the background to change from %s" % (dark,))
+                                 5)
             self.assertGreater(sum(light), sum(dark) + 300, (dark, light))
-
-
-class CreatePage(unittest.TestCase):
-
-    def test_saved_design_is_chosen_and_heard_and_a_failed_save_says_why(self):
-        s = ui.start(self, dict(ui.STEADY_SOUND, volume=0.8, lastSettingsPage="create",
-                                selectedPackId="ibm-buckling-spring"), login_start=False)
-        window = ui.settings_window(s)
-        kits = os.path.join(s.data_home, "Tappix", "Soundpacks")
-
-        with self.subTest("Save makes a kit of one's own, chooses it, and typing plays it"):
-            s.press(ui.button(s, "Preset Velvet", window))
-            focus(s, s.find("text", "Pack name", root=window))
-            s.type_text("Desk Thock")
-            save = ui.button(s, "Save", window)
-            s.wait_until(lambda: "enabled" in s.states(save), 5, message="Save to be enabled")
-            s.press(save)
-            s.wait_for_preference("selectedPackId", "custom-desk-thock")
-            self.assertTrue(os.path.isfile(os.path.join(kits, "custom-desk-thock", "config.json")))
-            ui.wait_for_quiet(s)
-            designed = ui.record_typing(s)
-            self.assertTrue(designed.heard(), designed)
-            ui.cli_ok(self, s, "--kit", "ibm-buckling-spring")
-            s.wait_for_preference("selectedPackId", "ibm-buckling-spring")
-
-        with self.subTest("a kits folder that cannot be written: the reason, no change"):
-            shutil.move(kits, kits + ".aside")
-            with open(kits, "w", encoding="utf-8") as f:
-                f.write("in the way\n")
-            window = open_page(self, s, "create", "Design your own switch")
-            focus(s, s.find("text", "Pack name", root=window))
-            s.key("ctrl+a")
-            s.type_text("Blocked")
-            s.press(ui.button(s, "Save", window))
-            status = s.find("label", lambda n: n.startswith("Could not save: "), root=window)
-            self.assertGreater(len(status.get_name()), len("Could not save: "))
-            self.assertEqual(s.preferences().get("selectedPackId"), "ibm-buckling-spring")
-
-
-class MixPage(unittest.TestCase):
-
-    def test_return_on_another_kit_then_the_mix_deleted(self):
-        s = ui.start(self, dict(ui.STEADY_SOUND, volume=0.8, selectedPackId="ibm-buckling-spring",
-                                soundMixes=[{"id": "quiet", "name": "Quiet", "assignments": {}}],
-                                lastSettingsPage="mix"), login_start=False)
-        pistol = ui.kit_name(s, "gun-pistol")
-        # Return would press the focused button: the keys go nowhere with the window shut.
-        ui.close_window(s, ui.SETTINGS)
-        ui.wait_for_quiet(s)
-        spring = record_returns(s)
-
-        window = open_page(self, s, "mix", "Mix")
-        s.find("label", NO_MIX_PLAYING, root=window, showing=True)
-        s.press(ui.button(s, "New mix", window))
-        # The dialog offers a name that is free; Create takes it.
-        self.assertEqual(s.text(s.find("text", "Name", root=window, showing=True)), "Mix")
-        s.press(ui.button(s, "Create", window))
-        mix_id = s.wait_until(lambda: s.preferences().get("activeMixId"), 5,
-                              message="the new mix to play")
-
-        # A part's editor opens on Return, gives it the pistol, and closes.
-        s.press(ui.button(s, "Return: Main kit", window))
-        ui.heading(s, "Return", window)
-        s.press(ui.button(s, "Fun", window))
-        s.press(ui.button(s, pistol, window))
-        ui.button(s, "Return: " + pistol, window)
-        s.press(ui.button(s, "Done", window))
-        s.gone("heading", "Return", root=window, showing=True)
-
-        def assignments():
-            mix = next(m for m in s.preferences().get("soundMixes", []) if m["id"] == mix_id)
-            return mix.get("assignments", {})
-        s.wait_until(lambda: list(assignments()) == ["enter"]
-                     and assignments()["enter"].get("packId") == "gun-pistol", 5,
-                     message=lambda: "Return alone on the pistol (%s)" % assignments())
-
-        ui.close_window(s, ui.SETTINGS)
-        ui.wait_for_quiet(s)
-        shot = record_returns(s)
-        self.assertTrue(shot.heard(), shot)
-        # The spring's Return is a low clunk; the pistol's crack sits nearly twice as high.
-        detail = (spring, shot, ui.brightness(spring), ui.brightness(shot))
-        self.assertGreater(ui.brightness(shot), 1.3 * ui.brightness(spring), detail)
-
-        window = open_page(self, s, "mix", "Mix")
-        # Scrolled out of sight below the board, as the window left it.
-        s.press(s.find("push button", "Delete Mix", root=window))
-        s.press(ui.button(s, "Delete", window))
-        s.wait_until(lambda: "activeMixId" not in s.preferences(), 5,
-                     message="activeMixId to be removed")
-        self.assertEqual([m["id"] for m in s.preferences()["soundMixes"]], ["quiet"])
-        s.find("label", NO_MIX_PLAYING, root=window, showing=True)
 
 
 if __name__ == "__main__":

@@ -1,10 +1,10 @@
 #!/usr/bin/python3
-"""The tray icon as a StatusNotifier host sees it: its menu, what its clicks do, and
-its icon following the sounds' state however that changes."""
+"""The tray icon as a StatusNotifier host sees it, in one run: its menu, what its clicks do
+(the panel, or the sounds once the Behaviour page says so), its icon following the sounds."""
 
 import unittest
 
-import tappix_ui as ui
+import harness as ui
 from sni_host import plain_label
 
 MENU = ["About Tappix", "Check for Updates…", "Settings…", "Sound Studio…", "Quit Tappix"]
@@ -18,8 +18,7 @@ def icon(tray):
     return [(w, h, bytes(data)) for w, h, data in tray.item_property("IconPixmap")]
 
 
-class TrayOpensThePanel(unittest.TestCase):
-    """A left click opens the panel (the default)."""
+class Tray(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
@@ -28,13 +27,8 @@ class TrayOpensThePanel(unittest.TestCase):
         cls.tray.wait_for_item()
 
     def tearDown(self):
-        ui.close_panel(self.s)
-
-    def test_menu_holds_the_five_commands(self):
-        entries = [e for e in self.tray.menu() if e.parent == 0 and e.visible]
-        labels = [plain_label(e.label) for e in entries if e.kind != "separator"]
-        self.assertEqual(labels, MENU)
-        self.assertTrue(all(e.enabled for e in entries))
+        if self.s.running():  # the last test quits
+            ui.close_panel(self.s)
 
     def test_clicks_open_the_panel_and_escape_closes_it(self):
         self.tray.activate()
@@ -44,7 +38,7 @@ class TrayOpensThePanel(unittest.TestCase):
         self.s.key("Escape")
         ui.wait_gone(self.s, ui.PANEL)
 
-        self.tray.secondary_activate()
+        self.tray.activate("SecondaryActivate")
         ui.panel(self.s)
         self.s.key("Escape")
         ui.wait_gone(self.s, ui.PANEL)
@@ -78,50 +72,47 @@ class TrayOpensThePanel(unittest.TestCase):
 
         ui.cli_ok(self, s, "--toggle")
         s.wait_for_preference("isEnabled", False)
-        s.wait_until(lambda: tooltip_title(tray) == "Tappix: sounds off", 5,
-                     message=lambda: "the tooltip to say off (%r)" % tooltip_title(tray))
-        s.wait_until(lambda: icon(tray) != on_icon, 5, message="the icon to turn off")
+        s.wait_until(lambda: tooltip_title(tray) == "Tappix: sounds off", 5)
+        s.wait_until(lambda: icon(tray) != on_icon, 5)
         muted = ui.record_typing(s)
         self.assertFalse(muted.heard(), muted)
 
         ui.cli_ok(self, s, "--toggle")
         s.wait_for_preference("isEnabled", True)
-        s.wait_until(lambda: tooltip_title(tray) == on_title, 5, message="the tooltip to say on")
+        s.wait_until(lambda: tooltip_title(tray) == on_title, 5)
         self.assertEqual(icon(tray), on_icon)
         again = ui.record_typing(s)
         self.assertTrue(again.heard(), again)
 
+    def test_with_click_toggles_sound_a_click_flips_the_sounds_never_the_panel_then_quit(self):
+        s, tray = self.s, self.tray
 
-class TrayClickTogglesSound(unittest.TestCase):
-    """With clickTogglesSound a left click turns the sounds on or off instead."""
-
-    def test_click_flips_the_sounds_never_the_panel_then_quit(self):
-        s = ui.start(self, {"clickTogglesSound": True})
-        tray = s.tray
-        tray.wait_for_item()
+        def menu():
+            return [plain_label(e.label) for e in tray.menu() if e.parent == 0 and e.visible
+                    and e.enabled and e.kind != "separator"]
+        self.assertEqual(menu(), MENU)
+        ui.cli_ok(self, s, "--settings", "behaviour")
+        s.press(s.find(ui.BUTTONS, "Clicking the tray icon: Toggles sound",
+                       root=ui.settings_window(s)))
+        s.wait_for_preference("clickTogglesSound", True)
+        ui.close_window(s, ui.SETTINGS)
         on_icon = icon(tray)
 
         tray.activate()
         s.wait_for_preference("isEnabled", False)
-        s.wait_until(lambda: tooltip_title(tray) == "Tappix: sounds off", 5,
-                     message="the tooltip to say off")
-        s.wait_until(lambda: icon(tray) != on_icon, 5, message="the icon to turn off")
+        s.wait_until(lambda: icon(tray) != on_icon, 5)
         # Activate is answered on the main thread, where the panel would be shown.
         self.assertNotIn(ui.PANEL, s.windows())
-
         tray.activate()
         s.wait_for_preference("isEnabled", True)
-        s.wait_until(lambda: icon(tray) == on_icon, 5, message="the icon to turn back on")
+        s.wait_until(lambda: icon(tray) == on_icon, 5)
         self.assertNotIn(ui.PANEL, s.windows())
 
         # The panel stays one click away: the middle button, the right one where the tray
         # hands it over, and the menu where the tray shows that instead.
-        entries = [plain_label(e.label) for e in tray.menu() if e.parent == 0 and e.visible
-                   and e.kind != "separator"]
-        self.assertEqual(entries, ["Open Panel"] + MENU)
-        for click in (tray.secondary_activate, tray.context_menu,
-                      lambda: tray.click("Open Panel")):
-            click()
+        self.assertEqual(menu(), ["Open Panel"] + MENU)
+        for click in ("SecondaryActivate", "ContextMenu", None):
+            tray.click("Open Panel") if click is None else tray.activate(click)
             ui.panel(s)
             s.key("Escape")
             ui.wait_gone(s, ui.PANEL)
