@@ -257,6 +257,7 @@ class Session:
         self.root, self.log_path = None, ""
 
     def start(self):
+        LIVE.add(self)
         _private_accessibility_bus()
         self.root = tempfile.mkdtemp(prefix="tappix-ui-")
         self.home = self._dir("home")
@@ -283,6 +284,7 @@ class Session:
             self.tray = sni_host.SniHost().start()
 
     def close(self):
+        LIVE.discard(self)
         self.stop_app()
         if self.tray is not None:
             self.tray.stop()
@@ -485,6 +487,10 @@ class Session:
             self.program, "running" if code is None else "exited with %s" % code,
             "\n".join(self.log().splitlines()[-60:])))
         sys.stderr.flush()
+
+
+# Sessions still open: a test that fails while one is up shows its log (run_ui_tests.py).
+LIVE = set()
 
 
 # ---- what the test modules share --------------------------------------------------

@@ -8,6 +8,32 @@ import os
 import sys
 import unittest
 
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+
+import harness  # noqa: E402
+
+
+def report_live_sessions():
+    for session in list(harness.LIVE):
+        session.report()
+
+
+class Reporting(unittest.TextTestResult):
+    """A failing test shows the log of each Tappix still running, as it was then."""
+
+    def addFailure(self, test, err):
+        super().addFailure(test, err)
+        report_live_sessions()
+
+    def addError(self, test, err):
+        super().addError(test, err)
+        report_live_sessions()
+
+    def addSubTest(self, test, subtest, err):
+        super().addSubTest(test, subtest, err)
+        if err is not None:
+            report_live_sessions()
+
 
 def main():
     parser = argparse.ArgumentParser()
@@ -22,7 +48,8 @@ def main():
         directory, name = os.path.split(os.path.splitext(os.path.abspath(module))[0])
         sys.path.insert(0, directory)
         suite.addTests(loader.loadTestsFromModule(importlib.import_module(name)))
-    result = unittest.TextTestRunner(stream=sys.stdout, verbosity=2).run(suite)
+    result = unittest.TextTestRunner(stream=sys.stdout, verbosity=2,
+                                     resultclass=Reporting).run(suite)
     failed = len(result.failures) + len(result.errors) + len(result.unexpectedSuccesses)
     print("%d skipped\n%d passed, %d failed" % (
         len(result.skipped), max(0, result.testsRun - len(result.skipped) - failed), failed))
