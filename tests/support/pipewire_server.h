@@ -10,15 +10,13 @@
 
 namespace tappix::test {
 
-/// The private server as PipeWire with WirePlumber and its PulseAudio layer, the stack
-/// most desktops run, in a session bus of their own with WirePlumber's device monitors
-/// off; it runs as root as well (CI containers have no user session). With
-/// `Buffers::refuseSmall` pipewire-pulse takes larger requests (`pulse.min.req` of 2048
-/// frames: with 0.3.65 a stream asking for 10 ms gets a sink latency of 42.7 ms).
+/// The private server as PipeWire, WirePlumber (device monitors off) and pipewire-pulse
+/// on a session bus of their own. refuseSmall sets `pulse.min.req` to 2048 frames (0.3.65
+/// grants a stream asking for 10 ms 42.7 ms).
 class PipeWireServer final : public SoundServer {
 public:
     explicit PipeWireServer(Buffers buffers = Buffers::asked) : SoundServer(buffers) {
-        // The device monitors off, for WirePlumber 0.4 (Lua) and 0.5 (.conf).
+        // WirePlumber 0.4 (Lua) and 0.5 (.conf).
         writeConfig("wireplumber/main.lua.d/51-tappix-test.lua",
                     "alsa_monitor.enabled = false\nv4l2_monitor.enabled = false\n"
                     "libcamera_monitor.enabled = false\n");
@@ -37,7 +35,6 @@ public:
         started_ = start();
     }
 
-    /// Whether the three programs are installed.
     static bool isInstalled() {
         for (const char* program :
              {"pipewire", "wireplumber", "pipewire-pulse", "dbus-run-session"})
@@ -48,9 +45,8 @@ public:
 
 private:
     void launch() override {
-        // WirePlumber needs PipeWire's socket; pipewire-pulse is served by both.
-        // The outer shell takes its whole group down when the test is gone (the leash's
-        // SIGTERM): dbus-run-session alone would leave the three behind.
+        // WirePlumber waits for PipeWire's socket; the outer shell takes the group down
+        // on the leash's SIGTERM, which dbus-run-session alone would leave behind.
         server_.start(QStringLiteral("sh"),
                       {"-c", "trap 'kill -KILL 0' TERM; dbus-run-session -- sh -c \"$0\" & wait",
                        "pipewire & i=0; while [ ! -S \"$XDG_RUNTIME_DIR/pipewire-0\" ] && "
@@ -58,8 +54,7 @@ private:
                        "wireplumber & pipewire-pulse & wait"});
     }
     bool loadDevices() override {
-        // pipewire-pulse (0.3.65) has no module-null-source: a null sink made a source
-        // by its media class is the silent microphone.
+        // No module-null-source in pipewire-pulse 0.3.65: a null sink of a source's class.
         return !addSink("tappix_a", "Speakers-A").isEmpty() &&
                !addSink("tappix_b", "Speakers-B").isEmpty() &&
                !pactl({"load-module", "module-null-sink", "media.class=Audio/Source/Virtual",
@@ -69,7 +64,6 @@ private:
     }
 };
 
-/// The private server of kind "pulseaudio" or "pipewire".
 inline std::unique_ptr<SoundServer>
 makeSoundServer(const std::string& kind,
                 SoundServer::Buffers buffers = SoundServer::Buffers::asked) {
@@ -88,9 +82,8 @@ inline std::string whyNotRunning(const std::string& kind, const SoundServer* ser
     return {};
 }
 
-/// A suite run once per server kind: one server for the suite, remade when the kind
-/// changes. Derived fixtures call `SoundServerTest::SetUp()` first and stop when it
-/// skipped or failed.
+/// A suite run once per server kind, one server for the suite; derived fixtures call
+/// `SoundServerTest::SetUp()` first and stop unless `serverReady()`.
 class SoundServerTest : public ::testing::TestWithParam<std::string> {
 protected:
     static void TearDownTestSuite() {
@@ -109,11 +102,9 @@ protected:
             FAIL() << why;
         }
     }
-    /// Whether `SoundServerTest::SetUp` left the test to run.
     bool serverReady() const { return !IsSkipped() && !HasFailure(); }
-    /// Replaces the suite's server with one of the same kind that treats buffers as
-    /// `buffers`, for this test alone (the next test starts a usual one); empty when it
-    /// runs, else why not. Clients of the old server must be gone.
+    /// A server of the same kind treating buffers as `buffers`, for this test alone (its
+    /// clients gone first); empty when it runs, else why not.
     std::string restartServer(SoundServer::Buffers buffers) {
         delete server_;
         server_ = makeSoundServer(GetParam(), buffers).release();
@@ -125,7 +116,6 @@ protected:
     static inline std::string kind_;
 };
 
-/// The servers' names as test-name suffixes.
 inline std::string serverName(const ::testing::TestParamInfo<std::string>& info) {
     return info.param;
 }

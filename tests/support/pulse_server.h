@@ -20,27 +20,18 @@
 
 namespace tappix::test {
 
-/// A private sound server for one test binary, spoken to through the PulseAudio
-/// protocol: two 48 kHz float null sinks ("tappix_a", the default, and "tappix_b") and
-/// a silent source as the default microphone ("tappix_mic"), on a socket of its own
-/// exported to this process as PULSE_SERVER. Nothing system-wide is touched: the server
-/// runs in a process group of its own with a private 0700 runtime directory, home,
-/// configuration and state.
+/// A private sound server spoken to through the PulseAudio protocol (PULSE_SERVER): null
+/// sinks "tappix_a" (default) and "tappix_b", silent default microphone "tappix_mic"; its
+/// own process group, runtime directory, home, configuration and state.
 class SoundServer {
 public:
-    /// What the server grants a playback stream that asks for a small buffer.
-    enum class Buffers {
-        /// What the stream asks for (the server's own rounding aside).
-        asked,
-        /// Never a small one: every stream on the default sink "tappix_a" takes a buffer
-        /// of 50 ms or more whatever it asks for, as on a network sink.
-        refuseSmall,
-    };
+    /// What a stream asking for a small buffer gets: what it asks, or (refuseSmall) 50 ms
+    /// or more on "tappix_a", as on a network sink.
+    enum class Buffers { asked, refuseSmall };
 
     virtual ~SoundServer() { kill(); }
 
-    /// Starts (or restarts) the server on the same socket; true once it answers with its
-    /// sinks and defaults in place.
+    /// Starts (or restarts) the server; true once it answers with its devices in place.
     bool start() {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert(QStringLiteral("HOME"), dir_.path());
@@ -54,7 +45,6 @@ public:
         server_.setStandardOutputFile(QProcess::nullDevice());
         server_.setStandardErrorFile(dir_.filePath(QStringLiteral("server.log")),
                                      QIODevice::Append);
-        // Its own process group, so a kill takes the whole server, as a crash would.
         leash(server_, SIGTERM, true);
         launch();
         if (!server_.waitForStarted(3000) || !answers() || !loadDevices())
@@ -68,26 +58,23 @@ public:
             return;
         ::kill(-static_cast<pid_t>(server_.processId()), SIGKILL);
         server_.waitForFinished(3000);
-        // A killed server leaves its sockets; the next start replaces them.
         for (const char* socket : {"pipewire-0", "pipewire-0.lock", "pulse/native"})
             QFile::remove(runtime_ + "/" + socket);
     }
-    /// Stops the server where it is (true) or lets it go on (false): its clients stay
-    /// connected while nothing moves, as when a server hangs.
+    /// Stops (true) or resumes (false) the server, as when it hangs.
     void pause(bool stopped) {
         ::kill(-static_cast<pid_t>(server_.processId()), stopped ? SIGSTOP : SIGCONT);
     }
     /// Whether the first start succeeded.
     bool started() const { return started_; }
-    /// What the server wrote about itself, for a failure message.
+    /// The end of the server's log.
     QString log() const {
         QFile file(dir_.filePath(QStringLiteral("server.log")));
         file.open(QIODevice::ReadOnly);
         return QString::fromLocal8Bit(file.readAll().right(2000));
     }
 
-    /// Starts a recording client on a source (the default microphone when empty);
-    /// the caller stops it by destroying the process.
+    /// Starts a recording client on a source (the default microphone when empty).
     static std::unique_ptr<QProcess> startRecording(const QString& source = {}) {
         auto parec = std::make_unique<QProcess>();
         leash(*parec);
@@ -108,7 +95,7 @@ public:
         return QString::fromLocal8Bit(tool.readAllStandardOutput());
     }
 
-    /// Loads a 48 kHz stereo float null sink; returns its module's index, empty when refused.
+    /// Loads a null sink; its module's index, empty when refused.
     static QString addSink(const QString& name, const QString& description,
                            const QStringList& more = {}) {
         return pactl(QStringList{"load-module", "module-null-sink", "sink_name=" + name,
@@ -118,9 +105,8 @@ public:
             .trimmed();
     }
 
-    /// Makes `name` the default sink (or source, with `what` "source"); true once the server
-    /// reports it: PipeWire (0.3.65) answers with the old default for a moment after pactl
-    /// returns, until WirePlumber has stored the new one.
+    /// Makes `name` the default sink or source; true once reported (PipeWire 0.3.65 reports
+    /// the old default for a moment).
     static bool setDefault(const QString& what, const QString& name) {
         const QString expected =
             QStringLiteral("Default %1: %2\n")
@@ -139,7 +125,6 @@ public:
     /// Records a sink's monitor (stereo float frames) while `action` runs, plus `tailMs`.
     template <typename Action>
     std::vector<float> record(const QString& sink, Action action, int tailMs = 300) {
-        // Straight to a file: a pipe nobody drains while the test waits would fill up.
         const QString file = dir_.filePath(QStringLiteral("recording.raw"));
         QFile::remove(file);
         QProcess parec;
@@ -148,7 +133,6 @@ public:
         parec.start(QStringLiteral("parec"), {"--device=" + sink + ".monitor", "--format=float32le",
                                               "--rate=48000", "--channels=2", "--latency-msec=10"});
         parec.waitForStarted(3000);
-        // Recording starts a little after parec does: wait until data flows.
         QElapsedTimer timer;
         timer.start();
         while (QFileInfo(file).size() < 4096 && timer.elapsed() < 3000)
@@ -175,15 +159,11 @@ protected:
         qputenv("PULSE_SERVER", ("unix:" + socket()).toLocal8Bit());
         qputenv("PULSE_CLIENTCONFIG", dir_.filePath(QStringLiteral("client.conf")).toLocal8Bit());
     }
-    /// Starts the server's programs in `server_`.
     virtual void launch() = 0;
-    /// Loads the sinks and the microphone once the server answers.
     virtual bool loadDevices() = 0;
 
-    /// The PulseAudio protocol's socket.
     QString socket() const { return runtime_ + QStringLiteral("/pulse/native"); }
 
-    /// Writes `text` to `path` under the server's configuration directory.
     void writeConfig(const QString& path, const QByteArray& text) {
         const QString file = dir_.filePath(QStringLiteral("config/") + path);
         QDir().mkpath(QFileInfo(file).path());
@@ -199,7 +179,6 @@ protected:
     bool started_ = false;
 
 private:
-    /// Waits until the server answers.
     static bool answers() {
         QElapsedTimer timer;
         timer.start();
@@ -211,8 +190,7 @@ private:
         return false;
     }
 
-    /// Whether WirePlumber, where it runs, left the machine's sound cards, Bluetooth and
-    /// cameras alone (loaded none of PipeWire's device plugins); says which in the log.
+    /// Whether WirePlumber, where it runs, left the machine's devices alone.
     bool ownsNoDevices() {
         static const QRegularExpression device(
             QStringLiteral("libspa-(alsa|bluez5|v4l2|libcamera)\\.so"));
@@ -234,10 +212,8 @@ private:
     }
 };
 
-/// The private server as a PulseAudio daemon. A sink of fixed latency grants (PulseAudio
-/// 16.1) that latency plus two minreqs: 50 ms on a tunnel sink with `latency_msec=40`,
-/// which is what `Buffers::refuseSmall` makes "tappix_a" (a tunnel back into this server,
-/// to a null sink "tappix_far").
+/// The private server as a PulseAudio daemon. refuseSmall makes "tappix_a" a tunnel of
+/// `latency_msec=40` back to "tappix_far": 16.1 grants that plus two minreqs, 50 ms.
 class PulseServer final : public SoundServer {
 public:
     explicit PulseServer(Buffers buffers = Buffers::asked) : SoundServer(buffers) {
@@ -268,7 +244,6 @@ private:
     }
 };
 
-/// The peak of each channel of interleaved stereo.
 struct Levels {
     double peakLeft = 0, peakRight = 0;
 };

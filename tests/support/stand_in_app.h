@@ -25,8 +25,7 @@
 
 namespace tappix::test {
 
-/// A keyboard at the platform boundary. `typeContinuously` makes it behave like a
-/// real backend thread that keeps reporting until `stop` joins it.
+/// A keyboard at the platform boundary; `typeContinuously` types on a thread until `stop`.
 class TestKeyboard final : public CaptureSource {
 public:
     bool start(CaptureSink& sink) override {
@@ -58,8 +57,7 @@ private:
     std::thread thread_;
 };
 
-/// An output that is always there and plays nowhere: the mixer renders only when a
-/// test renders it.
+/// An output that plays nowhere: the mixer renders only when a test renders it.
 class HandOutput final : public AudioOutput {
 public:
     bool start(Mixer&) override { return true; }
@@ -88,9 +86,7 @@ public:
     QString unavailableReason() const override { return {}; }
     std::vector<AppIdentity> runningApps() override { return running; }
     AppIdentity describe(const QString& id) const override { return {id, id, {}}; }
-    /// Reports `window` in front (none: nothing).
     void show(std::optional<FocusedWindow> window) { report(std::move(window)); }
-    /// What `runningApps` answers.
     std::vector<AppIdentity> running;
 };
 
@@ -125,26 +121,20 @@ inline void writeKit(const QString& directory, const QString& id, const QString&
                        .toJson());
 }
 
-/// How a harness starts.
+/// How a harness starts: `withWindows` needs a QApplication; `addKits` writes into the
+/// bundle and the user's directory before the scan; no `microphone`, none can be had;
+/// `platform` changes the platform last.
 struct HarnessOptions {
-    /// The keyboard types on its own thread until capture stops.
     bool continuous = false;
-    /// Tappix shows itself (needs a QApplication).
     bool withWindows = false;
-    /// Whether key capture is possible at start; `Harness::captureIsPossible` after.
     bool captureIsPossible = true;
-    /// Preferences written before start.
     QJsonObject preferences = {};
-    /// Writes more kits into the bundle and the user's directory before the store scans.
     std::function<void(const QString& bundle, const QString& user)> addKits = {};
-    /// The microphone a keyboard recording uses; none can be had when null.
     std::function<std::unique_ptr<Microphone>()> microphone = {};
-    /// Changes the platform last, before the delegate is made.
     std::function<void(AppDelegate::Platform&)> platform = {};
 };
 
-/// Options for a Tappix that shows itself, to a returning user: the launch opens the
-/// settings window only where a test asks for it. `preferences` are written too.
+/// Options for a Tappix that shows itself to a returning user.
 inline HarnessOptions windowed(QJsonObject preferences = {}) {
     HarnessOptions options;
     options.withWindows = true;
@@ -158,12 +148,9 @@ struct Harness {
     QTemporaryDir userKits;
     test::TempPrefs prefs;
     test::FakeTime time;
-    /// What the platform answers when asked whether keys can be captured.
     std::atomic<bool> captureIsPossible{true};
-    /// Sample files decoded so far.
     std::atomic<int> decodes{0};
     TestKeyboard* keyboard = nullptr;
-    /// The window in front; owned by the delegate.
     TestFocus* focus = nullptr;
     std::unique_ptr<AppDelegate> delegate;
 
@@ -176,11 +163,10 @@ struct Harness {
             options.addKits(kits.path(), userKits.path());
         if (!options.preferences.isEmpty())
             prefs.write(options.preferences);
-        const bool continuous = options.continuous;
 
         auto source = std::make_unique<TestKeyboard>();
         keyboard = source.get();
-        if (continuous)
+        if (options.continuous)
             keyboard->typeContinuously();
         AppDelegate::Platform platform;
         platform.output = std::make_unique<HandOutput>();
