@@ -64,39 +64,15 @@ private:
     }
 };
 
-inline std::unique_ptr<SoundServer>
-makeSoundServer(const std::string& kind,
-                SoundServer::Buffers buffers = SoundServer::Buffers::asked) {
-    if (kind == "pipewire")
-        return std::make_unique<PipeWireServer>(buffers);
-    return std::make_unique<PulseServer>(buffers);
-}
-
-/// Why the audio tests cannot run on `kind`'s server, or empty when it runs.
-inline std::string whyNotRunning(const std::string& kind, const SoundServer* server) {
-    if (kind == "pipewire" && !PipeWireServer::isInstalled())
-        return "PipeWire is not installed (tools/install-deps.sh installs pipewire, "
-               "pipewire-pulse and wireplumber)";
-    if (!server || !server->started())
-        return kind + " could not start: " + (server ? server->log().toStdString() : "");
-    return {};
-}
-
 /// A suite run once per server kind, one server for the suite; derived fixtures call
 /// `SoundServerTest::SetUp()` first and stop unless `serverReady()`.
 class SoundServerTest : public ::testing::TestWithParam<std::string> {
 protected:
-    static void TearDownTestSuite() {
-        delete server_;
-        server_ = nullptr;
-    }
+    static void TearDownTestSuite() { replaceServer({}, SoundServer::Buffers::asked); }
     void SetUp() override {
-        if (!server_ || kind_ != GetParam()) {
-            delete server_;
-            server_ = makeSoundServer(GetParam()).release();
-            kind_ = GetParam();
-        }
-        if (const std::string why = whyNotRunning(GetParam(), server_); !why.empty()) {
+        if (!server_ || kind_ != GetParam())
+            replaceServer(GetParam(), SoundServer::Buffers::asked);
+        if (const std::string why = whyNotRunning(); !why.empty()) {
             if (GetParam() == "pipewire")
                 GTEST_SKIP() << why;
             FAIL() << why;
@@ -106,14 +82,32 @@ protected:
     /// A server of the same kind treating buffers as `buffers`, for this test alone (its
     /// clients gone first); empty when it runs, else why not.
     std::string restartServer(SoundServer::Buffers buffers) {
-        delete server_;
-        server_ = makeSoundServer(GetParam(), buffers).release();
+        replaceServer(GetParam(), buffers);
         kind_.clear();
-        return whyNotRunning(GetParam(), server_);
+        return whyNotRunning();
     }
 
     static inline SoundServer* server_ = nullptr;
     static inline std::string kind_;
+
+private:
+    /// Replaces the server with one of `kind` ("pulseaudio" or "pipewire"; none when empty).
+    static void replaceServer(const std::string& kind, SoundServer::Buffers buffers) {
+        delete server_;
+        server_ = nullptr;
+        if (!kind.empty())
+            server_ = kind == "pipewire" ? static_cast<SoundServer*>(new PipeWireServer(buffers))
+                                         : new PulseServer(buffers);
+        kind_ = kind;
+    }
+    std::string whyNotRunning() const {
+        if (GetParam() == "pipewire" && !PipeWireServer::isInstalled())
+            return "PipeWire is not installed (tools/install-deps.sh installs pipewire, "
+                   "pipewire-pulse and wireplumber)";
+        if (!server_->started())
+            return GetParam() + " could not start: " + server_->log().toStdString();
+        return {};
+    }
 };
 
 inline std::string serverName(const ::testing::TestParamInfo<std::string>& info) {
