@@ -14,10 +14,12 @@ class XvfbServer {
 public:
     XvfbServer() {
         leash(process_);
-        process_.start(QStringLiteral("Xvfb"),
-                       {"-displayfd", "1", "-screen", "0", "640x480x24", "-nolisten", "tcp"});
+        process_.start(QStringLiteral("Xvfb"), {"-displayfd", "1", "-screen", "0", "640x480x24",
+                                                "-nolisten", "tcp", "-noreset"});
         if (!process_.waitForStarted(5000))
             return;
+        // -noreset: an X server resets when its last client leaves, refusing connections
+        // meanwhile; between two tests that is a capture that cannot start.
         // The server writes its display number once it accepts connections.
         while (!process_.canReadLine() && process_.waitForReadyRead(10000)) {
         }

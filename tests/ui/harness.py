@@ -269,7 +269,7 @@ class Session:
         self.log_path = os.path.join(self.root, "app.log")
         read_end, write_end = os.pipe()
         self.x = _spawn(["Xvfb", "-displayfd", str(write_end), "-screen", "0", "1280x800x24",
-                         "-nolisten", "tcp"], pass_fds=(write_end,),
+                         "-nolisten", "tcp", "-noreset"], pass_fds=(write_end,),
                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         os.close(write_end)
         with os.fdopen(read_end, "rb") as pipe:  # the number comes once it takes connections
