@@ -3,7 +3,6 @@
 #include "core/log.h"
 
 #include <QStandardPaths>
-#include <grp.h>
 #include <pwd.h>
 #include <unistd.h>
 #include <vector>
