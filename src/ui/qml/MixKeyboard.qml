@@ -78,6 +78,9 @@ Item {
                                     ? Math.max(9, Math.round(board.unit * 0.27))
                                     : Math.max(10, Math.round(board.unit * 0.34))
                     font.weight: key.lit ? Font.DemiBold : Font.Normal
+                    // A long name on a narrow board shrinks to fit its cap rather than lose letters.
+                    fontSizeMode: Text.HorizontalFit
+                    minimumPixelSize: 7
                     horizontalAlignment: Text.AlignHCenter
                     verticalAlignment: Text.AlignVCenter
                     elide: Text.ElideRight

@@ -148,9 +148,10 @@ ColumnLayout {
         Layout.fillWidth: true
     }
 
-    Item { Layout.fillHeight: true }
+    Item { Layout.preferredHeight: 4 }
 
-    // Typing at a glance: the burst under way, else the last one.
+    // Typing at a glance: the burst under way, else the last one. It takes the height the
+    // rows above leave, so the page has no empty band when the permission row is absent.
     Card {
         id: typingCard
         theme: page.theme
@@ -159,7 +160,8 @@ ColumnLayout {
         readonly property real wpm: live ? page.typing.sessionWPM : page.typing.lastWPM
         readonly property real accuracy: live ? page.typing.sessionAccuracy : page.typing.lastAccuracy
         Layout.fillWidth: true
-        Layout.preferredHeight: 64
+        Layout.fillHeight: true
+        Layout.minimumHeight: 64
         Layout.bottomMargin: 8
         Accessible.role: Accessible.Grouping
         Accessible.name: "Typing"
