@@ -15,7 +15,6 @@
 #include <memory>
 
 using namespace tappix;
-using test::PulseServer;
 using test::SoundServer;
 
 namespace {
@@ -45,7 +44,7 @@ INSTANTIATE_TEST_SUITE_P(Servers, DeviceQueries, ::testing::Values("pulseaudio",
 TEST_P(DeviceQueries, TheMicrophoneIsLiveOnlyWhileItIsRecordedAndOutputsHaveTheirKind) {
     EXPECT_FALSE(devices_->isMicrophoneInUse());
     {
-        auto other = PulseServer::startRecording("tappix_a.monitor");
+        auto other = SoundServer::startRecording("tappix_a.monitor");
         // Asked once the server lists the recording, so a question about any stream sees it.
         ASSERT_TRUE(test::waitFor(
             [] {
@@ -58,7 +57,7 @@ TEST_P(DeviceQueries, TheMicrophoneIsLiveOnlyWhileItIsRecordedAndOutputsHaveThei
         SoundServer::setDefault("source", "tappix_mic");
     }
     {
-        auto recording = PulseServer::startRecording();
+        auto recording = SoundServer::startRecording();
         EXPECT_TRUE(test::waitFor([&] { return devices_->isMicrophoneInUse(); }, 2000));
     }
     EXPECT_TRUE(test::waitFor([&] { return !devices_->isMicrophoneInUse(); }, 2000));
@@ -66,22 +65,17 @@ TEST_P(DeviceQueries, TheMicrophoneIsLiveOnlyWhileItIsRecordedAndOutputsHaveThei
     // Bluetooth and built-in outputs, from the default sink's properties.
     EXPECT_FALSE(devices_->isDefaultOutputBluetooth());
     EXPECT_FALSE(devices_->isDefaultOutputBuiltIn());
-    const QString bt =
-        PulseServer::pactl({"load-module", "module-null-sink", "sink_name=tappix_bt",
-                            "sink_properties=\"device.description=Buds device.bus=bluetooth\""})
-            .trimmed();
-    const QString jack =
-        PulseServer::pactl({"load-module", "module-null-sink", "sink_name=tappix_jack",
-                            "sink_properties=\"device.description=Jack device.bus=pci\""})
-            .trimmed();
-    SoundServer::setDefault("sink", "tappix_bt");
-    EXPECT_TRUE(devices_->isDefaultOutputBluetooth());
-    EXPECT_FALSE(devices_->isDefaultOutputBuiltIn());
-    SoundServer::setDefault("sink", "tappix_jack");
-    EXPECT_TRUE(devices_->isDefaultOutputBuiltIn());
-    EXPECT_FALSE(devices_->isDefaultOutputBluetooth());
-    PulseServer::pactl({"unload-module", bt});
-    PulseServer::pactl({"unload-module", jack});
+    for (const QString bus : {"bluetooth", "pci"}) {
+        const QString module =
+            SoundServer::pactl(
+                {"load-module", "module-null-sink", "sink_name=tappix_" + bus,
+                 "sink_properties=\"device.description=" + bus + " device.bus=" + bus + "\""})
+                .trimmed();
+        SoundServer::setDefault("sink", "tappix_" + bus);
+        EXPECT_EQ(devices_->isDefaultOutputBluetooth(), bus == "bluetooth") << bus.toStdString();
+        EXPECT_EQ(devices_->isDefaultOutputBuiltIn(), bus == "pci") << bus.toStdString();
+        SoundServer::pactl({"unload-module", module});
+    }
 }
 
 // A camera is in use while some process holds its node open. The processes are looked

@@ -27,15 +27,6 @@ using test::SoundServer;
 
 namespace {
 
-/// Processes events until `condition` holds or five seconds pass.
-template <typename Condition> bool eventually(Condition condition) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition() && timer.elapsed() < 5000)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    return condition();
-}
-
 /// One row as the page reads it.
 struct Listed {
     QString uid, name;
@@ -85,10 +76,10 @@ TEST_P(OutputDevicePicker, FollowsTheSinksTheDefaultTheChoiceAndTheServer) {
     const std::vector<Listed> usual{{"", "System default (Speakers-A)", true, true},
                                     {"tappix_a", "Speakers-A", true, false},
                                     {"tappix_b", "Speakers-B", true, false}};
-    ASSERT_TRUE(eventually([&] { return rows(model) == usual; }));
+    ASSERT_TRUE(test::waitFor([&] { return rows(model) == usual; }));
     EXPECT_EQ(model.currentIndex(), 0);
     // A null sink has no hardware behind it: the stream's small buffer is all there is.
-    ASSERT_TRUE(eventually([&] { return model.chosenLatencyMs() > 0; }));
+    ASSERT_TRUE(test::waitFor([&] { return model.chosenLatencyMs() > 0; }));
     EXPECT_FALSE(model.latencyIsHigh());
 
     // Listed by name, not in the order the server made them.
@@ -96,14 +87,14 @@ TEST_P(OutputDevicePicker, FollowsTheSinksTheDefaultTheChoiceAndTheServer) {
         SoundServer::pactl({"load-module", "module-null-sink", "sink_name=tappix_headset",
                             "sink_properties=device.description=Headset"})
             .trimmed();
-    ASSERT_TRUE(eventually([&] { return rows(model).size() == 4; }));
+    ASSERT_TRUE(test::waitFor([&] { return rows(model).size() == 4; }));
     EXPECT_EQ(rows(model)[1], (Listed{"tappix_headset", "Headset", true, false}));
     model.choose(QStringLiteral("tappix_headset"));
     EXPECT_EQ(settings.store.outputDeviceUIDText(), QStringLiteral("tappix_headset"));
     EXPECT_EQ(model.currentIndex(), 1);
     EXPECT_FALSE(rows(model)[0].isChosen);
     SoundServer::pactl({"unload-module", headset});
-    EXPECT_TRUE(eventually([&] { return !rows(model)[1].isAvailable; }));
+    EXPECT_TRUE(test::waitFor([&] { return !rows(model)[1].isAvailable; }));
     EXPECT_EQ(rows(model)[1], (Listed{"tappix_headset", "Headset", false, true}));
     EXPECT_EQ(rows(model).size(), 4u);
     EXPECT_EQ(model.currentIndex(), 1);
@@ -113,19 +104,20 @@ TEST_P(OutputDevicePicker, FollowsTheSinksTheDefaultTheChoiceAndTheServer) {
     EXPECT_EQ(settings.store.outputDeviceUIDText(), QString());
     EXPECT_EQ(rows(model), usual);
     SoundServer::setDefault("sink", "tappix_b");
-    EXPECT_TRUE(eventually(
+    EXPECT_TRUE(test::waitFor(
         [&] { return rows(model)[0].name == QStringLiteral("System default (Speakers-B)"); }));
-    EXPECT_TRUE(eventually([&] { return !model.busy(); }));
+    EXPECT_TRUE(test::waitFor([&] { return !model.busy(); }));
 
     model.choose(QStringLiteral("tappix_b"));
     server_->kill();
-    EXPECT_TRUE(eventually([&] {
+    EXPECT_TRUE(test::waitFor([&] {
         return rows(model) == std::vector<Listed>{{"", "System default", true, false},
                                                   {"tappix_b", "Speakers-B", false, true}};
     }));
     EXPECT_EQ(model.currentIndex(), 1);
     ASSERT_TRUE(server_->start());
-    EXPECT_TRUE(eventually([&] { return rows(model).size() == 3 && rows(model)[2].isAvailable; }));
+    EXPECT_TRUE(
+        test::waitFor([&] { return rows(model).size() == 3 && rows(model)[2].isAvailable; }));
     EXPECT_EQ(rows(model)[0].name, QStringLiteral("System default (Speakers-A)"));
     EXPECT_EQ(model.currentIndex(), 2);
 }
@@ -152,7 +144,7 @@ TEST(OutputDevicePickerWithoutServer, EveryQuestionIsAnsweredNoAndTheChoiceOffer
         OutputDeviceListModel model(settings.store, &devices, &output);
         QAbstractItemModelTester tester(&model,
                                         QAbstractItemModelTester::FailureReportingMode::Fatal);
-        EXPECT_TRUE(eventually([&] { return !model.busy(); }));
+        EXPECT_TRUE(test::waitFor([&] { return !model.busy(); }));
         EXPECT_EQ(rows(model),
                   (std::vector<Listed>{{"", "System default", true, false},
                                        {"bluez_sink.gone", "bluez_sink.gone", false, true}}));
