@@ -120,7 +120,6 @@ TEST(UpdateChecker, ChecksAMinuteAfterStartThenDailyWhileSwitchedOn) {
 // else, unless the check was asked from the tray (where no window shows the answer):
 // then "Checking for updates…" opens and the answer is told, whatever it is.
 TEST(UpdateChecker, WhatEachAnswerTells) {
-    const QString checking = "Checking for updates…|You have Tappix 1.2.0.";
     const auto newer = [](const QString& v) {
         return "Tappix " + v + " is available|You have 1.2.0. Read about it at " +
                "https://example.test/notes/" + v;
@@ -129,29 +128,21 @@ TEST(UpdateChecker, WhatEachAnswerTells) {
         std::optional<QByteArray> body;
         const char* error;
         bool asked;
-        std::vector<QString> told; // each a beginning
-        const char* lastError;     // a part of it; null: none
+        QString told;          // the beginning of the answer told; empty: none
+        const char* lastError; // a part of it; null: none
     } cases[] = {
         {feed({"1.1.9", "1.2.0"}), "", false, {}, nullptr},
         {std::nullopt, "Host unreachable", false, {}, "Host unreachable"},
         {"<rss><channel><item>", "", false, {}, ""},
         {"{\"json\":1}", "", false, {}, ""},
         {"<rss><channel><item><title>x</title></item></channel></rss>", "", false, {}, ""},
-        {feed({"1.2.0", "1.10.0", "1.9.3"}), "", false, {newer("1.10.0")}, nullptr},
+        {feed({"1.2.0", "1.10.0", "1.9.3"}), "", false, newer("1.10.0"), nullptr},
         {feed({"1.10.0"}), "", false, {}, nullptr},
-        {feed({"1.11.0"}), "", false, {newer("1.11.0")}, nullptr},
-        {feed({"1.2.0"}),
-         "",
-         true,
-         {checking, "Tappix is up to date|1.2.0 is the newest"},
-         nullptr},
-        {std::nullopt,
-         "Refused",
-         true,
-         {checking, "Couldn't check for updates|Refused."},
-         "Refused"},
-        {"{}", "", true, {checking, "Couldn't check for updates|"}, ""},
-        {feed({"1.11.0"}), "", true, {checking, newer("1.11.0")}, nullptr},
+        {feed({"1.11.0"}), "", false, newer("1.11.0"), nullptr},
+        {feed({"1.2.0"}), "", true, "Tappix is up to date|1.2.0 is the newest", nullptr},
+        {std::nullopt, "Refused", true, "Couldn't check for updates|Refused.", "Refused"},
+        {"{}", "", true, "Couldn't check for updates|", ""},
+        {feed({"1.11.0"}), "", true, newer("1.11.0"), nullptr},
     };
     CannedFetcher fetcher;
     Checker c(fetcher);
@@ -163,9 +154,14 @@ TEST(UpdateChecker, WhatEachAnswerTells) {
             c.checker.checkNow(UpdateChecker::Report::everyOutcome);
         EXPECT_EQ(fetcher.waiting.size(), 1u);
         fetcher.answer(row.body, row.error);
-        ASSERT_EQ(c.notes.posted.size(), row.told.size());
-        for (std::size_t i = 0; i < row.told.size(); ++i)
-            EXPECT_TRUE(c.notes.posted[i].startsWith("tappix.update|" + row.told[i]))
+        std::vector<QString> told;
+        if (row.asked)
+            told.push_back("Checking for updates…|You have Tappix 1.2.0.");
+        if (!row.told.isEmpty())
+            told.push_back(row.told);
+        ASSERT_EQ(c.notes.posted.size(), told.size());
+        for (std::size_t i = 0; i < told.size(); ++i)
+            EXPECT_TRUE(c.notes.posted[i].startsWith("tappix.update|" + told[i]))
                 << c.notes.posted[i].toStdString();
         const QString lastError = c.checker.lastError();
         EXPECT_TRUE(row.lastError ? !lastError.isEmpty() && lastError.contains(row.lastError)
