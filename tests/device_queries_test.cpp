@@ -11,7 +11,6 @@
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
-#include <functional>
 #include <memory>
 
 using namespace tappix;
@@ -105,50 +104,26 @@ TEST(CameraWatch, OpensAndClosesAreSeenAndOnlyTheyLookThroughTheProcesses) {
     holds("200", "video0");
     QDir().mkpath(proc + "/self/fd"); // not a process
     CameraWatch camera(dev.toStdString(), proc.toStdString());
-    std::unique_ptr<QFile> held;
-    struct Step {
-        const char* what;
-        std::function<void()> happens;
-        bool inUse;
-    } steps[] = {
-        {"held before the first question", [] {}, true},
-        {"its holder closes it",
-         [&] {
-             lets("200");
-             openAndClose("video0");
-         },
-         false},
-        {"nothing opened or closed: no look", [&] { holds("300", "video0"); }, false},
-        {"opened",
-         [&] {
-             lets("300");
-             held = std::make_unique<QFile>(dev + "/video0");
-             ASSERT_TRUE(held->open(QIODevice::ReadOnly));
-         },
-         true},
-        {"another node opened and closed",
-         [&] {
-             node("other");
-             openAndClose("null");
-         },
-         true},
-        {"closed", [&] { held.reset(); }, false},
-        {"a node plugged in already held",
-         [&] {
-             holds("400", "video1");
-             node("video1");
-         },
-         true},
-        {"it is unplugged and let go",
-         [&] {
-             lets("400");
-             QFile::remove(dev + "/video1");
-         },
-         false},
-    };
-    for (const Step& step : steps) {
-        step.happens();
-        EXPECT_EQ(camera.inUse(), step.inUse) << step.what;
-    }
+    EXPECT_TRUE(camera.inUse()) << "held before the first question";
+    lets("200");
+    openAndClose("video0");
+    EXPECT_FALSE(camera.inUse()) << "its holder closed it";
+    holds("300", "video0");
+    EXPECT_FALSE(camera.inUse()) << "nothing opened or closed: no look";
+    lets("300");
+    QFile held(dev + "/video0");
+    ASSERT_TRUE(held.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(camera.inUse()) << "opened";
+    node("other");
+    openAndClose("null");
+    EXPECT_TRUE(camera.inUse()) << "another node opened and closed";
+    held.close();
+    EXPECT_FALSE(camera.inUse()) << "closed";
+    holds("400", "video1");
+    node("video1");
+    EXPECT_TRUE(camera.inUse()) << "a node plugged in already held";
+    lets("400");
+    QFile::remove(dev + "/video1");
+    EXPECT_FALSE(camera.inUse()) << "unplugged and let go";
     EXPECT_FALSE(CameraWatch("/nonexistent", "/nonexistent").inUse());
 }

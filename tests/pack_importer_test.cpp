@@ -4,6 +4,7 @@
 #include "platform/pack_import.h"
 #include "platform/sndfile/sndfile_decoder.h"
 #include "support/pack_builder.h"
+#include "support/temp_prefs.h"
 
 #include <gtest/gtest.h>
 
@@ -457,12 +458,13 @@ TEST(PackImport, RefusalsSayWhyAndLeaveNothingBehind) {
 
 namespace {
 
-/// Runs tappix-kit with every per-user directory inside `home` and no session bus.
+/// Runs tappix-kit with `home` as its configuration directory, every other per-user
+/// directory inside it, and no session bus.
 QString runKit(const QString& home, const QStringList& arguments, int* exitCode) {
     QProcess process;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert("XDG_DATA_HOME", home + "/data");
-    env.insert("XDG_CONFIG_HOME", home + "/config");
+    env.insert("XDG_CONFIG_HOME", home);
     env.insert("XDG_RUNTIME_DIR", home + "/run");
     env.insert("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + home + "/no-bus");
     process.setProcessEnvironment(env);
@@ -477,15 +479,11 @@ QString runKit(const QString& home, const QStringList& arguments, int* exitCode)
 TEST(TappixKitImport, ImportsAndSelectsOnlyWhenNoTappixRuns) {
     Workspace w;
     writeSmallPack(w.pack);
-    const QString home = w.temp.filePath("home");
+    test::TempPrefs prefs;
+    prefs.write({{"volume", 0.4}, {"selectedPackId", "crisp-click"}});
+    const QString home = prefs.dir.path();
     QDir().mkpath(home + "/run");
     QFile::setPermissions(home + "/run", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    QDir().mkpath(home + "/config/tappix");
-    const QString prefs = home + "/config/tappix/preferences.json";
-    QFile file(prefs);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(R"({"volume": 0.4, "selectedPackId": "crisp-click"})");
-    file.close();
 
     int code = -1;
     QString out = runKit(home, {"import", w.pack}, &code);
@@ -494,8 +492,8 @@ TEST(TappixKitImport, ImportsAndSelectsOnlyWhenNoTappixRuns) {
         << out.toStdString();
     EXPECT_TRUE(QFile::exists(home + "/data/Tappix/Soundpacks/imported-small-pack/config.json"));
     // Selected, and the other preferences kept.
-    EXPECT_EQ(readJson(prefs)["selectedPackId"].toString(), "imported-small-pack");
-    EXPECT_EQ(readJson(prefs)["volume"].toDouble(), 0.4);
+    EXPECT_EQ(prefs.read()["selectedPackId"].toString(), "imported-small-pack");
+    EXPECT_EQ(prefs.read()["volume"].toDouble(), 0.4);
 
     // With a Tappix listening on its instance socket the file is left to it.
     QLocalServer running;
@@ -504,7 +502,7 @@ TEST(TappixKitImport, ImportsAndSelectsOnlyWhenNoTappixRuns) {
     EXPECT_EQ(code, 0) << out.toStdString();
     EXPECT_TRUE(out.contains("Tappix is running")) << out.toStdString();
     EXPECT_TRUE(out.contains("tappix --kit again")) << out.toStdString();
-    EXPECT_EQ(readJson(prefs)["selectedPackId"].toString(), "imported-small-pack");
+    EXPECT_EQ(prefs.read()["selectedPackId"].toString(), "imported-small-pack");
     running.close();
 
     out = runKit(home, {"import", w.temp.filePath("nowhere")}, &code);
