@@ -28,8 +28,7 @@ QByteArray manifestWithId(const char* id) {
     return QByteArray(kMinimal).replace("\"id\":\"k\"", QByteArray("\"id\":\"") + id + "\"");
 }
 
-/// `object` with the field at a dotted path set to `value`, or removed when
-/// undefined.
+/// `object` with the field at a dotted path set to `value`, or removed when undefined.
 QJsonObject withField(QJsonObject object, QStringList path, const QJsonValue& value) {
     const QString key = path.takeFirst();
     if (path.isEmpty()) {
@@ -45,8 +44,7 @@ QJsonObject withField(QJsonObject object, QStringList path, const QJsonValue& va
 
 } // namespace
 
-// Every required field missing or null fails by name; wrong types say what they
-// should be.
+// Every required field missing or null fails by name; wrong types say what they should be.
 TEST(SoundpackConfig, StrictDecodingWithReadableErrors) {
     const QByteArray base = kMinimal;
     std::vector<std::pair<QByteArray, std::string>> cases = {
@@ -73,8 +71,7 @@ TEST(SoundpackConfig, StrictDecodingWithReadableErrors) {
         EXPECT_FALSE(SoundpackConfig::decode(json, &error)) << json.toStdString();
         EXPECT_EQ(error.rfind(expected, 0), 0u) << error;
     }
-    // null leaves an optional field out, as absence does; unknown fields are
-    // ignored.
+    // null leaves an optional field out, as absence does; unknown fields are ignored.
     auto config = SoundpackConfig::decode(QByteArray(base).replace(
         R"("author":"A")", R"("author":"A","blurb":null,"future":{"x":1})"));
     ASSERT_TRUE(config);
