@@ -11,11 +11,9 @@
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
-#include <functional>
 #include <memory>
 
 using namespace tappix;
-using test::PulseServer;
 using test::SoundServer;
 
 namespace {
@@ -45,7 +43,7 @@ INSTANTIATE_TEST_SUITE_P(Servers, DeviceQueries, ::testing::Values("pulseaudio",
 TEST_P(DeviceQueries, TheMicrophoneIsLiveOnlyWhileItIsRecordedAndOutputsHaveTheirKind) {
     EXPECT_FALSE(devices_->isMicrophoneInUse());
     {
-        auto other = PulseServer::startRecording("tappix_a.monitor");
+        auto other = SoundServer::startRecording("tappix_a.monitor");
         // Asked once the server lists the recording, so a question about any stream sees it.
         ASSERT_TRUE(test::waitFor(
             [] {
@@ -58,7 +56,7 @@ TEST_P(DeviceQueries, TheMicrophoneIsLiveOnlyWhileItIsRecordedAndOutputsHaveThei
         SoundServer::setDefault("source", "tappix_mic");
     }
     {
-        auto recording = PulseServer::startRecording();
+        auto recording = SoundServer::startRecording();
         EXPECT_TRUE(test::waitFor([&] { return devices_->isMicrophoneInUse(); }, 2000));
     }
     EXPECT_TRUE(test::waitFor([&] { return !devices_->isMicrophoneInUse(); }, 2000));
@@ -66,22 +64,17 @@ TEST_P(DeviceQueries, TheMicrophoneIsLiveOnlyWhileItIsRecordedAndOutputsHaveThei
     // Bluetooth and built-in outputs, from the default sink's properties.
     EXPECT_FALSE(devices_->isDefaultOutputBluetooth());
     EXPECT_FALSE(devices_->isDefaultOutputBuiltIn());
-    const QString bt =
-        PulseServer::pactl({"load-module", "module-null-sink", "sink_name=tappix_bt",
-                            "sink_properties=\"device.description=Buds device.bus=bluetooth\""})
-            .trimmed();
-    const QString jack =
-        PulseServer::pactl({"load-module", "module-null-sink", "sink_name=tappix_jack",
-                            "sink_properties=\"device.description=Jack device.bus=pci\""})
-            .trimmed();
-    SoundServer::setDefault("sink", "tappix_bt");
-    EXPECT_TRUE(devices_->isDefaultOutputBluetooth());
-    EXPECT_FALSE(devices_->isDefaultOutputBuiltIn());
-    SoundServer::setDefault("sink", "tappix_jack");
-    EXPECT_TRUE(devices_->isDefaultOutputBuiltIn());
-    EXPECT_FALSE(devices_->isDefaultOutputBluetooth());
-    PulseServer::pactl({"unload-module", bt});
-    PulseServer::pactl({"unload-module", jack});
+    for (const QString bus : {"bluetooth", "pci"}) {
+        const QString module =
+            SoundServer::pactl(
+                {"load-module", "module-null-sink", "sink_name=tappix_" + bus,
+                 "sink_properties=\"device.description=" + bus + " device.bus=" + bus + "\""})
+                .trimmed();
+        SoundServer::setDefault("sink", "tappix_" + bus);
+        EXPECT_EQ(devices_->isDefaultOutputBluetooth(), bus == "bluetooth") << bus.toStdString();
+        EXPECT_EQ(devices_->isDefaultOutputBuiltIn(), bus == "pci") << bus.toStdString();
+        SoundServer::pactl({"unload-module", module});
+    }
 }
 
 // A camera is in use while some process holds its node open. The processes are looked
@@ -111,50 +104,26 @@ TEST(CameraWatch, OpensAndClosesAreSeenAndOnlyTheyLookThroughTheProcesses) {
     holds("200", "video0");
     QDir().mkpath(proc + "/self/fd"); // not a process
     CameraWatch camera(dev.toStdString(), proc.toStdString());
-    std::unique_ptr<QFile> held;
-    struct Step {
-        const char* what;
-        std::function<void()> happens;
-        bool inUse;
-    } steps[] = {
-        {"held before the first question", [] {}, true},
-        {"its holder closes it",
-         [&] {
-             lets("200");
-             openAndClose("video0");
-         },
-         false},
-        {"nothing opened or closed: no look", [&] { holds("300", "video0"); }, false},
-        {"opened",
-         [&] {
-             lets("300");
-             held = std::make_unique<QFile>(dev + "/video0");
-             ASSERT_TRUE(held->open(QIODevice::ReadOnly));
-         },
-         true},
-        {"another node opened and closed",
-         [&] {
-             node("other");
-             openAndClose("null");
-         },
-         true},
-        {"closed", [&] { held.reset(); }, false},
-        {"a node plugged in already held",
-         [&] {
-             holds("400", "video1");
-             node("video1");
-         },
-         true},
-        {"it is unplugged and let go",
-         [&] {
-             lets("400");
-             QFile::remove(dev + "/video1");
-         },
-         false},
-    };
-    for (const Step& step : steps) {
-        step.happens();
-        EXPECT_EQ(camera.inUse(), step.inUse) << step.what;
-    }
+    EXPECT_TRUE(camera.inUse()) << "held before the first question";
+    lets("200");
+    openAndClose("video0");
+    EXPECT_FALSE(camera.inUse()) << "its holder closed it";
+    holds("300", "video0");
+    EXPECT_FALSE(camera.inUse()) << "nothing opened or closed: no look";
+    lets("300");
+    QFile held(dev + "/video0");
+    ASSERT_TRUE(held.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(camera.inUse()) << "opened";
+    node("other");
+    openAndClose("null");
+    EXPECT_TRUE(camera.inUse()) << "another node opened and closed";
+    held.close();
+    EXPECT_FALSE(camera.inUse()) << "closed";
+    holds("400", "video1");
+    node("video1");
+    EXPECT_TRUE(camera.inUse()) << "a node plugged in already held";
+    lets("400");
+    QFile::remove(dev + "/video1");
+    EXPECT_FALSE(camera.inUse()) << "unplugged and let go";
     EXPECT_FALSE(CameraWatch("/nonexistent", "/nonexistent").inUse());
 }

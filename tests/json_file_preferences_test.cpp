@@ -23,8 +23,7 @@ QStringList keptAside(const test::TempPrefs& prefs) {
 } // namespace
 
 // Changes are written once, after a pause, atomically and privately; what changes nothing
-// writes nothing, even at exit. Reading (SettingsStore.Loading...) and destruction
-// (SettingsStore.Destroying...) are tested through the store.
+// writes nothing, even at exit. Reading and destruction are tested through the store.
 TEST(JsonFilePreferences, OneWriteForWhatChangedAndNoneForWhatDidNot) {
     using Change = std::function<void(JsonFilePreferences&)>;
     const struct {

@@ -142,8 +142,6 @@ TEST(Mixer, BrightnessFiltersHighsAndRoomLeavesATail) {
     }
 }
 
-// Mixing a new sound into frames already rendered gives, sample for sample, what rendering
-// it from that frame on would have given, the tone filter carrying on without a step.
 // A key heard, then silence (the stream may be corked), then quiet: the next key is silent
 // from its first frame, rendered or mixed into frames already sent.
 TEST(Mixer, AQuietLevelSetDuringSilenceHoldsFromTheFirstFrame) {
@@ -167,6 +165,8 @@ TEST(Mixer, AQuietLevelSetDuringSilenceHoldsFromTheFirstFrame) {
     }
 }
 
+// Mixing a new sound into frames already rendered gives, sample for sample, what rendering
+// it from that frame on would have given, the tone filter carrying on without a step.
 TEST(Mixer, ANewSoundMixedIntoRenderedFramesMatchesRenderingIt) {
     std::vector<float> sweep(9600);
     for (std::size_t i = 0; i < sweep.size(); ++i)

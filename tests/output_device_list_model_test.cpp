@@ -1,6 +1,5 @@
 // The Sound page's output device picker against a real sound server: a private
-// PulseAudio whose sinks the test loads, unloads and restarts while the list follows;
-// and with no server at all.
+// PulseAudio whose sinks the test loads, unloads, stops and restarts while the list follows.
 
 #include "ui/output_device_list_model.h"
 
@@ -27,15 +26,6 @@ using test::SoundServer;
 
 namespace {
 
-/// Processes events until `condition` holds or five seconds pass.
-template <typename Condition> bool eventually(Condition condition) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition() && timer.elapsed() < 5000)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    return condition();
-}
-
 /// One row as the page reads it.
 struct Listed {
     QString uid, name;
@@ -55,14 +45,6 @@ std::vector<Listed> rows(const OutputDeviceListModel& model) {
     return out;
 }
 
-/// A store over a fresh preferences file.
-struct Settings {
-    test::FakeTime time;
-    test::TempPrefs file;
-    JsonFilePreferences prefs{file.path, time};
-    SettingsStore store{prefs, time};
-};
-
 class OutputDevicePicker : public test::SoundServerTest {};
 
 } // namespace
@@ -71,24 +53,27 @@ INSTANTIATE_TEST_SUITE_P(Servers, OutputDevicePicker, ::testing::Values("pulseau
                          test::serverName);
 
 // One model over the server's changes: sinks come and go, the default moves, a chosen sink
-// that goes away stays listed, greyed and chosen, and so it stays while the server is down;
-// the stream's latency is read.
+// that goes away stays listed, greyed and chosen, and so it stays while the server is down,
+// as in a model started then; the stream's latency is read.
 TEST_P(OutputDevicePicker, FollowsTheSinksTheDefaultTheChoiceAndTheServer) {
     test::app();
     SoundServer::setDefault("sink", "tappix_a");
-    Settings settings;
+    test::FakeTime time;
+    test::TempPrefs file;
+    JsonFilePreferences prefs{file.path, time};
+    SettingsStore store{prefs, time};
     PulseDeviceManager devices;
     AudioPlayer player(std::make_unique<PulseOutput>(), std::make_unique<SndfileDecoder>(), devices,
                        1.0f);
-    OutputDeviceListModel model(settings.store, &devices, &player.output());
+    OutputDeviceListModel model(store, &devices, &player.output());
     QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal);
     const std::vector<Listed> usual{{"", "System default (Speakers-A)", true, true},
                                     {"tappix_a", "Speakers-A", true, false},
                                     {"tappix_b", "Speakers-B", true, false}};
-    ASSERT_TRUE(eventually([&] { return rows(model) == usual; }));
+    ASSERT_TRUE(test::waitFor([&] { return rows(model) == usual; }));
     EXPECT_EQ(model.currentIndex(), 0);
     // A null sink has no hardware behind it: the stream's small buffer is all there is.
-    ASSERT_TRUE(eventually([&] { return model.chosenLatencyMs() > 0; }));
+    ASSERT_TRUE(test::waitFor([&] { return model.chosenLatencyMs() > 0; }));
     EXPECT_FALSE(model.latencyIsHigh());
 
     // Listed by name, not in the order the server made them.
@@ -96,71 +81,59 @@ TEST_P(OutputDevicePicker, FollowsTheSinksTheDefaultTheChoiceAndTheServer) {
         SoundServer::pactl({"load-module", "module-null-sink", "sink_name=tappix_headset",
                             "sink_properties=device.description=Headset"})
             .trimmed();
-    ASSERT_TRUE(eventually([&] { return rows(model).size() == 4; }));
+    ASSERT_TRUE(test::waitFor([&] { return rows(model).size() == 4; }));
     EXPECT_EQ(rows(model)[1], (Listed{"tappix_headset", "Headset", true, false}));
     model.choose(QStringLiteral("tappix_headset"));
-    EXPECT_EQ(settings.store.outputDeviceUIDText(), QStringLiteral("tappix_headset"));
+    EXPECT_EQ(store.outputDeviceUIDText(), QStringLiteral("tappix_headset"));
     EXPECT_EQ(model.currentIndex(), 1);
     EXPECT_FALSE(rows(model)[0].isChosen);
     SoundServer::pactl({"unload-module", headset});
-    EXPECT_TRUE(eventually([&] { return !rows(model)[1].isAvailable; }));
+    EXPECT_TRUE(test::waitFor([&] { return !rows(model)[1].isAvailable; }));
     EXPECT_EQ(rows(model)[1], (Listed{"tappix_headset", "Headset", false, true}));
     EXPECT_EQ(rows(model).size(), 4u);
     EXPECT_EQ(model.currentIndex(), 1);
 
     // Back to the default: the absent device is no longer offered.
     model.choose(QString());
-    EXPECT_EQ(settings.store.outputDeviceUIDText(), QString());
+    EXPECT_EQ(store.outputDeviceUIDText(), QString());
     EXPECT_EQ(rows(model), usual);
     SoundServer::setDefault("sink", "tappix_b");
-    EXPECT_TRUE(eventually(
+    EXPECT_TRUE(test::waitFor(
         [&] { return rows(model)[0].name == QStringLiteral("System default (Speakers-B)"); }));
-    EXPECT_TRUE(eventually([&] { return !model.busy(); }));
+    EXPECT_TRUE(test::waitFor([&] { return !model.busy(); }));
 
     model.choose(QStringLiteral("tappix_b"));
     server_->kill();
-    EXPECT_TRUE(eventually([&] {
+    EXPECT_TRUE(test::waitFor([&] {
         return rows(model) == std::vector<Listed>{{"", "System default", true, false},
                                                   {"tappix_b", "Speakers-B", false, true}};
     }));
     EXPECT_EQ(model.currentIndex(), 1);
-    ASSERT_TRUE(server_->start());
-    EXPECT_TRUE(eventually([&] { return rows(model).size() == 3 && rows(model)[2].isAvailable; }));
-    EXPECT_EQ(rows(model)[0].name, QStringLiteral("System default (Speakers-A)"));
-    EXPECT_EQ(model.currentIndex(), 2);
-}
-
-// Every device question is answered no at once, and the picker offers the default and the
-// stored choice by its uid.
-TEST(OutputDevicePickerWithoutServer, EveryQuestionIsAnsweredNoAndTheChoiceOfferedByItsUid) {
-    const QByteArray saved = qgetenv("PULSE_SERVER");
-    qputenv("PULSE_SERVER", "unix:/nonexistent/native");
-    test::app();
     {
-        Settings settings;
-        settings.store.setOutputDeviceUIDText(QStringLiteral("bluez_sink.gone"));
-        PulseDeviceManager devices;
+        // Started while there is no server: every question is answered no at once, and the
+        // stored choice is offered by its uid.
+        PulseDeviceManager none;
         QElapsedTimer timer;
         timer.start();
-        EXPECT_FALSE(devices.isMicrophoneInUse());
-        EXPECT_FALSE(devices.isDefaultOutputBluetooth());
-        EXPECT_FALSE(devices.isDefaultOutputBuiltIn());
-        EXPECT_TRUE(devices.outputDevices().empty());
-        EXPECT_FALSE(devices.isServerReachable());
+        EXPECT_FALSE(none.isMicrophoneInUse());
+        EXPECT_FALSE(none.isDefaultOutputBluetooth());
+        EXPECT_FALSE(none.isDefaultOutputBuiltIn());
+        EXPECT_TRUE(none.outputDevices().empty());
+        EXPECT_FALSE(none.isServerReachable());
         EXPECT_LT(timer.elapsed(), 1000); // a hang, not a performance bound
         PulseOutput output;
-        OutputDeviceListModel model(settings.store, &devices, &output);
-        QAbstractItemModelTester tester(&model,
-                                        QAbstractItemModelTester::FailureReportingMode::Fatal);
-        EXPECT_TRUE(eventually([&] { return !model.busy(); }));
-        EXPECT_EQ(rows(model),
-                  (std::vector<Listed>{{"", "System default", true, false},
-                                       {"bluez_sink.gone", "bluez_sink.gone", false, true}}));
-        EXPECT_EQ(model.currentIndex(), 1);
-        EXPECT_EQ(model.chosenLatencyMs(), OutputDeviceListModel::kUnknownLatency);
+        OutputDeviceListModel late(store, &none, &output);
+        QAbstractItemModelTester lateTester(&late,
+                                            QAbstractItemModelTester::FailureReportingMode::Fatal);
+        EXPECT_TRUE(test::waitFor([&] { return !late.busy(); }));
+        EXPECT_EQ(rows(late), (std::vector<Listed>{{"", "System default", true, false},
+                                                   {"tappix_b", "tappix_b", false, true}}));
+        EXPECT_EQ(late.currentIndex(), 1);
+        EXPECT_EQ(late.chosenLatencyMs(), OutputDeviceListModel::kUnknownLatency);
     }
-    if (saved.isEmpty())
-        qunsetenv("PULSE_SERVER");
-    else
-        qputenv("PULSE_SERVER", saved);
+    ASSERT_TRUE(server_->start());
+    EXPECT_TRUE(
+        test::waitFor([&] { return rows(model).size() == 3 && rows(model)[2].isAvailable; }));
+    EXPECT_EQ(rows(model)[0].name, QStringLiteral("System default (Speakers-A)"));
+    EXPECT_EQ(model.currentIndex(), 2);
 }

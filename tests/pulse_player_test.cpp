@@ -9,14 +9,13 @@
 #include "support/core_app.h"
 #include "support/pipewire_server.h"
 #include "support/sound_analysis.h"
+#include "support/temp_prefs.h"
 #include "support/threads.h"
 
 #include <gtest/gtest.h>
 
 #include <QElapsedTimer>
-#include <QFile>
 #include <QRegularExpression>
-#include <QTemporaryDir>
 #include <atomic>
 #include <cmath>
 #include <functional>
@@ -62,10 +61,6 @@ protected:
         SoundServerTest::SetUp();
         if (serverReady())
             startPlayer();
-    }
-    void TearDown() override {
-        player_.reset();
-        devices_.reset();
     }
 
     /// A player on the server's default sink "tappix_a", playing.
@@ -119,14 +114,10 @@ protected:
 
     /// What tappix-doctor prints with `chosen` as the chosen output and no Tappix running.
     static QString doctor(const QString& chosen) {
-        QTemporaryDir config;
-        QDir().mkpath(config.filePath("tappix"));
-        QFile prefs(config.filePath("tappix/preferences.json"));
-        EXPECT_TRUE(prefs.open(QIODevice::WriteOnly));
-        prefs.write(QStringLiteral(R"({"outputDeviceUID":"%1"})").arg(chosen).toUtf8());
-        prefs.close();
+        test::TempPrefs config;
+        config.write({{"outputDeviceUID", chosen}});
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("XDG_CONFIG_HOME", config.path());
+        env.insert("XDG_CONFIG_HOME", config.dir.path());
         env.remove("DBUS_SESSION_BUS_ADDRESS"); // no running Tappix to ask
         QProcess tool;
         tool.setProcessEnvironment(env);

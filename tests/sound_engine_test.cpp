@@ -50,10 +50,16 @@ struct RecordingPlayer final : SamplePlayer {
     void playBuffer(SampleRef, float rate, float pan, float gain) override {
         plays.push_back({"buffer", "", "", rate, pan, gain});
     }
-    std::vector<std::string> names() {
+    /// What played since the last call, by name, with rate, pan and gain when `detail`.
+    std::vector<std::string> names(bool detail = false) {
         std::vector<std::string> out;
-        for (const auto& p : plays)
-            out.push_back(p.kind == "key" ? p.pack + "/" + p.name : p.kind);
+        char text[64];
+        for (const auto& p : plays) {
+            std::snprintf(text, sizeof text, " r%g p%g g%g", double(p.rate), double(p.pan),
+                          double(p.gain));
+            out.push_back((p.kind == "key" ? p.pack + "/" + p.name : p.kind) +
+                          (detail ? text : ""));
+        }
         plays.clear();
         return out;
     }
@@ -182,11 +188,6 @@ TEST(SoundEngine, EventsInSoundsOut) {
          }, "pk pK", {"main/alpha.wav r1.5 p0.7 g0.8", "main/alpha.wav r1 p0 g0.8"}, true},
     };
     // clang-format on
-    const auto number = [](float x) {
-        char text[32];
-        std::snprintf(text, sizeof text, "%g", double(x));
-        return std::string(text);
-    };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         Fixture f;
@@ -211,13 +212,7 @@ TEST(SoundEngine, EventsInSoundsOut) {
             else
                 f.key(named.at(name), !up);
         }
-        Names out;
-        for (const auto& p : f.player.plays)
-            out.push_back(
-                (p.kind == "key" ? p.pack + "/" + p.name : p.kind) +
-                (c.detail ? " r" + number(p.rate) + " p" + number(p.pan) + " g" + number(p.gain)
-                          : ""));
-        EXPECT_EQ(out, c.out);
+        EXPECT_EQ(f.player.names(c.detail), c.out);
         if (c.counts[0] >= 0) {
             EXPECT_EQ((std::array<int, 3>{f.keystrokes, f.dings, f.clicks}), c.counts);
         }

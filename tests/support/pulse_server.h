@@ -47,7 +47,8 @@ public:
                                      QIODevice::Append);
         leash(server_, SIGTERM, true);
         launch();
-        if (!server_.waitForStarted(3000) || !answers() || !loadDevices())
+        if (!server_.waitForStarted(3000) ||
+            !within(5000, [] { return pactl({"info"}).contains("Server Name"); }) || !loadDevices())
             return false;
         return setDefault("sink", "tappix_a") && setDefault("source", "tappix_mic") &&
                ownsNoDevices();
@@ -74,12 +75,14 @@ public:
         return QString::fromLocal8Bit(file.readAll().right(2000));
     }
 
-    /// Starts a recording client on a source (the default microphone when empty).
-    static std::unique_ptr<QProcess> startRecording(const QString& source = {}) {
+    /// Starts a recording client on a source (the default microphone when empty), writing
+    /// stereo float frames to `file` (nowhere when empty).
+    static std::unique_ptr<QProcess> startRecording(const QString& source = {},
+                                                    const QString& file = {}) {
         auto parec = std::make_unique<QProcess>();
         leash(*parec);
-        parec->setStandardOutputFile(QProcess::nullDevice());
-        QStringList args{"--latency-msec=20"};
+        parec->setStandardOutputFile(file.isEmpty() ? QProcess::nullDevice() : file);
+        QStringList args{"--format=float32le", "--rate=48000", "--channels=2", "--latency-msec=10"};
         if (!source.isEmpty())
             args << "--device=" + source;
         parec->start(QStringLiteral("parec"), args);
@@ -111,15 +114,10 @@ public:
         const QString expected =
             QStringLiteral("Default %1: %2\n")
                 .arg(what == QLatin1String("source") ? "Source" : "Sink", name);
-        QElapsedTimer timer;
-        timer.start();
-        do {
+        return within(5000, [&] {
             pactl({"set-default-" + what, name});
-            if (pactl({"info"}).contains(expected))
-                return true;
-            QThread::msleep(20);
-        } while (timer.elapsed() < 5000);
-        return false;
+            return pactl({"info"}).contains(expected);
+        });
     }
 
     /// Records a sink's monitor (stereo float frames) while `action` runs, plus `tailMs`.
@@ -127,20 +125,12 @@ public:
     std::vector<float> record(const QString& sink, Action action, int tailMs = 300) {
         const QString file = dir_.filePath(QStringLiteral("recording.raw"));
         QFile::remove(file);
-        QProcess parec;
-        leash(parec);
-        parec.setStandardOutputFile(file);
-        parec.start(QStringLiteral("parec"), {"--device=" + sink + ".monitor", "--format=float32le",
-                                              "--rate=48000", "--channels=2", "--latency-msec=10"});
-        parec.waitForStarted(3000);
-        QElapsedTimer timer;
-        timer.start();
-        while (QFileInfo(file).size() < 4096 && timer.elapsed() < 3000)
-            QThread::msleep(5);
+        const auto parec = startRecording(sink + ".monitor", file);
+        within(3000, [&] { return QFileInfo(file).size() >= 4096; });
         action();
         QThread::msleep(static_cast<unsigned long>(tailMs));
-        ::kill(static_cast<pid_t>(parec.processId()), SIGINT); // parec flushes only on SIGINT
-        parec.waitForFinished(3000);
+        ::kill(static_cast<pid_t>(parec->processId()), SIGINT); // parec flushes only on SIGINT
+        parec->waitForFinished(3000);
         QFile recorded(file);
         recorded.open(QIODevice::ReadOnly);
         const QByteArray bytes = recorded.readAll();
@@ -148,6 +138,18 @@ public:
         if (!frames.empty())
             std::memcpy(frames.data(), bytes.constData(), frames.size() * sizeof(float));
         return frames;
+    }
+
+    /// Whether `done` holds within `ms`, asked every 20 ms.
+    template <typename Done> static bool within(int ms, Done done) {
+        QElapsedTimer timer;
+        timer.start();
+        while (!done()) {
+            if (timer.elapsed() > ms)
+                return false;
+            QThread::msleep(20);
+        }
+        return true;
     }
 
 protected:
@@ -179,17 +181,6 @@ protected:
     bool started_ = false;
 
 private:
-    static bool answers() {
-        QElapsedTimer timer;
-        timer.start();
-        while (timer.elapsed() < 5000) {
-            if (pactl({"info"}).contains("Server Name"))
-                return true;
-            QThread::msleep(50);
-        }
-        return false;
-    }
-
     /// Whether WirePlumber, where it runs, left the machine's devices alone.
     bool ownsNoDevices() {
         static const QRegularExpression device(
