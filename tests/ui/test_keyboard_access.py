@@ -141,6 +141,8 @@ class AsANewUser(unittest.TestCase):
             text=True, timeout=600)
         sys.stdout.write(done.stdout)
         if os.environ.get("TAPPIX_UI_ARTIFACTS"):
+            # Copied into a folder that may not be there yet: never onto a file of its name.
+            os.makedirs(os.environ["TAPPIX_UI_ARTIFACTS"], exist_ok=True)
             for shot in glob.glob(spool + "/shots/*.png"):
                 shutil.copy(shot, os.environ["TAPPIX_UI_ARTIFACTS"])
         self.assertIn("1 passed, 0 failed", done.stdout)
