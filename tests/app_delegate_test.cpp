@@ -11,32 +11,12 @@
 #include <QCoreApplication>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <mutex>
 #include <optional>
 
 using namespace tappix;
 using namespace std::chrono_literals;
 
 using test::Harness;
-
-TEST(AppDelegate, TypedKeysReachTheStatisticsAndTheFileAtShutdown) {
-    Harness run;
-    using namespace keys;
-    // "hello wrld", two corrections, "orld", Return.
-    run.type(
-        {h, e, l, l, o, space, w, r, l, d, backspace, backspace, backspace, o, r, l, d, returnKey});
-    EXPECT_EQ(run.delegate->settings().productiveKeys(), 15);
-    EXPECT_EQ(run.delegate->settings().corrections(), 3);
-    EXPECT_EQ(run.delegate->settings().keystrokeCount(), 18);
-    EXPECT_TRUE(run.delegate->typingMonitor().isTyping());
-
-    run.delegate->shutdown();
-    const QJsonObject stored = run.file();
-    EXPECT_EQ(stored.value("productiveKeys").toInt(), 15);
-    EXPECT_EQ(stored.value("corrections").toInt(), 3);
-    EXPECT_EQ(stored.value("keystrokeCount").toInt(), 18);
-    EXPECT_NEAR(stored.value("typingSeconds").toDouble(), 17 * 0.15, 1e-6);
-}
 
 TEST(AppDelegate, TheShortcutTurnsTheSoundsOffAndOnWithoutSwallowingKeys) {
     Harness run;
@@ -76,27 +56,6 @@ TEST(AppDelegate, TheShortcutTurnsTheSoundsOffAndOnWithoutSwallowingKeys) {
     EXPECT_FALSE(run.delegate->settings().isEnabled());
     run.delegate->shutdown();
     EXPECT_EQ(run.file().value("toggleSoundsShortcut").toString(), QStringLiteral("Hyper+Q"));
-}
-
-// While a keyboard is recorded every key goes to the recorder and none sounds (none is
-// counted by the engine either); afterwards the keys sound again.
-TEST(AppDelegate, AKeyboardRecorderHearsTheKeysInsteadOfTheSounds) {
-    Harness run;
-    using namespace keys;
-    std::vector<std::pair<KeyCode, bool>> heard;
-    std::mutex heardMutex;
-    run.delegate->setKeyRecorder([&](KeyCode code, bool down) {
-        const std::lock_guard lock(heardMutex);
-        heard.emplace_back(code, down);
-    });
-    run.type({a, space});
-    EXPECT_EQ(run.delegate->settings().keystrokeCount(), 0);
-    EXPECT_EQ(heard, (std::vector<std::pair<KeyCode, bool>>{
-                         {a, true}, {a, false}, {space, true}, {space, false}}));
-    run.delegate->setKeyRecorder({});
-    run.type({s});
-    EXPECT_EQ(run.delegate->settings().keystrokeCount(), 1);
-    EXPECT_EQ(heard.size(), 4u);
 }
 
 // Settings changes reach the decoder only as far as they bring in kits not decoded as

@@ -201,28 +201,6 @@ TEST(DesignerViewModel, SaveRunsOffTheMainThreadThenListsAndChoosesTheKit) {
     EXPECT_EQ(editor.kitChoices()[0].toMap().value("kitId"), "custom-my-switch");
 }
 
-TEST(DesignerViewModel, NumbersStayInRangeAndRedrawTheWaveform) {
-    Harness run(test::windowed());
-    DesignerViewModel& designer = run.delegate->shell()->designer();
-    QSignalSpy redrawn(&designer, &DesignerViewModel::waveformChanged);
-    const QVariantList before = designer.waveform();
-    designer.setDecayMs(30);
-    designer.setDecayMs(30);
-    EXPECT_EQ(redrawn.count(), 1);
-    EXPECT_NE(designer.waveform(), before);
-
-    designer.setBodyHz(1e6);
-    EXPECT_EQ(designer.bodyHz(), SwitchDesigner::kBodyHzRange.max);
-    designer.setClick(-3);
-    EXPECT_EQ(designer.click(), SwitchDesigner::kClickRange.min);
-    designer.setToneHz(std::nan(""));
-    EXPECT_EQ(designer.toneHz(), SwitchDesigner::kDefaultParams.toneHz);
-    designer.applyPreset(3);
-    EXPECT_EQ(designer.params(), SwitchDesigner::kPresets[3].params);
-    designer.applyPreset(4);
-    EXPECT_EQ(designer.presetIndex(), 3);
-}
-
 TEST(TunerViewModel, WritesTheMainKitsTuningAndFollowsTheChoice) {
     HarnessOptions options = test::windowed();
     options.addKits = [](const QString& bundle, const QString&) {

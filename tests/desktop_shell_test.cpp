@@ -1,5 +1,5 @@
 // The views and their models on the offscreen platform: the lists the panel shows, every
-// window loading without a QML warning, and the tray icon.
+// window loading without a QML warning and laid out at its smallest, and the tray icon.
 
 #include "audio/sound_engine.h"
 #include "input/key_codes.h"
@@ -13,10 +13,11 @@
 #include <QAbstractItemModelTester>
 #include <QApplication>
 #include <QPainter>
+#include <QQuickItem>
+#include <QQuickWindow>
 #include <QSignalSpy>
 #include <algorithm>
 #include <cmath>
-#include <functional>
 #include <mutex>
 #include <set>
 #include <vector>
@@ -68,6 +69,41 @@ QStringList column(const QAbstractItemModel& model, const QByteArray& role) {
     return values;
 }
 
+// Where a text item's letters are drawn, in window coordinates: a wrapped or aligned text
+// draws less than its box; one that cannot wrap draws past it.
+QRectF drawnText(const QQuickItem& text) {
+    const double width = text.property("contentWidth").toDouble();
+    const double height = text.property("contentHeight").toDouble();
+    const double left = text.property("leftPadding").toDouble();
+    const double room = text.width() - left - text.property("rightPadding").toDouble();
+    const int align = text.property("effectiveHorizontalAlignment").toInt();
+    const double x = left + (align & Qt::AlignRight     ? room - width
+                             : align & Qt::AlignHCenter ? (room - width) / 2
+                                                        : 0);
+    const double top = text.property("topPadding").toDouble();
+    const double tall = text.height() - top - text.property("bottomPadding").toDouble();
+    const int valign = text.property("verticalAlignment").toInt();
+    const double y = top + (valign & Qt::AlignBottom    ? tall - height
+                            : valign & Qt::AlignVCenter ? (tall - height) / 2
+                                                        : 0);
+    return text.mapRectToScene(QRectF(x, y, width, height));
+}
+
+// The texts shown under `item`, and what a user can work there (scroll bars aside).
+void collect(QQuickItem* item, std::vector<QQuickItem*>& texts,
+             std::vector<QQuickItem*>& controls) {
+    if (!item->isVisible() || item->opacity() <= 0 || item->width() <= 0 || item->height() <= 0)
+        return;
+    if (item->inherits("QQuickText") && !item->property("text").toString().isEmpty())
+        texts.push_back(item);
+    else if (!item->inherits("QQuickScrollBar") &&
+             (item->inherits("QQuickControl") || item->inherits("QQuickTextInput") ||
+              item->activeFocusOnTab()))
+        controls.push_back(item);
+    for (QQuickItem* child : item->childItems())
+        collect(child, texts, controls);
+}
+
 } // namespace
 
 TEST(KitListModel, ShelvesInListingOrderWithTheUsersOwnLast) {
@@ -105,28 +141,21 @@ TEST(KitListModel, ShelvesInListingOrderWithTheUsersOwnLast) {
     EXPECT_EQ(run.delegate->shell()->panelModel().currentKitName(), "My Board");
     run.delegate->settings().setSelectedPackIdText("gone");
     EXPECT_EQ(run.delegate->shell()->panelModel().currentKitName(), "None");
-}
 
-// Choosing plays an audition (heard in test_panel.py) unless previews are off.
-TEST(KitListModel, ChoosingAKitLoadsItWithoutAnAuditionWhilePreviewsAreOff) {
-    HarnessOptions options = windowed();
-    options.addKits = [](const QString& bundle, const QString&) {
-        test::writeKit(bundle, "other", "Other", "clicky");
-    };
-    Harness run(options);
+    // Choosing loads the kit, with an audition (heard in test_panel.py) unless previews are
+    // off. The stand-in output plays nowhere: the test renders the mix itself.
     AudioPlayer& player = run.delegate->audioPlayer();
     run.delegate->settings().setSwitchPreviewDisabled(true);
-    run.delegate->shell()->kits().choose("other");
-    EXPECT_EQ(run.delegate->settings().selectedPackIdText(), "other");
-    EXPECT_EQ(run.delegate->soundEngine()->currentPackId(), "other");
-    EXPECT_TRUE(player.hasSample("other", "a.wav"));
-    // The stand-in output plays nowhere: the test renders the mix itself.
+    kits.choose("aa-linear");
+    EXPECT_EQ(run.delegate->settings().selectedPackIdText(), "aa-linear");
+    EXPECT_EQ(run.delegate->soundEngine()->currentPackId(), "aa-linear");
+    EXPECT_TRUE(player.hasSample("aa-linear", "a.wav"));
     player.drain();
     std::vector<float> out(2 * 512);
     player.mixer().render(out.data(), 512);
     EXPECT_LT(*std::max_element(out.begin(), out.end()), 0.01f);
     run.delegate->settings().setSwitchPreviewDisabled(false);
-    run.delegate->shell()->kits().choose("click");
+    kits.choose("click");
     player.drain();
     player.mixer().render(out.data(), 512);
     EXPECT_GT(*std::max_element(out.begin(), out.end()), 0.01f) << "the audition plays";
@@ -162,9 +191,16 @@ TEST(MixListModel, SummariesMarksAndChoices) {
     EXPECT_EQ(model.rowCount(), 1);
 }
 
-TEST(DesktopShell, EveryWindowAndPageLoadsWithoutAWarning) {
+// Every window and page loads without a warning, and at the window's smallest no text on a
+// settings page runs under a control.
+TEST(DesktopShell, EveryWindowAndPageLoadsWithoutAWarningAndNoTextRunsUnderAControl) {
     takeWarnings();
-    Harness run(windowed({{"themeID", "milk"}, {"visualizerEnabled", true}}));
+    HarnessOptions options = windowed({{"themeID", "milk"}, {"visualizerEnabled", true}});
+    options.addKits = [](const QString& bundle, const QString& user) {
+        test::writeKit(bundle, "tick", "Tick", "tactile");
+        test::writeKit(user, "mine", "A Board Of My Own With A Rather Long Name", "");
+    };
+    Harness run(options);
     DesktopShell& shell = *run.delegate->shell();
     run.type({keys::a}); // the key-cast overlay
     ASSERT_TRUE(shell.keyCastOverlay()->isVisible());
@@ -175,21 +211,35 @@ TEST(DesktopShell, EveryWindowAndPageLoadsWithoutAWarning) {
         shell.panelModel().setPage(page);
         settle();
     }
-    for (const QString& page : SettingsPage::ids()) {
-        run.delegate->openSettings(page);
-        settle();
-    }
-    EXPECT_TRUE(shell.isSettingsVisible());
-    // The Mix page as it changes: a mix made, a part's editor opened and closed. (A layout
-    // that never settles hangs here: the test's time limit catches it.)
+    // The Mix page as it changes: a mix made, a part's editor opened (its kit browser on the
+    // page) and closed. (A layout that never settles hangs here: the time limit catches it.)
     run.delegate->openSettings("mix");
     MixEditorModel& mixes = shell.mixEditor();
-    for (const auto& step : std::initializer_list<std::function<void()>>{
-             [&] { mixes.createMix("Desk"); }, [&] { mixes.editRegion("enter"); },
-             [&] { mixes.editRegion(""); }}) {
-        step();
+    mixes.createMix("Desk");
+    settle();
+    mixes.editRegion("enter");
+    settle();
+    for (const QString& page : SettingsPage::ids()) {
+        run.delegate->openSettings(page);
+        QQuickWindow* window = shell.settingsWindow();
+        window->resize(window->minimumSize());
         settle();
+        std::vector<QQuickItem*> texts, controls;
+        collect(window->contentItem(), texts, controls);
+        EXPECT_GT(controls.size(), 2u) << page.toStdString();
+        for (QQuickItem* text : texts)
+            for (QQuickItem* control : controls)
+                EXPECT_FALSE(!control->isAncestorOf(text) &&
+                             drawnText(*text)
+                                 .adjusted(1, 1, -1, -1)
+                                 .intersects(control->mapRectToScene(control->boundingRect())))
+                    << page.toStdString() << ": \""
+                    << text->property("text").toString().toStdString() << "\" runs under a "
+                    << control->metaObject()->className();
     }
+    EXPECT_TRUE(shell.isSettingsVisible());
+    mixes.editRegion("");
+    settle();
     for (const bool keys : {false, true}) {
         run.captureIsPossible = keys;
         run.delegate->showOnboarding();

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <QDBusConnection>
+#include <QDBusInterface>
 #include <QDBusMessage>
 #include <QDBusVariant>
 #include <QJsonArray>
@@ -108,16 +109,8 @@ protected:
     }
 
     /// One property read over the bus.
-    static QVariant property(const QString& name) {
-        QDBusMessage get = QDBusMessage::createMethodCall(kService, kPath,
-                                                          "org.freedesktop.DBus.Properties", "Get");
-        get << QString(kInterface) << name;
-        return QDBusConnection::sessionBus()
-            .call(get)
-            .arguments()
-            .value(0)
-            .value<QDBusVariant>()
-            .variant();
+    static QVariant property(const char* name) {
+        return QDBusInterface(kService, kPath, kInterface).property(name);
     }
 
     QTemporaryDir home_, runtime_;

@@ -1,9 +1,7 @@
 // What the settings pages do beyond binding settings: the shortcut recorder, the login
-// start, the apps that quiet Tappix, importing packs made for other programs, and every page
-// laid out at the window's smallest.
+// start, the apps that quiet Tappix and importing packs made for other programs.
 
 #include "audio/sound_engine.h"
-#include "settings/settings_page.h"
 #include "support/pack_builder.h"
 #include "support/stand_in_app.h"
 #include "ui/behaviour_view_model.h"
@@ -12,17 +10,13 @@
 #include <gtest/gtest.h>
 
 #include <QAbstractItemModelTester>
-#include <QAccessible>
 #include <QDir>
-#include <QJsonArray>
-#include <QQuickItem>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QVariantMap>
 
 using namespace tappix;
 using test::Harness;
-using test::HarnessOptions;
 using test::windowed;
 
 TEST(BehaviourViewModel, TheRecorderTakesOnlyCombinationsThatCannotFireWhileTyping) {
@@ -165,97 +159,4 @@ TEST(KitImportViewModel, WhatADropMayBringAndAnImportAgainOrOfNothing) {
               QStringList{"imported-desk-pack"});
     model.dismiss();
     EXPECT_EQ(model.status(), "");
-}
-
-namespace {
-
-// Where a text item's letters are drawn, in window coordinates: a wrapped or aligned text
-// draws less than its box; one that cannot wrap draws past it.
-QRectF drawnText(const QQuickItem& text) {
-    const double width = text.property("contentWidth").toDouble();
-    const double height = text.property("contentHeight").toDouble();
-    const double left = text.property("leftPadding").toDouble();
-    const double room = text.width() - left - text.property("rightPadding").toDouble();
-    const int align = text.property("effectiveHorizontalAlignment").toInt();
-    const double x = left + (align & Qt::AlignRight     ? room - width
-                             : align & Qt::AlignHCenter ? (room - width) / 2
-                                                        : 0);
-    const double top = text.property("topPadding").toDouble();
-    const double tall = text.height() - top - text.property("bottomPadding").toDouble();
-    const int valign = text.property("verticalAlignment").toInt();
-    const double y = top + (valign & Qt::AlignBottom    ? tall - height
-                            : valign & Qt::AlignVCenter ? (tall - height) / 2
-                                                        : 0);
-    return text.mapRectToScene(QRectF(x, y, width, height));
-}
-
-bool isControl(const QQuickItem& item) {
-    // Scroll bars sit over the page's edge by design; everything else a user can work is
-    // a control.
-    return !item.inherits("QQuickScrollBar") &&
-           (item.inherits("QQuickControl") || item.inherits("QQuickTextInput") ||
-            item.activeFocusOnTab());
-}
-
-void collect(QQuickItem* item, std::vector<QQuickItem*>& texts,
-             std::vector<QQuickItem*>& controls) {
-    if (!item->isVisible() || item->opacity() <= 0 || item->width() <= 0 || item->height() <= 0)
-        return;
-    if (item->inherits("QQuickText") && !item->property("text").toString().isEmpty())
-        texts.push_back(item);
-    else if (isControl(*item))
-        controls.push_back(item);
-    for (QQuickItem* child : item->childItems())
-        collect(child, texts, controls);
-}
-
-bool isInside(const QQuickItem* item, const QQuickItem* outer) {
-    for (; item; item = item->parentItem())
-        if (item == outer)
-            return true;
-    return false;
-}
-
-QString nameOf(QQuickItem* item) {
-    QAccessibleInterface* node = QAccessible::queryAccessibleInterface(item);
-    const QString name = node ? node->text(QAccessible::Name) : QString();
-    return name.isEmpty() ? QString::fromLatin1(item->metaObject()->className()) : name;
-}
-
-} // namespace
-
-TEST(SettingsWindow, AtItsSmallestNoTextRunsUnderAControl) {
-    HarnessOptions options = windowed(
-        {{"visualizerEnabled", true},
-         {"soundMixes", QJsonArray{QJsonObject{
-                            {"id", "desk"}, {"name", "Desk"}, {"assignments", QJsonObject{}}}}},
-         {"activeMixId", "desk"}});
-    options.addKits = [](const QString& bundle, const QString& user) {
-        test::writeKit(bundle, "tick", "Tick", "tactile");
-        test::writeKit(user, "mine", "A Board Of My Own With A Rather Long Name", "");
-    };
-    Harness run(options);
-    DesktopShell& shell = *run.delegate->shell();
-    // The Mix page with a part open shows its kit browser too.
-    shell.mixEditor().editRegion("enter");
-    for (const QString& page : SettingsPage::ids()) {
-        run.delegate->openSettings(page);
-        QQuickWindow* window = shell.settingsWindow();
-        ASSERT_NE(window, nullptr);
-        window->resize(window->minimumSize());
-        for (int i = 0; i < 5; ++i)
-            QCoreApplication::processEvents();
-        std::vector<QQuickItem*> texts, controls;
-        collect(window->contentItem(), texts, controls);
-        EXPECT_GT(controls.size(), 2u) << page.toStdString();
-        for (QQuickItem* text : texts) {
-            const QRectF drawn = drawnText(*text).adjusted(1, 1, -1, -1);
-            for (QQuickItem* control : controls)
-                if (!isInside(text, control) &&
-                    drawn.intersects(control->mapRectToScene(control->boundingRect())))
-                    ADD_FAILURE() << page.toStdString() << ": \""
-                                  << text->property("text").toString().toStdString()
-                                  << "\" runs under " << nameOf(control).toStdString();
-        }
-    }
 }

@@ -332,9 +332,6 @@ class Session:
             self._log_file.close()
             self._log_file = None
 
-    def wait_for_exit(self, timeout=10.0):
-        return self.process.wait(timeout)
-
     def log(self):
         with contextlib.suppress(OSError), open(self.log_path, "rb") as f:
             return f.read().decode(errors="replace")
@@ -387,9 +384,6 @@ class Session:
     wait_until, press, set_value, states, text = map(
         staticmethod, (wait_until, press, set_value, states, text))
 
-    def is_checked(self, accessible):
-        return "checked" in states(accessible)
-
     def extents(self, accessible):
         return accessible.get_component_iface().get_extents(Atspi.CoordType.SCREEN)
 
@@ -426,11 +420,6 @@ class Session:
                               "width": g.width, "height": g.height, "id": window.id})
         connection.close()
         return found
-
-    def screenshot(self, path):
-        subprocess.run(["import", "-window", "root", path], check=True, timeout=30,
-                       stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
-        return path
 
     def xdotool(self, *args):
         subprocess.run(["xdotool", *map(str, args)], check=True, timeout=30,
@@ -497,7 +486,6 @@ LIVE = set()
 
 PANEL = "Tappix"
 SETTINGS = "Tappix Settings"
-SHORTCUT = "Ctrl+Super+K"
 
 # Letters only: typed while a Tappix window has the focus, they change nothing there.
 TYPED_KEYS = ("a", "s", "d", "f", "j", "k", "l", "g")
@@ -676,6 +664,7 @@ def type_keys(session):
 
 
 def record_typing(session):
+    wait_for_quiet(session)
     return session.record(0.8, action=lambda: type_keys(session))
 
 
@@ -708,9 +697,12 @@ def screenshot(session, name):
     os.makedirs(folder, exist_ok=True)
     # Let the window finish drawing what it was just asked to show.
     time.sleep(0.4)
-    return session.screenshot(os.path.join(folder, name + ".png"))
+    path = os.path.join(folder, name + ".png")
+    subprocess.run(["import", "-window", "root", path], check=True, timeout=30,
+                   stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+    return path
 
 
 def assert_exits_cleanly(test, session, timeout=15):
     # A sanitizer's report at exit changes the code.
-    test.assertEqual(session.wait_for_exit(timeout), 0, session.log()[-3000:])
+    test.assertEqual(session.process.wait(timeout), 0, session.log()[-3000:])

@@ -237,7 +237,7 @@ class UserSession(unittest.TestCase):
 
         with self.subTest("started again with the group, it took over and hears the keyboard"):
             old = s.process.pid
-            self.assertEqual(s.wait_for_exit(30), 0, "the old Tappix quits for the new one")
+            self.assertEqual(s.process.wait(30), 0, "the old Tappix quits for the new one")
             s.wait_for_log("took over from the Tappix that started this one", timeout=30)
             program = os.path.realpath(s.program)
             (pid,) = [p for p in tappix_processes(program) if p != old]

@@ -40,10 +40,10 @@ class Panel(unittest.TestCase):
 
     def test_sounds_switch_flips_the_sounds(self):
         switch = self.s.find("check box", "Sounds", root=self.panel)
-        self.assertTrue(self.s.is_checked(switch))
+        self.assertIn("checked", self.s.states(switch))
         self.s.press(switch)
         self.s.wait_for_preference("isEnabled", False)
-        self.s.wait_until(lambda: not self.s.is_checked(switch), 5)
+        self.s.wait_until(lambda: "checked" not in self.s.states(switch), 5)
         self.s.press(switch)
         self.s.wait_for_preference("isEnabled", True)
 
@@ -54,7 +54,6 @@ class Panel(unittest.TestCase):
             s.set_value(s.find("slider", "Volume", root=self.panel), level)
             s.wait_for_preference("volume", level)
             ui.close_panel(s)
-            ui.wait_for_quiet(s)
             heard.append(ui.record_typing(s))
             self.panel = ui.open_panel(self, s)
         loud, quiet = heard
@@ -67,7 +66,6 @@ class Panel(unittest.TestCase):
     def test_kit_rows_choose_the_kit_heard(self):
         s = self.s
         ui.close_panel(s)
-        ui.wait_for_quiet(s)
         spring = ui.record_typing(s)
 
         self.panel = ui.open_panel(self, s)
@@ -92,7 +90,6 @@ class Panel(unittest.TestCase):
         ui.button(s, "Sound kit: " + self.pistol, self.panel)
         self.assertFalse(s.find_all("push button", "Back", root=self.panel, showing=True))
         ui.close_panel(s)
-        ui.wait_for_quiet(s)
         pistol = ui.record_typing(s)
 
         self.assertTrue(pistol.heard(), pistol)
