@@ -40,7 +40,7 @@ int main(int argc, char** argv) {
     KeyEventService service{CaptureBackends{}};
     std::atomic<int> delivered{0};
     std::atomic<Clock::rep> arrivedAt{0};
-    service.setOnKeyEvent([&](KeyCode, bool) {
+    service.setOnKeyEvent([&](KeyCode, bool, KeyTime) {
         arrivedAt.store(Clock::now().time_since_epoch().count(), std::memory_order_release);
         delivered.fetch_add(1, std::memory_order_release);
     });

@@ -24,15 +24,23 @@ using Events = std::vector<std::string>;
 
 namespace {
 
-/// A sink that records what a device reports, without a service in between.
+/// A sink that records what a device reports, without a service in between; a key's
+/// time, when the stream gave one, in microseconds.
 struct RecordingSink final : CaptureSink {
     Events events;
-    void keyDown(KeyCode code, bool repeat) override {
-        events.push_back("k " + std::to_string(code) + (repeat ? " repeat" : " down"));
+    static std::string at(KeyTime time) {
+        const auto us =
+            std::chrono::duration_cast<std::chrono::microseconds>(time.time_since_epoch());
+        return us.count() ? " at " + std::to_string(us.count()) : "";
     }
-    void keyUp(KeyCode code) override { events.push_back("k " + std::to_string(code) + " up"); }
-    void flagsChanged(KeyCode) override { events.push_back("flags"); }
-    void systemDefined(std::int64_t, std::int64_t) override { events.push_back("system"); }
+    void keyDown(KeyCode code, bool repeat, KeyTime time) override {
+        events.push_back("k " + std::to_string(code) + (repeat ? " repeat" : " down") + at(time));
+    }
+    void keyUp(KeyCode code, KeyTime time) override {
+        events.push_back("k " + std::to_string(code) + " up" + at(time));
+    }
+    void flagsChanged(KeyCode, KeyTime) override { events.push_back("flags"); }
+    void systemDefined(std::int64_t, std::int64_t, KeyTime) override { events.push_back("system"); }
     void mouse(MouseButton b, bool down) override {
         events.push_back("m " + std::string(mouseButtonName(b)) + (down ? " down" : " up"));
     }
@@ -62,8 +70,9 @@ struct Stream {
     }
 };
 
-input_event key(std::uint16_t code, int value) {
-    return input_event{{}, EV_KEY, code, value};
+/// A key event the kernel stamped `micros` after the steady clock's start.
+input_event key(std::uint16_t code, int value, long micros = 0) {
+    return input_event{{micros / 1'000'000, micros % 1'000'000}, EV_KEY, code, value};
 }
 input_event syn(std::uint16_t code = SYN_REPORT) {
     return input_event{{}, EV_SYN, code, 0};
@@ -91,7 +100,8 @@ TEST(EvdevKeymap, TranslatesAtTheBoundaryToItsLastEntryAndNoFurther) {
 }
 
 // What each kind of device reports of a stream: repeats dropped, only its own role's
-// keys, and nothing between SYN_DROPPED and the next report.
+// keys, each at the time the kernel gave it, and nothing between SYN_DROPPED and the
+// next report.
 TEST(EvdevDevice, ReportsOnlyItsRolesKeysOnceEach) {
     const struct {
         DeviceRole role;
@@ -114,6 +124,9 @@ TEST(EvdevDevice, ReportsOnlyItsRolesKeysOnceEach) {
          {key(KEY_Q, 1), syn(), syn(SYN_DROPPED), key(KEY_W, 1), key(KEY_Q, 0), syn(),
           key(KEY_E, 1), syn()},
          {"k 12 down", "k 14 down"}},
+        {DeviceRole::keyboard,
+         {key(KEY_S, 1, 7'000'250), syn(), key(KEY_S, 0, 7'095'000), syn()},
+         {"k 1 down at 7000250", "k 1 up at 7095000"}},
     };
     for (const auto& c : cases) {
         Stream stream;

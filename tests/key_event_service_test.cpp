@@ -87,13 +87,13 @@ TEST(KeyEventService, DeliversEachPressAndReleaseOnce) {
             return *(c.primary ? f.keyboard : f.fallback)->sink;
         };
         const auto media = [&](int n, int state, int repeat, int subtype = 8) {
-            f.media->sink->systemDefined(subtype, (n << 16) | state | repeat);
+            f.media->sink->systemDefined(subtype, (n << 16) | state | repeat, {});
         };
         const std::map<char, std::function<void(int)>> steps = {
-            {'d', [&](int n) { sink().keyDown(n, false); }},
-            {'r', [&](int n) { sink().keyDown(n, true); }},
-            {'u', [&](int n) { sink().keyUp(n); }},
-            {'f', [&](int n) { sink().flagsChanged(n); }},
+            {'d', [&](int n) { sink().keyDown(n, false, {}); }},
+            {'r', [&](int n) { sink().keyDown(n, true, {}); }},
+            {'u', [&](int n) { sink().keyUp(n, {}); }},
+            {'f', [&](int n) { sink().flagsChanged(n, {}); }},
             {'m', [&](int n) { media(n, 0x0A00, 0); }},
             {'M', [&](int n) { media(n, 0x0B00, 0); }},
             {'R', [&](int n) { media(n, 0x0A00, 1); }},
@@ -132,9 +132,9 @@ TEST(KeyEventService, StartPassesThroughStopAndMouseCaptureIsIndependent) {
 TEST(KeyEventService, CallbacksChangeInDeliveryOrder) {
     Fixture f;
     std::atomic<int> late{0};
-    f.keyboard->sink->keyDown(keys::s, false);
-    f.service->setOnKeyEvent([&late](KeyCode, bool) { ++late; });
-    f.keyboard->sink->keyUp(keys::s);
+    f.keyboard->sink->keyDown(keys::s, false, {});
+    f.service->setOnKeyEvent([&late](KeyCode, bool, KeyTime) { ++late; });
+    f.keyboard->sink->keyUp(keys::s, {});
     f.service->drain();
     EXPECT_EQ(f.recorder.take(), (Events{"k 1 down"}));
     EXPECT_EQ(late.load(), 1);
@@ -150,18 +150,18 @@ TEST(KeyEventService, TheQueueHasABound) {
     std::promise<void> entered, open;
     std::shared_future<void> opened = open.get_future().share();
     std::atomic<int> delivered{0};
-    f.service->setOnKeyEvent([&](KeyCode, bool) {
+    f.service->setOnKeyEvent([&](KeyCode, bool, KeyTime) {
         if (delivered++ == 0) {
             entered.set_value();
             opened.wait(); // delivery stuck on the first event
         }
     });
-    f.keyboard->sink->keyDown(keys::a, false);
+    f.keyboard->sink->keyDown(keys::a, false, {});
     entered.get_future().wait();
     constexpr int kBurst = 1000;
     for (int i = 0; i < kBurst / 2; ++i) {
-        f.keyboard->sink->keyUp(keys::a);
-        f.keyboard->sink->keyDown(keys::a, false);
+        f.keyboard->sink->keyUp(keys::a, {});
+        f.keyboard->sink->keyDown(keys::a, false, {});
     }
     EXPECT_EQ(f.service->droppedEvents(), kBurst - KeyEventService::kQueueCapacity);
     open.set_value();

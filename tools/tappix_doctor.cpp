@@ -179,7 +179,7 @@ void describeKits() {
 
 int watch(QCoreApplication& app, double seconds) {
     tappix::KeyEventService service(tappix::makeCaptureBackends());
-    service.setOnKeyEvent([](tappix::KeyCode code, bool down) {
+    service.setOnKeyEvent([](tappix::KeyCode code, bool down, tappix::KeyTime) {
         const auto name = tappix::keyName(code);
         std::printf("key %lld %.*s %s\n", static_cast<long long>(code),
                     static_cast<int>(name ? name->size() : 1), name ? name->data() : "-",
@@ -244,7 +244,7 @@ int replay(const char* path) {
     tappix::KeyEventService service({});
     double now = 0; // written before each event, read on the delivery queue after it
     int delivered = 0;
-    service.setOnKeyEvent([&](tappix::KeyCode code, bool down) {
+    service.setOnKeyEvent([&](tappix::KeyCode code, bool down, tappix::KeyTime) {
         std::printf("%.3f %s\n", now, keyLine(code, down).c_str());
         ++delivered;
     });

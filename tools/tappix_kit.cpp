@@ -589,14 +589,15 @@ int recordKit(const std::vector<std::string>& args) {
         return 1;
     }
 
-    // Every key that moves, stamped on the clock the recording is placed on.
+    // Every key that moves, at the time it moved, on the clock the recording is placed
+    // on: a busy machine may hand a key over late, but its time stays where it was.
     std::mutex eventsMutex;
     std::vector<tappix::RecordedKeyEvent> events;
     tappix::KeyEventService capture(tappix::makeCaptureBackends());
-    capture.setOnKeyEvent([&](tappix::KeyCode code, bool down) {
-        const double now = monotonicSeconds();
+    capture.setOnKeyEvent([&](tappix::KeyCode code, bool down, tappix::KeyTime at) {
+        const double seconds = std::chrono::duration<double>(at.time_since_epoch()).count();
         std::lock_guard lock(eventsMutex);
-        events.push_back({code, down, now});
+        events.push_back({code, down, seconds});
     });
     const QuietTappix quiet;
     capture.start();

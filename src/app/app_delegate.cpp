@@ -240,7 +240,8 @@ void AppDelegate::installCallbacks() {
     QPointer<TypingMonitor> typing = typingMonitor_.get();
     QPointer<KeyCast> cast = keyCast_.get();
     QPointer<AppDelegate> self = this;
-    keyService_->setOnKeyEvent([engine, typing, cast, self, this](KeyCode code, bool down) {
+    keyService_->setOnKeyEvent([engine, typing, cast, self, this](KeyCode code, bool down,
+                                                                  KeyTime) {
         bool recorded = false;
         if (keyRecorderOn_.load(std::memory_order_acquire)) {
             const std::lock_guard lock(keyRecorderMutex_);

@@ -87,7 +87,7 @@ void KeyEventService::setMouseCapture(bool enabled) {
     qCWarning(lcEvents, "mouse capture unavailable: no readable pointer device and no X11 display");
 }
 
-void KeyEventService::keyDown(KeyCode code, bool isRepeat) {
+void KeyEventService::keyDown(KeyCode code, bool isRepeat, KeyTime at) {
     if (isRepeat)
         return;
     if (tracked(code)) {
@@ -96,18 +96,18 @@ void KeyEventService::keyDown(KeyCode code, bool isRepeat) {
             return;
         pressedKeys_.set(static_cast<std::size_t>(code));
     }
-    deliverKey(code, true);
+    deliverKey(code, true, at);
 }
 
-void KeyEventService::keyUp(KeyCode code) {
+void KeyEventService::keyUp(KeyCode code, KeyTime at) {
     if (tracked(code)) {
         std::lock_guard lock(stateLock_);
         pressedKeys_.reset(static_cast<std::size_t>(code));
     }
-    deliverKey(code, false);
+    deliverKey(code, false, at);
 }
 
-void KeyEventService::flagsChanged(KeyCode code) {
+void KeyEventService::flagsChanged(KeyCode code, KeyTime at) {
     // Direction comes only from toggling: Caps Lock alternates down and up per press.
     bool down = true;
     if (tracked(code)) {
@@ -116,10 +116,10 @@ void KeyEventService::flagsChanged(KeyCode code) {
         down = !pressedModifiers_.test(index);
         pressedModifiers_.flip(index);
     }
-    deliverKey(code, down);
+    deliverKey(code, down, at);
 }
 
-void KeyEventService::systemDefined(std::int64_t subtype, std::int64_t data1) {
+void KeyEventService::systemDefined(std::int64_t subtype, std::int64_t data1, KeyTime at) {
     static constexpr std::int64_t kAuxiliaryControlButtons = 8;
     static constexpr std::int64_t kStateDown = 0x0A00;
     if (subtype != kAuxiliaryControlButtons || (data1 & 1) != 0)
@@ -144,9 +144,9 @@ void KeyEventService::systemDefined(std::int64_t subtype, std::int64_t data1) {
     }
     const KeyCode code = 1000 + type;
     if ((data1 & 0xFF00) == kStateDown)
-        keyDown(code, false);
+        keyDown(code, false, at);
     else
-        keyUp(code);
+        keyUp(code, at);
 }
 
 void KeyEventService::mouse(MouseButton button, bool down) {
@@ -156,11 +156,11 @@ void KeyEventService::mouse(MouseButton button, bool down) {
     });
 }
 
-void KeyEventService::deliverKey(KeyCode code, bool down) {
+void KeyEventService::deliverKey(KeyCode code, bool down, KeyTime at) {
     qCDebug(lcEvents, "key %lld down=%d", static_cast<long long>(code), down);
-    deliver([this, code, down] {
+    deliver([this, code, down, at] {
         if (onKeyEvent_)
-            onKeyEvent_(code, down);
+            onKeyEvent_(code, down, at);
     });
 }
 

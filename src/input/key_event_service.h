@@ -27,9 +27,9 @@ struct CaptureBackends {
 };
 
 /// Captures every key that goes down or up, system-wide, and on request every mouse
-/// button, and hands each as a plain (code, down) event to a callback on one serial
-/// queue, "tappix-keys". Auto-repeat is dropped; a key already held is never delivered
-/// down twice; a key-up is always delivered. It never alters or swallows input.
+/// button, and hands each as a plain (code, down) event, a key with the time it moved, to a
+/// callback on one serial queue, "tappix-keys". Auto-repeat is dropped; a key already held is never
+/// delivered down twice; a key-up is always delivered. It never alters or swallows input.
 ///
 /// Held keys live in two sets guarded by `stateLock_`, which is never held while a
 /// callback runs. Backends report on their own threads through `CaptureSink`.
@@ -38,8 +38,8 @@ struct CaptureBackends {
 /// drops the newest events (they would sound late anyway) and counts them.
 class KeyEventService final : private CaptureSink {
 public:
-    /// Callback for key events: (key code, down).
-    using KeyCallback = std::function<void(KeyCode, bool)>;
+    /// Callback for key events: (key code, down, when it moved).
+    using KeyCallback = std::function<void(KeyCode, bool, KeyTime)>;
     /// Callback for mouse events: (button, down).
     using MouseCallback = std::function<void(MouseButton, bool)>;
 
@@ -96,13 +96,13 @@ public:
 
 private:
     // CaptureSink, called on the backends' threads.
-    void keyDown(KeyCode code, bool isRepeat) override;
-    void keyUp(KeyCode code) override;
-    void flagsChanged(KeyCode code) override;
-    void systemDefined(std::int64_t subtype, std::int64_t data1) override;
+    void keyDown(KeyCode code, bool isRepeat, KeyTime at) override;
+    void keyUp(KeyCode code, KeyTime at) override;
+    void flagsChanged(KeyCode code, KeyTime at) override;
+    void systemDefined(std::int64_t subtype, std::int64_t data1, KeyTime at) override;
     void mouse(MouseButton button, bool down) override;
 
-    void deliverKey(KeyCode code, bool down);
+    void deliverKey(KeyCode code, bool down, KeyTime at);
     void deliver(std::function<void()> task);
 
     // Held keys are tracked for codes 0 to kTrackedCodes - 1, which covers every code

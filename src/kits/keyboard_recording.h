@@ -15,7 +15,7 @@ struct RecordedKeyEvent {
     KeyCode code = 0;
     /// Whether it went down (a press) or up (a release).
     bool down = true;
-    /// When capture saw it, in seconds on the clock the recording's start is given on.
+    /// When it moved, in seconds on the clock the recording's start is given on.
     double seconds = 0;
 };
 

@@ -15,7 +15,7 @@ namespace tappix::test {
 class EventRecorder {
 public:
     void attach(KeyEventService& service) {
-        service.setOnKeyEvent([this](KeyCode code, bool down) {
+        service.setOnKeyEvent([this](KeyCode code, bool down, KeyTime) {
             add("k " + std::to_string(code) + (down ? " down" : " up"));
         });
         service.setOnMouseEvent([this](MouseButton button, bool down) {

@@ -34,8 +34,8 @@ public:
             running_ = true;
             thread_ = std::thread([this] {
                 for (KeyCode code = 0; running_; code = (code + 1) % 50) {
-                    sink_->keyDown(code, false);
-                    sink_->keyUp(code);
+                    sink_->keyDown(code, false, {});
+                    sink_->keyUp(code, {});
                 }
             });
         }
@@ -194,17 +194,17 @@ struct Harness {
     /// Presses and releases each key, 150 ms apart, and lets every hop land.
     void type(std::initializer_list<KeyCode> codes) {
         for (KeyCode code : codes) {
-            keyboard->sink()->keyDown(code, false);
-            keyboard->sink()->keyUp(code);
+            keyboard->sink()->keyDown(code, false, {});
+            keyboard->sink()->keyUp(code, {});
             settle();
             time.advance(std::chrono::milliseconds(150));
         }
     }
     void press(KeyCode code, bool down) {
         if (down)
-            keyboard->sink()->keyDown(code, false);
+            keyboard->sink()->keyDown(code, false, {});
         else
-            keyboard->sink()->keyUp(code);
+            keyboard->sink()->keyUp(code, {});
         settle();
     }
     void settle() {

@@ -206,7 +206,7 @@ void EvdevCapture::removeDevice(int fd, CaptureSink& sink, bool released) {
         return;
     ::epoll_ctl(epollFd_, EPOLL_CTL_DEL, fd, nullptr);
     if (released)
-        (*it)->releaseHeld(sink);
+        (*it)->releaseHeld(sink, std::chrono::steady_clock::now());
     qCInfo(lcEvents, "%s \"%s\" went away", roleName(role_), (*it)->name().c_str());
     devices_.erase(it);
 }

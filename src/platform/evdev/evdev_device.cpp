@@ -4,14 +4,33 @@
 #include "platform/evdev/evdev_keymap.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <ctime>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace tappix::evdev {
 
+namespace {
+
+/// When the kernel says `event` happened, on the steady clock once EVIOCSCLOCKID has
+/// put the device on CLOCK_MONOTONIC.
+KeyTime eventTime(const input_event& event) {
+    return KeyTime(std::chrono::seconds(event.input_event_sec) +
+                   std::chrono::microseconds(event.input_event_usec));
+}
+
+} // namespace
+
 EvdevDevice::EvdevDevice(int fd, DeviceRole role, std::string name, std::string path)
-    : fd_(fd), role_(role), name_(std::move(name)), path_(std::move(path)) {}
+    : fd_(fd), role_(role), name_(std::move(name)), path_(std::move(path)) {
+    // Events come stamped on the wall clock unless asked otherwise; the steady clock is
+    // the one the rest of Tappix (and a recording's microphone) runs on. Streams that are
+    // no device refuse, and carry the times written into them.
+    int clock = CLOCK_MONOTONIC;
+    [[maybe_unused]] const int set = ::ioctl(fd_, EVIOCSCLOCKID, &clock);
+}
 
 EvdevDevice::~EvdevDevice() {
     if (fd_ >= 0)
@@ -54,16 +73,16 @@ void EvdevDevice::handle(const input_event& event, CaptureSink& sink) {
             dropping_ = true;
         } else if (event.code == SYN_REPORT && dropping_) {
             dropping_ = false;
-            resync(sink);
+            resync(sink, eventTime(event));
         }
         return;
     }
     if (dropping_ || event.type != EV_KEY || event.code >= KEY_CNT)
         return;
-    report(event.code, event.value, sink);
+    report(event.code, event.value, sink, eventTime(event));
 }
 
-void EvdevDevice::report(std::uint16_t code, int value, CaptureSink& sink) {
+void EvdevDevice::report(std::uint16_t code, int value, CaptureSink& sink, KeyTime at) {
     // Value 2 is auto-repeat; it never sounds.
     if (value == 2)
         return;
@@ -78,26 +97,26 @@ void EvdevDevice::report(std::uint16_t code, int value, CaptureSink& sink) {
         return;
     held_.set(code, down);
     if (down)
-        sink.keyDown(*virtualCode, false);
+        sink.keyDown(*virtualCode, false, at);
     else
-        sink.keyUp(*virtualCode);
+        sink.keyUp(*virtualCode, at);
 }
 
-void EvdevDevice::resync(CaptureSink& sink) {
+void EvdevDevice::resync(CaptureSink& sink, KeyTime at) {
     unsigned char state[KEY_CNT / 8 + 1]{};
     if (::ioctl(fd_, EVIOCGKEY(sizeof state), state) < 0)
         return; // not a real device (a stream in tests): keep what we believe
     for (std::size_t code = 0; code < KEY_CNT; ++code) {
         const bool down = (state[code / 8] >> (code % 8)) & 1;
         if (held_.test(code) && !down)
-            report(static_cast<std::uint16_t>(code), 0, sink);
+            report(static_cast<std::uint16_t>(code), 0, sink, at);
     }
 }
 
-void EvdevDevice::releaseHeld(CaptureSink& sink) {
+void EvdevDevice::releaseHeld(CaptureSink& sink, KeyTime at) {
     for (std::size_t code = 0; code < KEY_CNT; ++code) {
         if (held_.test(code))
-            report(static_cast<std::uint16_t>(code), 0, sink);
+            report(static_cast<std::uint16_t>(code), 0, sink, at);
     }
 }
 

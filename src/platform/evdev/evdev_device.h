@@ -15,10 +15,13 @@ enum class DeviceRole { keyboard, media, pointer };
 
 /// One open input device (or any descriptor carrying `struct input_event` records):
 /// reads what is available, drops repeats, follows SYN_DROPPED, and reports the
-/// events of its role, translated to key codes. Used on one reader thread.
+/// events of its role, translated to key codes, each key at the time the kernel gave
+/// it. Used on one reader thread.
 class EvdevDevice {
 public:
-    /// Takes ownership of `fd`, which should be non-blocking.
+    /// Takes ownership of `fd`, which should be non-blocking, and has the kernel stamp its
+    /// events on the steady clock (a stream that is no device keeps the times its writer
+    /// gave).
     EvdevDevice(int fd, DeviceRole role, std::string name, std::string path = {});
     /// Closes the descriptor.
     ~EvdevDevice();
@@ -33,9 +36,9 @@ public:
     /// (ENODEV, end of stream, a read error); the caller then drops it.
     ReadResult readAvailable(CaptureSink& sink);
 
-    /// Reports a key-up for every key this device still holds (used when it vanishes,
-    /// so no key stays "held" and silent forever).
-    void releaseHeld(CaptureSink& sink);
+    /// Reports a key-up at `at` for every key this device still holds (used when it
+    /// vanishes, so no key stays "held" and silent forever).
+    void releaseHeld(CaptureSink& sink, KeyTime at);
 
     /// The descriptor.
     int fd() const { return fd_; }
@@ -46,8 +49,8 @@ public:
 
 private:
     void handle(const input_event& event, CaptureSink& sink);
-    void resync(CaptureSink& sink);
-    void report(std::uint16_t code, int value, CaptureSink& sink);
+    void resync(CaptureSink& sink, KeyTime at);
+    void report(std::uint16_t code, int value, CaptureSink& sink, KeyTime at);
 
     int fd_;
     DeviceRole role_;

@@ -8,6 +8,8 @@
 #include <X11/extensions/XInput2.h>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <poll.h>
@@ -28,6 +30,22 @@ bool hasXInput2(Display* display, int* opcode) {
         return false;
     int major = 2, minor = 0;
     return XIQueryVersion(display, &major, &minor) == Success && major >= 2;
+}
+
+/// When the server says an event happened, on the steady clock, given `now` on it.
+/// Xorg and Xvfb stamp events with CLOCK_MONOTONIC in milliseconds, cut to 32 bits
+/// (wrapping every 49.7 days): the event lies at the last moment up to `now` with those
+/// low bits. A time that cannot be one (ahead of `now`, or far behind it: a server with
+/// another clock, on another machine) is taken as `now`.
+KeyTime serverTime(Time time, KeyTime now) {
+    using std::chrono::milliseconds;
+    constexpr std::uint32_t kFarBehindMs = 10'000;
+    const auto nowMs = std::chrono::duration_cast<milliseconds>(now.time_since_epoch()).count();
+    const std::uint32_t behind =
+        static_cast<std::uint32_t>(nowMs) - static_cast<std::uint32_t>(time);
+    if (behind > kFarBehindMs)
+        return now;
+    return KeyTime(milliseconds(nowMs - behind));
 }
 
 /// Xlib's default reaction to a lost connection is to exit the process; Tappix
@@ -133,10 +151,11 @@ void X11Capture::run(CaptureSink* sink) {
                 if (raw->detail >= kKeycodeOffset) {
                     if (auto code = evdev::virtualKeyCode(
                             static_cast<std::uint16_t>(raw->detail - kKeycodeOffset))) {
+                        const KeyTime at = serverTime(raw->time, std::chrono::steady_clock::now());
                         if (cookie->evtype == XI_RawKeyPress)
-                            sink->keyDown(*code, false);
+                            sink->keyDown(*code, false, at);
                         else
-                            sink->keyUp(*code);
+                            sink->keyUp(*code, at);
                     }
                 }
                 break;

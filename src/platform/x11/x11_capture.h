@@ -20,7 +20,8 @@ bool rawEventsAvailable();
 
 /// Keyboard or mouse-button capture through XInput2 raw events on the root window of
 /// the default display, on its own thread. Raw events reach every client, so keys
-/// typed into any X11 application arrive; the wheel (buttons 4 to 7) never clicks.
+/// typed into any X11 application arrive, each at the time the server gave it; the
+/// wheel (buttons 4 to 7) never clicks.
 class X11Capture final : public CaptureSource {
 public:
     /// What to capture.
