@@ -92,15 +92,18 @@ struct RecorderRun {
         run->delegate->settings().setSelectedPackIdText("click");
     }
     RecorderViewModel& recorder() { return run->delegate->shell()->recorder(); }
-    // Presses and releases `code` as the microphone hears it.
+    // Presses and releases `code` as the microphone hears it; every third move reaches
+    // the recorder 100 ms after it happened, as on a busy machine.
     void typeKey(KeyCode code) {
-        run->time.advance(std::chrono::milliseconds(300));
-        room->sounds.push_back(room->now());
-        run->press(code, true);
-        run->time.advance(std::chrono::milliseconds(120));
-        room->sounds.push_back(room->now());
-        run->press(code, false);
+        for (bool down : {true, false}) {
+            run->time.advance(std::chrono::milliseconds(down ? 300 : 120));
+            room->sounds.push_back(room->now());
+            const KeyTime moved = run->now();
+            run->time.advance(std::chrono::milliseconds(++moves % 3 == 0 ? 100 : 0));
+            run->press(code, down, moved);
+        }
     }
+    int moves = 0;
 };
 
 } // namespace

@@ -134,7 +134,7 @@ void AppDelegate::start() {
     permissionTimer_.start(kPermissionPollMs);
 }
 
-void AppDelegate::setKeyRecorder(std::function<void(KeyCode, bool)> recorder) {
+void AppDelegate::setKeyRecorder(std::function<void(KeyCode, bool, KeyTime)> recorder) {
     const std::lock_guard lock(keyRecorderMutex_);
     keyRecorderOn_.store(static_cast<bool>(recorder), std::memory_order_release);
     keyRecorder_ = std::move(recorder);
@@ -154,7 +154,7 @@ void AppDelegate::makeShell() {
     services.updates = updateChecker_.get();
     services.makeMicrophone = makeMicrophone_;
     services.clock = &clock_;
-    services.recordKeys = [this](std::function<void(KeyCode, bool)> recorder) {
+    services.recordKeys = [this](std::function<void(KeyCode, bool, KeyTime)> recorder) {
         setKeyRecorder(std::move(recorder));
     };
     services.sendTestNotification = [this] {
@@ -241,12 +241,12 @@ void AppDelegate::installCallbacks() {
     QPointer<KeyCast> cast = keyCast_.get();
     QPointer<AppDelegate> self = this;
     keyService_->setOnKeyEvent([engine, typing, cast, self, this](KeyCode code, bool down,
-                                                                  KeyTime) {
+                                                                  KeyTime at) {
         bool recorded = false;
         if (keyRecorderOn_.load(std::memory_order_acquire)) {
             const std::lock_guard lock(keyRecorderMutex_);
             if (keyRecorder_) {
-                keyRecorder_(code, down);
+                keyRecorder_(code, down, at);
                 recorded = true;
             }
         }

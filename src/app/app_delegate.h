@@ -117,7 +117,7 @@ public:
     /// stays quiet while a keyboard is recorded; an empty `recorder` gives the keys back
     /// to the engine. The recorder runs on the key queue; once this returns, an old one
     /// is no longer called. Main thread.
-    void setKeyRecorder(std::function<void(KeyCode, bool)> recorder);
+    void setKeyRecorder(std::function<void(KeyCode, bool, KeyTime)> recorder);
 
     /// Flips `isEnabled`, as the sounds shortcut does. Main thread.
     void toggleSounds();
@@ -209,7 +209,7 @@ private:
     std::atomic<bool> shortcutPaused_{false};
     // Whoever records the keyboard now, called instead of the engine (key queue).
     std::mutex keyRecorderMutex_;
-    std::function<void(KeyCode, bool)> keyRecorder_;
+    std::function<void(KeyCode, bool, KeyTime)> keyRecorder_;
     std::atomic<bool> keyRecorderOn_{false};
     std::unique_ptr<KeyEventService> keyService_;
     // The views hold the services above; they go first.

@@ -68,12 +68,15 @@ void RecorderViewModel::start() {
     asked_ = kAskedKeys;
     askedIndex_ = 0;
     asking_ = false;
-    // Keys arrive on the key queue; they are stamped there and counted here.
-    // Keys arrive on the key queue; they are stamped there and counted here. The tap
-    // is taken away before this object goes, and what it posted goes with the object.
+    // Keys arrive on the key queue, each with the time it moved (on the clock the
+    // microphone's samples are placed on), and are counted here. The tap is taken away
+    // before this object goes, and what it posted goes with the object.
     if (tap_) {
-        tap_([this](KeyCode code, bool down) {
-            const double at = std::chrono::duration<double>(clock_.now()).count();
+        tap_([this](KeyCode code, bool down, KeyTime moved) {
+            // A key whose source gave no time is placed when it arrives.
+            const double at = std::chrono::duration<double>(
+                                  moved == KeyTime{} ? clock_.now() : moved.time_since_epoch())
+                                  .count();
             QMetaObject::invokeMethod(
                 this, [this, code, down, at] { keyArrived(code, down, at); }, Qt::QueuedConnection);
         });

@@ -3,6 +3,7 @@
 #include "audio/microphone.h"
 #include "core/clock.h"
 #include "core/scheduler.h"
+#include "input/capture_source.h"
 #include "input/key_group.h"
 #include "kits/keyboard_recording.h"
 #include "kits/switch_designer.h"
@@ -43,7 +44,7 @@ public:
     using MicrophoneFactory = std::function<std::unique_ptr<Microphone>()>;
     /// Sends every key that moves to the callback instead of the sound engine, or,
     /// given an empty callback, gives the keys back. The callback runs on the key queue.
-    using KeyTap = std::function<void(std::function<void(KeyCode, bool)>)>;
+    using KeyTap = std::function<void(std::function<void(KeyCode, bool, KeyTime)>)>;
 
     /// How often the meter and the waveform follow the microphone.
     static constexpr std::chrono::milliseconds kMeterInterval{50};

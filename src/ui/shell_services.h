@@ -1,5 +1,6 @@
 #pragma once
 
+#include "input/capture_source.h"
 #include "input/key_group.h"
 #include "input/keyboard_access.h"
 #include "kits/pack_importer.h"
@@ -63,7 +64,7 @@ struct ShellServices {
     /// Sends every key that moves to the given callback (on the key queue) instead of
     /// the sound engine, so Tappix is quiet while a keyboard is recorded; an empty
     /// callback gives the keys back.
-    std::function<void(std::function<void(KeyCode, bool)>)> recordKeys = {};
+    std::function<void(std::function<void(KeyCode, bool, KeyTime)>)> recordKeys = {};
     /// Imports a keyboard-sound pack made for another program (a folder or a .zip) as a
     /// kit in the user kit directory. Any thread (the Sound page imports off the main thread).
     std::function<PackImportResult(const QString& path, const PackImporter::Options& options)>

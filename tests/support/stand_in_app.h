@@ -21,6 +21,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <thread>
 
 namespace tappix::test {
@@ -194,18 +195,23 @@ struct Harness {
     /// Presses and releases each key, 150 ms apart, and lets every hop land.
     void type(std::initializer_list<KeyCode> codes) {
         for (KeyCode code : codes) {
-            keyboard->sink()->keyDown(code, false, {});
-            keyboard->sink()->keyUp(code, {});
+            keyboard->sink()->keyDown(code, false, now());
+            keyboard->sink()->keyUp(code, now());
             settle();
             time.advance(std::chrono::milliseconds(150));
         }
     }
-    void press(KeyCode code, bool down) {
+    /// Moves `code`, stamped `at` (by default now).
+    void press(KeyCode code, bool down, std::optional<KeyTime> at = {}) {
         if (down)
-            keyboard->sink()->keyDown(code, false, {});
+            keyboard->sink()->keyDown(code, false, at.value_or(now()));
         else
-            keyboard->sink()->keyUp(code, {});
+            keyboard->sink()->keyUp(code, at.value_or(now()));
         settle();
+    }
+    /// The fake clock's time, as capture stamps a key.
+    KeyTime now() const {
+        return KeyTime(std::chrono::duration_cast<KeyTime::duration>(time.now()));
     }
     void settle() {
         delegate->keyService().drain();
