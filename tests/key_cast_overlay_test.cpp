@@ -1,6 +1,5 @@
-// The key-cast overlay wired to the delegate on the offscreen platform: keys typed on the
-// stand-in keyboard become chips only while the overlay is on, and its window shows in its
-// corner while there are chips (its QML is loaded in DesktopShell's warning check).
+// The key-cast overlay wired to the delegate on the offscreen platform (its QML is loaded in
+// DesktopShell's warning check).
 
 #include "input/key_codes.h"
 #include "support/stand_in_app.h"

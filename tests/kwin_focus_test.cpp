@@ -1,6 +1,5 @@
-// The window in front in a KDE Plasma Wayland session: a real KWin on a virtual screen
-// and a private session bus (the test runs under dbus-run-session), with real Wayland
-// windows of apps of their own.
+// The window in front under a real KWin on a virtual screen, over a private session bus
+// (dbus-run-session), with real Wayland windows of apps of their own.
 
 #include "platform/dbus/kwin_focus_source.h"
 #include "platform/focus_backends.h"
@@ -23,8 +22,7 @@ namespace {
 
 constexpr char kSocket[] = "tappix-kwin-test";
 
-/// Runs the event loop until `done` holds; false after ten seconds (KWin draws in
-/// software on a shared machine).
+/// Ten seconds: KWin draws in software on a shared machine.
 bool waitFor(const std::function<bool()>& done) {
     return test::waitFor(done, 10000);
 }
@@ -46,7 +44,6 @@ TEST(KWinFocus, FollowsTheAppInFrontAndItsFullScreenUntilKWinGoes) {
     ASSERT_TRUE(test::writeNotesEntry(data.path(), "notes-icon"));
     qputenv("XDG_DATA_HOME", data.path().toLocal8Bit());
     qputenv("XDG_DATA_DIRS", data.filePath("none").toLocal8Bit());
-    // KWin on a virtual screen with its own runtime and configuration directories.
     QTemporaryDir dir;
     QFile::setPermissions(dir.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -68,7 +65,6 @@ TEST(KWinFocus, FollowsTheAppInFrontAndItsFullScreenUntilKWinGoes) {
     // KWin takes its name before it registers its objects.
     ASSERT_TRUE(waitFor([] { return isScriptLoaded("none").type() == QDBusMessage::ReplyMessage; }))
         << "kwin_wayland did not answer on the bus";
-    // Tappix and the windows of apps of their own in the Wayland session KWin leads.
     env.insert("WAYLAND_DISPLAY", kSocket);
     env.insert("QT_QPA_PLATFORM", "wayland");
     qputenv("WAYLAND_DISPLAY", kSocket);

@@ -11,10 +11,8 @@
 
 using namespace tappix;
 
-// An imported pack, played by key on a private sound server: each chosen key sounds
-// at the loudness of the stretch of the pack's one audio file that the pack gave it. The
-// file runs over a minute, longer than any sound a kit plays whole, as recordings cut
-// into slices often do.
+// An imported pack played by key on a private sound server: each key sounds at the level of
+// its own slice of the pack's one file, which runs over a minute as cut recordings often do.
 TEST(ImportedPackOnTheSink, ChosenKeysSoundTheirOwnSlices) {
     test::PulseServer server;
     QTemporaryDir temp;

@@ -4,41 +4,26 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 
 using namespace tappix;
 using namespace tappix::SynthEngine;
 
 namespace {
 
-float peak(const std::vector<float>& samples) {
-    float p = 0;
-    for (float s : samples)
-        p = std::max(p, std::fabs(s));
-    return p;
-}
-
 const SynthParams kKey{420, 0.9f, 10, 8000, false};
 
 } // namespace
 
-TEST(SynthEngine, RendersAreNormalisedWhateverTheClick) {
+TEST(SynthEngine, RendersAreNormalisedWhateverTheClickAndMiceAreNeverClicky) {
     for (float click : {0.0f, 0.2f, 0.9f, 5.0f}) {
         SynthParams p = kKey;
         p.click = click;
-        EXPECT_NEAR(peak(render(p, 1, false)), 0.85f, 1e-6f) << click;
+        const auto [low, high] = std::ranges::minmax(render(p, 1, false));
+        EXPECT_NEAR(std::max(-low, high), 0.85f, 1e-6f) << click;
     }
     SynthParams silent = kKey;
     silent.decayMs = 0;
     EXPECT_TRUE(render(silent, 1, false).empty());
-}
-
-TEST(SynthEngine, BellAndMousePresets) {
-    const auto bell = ding();
-    EXPECT_EQ(bell[0], 0.0f);
-    EXPECT_LT(std::fabs(bell[10]), 0.02f); // still fading in
-    EXPECT_GT(peak({bell.begin() + 192, bell.begin() + 400}), 0.2f);
-
     for (MouseProfile profile : kMouseProfiles) {
         const auto preset = mousePreset(profile, true);
         EXPECT_FALSE(preset.params.clicky);
@@ -46,10 +31,8 @@ TEST(SynthEngine, BellAndMousePresets) {
     }
 }
 
-// Every designed kit is a function of these draws: a change in the generator, in the
-// order of draws or in a rejection step (a bound of 3e9 rejects about three draws in ten)
-// changes every kit a user ever made, so the draws and renders (the seed's own, clicky or
-// not) are pinned bit for bit.
+// Every designed kit a user ever made is a function of these draws (a bound of 3e9 rejects
+// about three in ten), so the draws, renders and the bell are pinned bit for bit.
 TEST(SynthEngine, GoldenDrawsAndSamples) {
     Random plain(0), bounded(1);
     std::vector<std::uint32_t> draws;
@@ -60,8 +43,6 @@ TEST(SynthEngine, GoldenDrawsAndSamples) {
     SynthParams clicky = kKey;
     clicky.clicky = true;
     const auto bell = ding();
-    EXPECT_EQ(draws[0], 4150755663u);
-    EXPECT_EQ(bell.size(), 26400u);
     const std::uint64_t pinned[] = {0xe3362954b94f994fULL, 0xb8868ba5e3b0f5e0ULL,
                                     0x2215508f6f707eadULL, 0x8684ebb2fa52c35dULL,
                                     0xbffa9a9374748247ULL};

@@ -33,7 +33,6 @@ protected:
         });
         logged.clear();
         ASSERT_TRUE(test::XvfbServer::shared().isRunning()) << "Xvfb did not start";
-        // A desktop file that names the "Notes" class.
         ASSERT_TRUE(test::writeNotesEntry(data_.path(), "notes-icon"));
         qputenv("XDG_DATA_HOME", data_.path().toLocal8Bit());
         qputenv("XDG_DATA_DIRS", data_.filePath("none").toLocal8Bit());
@@ -102,7 +101,7 @@ TEST_F(X11Focus, ReportsTheWindowInFrontEachChangeOfItAndWindowsOfNoApp) {
     ASSERT_TRUE(waitFor([&] { return !source.focused().has_value(); }));
     EXPECT_EQ(logged.filter("went before it could be read").size(), 1);
 
-    desk.activate(notes); // and on it goes
+    desk.activate(notes);
     ASSERT_TRUE(waitFor([&] { return source.focused().has_value(); }));
     EXPECT_EQ(source.focused()->app.name, QStringLiteral("Quiet Notes"));
 
