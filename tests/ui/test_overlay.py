@@ -15,17 +15,16 @@ import harness as ui
 
 OVERLAY = "Tappix key cast"
 
-# What xdotool types (one call) and the chips it makes with shortcuts only; every chip of
-# both modes is the key-cast table's (tests/key_cast_test.cpp).
+# What xdotool types (one call), the chips it makes, and those it makes with shortcuts only.
 COMBINATIONS = [
-    (["key", "super"], []),
-    (["key", "super+k"], ["\u2318K"]),
+    (["key", "super"], ["\u2318"], []),
+    (["key", "super+k"], ["\u2318", "\u2318K"], ["\u2318K"]),
     (["keydown", "alt", "keydown", "ctrl", "key", "c", "keyup", "ctrl", "keyup", "alt"],
-     ["\u2303\u2325C"]),
+     ["\u2325", "\u2303", "\u2303\u2325C"], ["\u2303\u2325C"]),
     (["keydown", "ctrl", "keydown", "alt", "key", "c", "keyup", "alt", "keyup", "ctrl"],
-     ["\u2303\u2325C"]),
-    (["key", "shift+a"], ["\u21e7A"]),
-    (["key", "h", "i"], []),
+     ["\u2303", "\u2325", "\u2303\u2325C"], ["\u2303\u2325C"]),
+    (["key", "shift+a"], ["\u21e7", "\u21e7A"], ["\u21e7A"]),
+    (["key", "h", "i"], ["H", "I"], []),
 ]
 
 
@@ -122,6 +121,13 @@ class Overlay(unittest.TestCase):
             owner.destroy()  # no compositor answers the windows made later
             self.x.sync()
 
+        for keys, chips, _ in COMBINATIONS:
+            with self.subTest(keys=" ".join(keys)):
+                self.wait_hidden()
+                s.xdotool(*keys)
+                self.wait_for_chips(chips)
+                self.wait_hidden()
+
         ui.cli_ok(self, s, "--settings", "look")
         window = ui.settings_window(s)
         for theme in ("dark", "light"):
@@ -144,8 +150,8 @@ class Overlay(unittest.TestCase):
             s.press(s.find("check box", "Hide plain typing; show \u2318-combos", root=window))
             s.wait_for_preference("visualizerShortcutsOnly", True)
             ui.close_window(s, ui.SETTINGS)
-            s.xdotool(*[word for keys, _ in COMBINATIONS for word in keys])
-            self.wait_for_chips([chip for _, only in COMBINATIONS for chip in only])
+            s.xdotool(*[word for keys, _, _ in COMBINATIONS for word in keys])
+            self.wait_for_chips([chip for _, _, only in COMBINATIONS for chip in only])
 
 
 if __name__ == "__main__":
