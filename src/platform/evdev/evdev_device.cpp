@@ -29,7 +29,7 @@ EvdevDevice::EvdevDevice(int fd, DeviceRole role, std::string name, std::string 
     // the one the rest of Tappix (and a recording's microphone) runs on. Streams that are
     // no device refuse, and carry the times written into them.
     int clock = CLOCK_MONOTONIC;
-    [[maybe_unused]] const int set = ::ioctl(fd_, EVIOCSCLOCKID, &clock);
+    ::ioctl(fd_, EVIOCSCLOCKID, &clock);
 }
 
 EvdevDevice::~EvdevDevice() {
