@@ -6,10 +6,10 @@
 namespace {
 
 struct NullSink final : tappix::CaptureSink {
-    void keyDown(tappix::KeyCode, bool) override {}
-    void keyUp(tappix::KeyCode) override {}
-    void flagsChanged(tappix::KeyCode) override {}
-    void systemDefined(std::int64_t, std::int64_t) override {}
+    void keyDown(tappix::KeyCode, bool, tappix::KeyTime) override {}
+    void keyUp(tappix::KeyCode, tappix::KeyTime) override {}
+    void flagsChanged(tappix::KeyCode, tappix::KeyTime) override {}
+    void systemDefined(std::int64_t, std::int64_t, tappix::KeyTime) override {}
     void mouse(tappix::MouseButton, bool) override {}
 };
 
