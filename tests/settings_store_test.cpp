@@ -1,34 +1,43 @@
 #include "settings/settings_store.h"
 
 #include "settings/json_file_preferences.h"
+#include "settings/theme_store.h"
 #include "support/fake_time.h"
 #include "support/temp_prefs.h"
 
 #include <gtest/gtest.h>
 
+#include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
+#include <QSignalSpy>
+#include <functional>
 #include <limits>
-#include <map>
 #include <memory>
-#include <string>
-#include <vector>
 
 using namespace tappix;
 using namespace std::chrono_literals;
 
 namespace {
 
-/// A store over a real preferences file, rebuilt on demand to test persistence.
+/// A store over a real preferences file, rebuilt on demand to test persistence, and the
+/// saves it announced.
 struct Fixture {
     test::FakeTime time;
     test::TempPrefs file;
     std::unique_ptr<JsonFilePreferences> prefs;
     std::unique_ptr<SettingsStore> store;
+    std::vector<QString> events;
 
     Fixture() { open(); }
 
     void open() {
         prefs = std::make_unique<JsonFilePreferences>(file.path, time);
         store = std::make_unique<SettingsStore>(*prefs, time);
+        QObject::connect(store.get(), &SettingsStore::tappixMixChanged,
+                         [this] { events.push_back("mix"); });
+        QObject::connect(store.get(), &SettingsStore::tappixSettingsChanged,
+                         [this] { events.push_back("settings"); });
     }
     void reopen() {
         store.reset();
@@ -37,7 +46,100 @@ struct Fixture {
     }
 };
 
+const std::vector<QString> kSaved{"mix", "settings"};
+
+QStringList keptAside(const test::TempPrefs& prefs) {
+    return QDir(QFileInfo(prefs.path).absolutePath())
+        .entryList({QStringLiteral("preferences.json.corrupt-*")}, QDir::Files);
+}
+
 } // namespace
+
+// Changes are written once, after a pause, atomically and privately; what changes nothing
+// writes nothing, even at exit. Reading and destruction are tested through the store.
+TEST(JsonFilePreferences, OneWriteForWhatChangedAndNoneForWhatDidNot) {
+    using Change = std::function<void(JsonFilePreferences&)>;
+    const struct {
+        const char* name;
+        Change change;
+        int writes;
+        double volume;
+    } cases[] = {
+        {"nothing", [](JsonFilePreferences&) {}, 0, 0.5},
+        {"an absent key removed", [](JsonFilePreferences& p) { p.remove("gone"); }, 0, 0.5},
+        {"fifty changes",
+         [](JsonFilePreferences& p) {
+             for (int i = 0; i < 50; ++i)
+                 p.setValue("volume", i / 100.0);
+         },
+         1, 0.49},
+        {"a key removed", [](JsonFilePreferences& p) { p.remove("other"); }, 1, 0.5},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        test::FakeTime time;
+        test::TempPrefs prefs;
+        prefs.write(QJsonObject{{"volume", 0.5}, {"other", true}});
+        QFile file(prefs.path);
+        ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+        ASSERT_TRUE(file.setFileTime(QDateTime::fromSecsSinceEpoch(1000),
+                                     QFileDevice::FileModificationTime));
+        file.close();
+        {
+            JsonFilePreferences store(prefs.path, time);
+            c.change(store);
+            time.advance(JsonFilePreferences::kWriteDelay - 1ms);
+            EXPECT_EQ(store.writeCount(), 0);
+            time.advance(1ms);
+            EXPECT_EQ(store.writeCount(), c.writes);
+        }
+        EXPECT_EQ(QFileInfo(prefs.path).lastModified().toSecsSinceEpoch() != 1000, c.writes > 0);
+        EXPECT_DOUBLE_EQ(prefs.read().value("volume").toDouble(), c.volume);
+        EXPECT_TRUE(c.writes == 0 || QFile::permissions(prefs.path) ==
+                                         (QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser |
+                                          QFile::WriteUser)); // private
+        // Nothing but the file itself is left in the directory (no temporary files).
+        EXPECT_EQ(QDir(QFileInfo(prefs.path).absolutePath()).entryList(QDir::Files).size(), 1);
+    }
+}
+
+TEST(JsonFilePreferences, UnreadableFilesAreKeptAsideAndNeverOverwritten) {
+    const QByteArray bad[] = {
+        "",          "{\"volume\": 0.5, \"isEn", "not json at all",
+        "[1, 2, 3]", "\"just a string\"",        QByteArray("\x00\xff\xfe", 3)};
+    for (const QByteArray& bytes : bad) {
+        SCOPED_TRACE(bytes.toStdString());
+        test::FakeTime time;
+        test::TempPrefs prefs;
+        prefs.writeRaw(bytes);
+        {
+            JsonFilePreferences store(prefs.path, time);
+            EXPECT_FALSE(store.contains(QStringLiteral("volume")));
+            ASSERT_FALSE(store.keptAsidePath().isEmpty());
+            store.setValue(QStringLiteral("volume"), 0.25);
+        }
+        const QStringList aside = keptAside(prefs);
+        ASSERT_EQ(aside.size(), 1);
+        QFile kept(QFileInfo(prefs.path).absolutePath() + QLatin1Char('/') + aside.front());
+        ASSERT_TRUE(kept.open(QIODevice::ReadOnly));
+        EXPECT_EQ(kept.readAll(), bytes);
+        EXPECT_EQ(prefs.read().value(QStringLiteral("volume")).toDouble(), 0.25);
+
+        // A second corrupt load keeps both copies.
+        prefs.writeRaw(bytes);
+        JsonFilePreferences again(prefs.path, time);
+        EXPECT_EQ(keptAside(prefs).size(), 2);
+    }
+}
+
+TEST(JsonFilePreferences, UnwritableDirectoryKeepsValuesInMemory) {
+    test::FakeTime time;
+    JsonFilePreferences store(QStringLiteral("/proc/tappix-cannot-exist/preferences.json"), time);
+    store.setValue(QStringLiteral("volume"), 0.3);
+    store.sync();
+    EXPECT_EQ(store.value(QStringLiteral("volume")).toDouble(), 0.3);
+    EXPECT_EQ(store.writeCount(), 0);
+}
 
 // Whoever hears a change reads the new value, and the file already holds it; it loads back.
 TEST(SettingsStore, AChangeIsInPlaceWhenAnnouncedAndLoadsBack) {
@@ -214,4 +316,148 @@ TEST(SettingsStore, NumbersThatAreNotFiniteNeverReachTheFile) {
               "0.6 1 0");
     EXPECT_EQ(t.tunings(), (std::map<QString, PackTuning>{{"velvet", good}}));
     EXPECT_EQ(t.bestWPM() + t.typingSeconds(), 50.0);
+}
+
+TEST(Mixes, CreateTrimsNamesAndMakesUniqueSlugsAndDeleteLeavesNoneActive) {
+    Fixture f;
+    const struct {
+        const char* given;
+        const char* name;
+        const char* id;
+    } cases[] = {
+        {"  Late Night!!\t", "Late Night!!", "late-night"},
+        {"Late night", "Late night", "late-night-2"},
+        {"late  night", "late  night", "late-night-3"},
+        {" \t ", "Mix", "mix"},
+        {"**", "**", "mix-2"},
+        {"Ünïcode Mix", "Ünïcode Mix", "n-code-mix"},
+    };
+    for (const auto& c : cases) {
+        const SoundMix mix = f.store->createMix(QString::fromUtf8(c.given));
+        EXPECT_EQ(mix.name, QString::fromUtf8(c.name));
+        EXPECT_EQ(mix.id, c.id);
+        EXPECT_EQ(f.store->activeMixId(), mix.id);
+    }
+    EXPECT_EQ(f.store->mixes().size(), 6u);
+
+    // Deleting another mix keeps the active one; deleting the active one leaves none.
+    f.store->deleteMix(QStringLiteral("late-night"));
+    EXPECT_EQ(f.store->activeMixId(), QStringLiteral("n-code-mix"));
+    f.store->deleteMix(QStringLiteral("n-code-mix"));
+    EXPECT_FALSE(f.store->activeMixId());
+    f.prefs->sync();
+    EXPECT_FALSE(f.file.read().contains(QStringLiteral("activeMixId")));
+    EXPECT_EQ(f.file.read().value(QStringLiteral("soundMixes")).toArray().size(), 4);
+}
+
+TEST(Mixes, SaveOrderNoOpsAndTheFileForm) {
+    Fixture f;
+    const SoundMix mix = f.store->createMix(QStringLiteral("A"));
+    EXPECT_EQ(f.events, kSaved);
+
+    f.events.clear();
+    f.store->setActiveMix(QStringLiteral("ghost"));
+    f.store->updateMix(SoundMix{QStringLiteral("ghost"), QStringLiteral("x"), {}});
+    f.store->setVoice(MixVoice{QStringLiteral("k"), std::nullopt}, KeyGroup::space,
+                      QStringLiteral("ghost"));
+    EXPECT_TRUE(f.events.empty());
+    EXPECT_EQ(f.store->activeMixId(), mix.id);
+
+    f.store->setVoice(MixVoice{QStringLiteral("k"), std::nullopt}, KeyGroup::space, mix.id);
+    EXPECT_EQ(f.store->voice(KeyGroup::space)->packId, QStringLiteral("k"));
+    f.store->setTuning(QStringLiteral("k"), PackTuning{0.9f, 1.1f, 0.04f, 0.3f});
+    f.prefs->sync(); // a voice without a sound, and floats in their shortest form
+    EXPECT_EQ(f.file.read()["soundMixes"][0]["assignments"]["space"],
+              (QJsonObject{{QStringLiteral("packId"), QStringLiteral("k")}}));
+    EXPECT_EQ(f.file.read()["packTunings"][QStringLiteral("k")]["variation"], QJsonValue(0.04));
+    f.events.clear();
+    f.store->setActiveMix(std::nullopt);
+    EXPECT_EQ(f.events, kSaved);
+    EXPECT_FALSE(f.store->activeMix());
+    EXPECT_FALSE(f.store->voice(KeyGroup::space)); // no mix plays
+    f.events.clear();
+    f.store->deleteMix(QStringLiteral("ghost")); // saves even when nothing goes
+    EXPECT_EQ(f.events, kSaved);
+
+    f.events.clear();
+    f.store->setTuning(QStringLiteral("k"), PackTuning{});
+    EXPECT_EQ(f.events, std::vector<QString>{"settings"});
+}
+
+TEST(Mixes, DecodingIsStrictButToleratesNullAndUnknownMembers) {
+    const auto decode = [](const char* json) {
+        return SoundMix::fromJsonArray(QJsonDocument::fromJson(json).array());
+    };
+    auto ok = decode(
+        R"([{"id":"a","name":"A","assignments":{"enter":{"packId":null,"sound":"x"},"future":{}},"extra":1}])");
+    ASSERT_TRUE(ok);
+    EXPECT_EQ(ok->front().assignments.at("enter"), (MixVoice{std::nullopt, QStringLiteral("x")}));
+    EXPECT_EQ(ok->front().assignments.count("future"), 1u); // kept for round trips
+    EXPECT_FALSE(decode(R"([{"id":"a","name":"A"}])"));
+    EXPECT_FALSE(decode(R"([{"id":"a","name":3,"assignments":{}}])"));
+    EXPECT_FALSE(decode(R"([{"id":"a","name":"A","assignments":{"enter":{"packId":4}}}])"));
+    EXPECT_FALSE(PackTuning::fromJson(QJsonObject{{"pitch", 1}, {"gain", 1}, {"variation", 0}}));
+    EXPECT_FALSE(PackTuning::fromJson(
+        QJsonObject{{"pitch", "1"}, {"gain", 1}, {"variation", 0}, {"panWidth", 1}}));
+}
+
+// Each built-in palette is six accents and colours in canonical form, its derived
+// colours between its background and its text.
+TEST(Themes, BuiltInsAreWellFormed) {
+    for (const ThemePalette& p : ThemePalette::builtIns()) {
+        EXPECT_EQ(p.accents.size(), 6) << p.id.toStdString();
+        for (const QString& colour : QStringList{p.background, p.text, p.onAccent} + p.accents)
+            EXPECT_EQ(Rgb::parse(colour).value_or(Rgb{}).toHex(), colour);
+        const double bg = Rgb::parse(p.background)->luminance();
+        const double card = Rgb::parse(p.card())->luminance();
+        const double muted = Rgb::parse(p.mutedText())->luminance();
+        const double text = Rgb::parse(p.text)->luminance();
+        EXPECT_TRUE((bg < card && card < muted && muted < text) ||
+                    (bg > card && card > muted && muted > text))
+            << p.id.toStdString();
+    }
+}
+
+// Each row's steps act on one store; the palette in force (selection, background, accent,
+// colour on the accent) is read at once and again after a restart from the same file.
+TEST(Themes, ThePaletteInForceFollowsEachChangeAndPersists) {
+    using Step = std::function<void(ThemeStore&)>;
+    const Step light = [](ThemeStore& t) { t.setCustomColors("#f4f4f5", "#17171A", "#2A2A30"); };
+    const Step dark = [](ThemeStore& t) { t.setCustomColors("#101010", "#EEEEEE", "#FFFFFF"); };
+    const Step custom = [](ThemeStore& t) { t.select(ThemeStore::kCustomID); };
+    const Step ember = [](ThemeStore& t) { t.select("ember"); };
+    const QJsonObject badCustom{{"themeID", "custom"}, {"customTheme", QJsonObject{{"id", 1}}}};
+    const struct {
+        QJsonObject file;
+        std::vector<Step> steps;
+        const char* inForce;
+    } cases[] = {
+        {{}, {}, "mono #0F0F10 #E8E8EA #0B0B0C"},
+        {{{"themeID", "sepia"}}, {}, "sepia #0F0F10 #E8E8EA #0B0B0C"},
+        {badCustom, {}, "custom #0F0F10 #E8E8EA #141210"},
+        {{}, {ember}, "ember #130C07 #FF8C42 #170D06"},
+        {{}, {ember, light, custom}, "custom #F4F4F5 #2A2A30 #FBF7EF"},
+        // New colours while the custom palette is in force show at once.
+        {{}, {custom, light, dark}, "custom #101010 #FFFFFF #141210"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.inForce);
+        test::FakeTime time;
+        test::TempPrefs file;
+        if (!c.file.isEmpty())
+            file.write(c.file);
+        for (const bool restarted : {false, true}) {
+            JsonFilePreferences prefs(file.path, time);
+            ThemeStore store(prefs);
+            QSignalSpy changed(&store, &ThemeStore::themeChanged);
+            for (const Step& step : restarted ? std::vector<Step>{} : c.steps)
+                step(store);
+            EXPECT_EQ(changed.count(), restarted ? 0 : static_cast<int>(c.steps.size()));
+            EXPECT_EQ(QStringList({store.selectedID(), store.background(), store.accent(),
+                                   store.onAccent()})
+                          .join(' '),
+                      c.inForce)
+                << (restarted ? "after a restart" : "at once");
+        }
+    }
 }
