@@ -5,6 +5,7 @@
 
 #include "support/core_app.h"
 #include "support/pulse_server.h"
+#include "support/temp_prefs.h"
 #include "support/xvfb_server.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +15,6 @@
 #include <QDBusMessage>
 #include <QDBusVariant>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
@@ -74,7 +74,7 @@ protected:
         ASSERT_TRUE(QDBusConnection::sessionBus().isConnected()) << "run under dbus-run-session";
         env_ = QProcessEnvironment::systemEnvironment();
         env_.insert("HOME", home_.path());
-        env_.insert("XDG_CONFIG_HOME", home_.filePath("config"));
+        env_.insert("XDG_CONFIG_HOME", config_.dir.path());
         env_.insert("XDG_DATA_HOME", home_.filePath("data"));
         env_.insert("XDG_RUNTIME_DIR", runtime_.path());
     }
@@ -101,12 +101,7 @@ protected:
                 QString::fromLocal8Bit(process.readAllStandardError())};
     }
 
-    QString prefsPath() const { return home_.filePath("config/tappix/preferences.json"); }
-    QJsonObject prefs() const {
-        QFile file(prefsPath());
-        file.open(QIODevice::ReadOnly);
-        return QJsonDocument::fromJson(file.readAll()).object();
-    }
+    QJsonObject prefs() const { return config_.read(); }
 
     /// One property read over the bus.
     static QVariant property(const char* name) {
@@ -114,6 +109,7 @@ protected:
     }
 
     QTemporaryDir home_, runtime_;
+    test::TempPrefs config_;
     QProcessEnvironment env_;
     QProcess tappix_;
     QByteArray log_;
@@ -141,7 +137,7 @@ TEST_F(RemoteControl, OneTappixDrivenFromOutside) {
     EXPECT_TRUE(version.code == 0 && version.out == "Tappix " TAPPIX_VERSION "\n");
     EXPECT_TRUE(unknown.code == 2 && unknown.out.isEmpty() && unknown.err.contains("Usage:"))
         << unknown.err.toStdString();
-    EXPECT_FALSE(QFile::exists(prefsPath()));
+    EXPECT_FALSE(config_.exists());
     EXPECT_FALSE(QFile::exists(runtime_.filePath("app.morvane.tappix.socket")));
 
     // A socket file left behind with nobody listening, as a crash leaves it.
@@ -164,11 +160,7 @@ TEST_F(RemoteControl, OneTappixDrivenFromOutside) {
     ASSERT_TRUE(desktop.registerObject("/org/freedesktop/Notifications", &notifications,
                                        QDBusConnection::ExportAllSlots));
     ASSERT_TRUE(desktop.registerService("org.freedesktop.Notifications"));
-    QDir().mkpath(home_.filePath("config/tappix"));
-    QFile file(prefsPath());
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(QJsonDocument(preferences).toJson());
-    file.close();
+    config_.write(preferences);
     {
         // Asleep from the start, well before the devices' first poll (every two seconds).
         auto call = PulseServer::startRecording();
