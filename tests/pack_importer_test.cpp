@@ -4,6 +4,7 @@
 #include "platform/pack_import.h"
 #include "platform/sndfile/sndfile_decoder.h"
 #include "support/pack_builder.h"
+#include "support/sound_analysis.h"
 #include "support/temp_prefs.h"
 
 #include <gtest/gtest.h>
@@ -143,10 +144,6 @@ TEST(PackKeyCodes, ScanCodesReachTheKeysCaptureDelivers) {
         EXPECT_EQ(linuxCodeForPackKey(pack), std::optional<std::uint16_t>(key)) << pack;
     for (std::int64_t unused : {0, 84, 85, 89, 3584, 3600 + 0x11, 57344, 99999})
         EXPECT_FALSE(linuxCodeForPackKey(unused)) << unused;
-    // Through the capture table to Tappix's names.
-    EXPECT_EQ(keyName(*packKeyCode(3612)), "enter");
-    EXPECT_EQ(keyName(*packKeyCode(57424)), "arrDown");
-    EXPECT_EQ(keyName(*packKeyCode(3613)), "ctrlLeft");
 }
 
 TEST(SourcePackConfig, RangesExpandAndPacksDecodeForgivinglyUnlessTheyAreNoPack) {
@@ -229,12 +226,6 @@ TEST(PackImport, SingleFilePackIsCutIntoFadedSlicesPerKey) {
     EXPECT_NEAR(double(cut->frames()), 4800, 2);
     EXPECT_LT(std::abs(cut->samples.front()), 0.01f);
     EXPECT_LT(std::abs(cut->samples.back()), 0.01f);
-
-    // The manifest records where the kit came from.
-    const QJsonObject origin = readJson(result.directory + "/config.json")["origin"].toObject();
-    EXPECT_EQ(origin["importedFrom"].toString(), "pack");
-    EXPECT_EQ(origin["packId"].toString(), "sp");
-    EXPECT_EQ(origin["layout"].toString(), "single");
 }
 
 TEST(PackImport, Version2MultiPackKeepsRangesReleasesAndFallbacks) {
@@ -293,10 +284,7 @@ TEST(PackImport, Mp3At44kAndWavAt48kEachKeepTheirPitchAndLength) {
         ASSERT_TRUE(buffer);
         // 300 ms; MP3 only adds its frame padding at the end, its lead is trimmed.
         EXPECT_NEAR(double(buffer->frames()), 14400, key == std::string("enter") ? 1500 : 2);
-        int onsetFrame = 0;
-        while (std::abs(buffer->samples[onsetFrame]) < 0.02f)
-            ++onsetFrame;
-        EXPECT_LT(onsetFrame, 48) << "leading silence left in";
+        EXPECT_LT(test::soundStart(buffer->samples, 0.05f), 48u) << "leading silence left in";
         // A 1 kHz tone crosses zero 200 times in 100 ms at the right rate (218 if a
         // 44.1 kHz file were taken for 48 kHz).
         int crossings = 0;
@@ -407,10 +395,8 @@ TEST(PackImport, RefusalsSayWhyAndLeaveNothingBehind) {
     Workspace w;
     writeSmallPack(w.pack);
     QDir().mkpath(w.temp.filePath("empty"));
-    QFile notZip(w.temp.filePath("notes.zip"));
-    ASSERT_TRUE(notZip.open(QIODevice::WriteOnly));
-    notZip.write("just text");
-    notZip.close();
+    const QString notZip = w.temp.filePath("notes.zip");
+    ASSERT_TRUE(QFile::copy(w.pack + "/config.json", notZip));
     QDir().mkpath(w.kits + "/mine/sounds"); // a kit the user made is never replaced
     writeConfig(w.kits + "/mine", {{"id", "mine"}});
     const std::atomic<bool> cancelled{true}; // from another thread, here before it starts
@@ -424,7 +410,7 @@ TEST(PackImport, RefusalsSayWhyAndLeaveNothingBehind) {
     const Case cases[] = {
         {w.temp.filePath("nowhere"), "", "no such file or directory"},
         {w.temp.filePath("empty"), "", "no config.json"},
-        {notZip.fileName(), "", "not a readable zip file"},
+        {notZip, "", "not a readable zip file"},
         {w.pack, "Bad Id", "cannot be a kit id"},
         {w.pack, "mine", "was not imported"},
         {w.pack, "", "comes with Tappix", {"imported-small-pack"}},
@@ -441,11 +427,9 @@ TEST(PackImport, RefusalsSayWhyAndLeaveNothingBehind) {
     }
     // Audio that does not decode at all leaves no kit.
     QFile::remove(w.pack + "/generic.wav");
-    for (const char* name : {"space.wav", "enter.wav", "down.wav"}) {
-        QFile file(w.pack + "/" + name);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write("not audio");
-    }
+    for (const char* name : {"space.wav", "enter.wav", "down.wav"})
+        ASSERT_TRUE(QFile::remove(w.pack + "/" + name) &&
+                    QFile::copy(w.pack + "/config.json", w.pack + "/" + name));
     const PackImportResult silent = w.import(w.pack);
     EXPECT_NE(silent.error.find("nothing in the pack could be used"), std::string::npos)
         << silent.error;
