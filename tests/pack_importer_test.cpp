@@ -54,8 +54,7 @@ std::optional<SampleBuffer> decoded(const QString& kitDir, const std::string& fi
     return buffer;
 }
 
-/// Peak level of the middle half of a kit file (clear of fades and codec edges), to the
-/// nearest 0.05: lossy codecs move levels a little.
+/// Peak level of the middle half of a kit file, to the nearest 0.05 (lossy codecs move it).
 double level(const QString& kitDir, const std::string& file) {
     const auto buffer = decoded(kitDir, file);
     double peak = buffer ? 0 : -1;
@@ -125,6 +124,21 @@ void expectKitChecks(const PackImportResult& result) {
         ADD_FAILURE() << problem;
     ASSERT_TRUE(report.config);
     EXPECT_EQ(*report.config, *result.config);
+}
+
+/// Runs tappix-kit with `home` for every per-user directory, and no session bus.
+QString runKit(const QString& home, const QStringList& arguments, int* exitCode) {
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("XDG_DATA_HOME", home + "/data");
+    env.insert("XDG_CONFIG_HOME", home);
+    env.insert("XDG_RUNTIME_DIR", home + "/run");
+    env.insert("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + home + "/no-bus");
+    process.setProcessEnvironment(env);
+    process.start(QStringLiteral(TAPPIX_KIT_PATH), arguments);
+    process.waitForFinished(60000);
+    *exitCode = process.exitCode();
+    return QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError());
 }
 
 } // namespace
@@ -285,8 +299,7 @@ TEST(PackImport, Mp3At44kAndWavAt48kEachKeepTheirPitchAndLength) {
         // 300 ms; MP3 only adds its frame padding at the end, its lead is trimmed.
         EXPECT_NEAR(double(buffer->frames()), 14400, key == std::string("enter") ? 1500 : 2);
         EXPECT_LT(test::soundStart(buffer->samples, 0.05f), 48u) << "leading silence left in";
-        // A 1 kHz tone crosses zero 200 times in 100 ms at the right rate (218 if a
-        // 44.1 kHz file were taken for 48 kHz).
+        // 1 kHz crosses zero 200 times in 100 ms (218 if 44.1 kHz were taken for 48 kHz).
         int crossings = 0;
         for (int i = 4800; i < 9600; ++i)
             crossings += (buffer->samples[i - 1] < 0) != (buffer->samples[i] < 0);
@@ -343,8 +356,7 @@ TEST(PackImport, BadPartsOfADirectoryPackAreReportedOneLineEach) {
             EXPECT_LT(level(multi.directory, file), kUp - 0.05) << key;
 }
 
-// A zip of the pack's folder, as packs are shared, with macOS's extra files and hostile
-// entries: the pack imports, and nothing is written outside the kit directory.
+// A zip of the pack's folder, as packs are shared, with macOS's extra files and hostile entries.
 TEST(PackImport, ZippedFolderImportsAndHostileEntriesNeverWriteOutsideTheKitDirectory) {
     Workspace w;
     writeSmallPack(w.pack);
@@ -437,26 +449,6 @@ TEST(PackImport, RefusalsSayWhyAndLeaveNothingBehind) {
               QStringList{"mine"});
 }
 
-namespace {
-
-/// Runs tappix-kit with `home` as its configuration directory, every other per-user
-/// directory inside it, and no session bus.
-QString runKit(const QString& home, const QStringList& arguments, int* exitCode) {
-    QProcess process;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert("XDG_DATA_HOME", home + "/data");
-    env.insert("XDG_CONFIG_HOME", home);
-    env.insert("XDG_RUNTIME_DIR", home + "/run");
-    env.insert("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + home + "/no-bus");
-    process.setProcessEnvironment(env);
-    process.start(QStringLiteral(TAPPIX_KIT_PATH), arguments);
-    process.waitForFinished(60000);
-    *exitCode = process.exitCode();
-    return QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError());
-}
-
-} // namespace
-
 TEST(TappixKitImport, ImportsAndSelectsOnlyWhenNoTappixRuns) {
     Workspace w;
     writeSmallPack(w.pack);
@@ -496,21 +488,16 @@ TEST(TappixKitImport, ImportsAndSelectsOnlyWhenNoTappixRuns) {
 TEST(KitCheck, NamesEachProblemOfABadKit) {
     Workspace w;
     ASSERT_TRUE(writeTone(w.kits + "/sounds/a.wav", 48000, kWav16, {kA}));
-    const auto check = [&](const QByteArray& manifest) {
-        QFile file(w.kits + "/config.json");
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(manifest);
-        file.close();
-        SndfileDecoder decoder;
-        return checkKit(w.kits, decoder).problems;
-    };
-    const auto bad = check(R"({"id":"x","metadata":{"name":"X","brand":"B","author":"A",
+    writeConfig(w.kits, json(R"({"id":"x","metadata":{"name":"X","brand":"B","author":"A",
         "supportsKeyUp":true},"license":{"type":"t","url":""},"sounds":{"enter":{"down":["a.wav",
-        "../escape.wav","gone.wav"],"up":[]}}})");
+        "../escape.wav","gone.wav"],"up":[]}}})"));
+    SndfileDecoder decoder;
+    const auto bad = checkKit(w.kits, decoder).problems;
     for (const char* expected :
          {"sounds/../escape.wav: the name leaves the kit's sounds directory",
           "sounds/gone.wav: no such file", "neither \"alpha\" nor \"default\"",
           "supportsKeyUp is true but no sound has an \"up\" file"})
         EXPECT_TRUE(mentions(bad, expected)) << expected;
-    EXPECT_TRUE(mentions(check("{\"id\":"), "config.json is not valid JSON"));
+    QFile::resize(w.kits + "/config.json", 3); // cut short
+    EXPECT_TRUE(mentions(checkKit(w.kits, decoder).problems, "config.json is not valid JSON"));
 }
