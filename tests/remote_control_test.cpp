@@ -1,7 +1,5 @@
-// Driving a running tappix from outside, as scripts and desktop shortcuts do: a second
-// launch, the command line and the session bus; and its notifications on the desktop's
-// server. tappix runs against a private X server, a private PulseAudio server and
-// (through dbus-run-session) a private session bus.
+// A running tappix driven from outside (a second launch, the command line, the session bus)
+// and telling the desktop's notification server, on private X, sound and bus servers.
 
 #include "support/core_app.h"
 #include "support/pulse_server.h"
@@ -90,12 +88,12 @@ protected:
         return waitFor([&] { return (log_ += tappix_.readAll()).contains(text); }, 10000);
     }
 
-    /// Runs `tappix arguments` to its end (-1: it did not end in ten seconds).
-    Outcome command(const QStringList& arguments) {
+    /// Runs `program arguments` to its end (-1: it did not end in thirty seconds).
+    Outcome command(const QStringList& arguments, const char* program = TAPPIX_PATH) {
         QProcess process;
         process.setProcessEnvironment(env_);
-        process.start(QStringLiteral(TAPPIX_PATH), arguments);
-        if (!process.waitForFinished(10000) || process.exitStatus() != QProcess::NormalExit)
+        process.start(QString::fromUtf8(program), arguments);
+        if (!process.waitForFinished(30000) || process.exitStatus() != QProcess::NormalExit)
             return {};
         return {process.exitCode(), QString::fromLocal8Bit(process.readAllStandardOutput()),
                 QString::fromLocal8Bit(process.readAllStandardError())};
@@ -103,7 +101,6 @@ protected:
 
     QJsonObject prefs() const { return config_.read(); }
 
-    /// One property read over the bus.
     static QVariant property(const char* name) {
         return QDBusInterface(kService, kPath, kInterface).property(name);
     }
@@ -113,16 +110,13 @@ protected:
     QProcessEnvironment env_;
     QProcess tappix_;
     QByteArray log_;
-    /// What tappix announced on the bus since it started.
     ChangeListener listener;
 };
 
 } // namespace
 
-// Without a running Tappix each command fails, and help, the version and a usage error
-// still answer, leaving nothing behind. Then one tappix, started while a call is under way
-// and over a stale socket, telling the desktop's notification server, driven by a second
-// launch, the command line and the bus in turn, then typed at and quit.
+// Without a running Tappix only help, the version and a usage error answer; then one tappix,
+// started during a call and over a stale socket, driven each way in turn, typed at and quit.
 TEST_F(RemoteControl, OneTappixDrivenFromOutside) {
     for (const QStringList& arguments :
          {QStringList{"--toggle"}, QStringList{"--status"}, QStringList{"--volume", "30"},
@@ -263,11 +257,7 @@ TEST_F(RemoteControl, OneTappixDrivenFromOutside) {
 
     // The output's underrun count, read by tappix-doctor from the running Tappix.
     ASSERT_EQ(property("Underruns").metaType(), QMetaType::fromType<qulonglong>());
-    QProcess doctor;
-    doctor.setProcessEnvironment(env_);
-    doctor.start(QStringLiteral(TAPPIX_DOCTOR_PATH), {});
-    ASSERT_TRUE(doctor.waitForFinished(30000));
-    const QString report = QString::fromLocal8Bit(doctor.readAllStandardOutput());
+    const QString report = command({}, TAPPIX_DOCTOR_PATH).out;
     EXPECT_TRUE(
         QRegularExpression("underruns since Tappix started: \\d+\n").match(report).hasMatch())
         << report.toStdString();
