@@ -18,9 +18,10 @@ using namespace tappix;
 
 namespace {
 
-double rmsDb(const std::vector<float>& x, std::size_t n = 1920) {
+/// Level (dB) of `n` samples from `from`.
+double rmsDb(const std::vector<float>& x, std::size_t n = 1920, std::size_t from = 0) {
     double e = 0;
-    for (std::size_t i = 0; i < std::min(n, x.size()); ++i)
+    for (std::size_t i = from; i < std::min(from + n, x.size()); ++i)
         e += double(x[i]) * x[i];
     return 10 * std::log10(e / double(n) + 1e-30);
 }
@@ -40,17 +41,10 @@ double lowShare(const std::vector<float>& x, std::size_t n = 1920) {
 
 /// Start (ms) of the loudest 2 ms block.
 double loudestMs(const std::vector<float>& x) {
-    double best = -1, at = 0;
-    for (std::size_t b = 0; b + 96 <= x.size(); b += 96) {
-        double e = 0;
-        for (std::size_t i = b; i < b + 96; ++i)
-            e += double(x[i]) * x[i];
-        if (e > best) {
-            best = e;
-            at = double(b) / 48.0;
-        }
-    }
-    return at;
+    std::size_t at = 0;
+    for (std::size_t b = 0; b + 96 <= x.size(); b += 96)
+        at = rmsDb(x, 96, b) > rmsDb(x, 96, at) ? b : at;
+    return double(at) / 48.0;
 }
 
 const SwitchProfile kProfile{};
