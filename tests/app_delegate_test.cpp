@@ -1,5 +1,4 @@
-// The wiring of the whole service on a platform made of stand-ins: a keyboard the test
-// types on, an output that plays nowhere, a preferences file in a private directory.
+// The wiring of the whole service on a platform made of stand-ins (support/stand_in_app.h).
 
 #include "app/app_delegate.h"
 
@@ -21,16 +20,14 @@ using test::Harness;
 TEST(AppDelegate, TheShortcutTurnsTheSoundsOffAndOnWithoutSwallowingKeys) {
     Harness run;
     using namespace keys;
-    auto chord = [&](KeyCode first, KeyCode second, KeyCode key) {
-        run.press(first, true);
-        run.press(second, true);
-        run.press(key, true);
-        run.press(key, false);
-        run.press(second, false);
-        run.press(first, false);
+    auto chord = [&](std::vector<KeyCode> held) { // down in order, up the other way round
+        for (KeyCode code : held)
+            run.press(code, true);
+        for (auto code = held.rbegin(); code != held.rend(); ++code)
+            run.press(*code, false);
         QCoreApplication::processEvents();
     };
-    chord(control, command, k);
+    chord({control, command, k});
     EXPECT_FALSE(run.delegate->settings().isEnabled());
     // The chord's own keys, K included, sound: the shortcut only listens.
     const auto counted = run.delegate->settings().keystrokeCount();
@@ -38,7 +35,7 @@ TEST(AppDelegate, TheShortcutTurnsTheSoundsOffAndOnWithoutSwallowingKeys) {
     run.type({a, s, d});
     EXPECT_EQ(run.delegate->settings().keystrokeCount(), counted);
 
-    chord(rightCommand, rightControl, k);
+    chord({rightCommand, rightControl, k});
     EXPECT_TRUE(run.delegate->settings().isEnabled());
     run.type({a});
     EXPECT_EQ(run.delegate->settings().keystrokeCount(), counted + 1);
@@ -46,22 +43,19 @@ TEST(AppDelegate, TheShortcutTurnsTheSoundsOffAndOnWithoutSwallowingKeys) {
     // Another combination, and a bad one that turns the shortcut off.
     run.delegate->settings().setToggleSoundsShortcut(QStringLiteral("Alt+Shift+F5"));
     run.settle();
-    chord(control, command, k);
+    chord({control, command, k});
     EXPECT_TRUE(run.delegate->settings().isEnabled());
-    chord(option, shift, f5);
+    chord({option, shift, f5});
     EXPECT_FALSE(run.delegate->settings().isEnabled());
     run.delegate->settings().setToggleSoundsShortcut(QStringLiteral("Hyper+Q"));
     run.settle();
-    chord(option, shift, f5);
+    chord({option, shift, f5});
     EXPECT_FALSE(run.delegate->settings().isEnabled());
     run.delegate->shutdown();
     EXPECT_EQ(run.file().value("toggleSoundsShortcut").toString(), QStringLiteral("Hyper+Q"));
 }
 
-// Settings changes reach the decoder only as far as they bring in kits not decoded as
-// they are now: a level, a kit that is not installed (chosen, then left as it is), a
-// mix renamed, a kit chosen again decode nothing; a mix voice from another kit decodes
-// that kit's files alone.
+// Settings changes decode only kits they bring in: a mix voice from another kit its files alone.
 TEST(AppDelegate, SettingsChangesDecodeOnlyTheKitsTheyBringIn) {
     test::HarnessOptions options;
     options.addKits = [](const QString& bundle, const QString&) {
@@ -105,8 +99,7 @@ TEST(AppDelegate, SettingsChangesDecodeOnlyTheKitsTheyBringIn) {
     }
 }
 
-// Keys arriving on the capture thread while the service is torn down never reach a
-// destroyed engine or monitor (the sanitizer build turns such a use into a failure).
+// Keys arriving while the service is torn down never reach a destroyed part (the sanitizer).
 TEST(AppDelegate, ShutsDownCleanlyWhileKeysAreStillArriving) {
     for (int round = 0; round < 5; ++round) {
         Harness run(true);
@@ -119,8 +112,7 @@ TEST(AppDelegate, ShutsDownCleanlyWhileKeysAreStillArriving) {
     }
 }
 
-// The window in front reaches the mixer's duck the moment the desktop reports it, not at
-// the next device poll, and leaving the app brings the sound back.
+// The window in front reaches the mixer's duck when the desktop reports it, not at a poll.
 TEST(AppDelegate, AListedAppInFrontDucksAtOnceAndLeavingItRestores) {
     test::HarnessOptions options;
     options.preferences = {{"sleepEnabled", true},
@@ -147,8 +139,8 @@ TEST(AppDelegate, AListedAppInFrontDucksAtOnceAndLeavingItRestores) {
     EXPECT_EQ(flips.size(), 2u);
 }
 
-// The chosen output device reaches the stream at start (only a named one: the stream
-// already follows the default) and on every change, the default included.
+// The chosen device reaches the stream at start (a named one: the default is followed anyway)
+// and on every change.
 TEST(AppDelegate, TheChosenDeviceReachesTheOutputAtStartAndOnEachChange) {
     using Devices = std::vector<std::optional<std::string>>;
     struct Output final : AudioOutput {

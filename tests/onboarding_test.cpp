@@ -1,7 +1,5 @@
-// The first-run window: the step it shows for where Tappix runs from and whether keys can
-// be heard, its commands, asking for the keyboards' group and starting again with it,
-// moving on by itself, and both ways of ending the first run. The real group change, sg
-// and the hand-over are in tests/ui/test_keyboard_access.py.
+// The first-run window's steps, asking for the keyboards' group and starting again with it;
+// the real group change and hand-over are in tests/ui/test_keyboard_access.py.
 
 #include "support/stand_in_app.h"
 #include "ui/desktop_shell.h"
@@ -24,8 +22,7 @@ void settle() {
         QCoreApplication::processEvents();
 }
 
-/// A first launch: the welcome not seen yet, keys heard or not, from a place the desktop
-/// keeps (whatever folder the tests are built in).
+/// A first launch from a place the desktop keeps (not the build folder), keys heard or not.
 HarnessOptions firstLaunch(bool captureIsPossible) {
     qputenv("APPIMAGE", "/opt/Tappix.AppImage");
     HarnessOptions options;
@@ -34,9 +31,7 @@ HarnessOptions firstLaunch(bool captureIsPossible) {
     return options;
 }
 
-/// The system's side of joining the keyboards' group, played by the test: the state
-/// it reports, the password prompt left open until the test answers it, and the
-/// processes started again with the group.
+/// The system's side of joining the group: the prompt stays open until the test answers it.
 struct GroupSystem {
     KeyboardAccess access{KeyboardAccess::State::notMember, "input"};
     std::function<void(GroupJoinResult)> prompt;
@@ -140,8 +135,7 @@ TEST(Onboarding, AllowKeyboardAccessAsksOnceAndStartsTappixAgainWithTheGroup) {
     EXPECT_EQ(model.access(), "notMember");
     EXPECT_TRUE(model.canAskForAccess());
 
-    // Refused: the step stays, with one line saying so (the other answers are in
-    // tests/ui); a second press while the prompt is open asks nothing.
+    // Refused: the step stays and says so; a second press while the prompt is open asks nothing.
     model.allowAccess();
     EXPECT_EQ(model.accessNote(), "Waiting for your password…");
     model.allowAccess();
@@ -171,8 +165,7 @@ TEST(Onboarding, AllowKeyboardAccessAsksOnceAndStartsTappixAgainWithTheGroup) {
     EXPECT_EQ(system.started.size(), 1);
 }
 
-// A member whose session started before joining, where starting again cannot help:
-// this Tappix was itself started that way, or cannot start one. The next login brings it.
+// A member whose session predates the group, this Tappix started that way or unable to start one.
 TEST(Onboarding, AMemberWhoseSessionPredatesTheGroupStartsAgainWithItOnlyOnce) {
     const struct {
         bool tookOver, startWorks;

@@ -1,6 +1,4 @@
-// The update check: its schedule and what each feed answer tells, with canned answers;
-// then the real fetcher against an HTTPS server on 127.0.0.1 (support/https_feed_server.py)
-// with a throwaway certificate made by openssl.
+// The update check on canned answers, then against an HTTPS server on 127.0.0.1.
 
 #include "monitors/appcast.h"
 #include "monitors/update_checker.h"
@@ -116,9 +114,8 @@ TEST(UpdateChecker, ChecksAMinuteAfterStartThenDailyWhileSwitchedOn) {
     late(feed({"9.0"}), {});
 }
 
-// One checker through a run of answers: a newer version is announced once, and nothing
-// else, unless the check was asked from the tray (where no window shows the answer):
-// then "Checking for updates…" opens and the answer is told, whatever it is.
+// A newer version is announced once, and nothing else unless asked from the tray (no window
+// shows the answer there): then every answer is told.
 TEST(UpdateChecker, WhatEachAnswerTells) {
     const auto newer = [](const QString& v) {
         return "Tappix " + v + " is available|You have 1.2.0. Read about it at " +
@@ -170,8 +167,7 @@ TEST(UpdateChecker, WhatEachAnswerTells) {
     EXPECT_EQ(c.checker.latestLink(), "https://example.test/notes/1.11.0");
 }
 
-// Each failure gives one log line naming it, no notification and a reason the About
-// page can show.
+// Each failure gives one log line, no notification and a reason the About page can show.
 TEST(UpdateChecker, OverHttpsEachFailureIsLoggedOnce) {
     test::app();
     QTemporaryDir dir;
