@@ -16,6 +16,11 @@ namespace {
 // Time stands still unless a test moves it: every sound is asked for "now".
 test::FakeTime stillTime;
 
+/// A mixer at full volume.
+struct Loud : Mixer {
+    explicit Loud(const Clock& clock = stillTime) : Mixer(clock) { setMasterVolume(1.0f); }
+};
+
 struct Rendered {
     std::vector<float> stereo;
     float left(std::size_t frame) const { return stereo[2 * frame]; }
@@ -47,8 +52,7 @@ TEST(Mixer, PanIsEqualPowerAndGainIsClamped) {
         {0.0f, -1.0f, 0.0f, 0.0f}, // silent, but the voice is still taken
     };
     for (const auto& c : cases) {
-        Mixer mixer(stillTime);
-        mixer.setMasterVolume(1.0f);
+        Loud mixer;
         mixer.enqueue(play(kDc, 1, c.pan, c.gain));
         const auto out = run(mixer, 64);
         EXPECT_NEAR(out.left(10), c.left, 1e-5f) << c.pan << " " << c.gain;
@@ -60,8 +64,7 @@ TEST(Mixer, PanIsEqualPowerAndGainIsClamped) {
 TEST(Mixer, TheSeventeenthSoundCutsTheFirstWithAFade) {
     const std::vector<float> silence(4800, 0.0f);
     for (int extra : {15, 16}) {
-        Mixer mixer(stillTime);
-        mixer.setMasterVolume(1.0f);
+        Loud mixer;
         mixer.enqueue(play(kDc, 1, -1.0f));
         for (int i = 0; i < extra; ++i)
             mixer.enqueue(play(silence, 2 + i, 1.0f));
@@ -104,8 +107,7 @@ TEST(Mixer, BrightnessFiltersHighsAndRoomLeavesATail) {
     for (std::size_t i = 0; i < high.size(); ++i)
         high[i] = std::sin(2.0f * 3.14159265f * 12000.0f * i / 48000.0f) * 0.5f;
     auto energy = [&](float brightness) {
-        Mixer mixer(stillTime);
-        mixer.setMasterVolume(1.0f);
+        Loud mixer;
         mixer.setToneBrightness(brightness);
         mixer.enqueue(play(high, 1));
         const auto out = run(mixer, 2048);
@@ -117,8 +119,7 @@ TEST(Mixer, BrightnessFiltersHighsAndRoomLeavesATail) {
     EXPECT_LT(energy(0.0f), energy(1.0f) * 0.05);
 
     // A tone change while a sound plays carries the filter's memory on: no click.
-    Mixer toned(stillTime);
-    toned.setMasterVolume(1.0f);
+    Loud toned;
     toned.setToneBrightness(0.3f);
     toned.enqueue(play(kDc, 1));
     const float settled = run(toned, 2048).left(2047);
@@ -127,8 +128,7 @@ TEST(Mixer, BrightnessFiltersHighsAndRoomLeavesATail) {
 
     const std::vector<float> click(480, 0.5f);
     for (bool room : {false, true}) {
-        Mixer mixer(stillTime);
-        mixer.setMasterVolume(1.0f);
+        Loud mixer;
         mixer.setRoom(room);
         mixer.enqueue(play(click, 1));
         const auto out = run(mixer, 9600);
@@ -147,8 +147,7 @@ TEST(Mixer, BrightnessFiltersHighsAndRoomLeavesATail) {
 TEST(Mixer, AQuietLevelSetDuringSilenceHoldsFromTheFirstFrame) {
     const std::vector<float> click(100, 0.5f);
     for (bool resent : {false, true}) {
-        Mixer mixer(stillTime);
-        mixer.setMasterVolume(1.0f);
+        Loud mixer;
         mixer.enqueue(play(click, 1));
         run(mixer, 2 * Mixer::kBlockFrames); // heard, then a silent block
         mixer.setDuck(true, 0.0f);
@@ -219,8 +218,7 @@ TEST(Mixer, SoundsThatWouldBeLateAreDroppedAndCounted) {
          {Case{"at once", 0ms, true}, Case{"within the deadline", 40ms, true},
           Case{"after an outage", 60ms, false}, Case{"after a restart", 3000ms, false}}) {
         test::FakeTime time;
-        Mixer mixer(time);
-        mixer.setMasterVolume(1.0f);
+        Loud mixer(time);
         run(mixer, 256);
         Mixer::PlayCommand command = play(kDc, 1);
         command.askedAt = time.now();
@@ -233,8 +231,7 @@ TEST(Mixer, SoundsThatWouldBeLateAreDroppedAndCounted) {
     }
 
     test::FakeTime time;
-    Mixer stalled(time);
-    stalled.setMasterVolume(1.0f);
+    Loud stalled(time);
     stalled.enqueue(play(kDc, 1, -1.0f));
     run(stalled, 256);
     time.advance(Mixer::kStallAfter + 1ms);
@@ -243,8 +240,7 @@ TEST(Mixer, SoundsThatWouldBeLateAreDroppedAndCounted) {
     EXPECT_EQ(out.left(Mixer::kStealFadeFrames + 1), 0.0f) << "went on after a stall";
 
     test::FakeTime later;
-    Mixer dropped(later);
-    dropped.setMasterVolume(1.0f);
+    Loud dropped(later);
     dropped.setRoom(true);
     dropped.enqueue(play(kDc, 1));
     run(dropped, 256);
