@@ -32,8 +32,7 @@ struct Gate {
 
 /// The platform boundary, driven by hand: the test renders the mixer itself, and says
 /// when the output goes away (its stream dropped, as when the server dies).
-class ManualOutput final : public AudioOutput {
-public:
+struct ManualOutput final : AudioOutput {
     bool start(Mixer& mixer) override {
         mixer_ = &mixer;
         return true;
@@ -54,14 +53,11 @@ public:
     }
     std::atomic<bool> away{false};
     Gate wakeGate;
-
-private:
     Mixer* mixer_ = nullptr;
 };
 
 /// Counts decodes so tests can see a file decoded once; each waits at `gate`.
-class CountingDecoder final : public SampleDecoder {
-public:
+struct CountingDecoder final : SampleDecoder {
     std::optional<SampleBuffer> decode(const QString& path, std::string& error) override {
         gate.pass();
         ++count;

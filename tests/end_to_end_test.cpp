@@ -86,16 +86,13 @@ protected:
             600);
     }
 
-    static XvfbServer* x_;
-    static PulseServer* pulse_;
+    static inline XvfbServer* x_ = nullptr;
+    static inline PulseServer* pulse_ = nullptr;
     QTemporaryDir home_;
     test::TempPrefs prefs_; // the configuration home
     QProcess tappix_;
     QByteArray log_;
 };
-
-XvfbServer* EndToEnd::x_ = nullptr;
-PulseServer* EndToEnd::pulse_ = nullptr;
 
 const QJsonObject kQuietExtras{{"pitchVariation", false}};
 

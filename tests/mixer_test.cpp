@@ -237,8 +237,7 @@ TEST(Mixer, SoundsThatWouldBeLateAreDroppedAndCounted) {
     EXPECT_GT(out.left(0), 0.4f) << "fades, not cut dead";
     EXPECT_EQ(out.left(Mixer::kStealFadeFrames + 1), 0.0f) << "went on after a stall";
 
-    test::FakeTime later;
-    Loud dropped(later);
+    Loud dropped;
     dropped.setRoom(true);
     dropped.enqueue(play(kDc, 1));
     run(dropped, 256);

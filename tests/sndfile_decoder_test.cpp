@@ -7,6 +7,7 @@
 #include <QTemporaryDir>
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 using namespace tappix;
 
@@ -23,11 +24,8 @@ QString makeTone(const QTemporaryDir& dir, const QString& name, const QStringLis
     return path;
 }
 
-float rms(const std::vector<float>& samples) {
-    double sum = 0;
-    for (float s : samples)
-        sum += double(s) * s;
-    return float(std::sqrt(sum / samples.size()));
+float rms(const std::vector<float>& s) {
+    return float(std::sqrt(std::inner_product(s.begin(), s.end(), s.begin(), 0.0) / s.size()));
 }
 
 } // namespace

@@ -64,25 +64,16 @@ struct RecordingPlayer final : SamplePlayer {
     }
 };
 
-void writeKit(const QString& root, const char* dir, const QByteArray& manifest) {
-    QDir().mkpath(root + "/" + dir + "/sounds");
-    QFile file(root + "/" + dir + "/config.json");
+/// Writes kit `id` with `sounds`, its metadata saying `more` besides a name, brand and author.
+void writeKit(const QString& root, const QString& id, const char* more, const char* sounds) {
+    QDir().mkpath(root + "/" + id + "/sounds");
+    QFile file(root + "/" + id + "/config.json");
     file.open(QIODevice::WriteOnly);
-    file.write(manifest);
+    file.write(QStringLiteral(R"({"id":"%1","metadata":{"name":"%1","brand":"B","author":"A"%2},
+        "license":{"type":"t","url":""},"sounds":{%3}})")
+                   .arg(id, QLatin1String(more), QLatin1String(sounds))
+                   .toUtf8());
 }
-
-const QByteArray kMain = R"({"id":"main","metadata":{"name":"Main","brand":"B","author":"A"},
-  "license":{"type":"t","url":""},"sounds":{
-  "alpha":{"down":["alpha.wav"],"up":["alpha-up.wav"]},
-  "enter":{"down":["enter.wav"],"up":[]},"shiftRight":{"down":["shift.wav"],"up":["shift-up.wav"]}}})";
-const QByteArray kUpKit =
-    R"({"id":"up","metadata":{"name":"Up","brand":"B","author":"A","supportsKeyUp":true},
-  "license":{"type":"t","url":""},"sounds":{"default":{"down":["d.wav"],"up":["u.wav"]},
-  "clack":{"down":["clack.wav"],"up":[]}}})";
-
-const QByteArray kMany = R"({"id":"many","metadata":{"name":"Many","brand":"B","author":"A"},
-  "license":{"type":"t","url":""},"sounds":{"alpha":{"down":["1.wav","2.wav","3.wav","4.wav",
-  "5.wav","6.wav","7.wav","8.wav"],"up":[]}}})";
 
 struct Fixture {
     QTemporaryDir dir;
@@ -94,9 +85,13 @@ struct Fixture {
     int keystrokes = 0, dings = 0, clicks = 0;
 
     Fixture() {
-        writeKit(dir.path(), "main", kMain);
-        writeKit(dir.path(), "up", kUpKit);
-        writeKit(dir.path(), "many", kMany);
+        writeKit(dir.path(), "main", "", R"("alpha":{"down":["alpha.wav"],"up":["alpha-up.wav"]},
+            "enter":{"down":["enter.wav"],"up":[]},"shiftRight":{"down":["shift.wav"],"up":["shift-up.wav"]})");
+        writeKit(dir.path(), "up", R"(,"supportsKeyUp":true)",
+                 R"("default":{"down":["d.wav"],"up":["u.wav"]},
+            "clack":{"down":["clack.wav"],"up":[]})");
+        writeKit(dir.path(), "many", "", R"("alpha":{"down":["1.wav","2.wav","3.wav","4.wav",
+            "5.wav","6.wav","7.wav","8.wav"],"up":[]})");
         store.reload();
         engine = std::make_unique<SoundEngine>(store, player, time, 1);
         engine->setCounters({[this] { ++keystrokes; }, [this] { ++dings; }, [this] { ++clicks; }});
