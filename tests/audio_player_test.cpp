@@ -209,9 +209,8 @@ TEST(AudioPlayer, LoadsDecodeOnlyWhatIsNew) {
     }
 }
 
-// Plays that could not sound on time are dropped and counted: beyond the audio queue's
-// capacity, and while the output is away (nothing rendered), when replaced samples and
-// played buffers are let go at once.
+// Beyond the queue's capacity, or while the output is away, plays are dropped and counted,
+// and replaced samples and played buffers are let go at once.
 TEST(AudioPlayer, MemoryStaysFlatAndPlaysAreDroppedWhenTheyCannotSound) {
     Fixture f(0); // no kit kept beyond those the last two loads used
     const std::size_t kit = 2 * 480 * sizeof(float);

@@ -21,8 +21,7 @@ using DeviceQueries = test::SoundServerTest;
 INSTANTIATE_TEST_SUITE_P(Servers, DeviceQueries, ::testing::Values("pulseaudio", "pipewire"),
                          test::serverName);
 
-// Only a recording of the default source makes the microphone live, never when that is a
-// monitor; the default output's kind comes from its properties.
+// A recording of a monitor, even the default source, is no live microphone.
 TEST_P(DeviceQueries, TheMicrophoneIsLiveOnlyWhileItIsRecordedAndOutputsHaveTheirKind) {
     SoundServer::setDefault("sink", "tappix_a");
     SoundServer::setDefault("source", "tappix_mic");

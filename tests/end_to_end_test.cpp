@@ -98,8 +98,7 @@ const QJsonObject kQuietExtras{{"pitchVariation", false}};
 
 } // namespace
 
-// Each press and release sounds once, left keys on the left; what was typed reaches the
-// statistics in the file at SIGTERM.
+// Left keys sound on the left; the statistics reach the file at SIGTERM.
 TEST_F(EndToEnd, EachPressAndReleaseSoundsOnceAndTheStatisticsReachTheFile) {
     launch(kQuietExtras); // first launch: the buckling-spring kit, which has releases
     EXPECT_EQ(test::onsets(type({"a", "s", "d"})).size(), 6u);
@@ -121,8 +120,6 @@ TEST_F(EndToEnd, EachPressAndReleaseSoundsOnceAndTheStatisticsReachTheFile) {
     EXPECT_GE(stored.value("keystrokeCount").toInt(), 5 + 25);
 }
 
-// The kit chosen at start sounds as itself; then quiet while the microphone is live or a
-// listed or full-screen app is in front.
 TEST_F(EndToEnd, TheChosenKitSoundsAndGoesQuietWhileTheMicOrAListedOrFullScreenAppIsLive) {
     // The listed app is known by its desktop file, which names its window class.
     ASSERT_TRUE(test::writeNotesEntry(home_.filePath("data")));
@@ -172,8 +169,6 @@ TEST_F(EndToEnd, TheChosenKitSoundsAndGoesQuietWhileTheMicOrAListedOrFullScreenA
     EXPECT_TRUE(test::onsets(type({"a"})).empty());
 }
 
-// Off at start, the keys stay silent until the shortcut turns the sounds on; then the bell
-// rings on Return when asked, and the shortcut turns the sounds off again.
 TEST_F(EndToEnd, OffAtStartTheShortcutTurnsTheSoundsOnAndOffAndReturnRingsTheBell) {
     QJsonObject prefs = kQuietExtras;
     prefs["isEnabled"] = false;

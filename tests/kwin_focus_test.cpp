@@ -1,5 +1,4 @@
-// The window in front under a real KWin on a virtual screen, over a private session bus
-// (dbus-run-session), with real Wayland windows of apps of their own.
+// Under a real KWin on a virtual screen and a private session bus, with real Wayland windows.
 
 #include "platform/dbus/kwin_focus_source.h"
 #include "platform/focus_backends.h"

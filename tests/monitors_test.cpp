@@ -32,11 +32,15 @@ FocusedWindow window(const QString& id, const QString& name, QStringList classes
     return {{id, name, {}}, std::move(classes), fullScreen, own};
 }
 
-struct Sleep {
+/// Settings in a preferences file of their own, on a clock driven by hand.
+struct Store {
     test::FakeTime time;
     test::TempPrefs file;
     JsonFilePreferences prefs{file.path, time};
     SettingsStore settings{prefs, time};
+};
+
+struct Sleep : Store {
     FakeDevices devices;
     test::RecordingNotifier notifier;
     test::TestFocus focus;
@@ -62,11 +66,20 @@ struct Sleep {
     }
 };
 
+struct Typing : Store {
+    TypingMonitor monitor{settings, time, time};
+
+    Typing() { time.advance(100s); }
+    void type(KeyCode code, std::chrono::milliseconds after = 0ms) {
+        time.advance(after);
+        monitor.keyDown(code);
+    }
+};
+
 } // namespace
 
-// Every 2 s the devices are asked off the main thread, where the windows live (a sound
-// server can take tens of milliseconds to answer); the first trigger that holds names
-// the reason, and only flips are reported.
+// Every 2 s, off the main thread (a sound server can take tens of milliseconds to answer);
+// the first trigger that holds names the reason.
 TEST(SleepMonitor, DevicesAreAskedOffTheMainThreadAndOnlyFlipsAreReported) {
     Sleep s;
     s.settings.setSleepTriggerMicrophone(true);
@@ -150,24 +163,6 @@ TEST(SleepMonitor, WindowTriggersComeAfterTheDeviceTriggersInTheirOrder) {
         EXPECT_EQ(s.changes.empty() ? "awake" : s.changes.back(), c.expected) << c.what;
     }
 }
-
-namespace {
-
-struct Typing {
-    test::FakeTime time;
-    test::TempPrefs file;
-    JsonFilePreferences prefs{file.path, time};
-    SettingsStore settings{prefs, time};
-    TypingMonitor monitor{settings, time, time};
-
-    Typing() { time.advance(100s); }
-    void type(KeyCode code, std::chrono::milliseconds after = 0ms) {
-        time.advance(after);
-        monitor.keyDown(code);
-    }
-};
-
-} // namespace
 
 TEST(TypingMonitor, TheLiveSpeedNeedsThreeKeysAndBurstsEndAfterFourQuietSeconds) {
     for (int keys : {24, 25}) {

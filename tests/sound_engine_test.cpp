@@ -19,7 +19,7 @@ namespace {
 /// The player boundary: records what the engine asks for.
 struct RecordingPlayer final : SamplePlayer {
     struct Play {
-        std::string kind, pack, name;
+        std::string name; // "kit/sample" for a key, else "mouse", "buffer" or "loaded"
         float rate, pan, gain;
     };
     std::vector<Play> plays;
@@ -35,19 +35,19 @@ struct RecordingPlayer final : SamplePlayer {
     /// Finishes the loads held, noting "loaded" among the plays when there were any.
     void finishLoads() {
         if (!unfinished.empty())
-            plays.push_back({"loaded", "", "", 1, 0, 1});
+            plays.push_back({"loaded", 1, 0, 1});
         for (auto& loaded : std::exchange(unfinished, {}))
             loaded();
     }
     void loadMouseKit(const QString&, std::vector<std::string>) override {}
     void play(std::string pack, std::string name, float rate, float pan, float gain) override {
-        plays.push_back({"key", pack, name, rate, pan, gain});
+        plays.push_back({pack + "/" + name, rate, pan, gain});
     }
-    void playMouse(std::string name, float rate, float pan, float gain) override {
-        plays.push_back({"mouse", "", name, rate, pan, gain});
+    void playMouse(std::string, float rate, float pan, float gain) override {
+        plays.push_back({"mouse", rate, pan, gain});
     }
     void playBuffer(SampleRef, float rate, float pan, float gain) override {
-        plays.push_back({"buffer", "", "", rate, pan, gain});
+        plays.push_back({"buffer", rate, pan, gain});
     }
     /// What played since the last call, by name, with rate, pan and gain when `detail`.
     std::vector<std::string> names(bool detail = false) {
@@ -56,8 +56,7 @@ struct RecordingPlayer final : SamplePlayer {
         for (const auto& p : plays) {
             std::snprintf(text, sizeof text, " r%g p%g g%g", double(p.rate), double(p.pan),
                           double(p.gain));
-            out.push_back((p.kind == "key" ? p.pack + "/" + p.name : p.kind) +
-                          (detail ? text : ""));
+            out.push_back(p.name + (detail ? text : ""));
         }
         plays.clear();
         return out;
@@ -103,15 +102,12 @@ struct Fixture {
     void key(KeyCode code, bool down = true) { engine->handleKey(code, down); }
 };
 
-using Names = std::vector<std::string>;
-
 } // namespace
 
-// Each case: settings on a fresh engine with the main kit, then a script of events, one
-// per word: a key by name ("^" after it: its release), `+N` N ms later, `m`/`r` a left or
-// right click ("^": its release), `@X` mouse sound X, `pk`/`pK` a preview of the key or
-// the kit on Backspace, `pR` of the kit on Return, `L` the loads held finishing. What plays
-// comes out as its name, with rate, pan and gain when the case looks at them.
+// Each case: settings on a fresh engine with the main kit, then a script, an event a word: a
+// key by name ("^": its release), `+N` N ms later, `m`/`r` a left or right click, `@X` mouse
+// sound X, `pk`/`pK` a preview of the key or kit on Backspace, `pR` of the kit on Return, `L`
+// the held loads finishing. Out comes what played (with rate, pan and gain when `detail`).
 TEST(SoundEngine, EventsInSoundsOut) {
     // clang-format off
     const std::map<std::string, KeyCode> named = {{"a", keys::a}, {"s", keys::s},
@@ -123,7 +119,7 @@ TEST(SoundEngine, EventsInSoundsOut) {
         const char* what;
         std::function<void(Fixture&)> set;
         const char* script;
-        Names out;
+        std::vector<std::string> out;
         bool detail = false;
         std::array<int, 3> counts{-1, -1, -1}; // keystrokes, dings, clicks
     };

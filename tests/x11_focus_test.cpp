@@ -1,5 +1,4 @@
-// The window in front under a real X server: the test plays the window manager, setting
-// the root's _NET_ACTIVE_WINDOW and each window's WM_CLASS and _NET_WM_STATE itself.
+// Under a real X server, the test playing the window manager that sets the properties.
 
 #include "platform/x11/x11_focus_source.h"
 
