@@ -32,8 +32,7 @@ struct Gate {
 
 /// The platform boundary, driven by hand: the test renders the mixer itself, and says
 /// when the output goes away (its stream dropped, as when the server dies).
-class ManualOutput final : public AudioOutput {
-public:
+struct ManualOutput final : AudioOutput {
     bool start(Mixer& mixer) override {
         mixer_ = &mixer;
         return true;
@@ -54,14 +53,11 @@ public:
     }
     std::atomic<bool> away{false};
     Gate wakeGate;
-
-private:
     Mixer* mixer_ = nullptr;
 };
 
 /// Counts decodes so tests can see a file decoded once; each waits at `gate`.
-class CountingDecoder final : public SampleDecoder {
-public:
+struct CountingDecoder final : SampleDecoder {
     std::optional<SampleBuffer> decode(const QString& path, std::string& error) override {
         gate.pass();
         ++count;
@@ -196,12 +192,10 @@ TEST(AudioPlayer, LoadsDecodeOnlyWhatIsNew) {
         {"a kit kept", {{"b", d, {"clack.wav"}}}, 0},
         {"a kit let go", {{"a", d, {"click.wav", "clack.wav"}}}, 2},
     };
+    std::string error;
     for (const Step& step : steps) {
-        if (std::string_view(step.what) == "a file changed on disk") {
-            std::string error;
-            writeWav(std::vector<float>(960, 0.5f), f.dir.filePath("click.wav").toStdString(),
-                     error);
-        }
+        if (std::string_view(step.what) == "a file changed on disk")
+            writeWav(std::vector<float>(960, 0.5f), (d + "/click.wav").toStdString(), error);
         const int before = f.decoder->count.load();
         f.player.loadSampleSets(step.sets);
         f.player.drain();
@@ -213,9 +207,8 @@ TEST(AudioPlayer, LoadsDecodeOnlyWhatIsNew) {
     }
 }
 
-// Plays that could not sound on time are dropped and counted: beyond the audio queue's
-// capacity, and while the output is away (nothing rendered), when replaced samples and
-// played buffers are let go at once.
+// Beyond the queue's capacity, or while the output is away, plays are dropped and counted,
+// and replaced samples and played buffers are let go at once.
 TEST(AudioPlayer, MemoryStaysFlatAndPlaysAreDroppedWhenTheyCannotSound) {
     Fixture f(0); // no kit kept beyond those the last two loads used
     const std::size_t kit = 2 * 480 * sizeof(float);

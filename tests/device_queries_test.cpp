@@ -11,37 +11,22 @@
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
-#include <memory>
 
 using namespace tappix;
 using test::SoundServer;
 
-namespace {
-
 // On a private PulseAudio and on a private PipeWire with its PulseAudio layer.
-class DeviceQueries : public test::SoundServerTest {
-protected:
-    void SetUp() override {
-        SoundServerTest::SetUp();
-        if (!serverReady())
-            return;
-        SoundServer::setDefault("sink", "tappix_a");
-        SoundServer::setDefault("source", "tappix_mic");
-        devices_ = std::make_unique<PulseDeviceManager>();
-    }
-
-    std::unique_ptr<PulseDeviceManager> devices_;
-};
-
-} // namespace
+using DeviceQueries = test::SoundServerTest;
 
 INSTANTIATE_TEST_SUITE_P(Servers, DeviceQueries, ::testing::Values("pulseaudio", "pipewire"),
                          test::serverName);
 
-// Only a recording of the default source makes the microphone live, never when that is a
-// monitor; the default output's kind comes from its properties.
+// A recording of a monitor, even the default source, is no live microphone.
 TEST_P(DeviceQueries, TheMicrophoneIsLiveOnlyWhileItIsRecordedAndOutputsHaveTheirKind) {
-    EXPECT_FALSE(devices_->isMicrophoneInUse());
+    SoundServer::setDefault("sink", "tappix_a");
+    SoundServer::setDefault("source", "tappix_mic");
+    PulseDeviceManager devices;
+    EXPECT_FALSE(devices.isMicrophoneInUse());
     {
         auto other = SoundServer::startRecording("tappix_a.monitor");
         // Asked once the server lists the recording, so a question about any stream sees it.
@@ -50,20 +35,20 @@ TEST_P(DeviceQueries, TheMicrophoneIsLiveOnlyWhileItIsRecordedAndOutputsHaveThei
                 return SoundServer::pactl({"list", "short", "source-outputs"}).contains('\t');
             },
             10000));
-        EXPECT_FALSE(devices_->isMicrophoneInUse());
+        EXPECT_FALSE(devices.isMicrophoneInUse());
         SoundServer::setDefault("source", "tappix_a.monitor");
-        EXPECT_FALSE(devices_->isMicrophoneInUse());
+        EXPECT_FALSE(devices.isMicrophoneInUse());
         SoundServer::setDefault("source", "tappix_mic");
     }
     {
         auto recording = SoundServer::startRecording();
-        EXPECT_TRUE(test::waitFor([&] { return devices_->isMicrophoneInUse(); }, 2000));
+        EXPECT_TRUE(test::waitFor([&] { return devices.isMicrophoneInUse(); }, 2000));
     }
-    EXPECT_TRUE(test::waitFor([&] { return !devices_->isMicrophoneInUse(); }, 2000));
+    EXPECT_TRUE(test::waitFor([&] { return !devices.isMicrophoneInUse(); }, 2000));
 
     // Bluetooth and built-in outputs, from the default sink's properties.
-    EXPECT_FALSE(devices_->isDefaultOutputBluetooth());
-    EXPECT_FALSE(devices_->isDefaultOutputBuiltIn());
+    EXPECT_FALSE(devices.isDefaultOutputBluetooth());
+    EXPECT_FALSE(devices.isDefaultOutputBuiltIn());
     for (const QString bus : {"bluetooth", "pci"}) {
         const QString module =
             SoundServer::pactl(
@@ -71,8 +56,8 @@ TEST_P(DeviceQueries, TheMicrophoneIsLiveOnlyWhileItIsRecordedAndOutputsHaveThei
                  "sink_properties=\"device.description=" + bus + " device.bus=" + bus + "\""})
                 .trimmed();
         SoundServer::setDefault("sink", "tappix_" + bus);
-        EXPECT_EQ(devices_->isDefaultOutputBluetooth(), bus == "bluetooth") << bus.toStdString();
-        EXPECT_EQ(devices_->isDefaultOutputBuiltIn(), bus == "pci") << bus.toStdString();
+        EXPECT_EQ(devices.isDefaultOutputBluetooth(), bus == "bluetooth") << bus.toStdString();
+        EXPECT_EQ(devices.isDefaultOutputBuiltIn(), bus == "pci") << bus.toStdString();
         SoundServer::pactl({"unload-module", module});
     }
 }
@@ -84,10 +69,7 @@ TEST(CameraWatch, OpensAndClosesAreSeenAndOnlyTheyLookThroughTheProcesses) {
     QTemporaryDir root;
     const QString dev = root.filePath("dev"), proc = root.filePath("proc");
     QDir().mkpath(dev);
-    auto node = [&](const char* name) {
-        QFile file(dev + "/" + name);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    };
+    auto node = [&](const char* name) { QFile(dev + "/" + name).open(QIODevice::WriteOnly); };
     auto holds = [&](const char* pid, const char* target) {
         QDir().mkpath(QString("%1/%2/fd").arg(proc, pid));
         QFile::link(target[0] == '/' ? QString(target) : dev + "/" + target,
@@ -95,8 +77,7 @@ TEST(CameraWatch, OpensAndClosesAreSeenAndOnlyTheyLookThroughTheProcesses) {
     };
     auto lets = [&](const char* pid) { QDir(proc + "/" + pid).removeRecursively(); };
     auto openAndClose = [&](const char* name) {
-        QFile file(dev + "/" + name);
-        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+        QFile(dev + "/" + name).open(QIODevice::ReadOnly);
     };
     node("video0");
     node("null");

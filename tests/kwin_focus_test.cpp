@@ -1,5 +1,4 @@
-// The window in front under a real KWin on a virtual screen, over a private session bus
-// (dbus-run-session), with real Wayland windows of apps of their own.
+// Under a real KWin on a virtual screen and a private session bus, with real Wayland windows.
 
 #include "platform/dbus/kwin_focus_source.h"
 #include "platform/focus_backends.h"
@@ -40,11 +39,10 @@ QDBusMessage isScriptLoaded(const QString& pluginName) {
 TEST(KWinFocus, FollowsTheAppInFrontAndItsFullScreenUntilKWinGoes) {
     test::app();
     ASSERT_TRUE(QDBusConnection::sessionBus().isConnected()) << "run under dbus-run-session";
-    QTemporaryDir data;
-    ASSERT_TRUE(test::writeNotesEntry(data.path(), "notes-icon"));
-    qputenv("XDG_DATA_HOME", data.path().toLocal8Bit());
-    qputenv("XDG_DATA_DIRS", data.filePath("none").toLocal8Bit());
     QTemporaryDir dir;
+    ASSERT_TRUE(test::writeNotesEntry(dir.path(), "notes-icon"));
+    qputenv("XDG_DATA_HOME", dir.path().toLocal8Bit());
+    qputenv("XDG_DATA_DIRS", dir.filePath("none").toLocal8Bit());
     QFile::setPermissions(dir.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert("XDG_RUNTIME_DIR", dir.path());

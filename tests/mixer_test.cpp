@@ -16,10 +16,18 @@ namespace {
 // Time stands still unless a test moves it: every sound is asked for "now".
 test::FakeTime stillTime;
 
+/// A mixer at full volume.
+struct Loud : Mixer {
+    explicit Loud(const Clock& clock = stillTime) : Mixer(clock) { setMasterVolume(1.0f); }
+};
+
 struct Rendered {
     std::vector<float> stereo;
     float left(std::size_t frame) const { return stereo[2 * frame]; }
     float right(std::size_t frame) const { return stereo[2 * frame + 1]; }
+    bool silent() const {
+        return std::all_of(stereo.begin(), stereo.end(), [](float x) { return x == 0; });
+    }
 };
 
 Rendered run(Mixer& mixer, std::size_t frames) {
@@ -38,7 +46,7 @@ const std::vector<float> kDc(4800, 0.5f); // 100 ms of a constant level
 
 } // namespace
 
-TEST(Mixer, PanIsEqualPowerAndGainIsClamped) {
+TEST(Mixer, PanIsEqualPowerGainIsClampedRateAndDuckApply) {
     const struct {
         float pan, gain, left, right;
     } cases[] = {
@@ -47,36 +55,14 @@ TEST(Mixer, PanIsEqualPowerAndGainIsClamped) {
         {0.0f, -1.0f, 0.0f, 0.0f}, // silent, but the voice is still taken
     };
     for (const auto& c : cases) {
-        Mixer mixer(stillTime);
-        mixer.setMasterVolume(1.0f);
+        Loud mixer;
         mixer.enqueue(play(kDc, 1, c.pan, c.gain));
         const auto out = run(mixer, 64);
         EXPECT_NEAR(out.left(10), c.left, 1e-5f) << c.pan << " " << c.gain;
         EXPECT_NEAR(out.right(10), c.right, 1e-5f) << c.pan << " " << c.gain;
         EXPECT_EQ(mixer.activeVoices(), 1);
     }
-}
 
-TEST(Mixer, TheSeventeenthSoundCutsTheFirstWithAFade) {
-    const std::vector<float> silence(4800, 0.0f);
-    for (int extra : {15, 16}) {
-        Mixer mixer(stillTime);
-        mixer.setMasterVolume(1.0f);
-        mixer.enqueue(play(kDc, 1, -1.0f));
-        for (int i = 0; i < extra; ++i)
-            mixer.enqueue(play(silence, 2 + i, 1.0f));
-        const auto out = run(mixer, 1024);
-        if (extra == 15) {
-            EXPECT_NEAR(out.left(1000), 0.5f, 1e-6f); // sixteen sounds: nothing cut
-        } else {
-            EXPECT_GT(out.left(10), 0.4f); // fading, not cut dead
-            EXPECT_LT(out.left(Mixer::kStealFadeFrames - 20), 0.1f);
-            EXPECT_EQ(out.left(Mixer::kStealFadeFrames + 1), 0.0f);
-        }
-    }
-}
-
-TEST(Mixer, RateVolumeDuckAndSafeSequence) {
     Mixer mixer(stillTime);
     mixer.setMasterVolume(0.8f);
     mixer.setDuck(true, 0.3f);
@@ -95,6 +81,24 @@ TEST(Mixer, RateVolumeDuckAndSafeSequence) {
     EXPECT_EQ(mixer.takePeak(), 0.0f);
 }
 
+TEST(Mixer, TheSeventeenthSoundCutsTheFirstWithAFade) {
+    const std::vector<float> silence(4800, 0.0f);
+    for (int extra : {15, 16}) {
+        Loud mixer;
+        mixer.enqueue(play(kDc, 1, -1.0f));
+        for (int i = 0; i < extra; ++i)
+            mixer.enqueue(play(silence, 2 + i, 1.0f));
+        const auto out = run(mixer, 1024);
+        if (extra == 15) {
+            EXPECT_NEAR(out.left(1000), 0.5f, 1e-6f); // sixteen sounds: nothing cut
+        } else {
+            EXPECT_GT(out.left(10), 0.4f); // fading, not cut dead
+            EXPECT_LT(out.left(Mixer::kStealFadeFrames - 20), 0.1f);
+            EXPECT_EQ(out.left(Mixer::kStealFadeFrames + 1), 0.0f);
+        }
+    }
+}
+
 TEST(Mixer, BrightnessFiltersHighsAndRoomLeavesATail) {
     EXPECT_EQ(Mixer::cutoffFor(0.98f), 0.0f);
     EXPECT_NEAR(Mixer::cutoffFor(0.97f), 10480.0f, 15.0f);
@@ -104,8 +108,7 @@ TEST(Mixer, BrightnessFiltersHighsAndRoomLeavesATail) {
     for (std::size_t i = 0; i < high.size(); ++i)
         high[i] = std::sin(2.0f * 3.14159265f * 12000.0f * i / 48000.0f) * 0.5f;
     auto energy = [&](float brightness) {
-        Mixer mixer(stillTime);
-        mixer.setMasterVolume(1.0f);
+        Loud mixer;
         mixer.setToneBrightness(brightness);
         mixer.enqueue(play(high, 1));
         const auto out = run(mixer, 2048);
@@ -117,8 +120,7 @@ TEST(Mixer, BrightnessFiltersHighsAndRoomLeavesATail) {
     EXPECT_LT(energy(0.0f), energy(1.0f) * 0.05);
 
     // A tone change while a sound plays carries the filter's memory on: no click.
-    Mixer toned(stillTime);
-    toned.setMasterVolume(1.0f);
+    Loud toned;
     toned.setToneBrightness(0.3f);
     toned.enqueue(play(kDc, 1));
     const float settled = run(toned, 2048).left(2047);
@@ -127,8 +129,7 @@ TEST(Mixer, BrightnessFiltersHighsAndRoomLeavesATail) {
 
     const std::vector<float> click(480, 0.5f);
     for (bool room : {false, true}) {
-        Mixer mixer(stillTime);
-        mixer.setMasterVolume(1.0f);
+        Loud mixer;
         mixer.setRoom(room);
         mixer.enqueue(play(click, 1));
         const auto out = run(mixer, 9600);
@@ -142,13 +143,11 @@ TEST(Mixer, BrightnessFiltersHighsAndRoomLeavesATail) {
     }
 }
 
-// A key heard, then silence (the stream may be corked), then quiet: the next key is silent
-// from its first frame, rendered or mixed into frames already sent.
+// After a key and a silence (the stream may be corked), quiet holds from the first frame.
 TEST(Mixer, AQuietLevelSetDuringSilenceHoldsFromTheFirstFrame) {
     const std::vector<float> click(100, 0.5f);
     for (bool resent : {false, true}) {
-        Mixer mixer(stillTime);
-        mixer.setMasterVolume(1.0f);
+        Loud mixer;
         mixer.enqueue(play(click, 1));
         run(mixer, 2 * Mixer::kBlockFrames); // heard, then a silent block
         mixer.setDuck(true, 0.0f);
@@ -158,10 +157,7 @@ TEST(Mixer, AQuietLevelSetDuringSilenceHoldsFromTheFirstFrame) {
             mixer.mixNewSoundsInto(out.stereo.data(), Mixer::kBlockFrames);
         else
             out = run(mixer, Mixer::kBlockFrames);
-        float loudest = 0;
-        for (float sample : out.stereo)
-            loudest = std::max(loudest, std::fabs(sample));
-        EXPECT_EQ(loudest, 0.0f) << (resent ? "mixed into sent frames" : "rendered");
+        EXPECT_TRUE(out.silent()) << (resent ? "mixed into sent frames" : "rendered");
     }
 }
 
@@ -199,16 +195,13 @@ TEST(Mixer, ANewSoundMixedIntoRenderedFramesMatchesRenderingIt) {
         const auto after = run(resent, kAfter).stereo;
         actual.insert(actual.end(), after.begin(), after.end());
 
-        ASSERT_EQ(actual.size(), expected.size());
-        float worst = 0;
-        for (std::size_t i = 0; i < actual.size(); ++i)
-            worst = std::max(worst, std::fabs(actual[i] - expected[i]));
-        EXPECT_LT(worst, 1e-4f) << "brightness " << brightness;
+        EXPECT_TRUE(std::equal(actual.begin(), actual.end(), expected.begin(), expected.end(),
+                               [](float a, float b) { return std::fabs(a - b) < 1e-4f; }))
+            << "brightness " << brightness;
     }
 }
 
-// A sound is on time or not at all: one that reaches the render late is dropped and
-// counted; sounds ringing when a stall ends fade out; a dropped stream's never come back.
+// A sound is on time or not at all; after a stall they fade; a dropped stream's never return.
 TEST(Mixer, SoundsThatWouldBeLateAreDroppedAndCounted) {
     struct Case {
         const char* what;
@@ -219,8 +212,7 @@ TEST(Mixer, SoundsThatWouldBeLateAreDroppedAndCounted) {
          {Case{"at once", 0ms, true}, Case{"within the deadline", 40ms, true},
           Case{"after an outage", 60ms, false}, Case{"after a restart", 3000ms, false}}) {
         test::FakeTime time;
-        Mixer mixer(time);
-        mixer.setMasterVolume(1.0f);
+        Loud mixer(time);
         run(mixer, 256);
         Mixer::PlayCommand command = play(kDc, 1);
         command.askedAt = time.now();
@@ -233,8 +225,7 @@ TEST(Mixer, SoundsThatWouldBeLateAreDroppedAndCounted) {
     }
 
     test::FakeTime time;
-    Mixer stalled(time);
-    stalled.setMasterVolume(1.0f);
+    Loud stalled(time);
     stalled.enqueue(play(kDc, 1, -1.0f));
     run(stalled, 256);
     time.advance(Mixer::kStallAfter + 1ms);
@@ -242,9 +233,7 @@ TEST(Mixer, SoundsThatWouldBeLateAreDroppedAndCounted) {
     EXPECT_GT(out.left(0), 0.4f) << "fades, not cut dead";
     EXPECT_EQ(out.left(Mixer::kStealFadeFrames + 1), 0.0f) << "went on after a stall";
 
-    test::FakeTime later;
-    Mixer dropped(later);
-    dropped.setMasterVolume(1.0f);
+    Loud dropped;
     dropped.setRoom(true);
     dropped.enqueue(play(kDc, 1));
     run(dropped, 256);
@@ -253,6 +242,5 @@ TEST(Mixer, SoundsThatWouldBeLateAreDroppedAndCounted) {
     EXPECT_EQ(dropped.lateSounds(), 1u);
     EXPECT_EQ(dropped.safeSequence(), 3u);
     out = run(dropped, 256);
-    EXPECT_TRUE(std::all_of(out.stereo.begin(), out.stereo.end(), [](float x) { return x == 0; }))
-        << "a sound or the room rang on after the stream went away";
+    EXPECT_TRUE(out.silent()) << "a sound or the room rang on after the stream went away";
 }

@@ -17,8 +17,7 @@ using Events = std::vector<std::string>;
 
 namespace {
 
-/// What the service on X11 alone (the primary keyboard refused) delivers while xdotool
-/// runs.
+/// What the service on X11 alone (the primary keyboard refused) gets while xdotool runs.
 Events capture(bool mouse, bool stop, const QStringList& xdotool, std::size_t count) {
     CaptureBackends backends;
     backends.keyboard = std::make_unique<NullCapture>();

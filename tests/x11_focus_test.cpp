@@ -1,5 +1,4 @@
-// The window in front under a real X server: the test plays the window manager, setting
-// the root's _NET_ACTIVE_WINDOW and each window's WM_CLASS and _NET_WM_STATE itself.
+// Under a real X server, the test playing the window manager that sets the properties.
 
 #include "platform/x11/x11_focus_source.h"
 
@@ -9,42 +8,26 @@
 #include <gtest/gtest.h>
 
 #include <QTemporaryDir>
-#include <string>
 #include <unistd.h>
-#include <vector>
 
 using namespace tappix;
 using test::waitFor;
 
-namespace {
-
-constexpr char kNotes[] = "notes\0Notes";
-
-/// What the source logged about window triggers.
-QStringList logged;
-
-class X11Focus : public ::testing::Test {
-protected:
-    void SetUp() override {
-        test::app();
-        qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& message) {
-            if (message.startsWith(QLatin1String("window triggers")))
-                logged << message;
-        });
-        logged.clear();
-        ASSERT_TRUE(test::XvfbServer::shared().isRunning()) << "Xvfb did not start";
-        ASSERT_TRUE(test::writeNotesEntry(data_.path(), "notes-icon"));
-        qputenv("XDG_DATA_HOME", data_.path().toLocal8Bit());
-        qputenv("XDG_DATA_DIRS", data_.filePath("none").toLocal8Bit());
-    }
-    void TearDown() override { qInstallMessageHandler(nullptr); }
-
-    QTemporaryDir data_;
-};
-
-} // namespace
-
-TEST_F(X11Focus, ReportsTheWindowInFrontEachChangeOfItAndWindowsOfNoApp) {
+TEST(X11Focus, FollowsTheWindowInFrontAndWindowsOfNoAppUntilTheServerGoes) {
+    test::app();
+    // What the source logs about window triggers.
+    static QStringList logged;
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& message) {
+        if (message.startsWith(QLatin1String("window triggers")))
+            logged << message;
+    });
+    auto server = std::make_unique<test::XvfbServer>(); // its own, to stop at the end
+    ASSERT_TRUE(server->isRunning()) << "Xvfb did not start";
+    QTemporaryDir data;
+    ASSERT_TRUE(test::writeNotesEntry(data.path(), "notes-icon"));
+    qputenv("XDG_DATA_HOME", data.path().toLocal8Bit());
+    qputenv("XDG_DATA_DIRS", data.filePath("none").toLocal8Bit());
+    static const char kNotes[] = "notes\0Notes";
     test::Desk desk;
     const xcb_window_t notes = desk.window(kNotes, sizeof kNotes);
     x11::X11FocusSource source;
@@ -111,27 +94,20 @@ TEST_F(X11Focus, ReportsTheWindowInFrontEachChangeOfItAndWindowsOfNoApp) {
     desk.activate(notes);
     ASSERT_TRUE(waitFor([&] { return source.focused().has_value(); }));
     EXPECT_EQ(logged.size(), 2);
-}
 
-TEST_F(X11Focus, AServerThatGoesAwayLeavesNothingInFrontWithOneLine) {
-    auto server = std::make_unique<test::XvfbServer>(); // its own, to stop; not the shared one
-    ASSERT_TRUE(server->isRunning());
-    auto* desk = new test::Desk;
-    desk->activate(desk->window(kNotes, sizeof kNotes));
-    x11::X11FocusSource source;
-    ASSERT_TRUE(waitFor([&] { return source.focused().has_value(); }));
-
+    // The server goes away: nothing in front, and one line.
     server.reset();
     ASSERT_TRUE(waitFor([&] { return !source.focused().has_value(); }));
     EXPECT_FALSE(source.unavailableReason().isEmpty());
     QCoreApplication::processEvents(QEventLoop::AllEvents, 100);
-    EXPECT_EQ(logged, QStringList{"window triggers: lost the X display; they stay awake"});
+    EXPECT_EQ(logged.size(), 3);
+    EXPECT_EQ(logged.back(), "window triggers: lost the X display; they stay awake");
     EXPECT_TRUE(source.runningApps().empty());
-    delete desk;
 
     // In a Wayland session X11 sees only XWayland's windows: no source, and it says so.
     qputenv("XDG_SESSION_TYPE", "wayland");
     x11::X11FocusSource wayland;
     EXPECT_TRUE(wayland.unavailableReason().contains(QLatin1String("Wayland")));
     EXPECT_FALSE(wayland.focused());
+    qInstallMessageHandler(nullptr);
 }
