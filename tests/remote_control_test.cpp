@@ -156,7 +156,8 @@ TEST_F(RemoteControl, OneTappixDrivenFromOutside) {
     ASSERT_TRUE(desktop.registerService("org.freedesktop.Notifications"));
     config_.write(preferences);
     {
-        // Asleep from the start, well before the devices' first poll (every two seconds).
+        // Asleep from the start. The first query runs off the main thread and a loaded
+        // machine may take over a second to answer it; the unit tests hold the timing.
         auto call = PulseServer::startRecording();
         tappix_.setProcessEnvironment(env_);
         tappix_.setProcessChannelMode(QProcess::MergedChannels);
@@ -168,7 +169,7 @@ TEST_F(RemoteControl, OneTappixDrivenFromOutside) {
             kService, kPath, "org.freedesktop.DBus.Properties", "PropertiesChanged", &listener,
             SLOT(changed(QString, QVariantMap, QStringList))));
         EXPECT_TRUE(log_.contains("removing a stale instance socket"));
-        EXPECT_TRUE(waitFor([&] { return property("Sleeping").toBool(); }, 1000));
+        EXPECT_TRUE(waitFor([&] { return property("Sleeping").toBool(); }));
         EXPECT_TRUE(waitFor([&] { return notifications.calls.size() == 1; }));
         EXPECT_TRUE(command({"--status"}).out.contains("Sleeping: true"));
     }
