@@ -1,7 +1,6 @@
 #!/usr/bin/python3
 """The settings pages driven through their controls as a person would, and what the keys
-then sound like: a kit chosen from the keyboard, the tone pad, the output device, the login
-start, the shortcut recorder, a palette, a designed kit, a mix giving Return another kit."""
+then sound like."""
 
 import os
 import shutil
@@ -27,13 +26,11 @@ def focus(session, accessible):
 def window_background(session):
     """(r, g, b) just inside the window's bottom right corner, where no control sits."""
     from Xlib import X, display as xdisplay
-    (window,) = [w for w in session.x_windows() if w["title"] == ui.SETTINGS]
+    (w,) = [w for w in session.x_windows() if w["title"] == ui.SETTINGS]
     connection = xdisplay.Display(session.display)
     try:
-        image = connection.screen().root.get_image(window["x"] + window["width"] - 4,
-                                                   window["y"] + window["height"] - 4, 1, 1,
-                                                   X.ZPixmap, 0xFFFFFFFF)
-        blue, green, red = image.data[:3]
+        blue, green, red = connection.screen().root.get_image(
+            w["x"] + w["width"] - 4, w["y"] + w["height"] - 4, 1, 1, X.ZPixmap, 0xFFFFFFFF).data[:3]
         return (red, green, blue)
     finally:
         connection.close()
@@ -184,16 +181,13 @@ class SettingsPages(unittest.TestCase):
             detail = (spring, after, ui.brightness(spring), ui.brightness(after))
             self.assertGreater(ui.brightness(spring), 1.25 * ui.brightness(after), detail)
 
-        with self.subTest("the device list follows the sinks and the choice is heard"):
-            picker = s.find("combo box", "Play sound through", root=window)
-            s.pulse.pactl("load-module", "module-null-sink", "sink_name=tappix_desk",
-                          "rate=48000", "sink_properties=device.description=Desk-Speakers")
-            focus(s, picker)
+        with self.subTest("the device chosen from the list is heard"):
+            focus(s, s.find("combo box", "Play sound through", root=window))
             s.key("space")
 
             def rows():
                 return [item.get_name() for item in s.find_all("list item", root=window)]
-            listed = s.wait_until(lambda: "Desk-Speakers" in rows() and rows(), 10)
+            listed = s.wait_until(lambda: "Speakers-B" in rows() and rows(), 10)
             # The list opens on the device in use: the system default, first.
             s.xdotool("key", "--delay", 60, *["Down"] * listed.index("Speakers-B"), "Return")
             s.wait_for_preference("outputDeviceUID", "tappix_b")
