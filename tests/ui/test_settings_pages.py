@@ -46,12 +46,6 @@ def keys_until(session, key, done, tries=30):
     return done()
 
 
-def record_returns(session):
-    ui.wait_for_quiet(session)
-    return session.record(0.8, action=lambda: session.xdotool("key", "--delay", 250,
-                                                              "Return", "Return", "Return"))
-
-
 class SettingsPages(unittest.TestCase):
 
     def test_mix_create_sound_behaviour_and_look_pages_in_one_run(self):
@@ -68,7 +62,7 @@ class SettingsPages(unittest.TestCase):
         pistol = ui.kit_name(s, "gun-pistol")
         # Return would press the focused button: the keys go nowhere with the window shut.
         ui.close_window(s, ui.SETTINGS)
-        spring = record_returns(s)
+        spring = ui.record_typing(s, ["Return"] * 3, 250)
 
         window = open_page(self, s, "mix", "Mix")
         s.press(ui.button(s, "New mix", window))
@@ -93,7 +87,7 @@ class SettingsPages(unittest.TestCase):
                      and assignments()["enter"].get("packId") == "gun-pistol", 5)
 
         ui.close_window(s, ui.SETTINGS)
-        shot = record_returns(s)
+        shot = ui.record_typing(s, ["Return"] * 3, 250)
         self.assertTrue(shot.heard(), shot)
         # The spring's Return is a low clunk; the pistol's crack sits nearly twice as high.
         detail = (spring, shot, ui.brightness(spring), ui.brightness(shot))
@@ -193,8 +187,7 @@ class SettingsPages(unittest.TestCase):
             s.wait_for_preference("outputDeviceUID", "tappix_b")
             # Letters typed at the list would pick a device by its first letter.
             focus(s, pad)
-            s.wait_until(lambda: not s.record(0.3, sink="tappix_b").heard(), 10)
-            typed = s.record(0.8, action=lambda: ui.type_keys(s), sink="tappix_b")
+            typed = ui.record_typing(s, sink="tappix_b")
             self.assertTrue(typed.heard(), typed)
 
     def behaviour_and_look_pages(self, s):
