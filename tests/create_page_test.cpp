@@ -46,12 +46,9 @@ public:
     explicit FakeMicrophone(std::shared_ptr<Room> room) : room_(std::move(room)) {}
 
     bool start(std::string& error) override {
-        if (room_->refuse) {
-            error = "there is no microphone";
-            return false;
-        }
+        error = room_->refuse ? "there is no microphone" : "";
         start_ = room_->now();
-        return true;
+        return !room_->refuse;
     }
     Recording stop() override { return snapshot(); }
     Recording snapshot() override {

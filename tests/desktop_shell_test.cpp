@@ -172,16 +172,11 @@ TEST(DesktopShell, TheKitAndMixListsShelveMarkSummariseAndChoose) {
     for (KeyGroup::Value group : {KeyGroup::letters, KeyGroup::space, KeyGroup::enter})
         settings.setVoice(MixVoice{QStringLiteral("click"), std::nullopt}, KeyGroup(group),
                           loud.id);
-    EXPECT_EQ(column(model, "name"), (QStringList{"Quiet", "Loud"}));
+    // Names, marks and choosing one are read through the panel (test_panel.py).
     EXPECT_EQ(column(model, "summary"), (QStringList{"nothing changed", "3 of 8 parts"}));
-    EXPECT_EQ(column(model, "isActive"), (QStringList{"false", "true"}));
-    EXPECT_EQ(model.activeName(), "Loud");
     EXPECT_GE(counted.count(), 2);
-
-    model.select(quiet.id);
-    EXPECT_EQ(settings.activeMixId(), quiet.id);
     model.select("no-such-mix");
-    EXPECT_EQ(settings.activeMixId(), quiet.id);
+    EXPECT_EQ(settings.activeMixId(), loud.id);
     model.select({});
     EXPECT_FALSE(settings.activeMixId());
     EXPECT_EQ(model.activeName(), "Off");
