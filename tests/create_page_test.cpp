@@ -46,12 +46,9 @@ public:
     explicit FakeMicrophone(std::shared_ptr<Room> room) : room_(std::move(room)) {}
 
     bool start(std::string& error) override {
-        if (room_->refuse) {
-            error = "there is no microphone";
-            return false;
-        }
+        error = room_->refuse ? "there is no microphone" : "";
         start_ = room_->now();
-        return true;
+        return !room_->refuse;
     }
     Recording stop() override { return snapshot(); }
     Recording snapshot() override {
@@ -169,11 +166,18 @@ TEST(RecorderViewModel, FailuresMakeNoKitAndARecordingWritesAndChoosesOne) {
     EXPECT_EQ(settings.keystrokeCount(), 2);
 }
 
-TEST(DesignerViewModel, SaveRunsOffTheMainThreadThenListsAndChoosesTheKit) {
+// A designed kit saved off the main thread, listed and chosen; the tuner then writes the
+// tuning of the main kit, whichever it is.
+TEST(DesignerViewModel, SaveRunsOffTheMainThreadThenListsAndChoosesTheKitTheTunerTunes) {
     Harness run(test::windowed());
     DesktopShell& shell = *run.delegate->shell();
     DesignerViewModel& designer = shell.designer();
     SettingsStore& settings = run.delegate->settings();
+    TunerViewModel& tuner = shell.tuner();
+    settings.setSelectedPackIdText("");
+    EXPECT_FALSE(tuner.hasKit());
+    tuner.setGain(0.5);
+    EXPECT_TRUE(settings.tunings().empty()) << "no kit, nothing to tune";
     // The stored choice names the kit before it exists (one deleted by hand and made
     // again), so only the store's new scan can bring it into the lists.
     settings.setSelectedPackIdText("custom-my-switch");
@@ -186,7 +190,6 @@ TEST(DesignerViewModel, SaveRunsOffTheMainThreadThenListsAndChoosesTheKit) {
     EXPECT_FALSE(designer.canSave()); // no name yet
     designer.setName(" My Switch ");
     designer.applyPreset(0);
-
     QSignalSpy finished(&designer, &DesignerViewModel::saveFinished);
     designer.save();
     // The main thread is free while the kit is written; a second save waits its turn.
@@ -199,41 +202,23 @@ TEST(DesignerViewModel, SaveRunsOffTheMainThreadThenListsAndChoosesTheKit) {
     EXPECT_EQ(settings.selectedPackIdText(), "custom-my-switch");
     EXPECT_EQ(run.delegate->soundEngine()->currentPackId(), "custom-my-switch");
     EXPECT_EQ(rowsIn(shell.kits(), KitListModel::kYoursSection), QStringList{"custom-my-switch"});
-    EXPECT_EQ(shell.tuner().kitName(), "My Switch");
     ASSERT_EQ(editor.kitChoices().size(), 1);
     EXPECT_EQ(editor.kitChoices()[0].toMap().value("kitId"), "custom-my-switch");
-}
 
-TEST(TunerViewModel, WritesTheMainKitsTuningAndFollowsTheChoice) {
-    HarnessOptions options = test::windowed();
-    options.addKits = [](const QString& bundle, const QString&) {
-        test::writeKit(bundle, "other", "Other");
-    };
-    Harness run(options);
-    TunerViewModel& tuner = run.delegate->shell()->tuner();
-    SettingsStore& settings = run.delegate->settings();
-
-    // No kit: nothing to tune, nothing stored.
-    settings.setSelectedPackIdText("");
-    EXPECT_FALSE(tuner.hasKit());
-    tuner.setGain(0.5);
-    EXPECT_TRUE(settings.tunings().empty());
-
-    settings.setSelectedPackIdText("click");
+    EXPECT_EQ(tuner.kitName(), "My Switch");
     tuner.setPitch(1.5);
     tuner.setGain(9);
     tuner.setVariation(0.1);
     tuner.setPanWidth(0.25);
-    EXPECT_EQ(settings.tuning("click"), (PackTuning{1.5f, 2.0f, 0.1f, 0.25f}));
-
+    EXPECT_EQ(settings.tuning("custom-my-switch"), (PackTuning{1.5f, 2.0f, 0.1f, 0.25f}));
     // Another kit shows its own tuning; the first keeps its.
-    settings.setSelectedPackIdText("other");
-    EXPECT_EQ(tuner.kitName(), "Other");
+    settings.setSelectedPackIdText("click");
+    EXPECT_EQ(tuner.kitName(), "Click");
     EXPECT_DOUBLE_EQ(tuner.pitch(), 1.0);
     tuner.setPitch(0.75);
-    EXPECT_EQ(settings.tuning("click").pitch, 1.5f);
-    settings.setSelectedPackIdText("click");
+    EXPECT_EQ(settings.tuning("custom-my-switch").pitch, 1.5f);
+    settings.setSelectedPackIdText("custom-my-switch");
     EXPECT_DOUBLE_EQ(tuner.pitch(), 1.5);
     tuner.reset();
-    EXPECT_EQ(settings.tuning("click"), PackTuning{});
+    EXPECT_EQ(settings.tuning("custom-my-switch"), PackTuning{});
 }

@@ -10,16 +10,9 @@
 #include <QQuickWindow>
 
 using namespace tappix;
-using namespace std::chrono_literals;
 using test::Harness;
-using test::HarnessOptions;
 
 namespace {
-
-HarnessOptions withOverlay(bool enabled, QJsonObject preferences = {}) {
-    preferences.insert("visualizerEnabled", enabled);
-    return test::windowed(preferences);
-}
 
 void settle(Harness& run) {
     for (int i = 0; i < 5; ++i)
@@ -28,31 +21,7 @@ void settle(Harness& run) {
 
 } // namespace
 
-TEST(KeyCastOverlay, TypedKeysBecomeChipsOnlyWhileTheOverlayIsOn) {
-    using namespace keys;
-    Harness run(withOverlay(false));
-    KeyCastOverlay* overlay = run.delegate->shell()->keyCastOverlay();
-    ASSERT_NE(overlay, nullptr);
-
-    run.type({h, i});
-    EXPECT_EQ(overlay->chips().rowCount(), 0);
-    // Nothing made while nothing was shown.
-    EXPECT_EQ(overlay->window(), nullptr);
-
-    run.delegate->settings().setVisualizerEnabled(true);
-    settle(run);
-    run.type({a});
-    EXPECT_EQ(overlay->chips().texts(), QStringList({"A"}));
-
-    // Turned off, the chips go at once and later keys add none.
-    run.delegate->settings().setVisualizerEnabled(false);
-    settle(run);
-    EXPECT_EQ(overlay->chips().rowCount(), 0);
-    run.type({x});
-    EXPECT_EQ(overlay->chips().rowCount(), 0);
-}
-
-TEST(KeyCastOverlay, TheWindowShowsInItsCornerWhileThereAreChips) {
+TEST(KeyCastOverlay, OnlyWhileOnTheWindowShowsInItsCornerWhileThereAreChips) {
     using namespace keys;
     struct Case {
         const char *size, *position;
@@ -66,10 +35,18 @@ TEST(KeyCastOverlay, TheWindowShowsInItsCornerWhileThereAreChips) {
                           {"huge", "bottomRight", 44, false, false, true}};
     for (const Case& c : cases) {
         SCOPED_TRACE(std::string(c.size) + " " + c.position);
-        Harness run(withOverlay(true, {{"visualizerSize", c.size},
-                                       {"visualizerShortcutsOnly", true},
-                                       {"visualizerPosition", c.position}}));
+        Harness run(test::windowed({{"visualizerEnabled", false},
+                                    {"visualizerSize", c.size},
+                                    {"visualizerShortcutsOnly", true},
+                                    {"visualizerPosition", c.position}}));
         KeyCastOverlay& overlay = *run.delegate->shell()->keyCastOverlay();
+        run.press(command, true);
+        run.type({k});
+        run.press(command, false);
+        EXPECT_EQ(overlay.chips().rowCount(), 0);
+        EXPECT_EQ(overlay.window(), nullptr) << "nothing made while off";
+        run.delegate->settings().setVisualizerEnabled(true);
+        settle(run);
         run.type({t, y, p, e});
         EXPECT_EQ(overlay.window(), nullptr) << "plain typing shows nothing";
 
@@ -105,5 +82,16 @@ TEST(KeyCastOverlay, TheWindowShowsInItsCornerWhileThereAreChips) {
         run.time.advance(KeyCastOverlay::kLinger);
         settle(run);
         EXPECT_FALSE(overlay.isVisible());
+
+        // Turned off, the chips go at once and later keys add none.
+        run.press(command, true);
+        run.type({k});
+        EXPECT_EQ(overlay.chips().rowCount(), 1);
+        run.delegate->settings().setVisualizerEnabled(false);
+        settle(run);
+        EXPECT_EQ(overlay.chips().rowCount(), 0);
+        run.type({k});
+        EXPECT_EQ(overlay.chips().rowCount(), 0);
+        run.press(command, false);
     }
 }

@@ -90,7 +90,6 @@ TEST_P(OutputDevicePicker, FollowsTheSinksTheDefaultTheChoiceAndTheServer) {
     SoundServer::pactl({"unload-module", headset});
     EXPECT_TRUE(test::waitFor([&] { return !rows(model)[1].isAvailable; }));
     EXPECT_EQ(rows(model)[1], (Listed{"tappix_headset", "Headset", false, true}));
-    EXPECT_EQ(rows(model).size(), 4u);
     EXPECT_EQ(model.currentIndex(), 1);
 
     // Back to the default: the absent device is no longer offered.

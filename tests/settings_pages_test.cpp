@@ -19,7 +19,8 @@ using namespace tappix;
 using test::Harness;
 using test::windowed;
 
-TEST(BehaviourViewModel, TheRecorderTakesOnlyCombinationsThatCannotFireWhileTyping) {
+// The shortcut recorder, the apps that quiet Tappix and a login start the desktop refuses.
+TEST(BehaviourViewModel, TheRecorderTakesOnlyCombinationsThatCannotFireWhileTypingAndAppsOnce) {
     Harness run(windowed());
     SettingsStore& settings = run.delegate->settings();
     BehaviourViewModel& model = run.delegate->shell()->behaviour();
@@ -47,15 +48,9 @@ TEST(BehaviourViewModel, TheRecorderTakesOnlyCombinationsThatCannotFireWhileTypi
         EXPECT_EQ(result.contains("problem"), c.problem) << c.key;
         EXPECT_EQ(result.value("text").toString(), c.text ? QString(c.text) : QString()) << c.key;
     }
-}
 
-// The apps that quiet Tappix: the app in front before Tappix's own window, apps picked
-// from those running, each once, and removal, through the delegate's window source; and a
-// login start the desktop refuses.
-TEST(BehaviourViewModel, TheAppListTakesTheAppBeforeTappixAndRunningAppsOnce) {
-    Harness run(windowed());
-    SettingsStore& settings = run.delegate->settings();
-    BehaviourViewModel& model = run.delegate->shell()->behaviour();
+    // The apps that quiet Tappix: the app in front before Tappix's own window, apps picked
+    // from those running, each once, and removal, through the delegate's window source.
     auto& listed = *qobject_cast<AppListModel*>(model.sleepApps());
     auto& running = *qobject_cast<AppListModel*>(model.runningApps());
     QAbstractItemModelTester listTester(&listed,

@@ -13,8 +13,6 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <map>
 
 using namespace tappix;
@@ -35,8 +33,7 @@ QByteArray bytes(const QString& path) {
 std::map<QString, QByteArray> snapshot(const QString& directory) {
     std::map<QString, QByteArray> files;
     QDir dir(directory);
-    for (const QString& name : {QStringLiteral("config.json")})
-        files[name] = bytes(dir.filePath(name));
+    files["config.json"] = bytes(dir.filePath("config.json"));
     for (const QString& name : QDir(dir.filePath("sounds")).entryList(QDir::Files))
         files["sounds/" + name] = bytes(dir.filePath("sounds/" + name));
     return files;
@@ -49,7 +46,6 @@ constexpr SynthParams kDesign{410.0f, 0.85f, 9.5f, 8200.0f, true};
 TEST(SwitchDesigner, IdsComeFromTheTrimmedLowerCasedName) {
     EXPECT_EQ(SwitchDesigner::kitId("My Switch!"), "custom-my-switch");
     EXPECT_EQ(SwitchDesigner::kitId(" \tMy Switch\t "), "custom-my-switch");
-    EXPECT_EQ(SwitchDesigner::kitId("my-switch"), "custom-my-switch");
     EXPECT_EQ(SwitchDesigner::kitId("--A__b  9--"), "custom-a-b-9");
     EXPECT_EQ(SwitchDesigner::kitId("Crème brûlée"), "custom-cr-me-br-l-e");
     EXPECT_EQ(SwitchDesigner::kitId("!!!"), "custom-");
@@ -113,14 +109,6 @@ TEST(SwitchDesigner, WritesAKitThatChecksTheSameBytesEachTimeAndOneIdReplacesIt)
 
 TEST(SwitchDesigner, FailuresGiveTheSystemsReasonAndNoManifest) {
     QTemporaryDir dir;
-    const SwitchDesigner designer(writeFile);
-
-    // A user directory under a plain file can hold nothing, even for root.
-    QFile(dir.filePath("file")).open(QIODevice::WriteOnly);
-    const auto blocked = designer.save(kDesign, "Blocked", dir.filePath("file/kits"));
-    EXPECT_FALSE(blocked.ok());
-    EXPECT_EQ(blocked.error, std::string(std::strerror(ENOTDIR)));
-
     // A writer that fails on the ninth file stops the save there: the files before it
     // stay, and no manifest makes them a kit.
     int written = 0;
@@ -137,7 +125,7 @@ TEST(SwitchDesigner, FailuresGiveTheSystemsReasonAndNoManifest) {
     EXPECT_EQ(QDir(full.directory + "/sounds").entryList(QDir::Files).size(), 8);
     EXPECT_FALSE(QFile::exists(full.directory + "/config.json"));
 
-    const auto unnamed = designer.save(kDesign, " \t ", dir.path());
+    const auto unnamed = SwitchDesigner(writeFile).save(kDesign, " \t ", dir.path());
     EXPECT_FALSE(unnamed.ok());
     EXPECT_FALSE(QFile::exists(dir.filePath("custom-")));
 }

@@ -487,9 +487,6 @@ LIVE = set()
 PANEL = "Tappix"
 SETTINGS = "Tappix Settings"
 
-# Letters only: typed while a Tappix window has the focus, they change nothing there.
-TYPED_KEYS = ("a", "s", "d", "f", "j", "k", "l", "g")
-
 # Sound comparisons leave out what varies from press to press.
 STEADY_SOUND = {"pitchVariation": False, "stereoPanning": False, "spatialAudio": False}
 
@@ -659,18 +656,14 @@ def kit_name(session, kit_id):
         return json.load(f)["metadata"]["name"]
 
 
-def type_keys(session):
-    session.xdotool("key", "--delay", 160, *TYPED_KEYS)
-
-
-def record_typing(session):
-    wait_for_quiet(session)
-    return session.record(0.8, action=lambda: type_keys(session))
-
-
-def wait_for_quiet(session, timeout=10):
-    return session.wait_until(lambda: not session.record(0.3).heard(), timeout,
-                              message="the sink to fall silent")
+def record_typing(session, keys=("a", "s", "d", "f", "j", "k", "l", "g"), delay_ms=160,
+                  sink="tappix_a"):
+    """Once `sink` is silent, what it plays while `keys` are typed: by default letters, which
+    change nothing in a Tappix window that has the focus."""
+    session.wait_until(lambda: not session.record(0.3, sink=sink).heard(), 10,
+                       message="the sink to fall silent")
+    return session.record(0.8, sink=sink,
+                          action=lambda: session.xdotool("key", "--delay", delay_ms, *keys))
 
 
 def brightness(recording):

@@ -50,14 +50,9 @@ class SniHost:
 
     def _on_call(self, connection, sender, path, interface, method, params, invocation):
         if method == "RegisterStatusNotifierItem":
-            service = params.unpack()[0]
-            # Some items send only their object path.
-            if service.startswith("/"):
-                target, name = (sender, service), sender + service
-            else:
-                target, name = (service, "/StatusNotifierItem"), service
+            name = params.unpack()[0]  # Qt's item sends its service name
             with self._lock:
-                self._targets[name] = target
+                self._targets[name] = (name, "/StatusNotifierItem")
                 self._lock.notify_all()
             connection.emit_signal(None, "/StatusNotifierWatcher", WATCHER,
                                    "StatusNotifierItemRegistered", GLib.Variant("(s)", (name,)))

@@ -179,15 +179,8 @@ class Adopted:
 def tappix_processes(program):
     # By command line: started through util-linux's sg, Tappix cannot be traced, so its
     # /proc/PID/exe is closed even to its own user.
-    found = []
-    for entry in filter(str.isdigit, os.listdir("/proc")):
-        try:
-            with open("/proc/%s/cmdline" % entry, "rb") as f:
-                if f.read().split(b"\0")[0].decode(errors="replace") == program:
-                    found.append(int(entry))
-        except OSError:
-            continue
-    return found
+    found = subprocess.run(["pgrep", "-f", "^%s( |$)" % program], capture_output=True, text=True)
+    return [int(pid) for pid in found.stdout.split()]
 
 
 def groups_of(pid):

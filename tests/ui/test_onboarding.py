@@ -1,7 +1,6 @@
 #!/usr/bin/python3
-"""The first-run window as a screen reader meets it, each step shot dark and light: run
-from a temporary place, the move step; keys not heard, the permission step; keys heard, the
-ready step and Done."""
+"""The first-run window as a screen reader meets it, each step shot dark and light: the
+move step, the permission step, the ready step and Done."""
 
 import os
 import unittest

@@ -1,7 +1,6 @@
 #!/usr/bin/python3
-"""The key-cast overlay in one run: keys typed anywhere become chips, never more than six;
-the window takes no click or focus and is cut to its chips unless a compositor runs;
-combinations give their chips in both modes; pictures of each size, dark and light."""
+"""The key-cast overlay in one run: chips from keys typed anywhere, a window that takes no
+click or focus, combinations in both modes; pictures of each size, dark and light."""
 
 import contextlib
 import threading

@@ -1,8 +1,7 @@
 #!/usr/bin/python3
 """The settings window in one run: the page it opens on, the About counters, the update
-check against a feed served over HTTPS on 127.0.0.1 (trusted through SSL_CERT_FILE), each
-tab storing its page, a second launch, Ctrl+Q and the panel's Quit; on the way, pictures of
-the panel's pages and every settings page (first size and smallest), dark and light."""
+check against a feed served over HTTPS, each tab storing its page, a second launch, Ctrl+Q,
+the panel's Quit; pictures of the panel and every settings page, dark and light."""
 
 import os
 import re
@@ -138,15 +137,12 @@ class SettingsWindow(unittest.TestCase):
                 if served:
                     with open(appcast, "w", encoding="utf-8") as f:
                         f.write(feed(served))
-                s.press(ui.button(s, "Check Now", window))
+                    s.press(ui.button(s, "Check Now", window))
+                else:
+                    s.tray.click("Check for Updates…")
                 ui.label(s, "Checking for updates…", root=window)
                 ui.label(s, answer, root=window)
                 ui.screenshot(s, "settings-behaviour-update-%s-dark" % picture)
-        with self.subTest("the tray's Check for Updates…"):
-            os.remove(appcast)
-            s.tray.click("Check for Updates…")
-            ui.label(s, "Checking for updates…", root=window)
-            ui.label(s, "Couldn't check for updates: the server answered 404.", root=window)
 
         for theme in ("dark", "light"):
             if theme == "light":
