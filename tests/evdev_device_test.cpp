@@ -48,26 +48,21 @@ struct RecordingSink final : CaptureSink {
 
 /// A pipe standing in for /dev/input/eventN: the test writes raw `input_event`s.
 struct Stream {
-    int read = -1, write = -1;
-    Stream() {
-        int fds[2];
-        EXPECT_EQ(::pipe2(fds, O_NONBLOCK | O_CLOEXEC), 0);
-        read = fds[0];
-        write = fds[1];
-    }
+    int fds[2]{-1, -1};
+    const int& read = fds[0];
+    int& write = fds[1];
+    Stream() { EXPECT_EQ(::pipe2(fds, O_NONBLOCK | O_CLOEXEC), 0); }
     ~Stream() { closeWriter(); }
-    void send(std::vector<input_event> events) const {
-        const auto bytes = events.size() * sizeof(input_event);
-        ASSERT_EQ(::write(write, events.data(), bytes), static_cast<ssize_t>(bytes));
+    /// Writes the bytes of `events` from `from` up to `to`.
+    void send(const std::vector<input_event>& events, std::size_t from = 0,
+              std::size_t to = SIZE_MAX) const {
+        const std::size_t all = events.size() * sizeof(input_event);
+        from = std::min(from, all);
+        const std::size_t size = std::min(to, all) - from;
+        const auto* bytes = reinterpret_cast<const unsigned char*>(events.data()) + from;
+        ASSERT_EQ(::write(write, bytes, size), static_cast<ssize_t>(size));
     }
-    void sendBytes(const void* data, std::size_t size) const {
-        ASSERT_EQ(::write(write, data, size), static_cast<ssize_t>(size));
-    }
-    void closeWriter() {
-        if (write >= 0)
-            ::close(write);
-        write = -1;
-    }
+    void closeWriter() { ::close(std::exchange(write, -1)); }
 };
 
 /// A key event the kernel stamped `micros` after the steady clock's start.
@@ -100,13 +95,14 @@ TEST(EvdevKeymap, TranslatesAtTheBoundaryToItsLastEntryAndNoFurther) {
 }
 
 // What each kind of device reports of a stream: repeats dropped, only its own role's
-// keys, each at the time the kernel gave it, and nothing between SYN_DROPPED and the
-// next report.
+// keys, each at the time the kernel gave it, nothing between SYN_DROPPED and the next
+// report, and a record split across two reads put together.
 TEST(EvdevDevice, ReportsOnlyItsRolesKeysOnceEach) {
     const struct {
         DeviceRole role;
         std::vector<input_event> in;
         Events out;
+        std::size_t firstRead = SIZE_MAX; // bytes in the first read, the rest in a second
     } cases[] = {
         {DeviceRole::keyboard,
          {key(KEY_A, 1), syn(), key(KEY_A, 2), syn(), key(KEY_A, 2), key(KEY_A, 0), syn(),
@@ -127,53 +123,42 @@ TEST(EvdevDevice, ReportsOnlyItsRolesKeysOnceEach) {
         {DeviceRole::keyboard,
          {key(KEY_S, 1, 7'000'250), syn(), key(KEY_S, 0, 7'095'000), syn()},
          {"k 1 down at 7000250", "k 1 up at 7095000"}},
+        {DeviceRole::keyboard,
+         {key(KEY_A, 1), key(KEY_LEFTSHIFT, 1)},
+         {"k 0 down", "k 56 down"},
+         sizeof(input_event) + offsetof(input_event, code) + 1},
     };
     for (const auto& c : cases) {
         Stream stream;
         RecordingSink sink;
         EvdevDevice device(::dup(stream.read), c.role, "device");
-        stream.send(c.in);
+        stream.send(c.in, 0, c.firstRead);
+        EXPECT_EQ(device.readAvailable(sink), EvdevDevice::ReadResult::open);
+        stream.send(c.in, c.firstRead);
         EXPECT_EQ(device.readAvailable(sink), EvdevDevice::ReadResult::open);
         EXPECT_EQ(sink.events, c.out);
     }
 }
 
-TEST(EvdevDevice, RecordsSplitAcrossReads) {
-    Stream stream;
-    RecordingSink sink;
-    EvdevDevice device(::dup(stream.read), DeviceRole::keyboard, "kbd");
-    // A record and part of the next in one read, the rest in the next.
-    const input_event records[] = {key(KEY_A, 1), key(KEY_LEFTSHIFT, 1)};
-    const auto* bytes = reinterpret_cast<const unsigned char*>(records);
-    const std::size_t first = sizeof(input_event) + offsetof(input_event, code) + 1;
-    stream.sendBytes(bytes, first);
-    EXPECT_EQ(device.readAvailable(sink), EvdevDevice::ReadResult::open);
-    EXPECT_EQ(sink.events, (Events{"k 0 down"}));
-    stream.sendBytes(bytes + first, sizeof records - first);
-    device.readAvailable(sink);
-    EXPECT_EQ(sink.events, (Events{"k 0 down", "k 56 down"}));
-}
-
 // Without a device a media key reader waits and hears one plugged in later (a FIFO); a
 // reader of two devices delivers from both and survives one that vanishes.
 TEST(EvdevCapture, ReadersDeliverSurviveAVanishingDeviceAndHearOnePluggedInLater) {
-    RecordingSink refused;
-    QTemporaryDir dev;
-    const std::string dir = dev.path().toStdString();
-    EXPECT_FALSE(EvdevCapture(DeviceRole::keyboard, "tappix-evtap", "/nonexistent").start(refused));
-    EXPECT_FALSE(EvdevCapture(DeviceRole::keyboard, "tappix-evtap", dir).start(refused));
-    EXPECT_FALSE(EvdevCapture(DeviceRole::media, "tappix-media", "/nonexistent").start(refused));
-    EXPECT_TRUE(scanDevices("/nonexistent").empty());
-
     KeyEventService service{makeCaptureBackends()};
     test::EventRecorder recorder;
     recorder.attach(service);
+    CaptureSink& sink = service.captureSink();
+    QTemporaryDir dev;
+    const std::string dir = dev.path().toStdString();
+    EXPECT_FALSE(EvdevCapture(DeviceRole::keyboard, "tappix-evtap", "/nonexistent").start(sink));
+    EXPECT_FALSE(EvdevCapture(DeviceRole::keyboard, "tappix-evtap", dir).start(sink));
+    EXPECT_FALSE(EvdevCapture(DeviceRole::media, "tappix-media", "/nonexistent").start(sink));
+    EXPECT_TRUE(scanDevices("/nonexistent").empty());
     EvdevCapture media(DeviceRole::media, "tappix-media", dir, [](int, DeviceReport& report) {
         report.name = "stand-in";
         report.media = true;
         return true;
     });
-    ASSERT_TRUE(media.start(service.captureSink()));
+    ASSERT_TRUE(media.start(sink));
     const std::string node = dir + "/event7";
     ASSERT_EQ(::mkfifo(node.c_str(), 0600), 0);
     int writer = -1; // opens once the reader has the node open
@@ -196,7 +181,7 @@ TEST(EvdevCapture, ReadersDeliverSurviveAVanishingDeviceAndHearOnePluggedInLater
         std::make_unique<EvdevDevice>(::dup(first.read), DeviceRole::keyboard, "one"));
     devices.push_back(
         std::make_unique<EvdevDevice>(::dup(second.read), DeviceRole::keyboard, "two"));
-    ASSERT_TRUE(reader.startWithDevices(service.captureSink(), std::move(devices)));
+    ASSERT_TRUE(reader.startWithDevices(sink, std::move(devices)));
     first.send({key(KEY_A, 1), syn()});
     first.closeWriter(); // vanishes holding A: its key-up is reported
     second.send({key(KEY_S, 1), syn(), key(KEY_S, 2), syn(), key(KEY_S, 0), syn()});
@@ -228,7 +213,10 @@ TEST(KeyboardNodes, TheKernelsKeyListSaysWhichNodesAreKeyboards) {
         {"event5", nullptr, false},
         {"mouse0", "200100040010000", false}, // not an event node
     };
+    std::vector<std::string> found, expected;
     for (const auto& c : cases) {
+        if (c.keyboard)
+            expected.push_back(c.node);
         QFile(dev.filePath(c.node)).open(QIODevice::WriteOnly);
         if (c.keys) {
             const QString dir = sysfs.filePath(QString(c.node) + "/device/capabilities");
@@ -238,13 +226,8 @@ TEST(KeyboardNodes, TheKernelsKeyListSaysWhichNodesAreKeyboards) {
             list.write(QByteArray(c.keys) + "\n");
         }
     }
-    std::vector<std::string> found;
     for (const KeyboardNode& node :
          keyboardNodes(dev.path().toStdString(), sysfs.path().toStdString()))
         found.push_back(node.path.substr(node.path.rfind('/') + 1));
-    std::vector<std::string> expected;
-    for (const auto& c : cases)
-        if (c.keyboard)
-            expected.push_back(c.node);
     EXPECT_EQ(found, expected);
 }

@@ -79,7 +79,6 @@ TEST(InputRecording, EvemuRecordingReplaysThroughCapture) {
     std::string error;
     const auto recording = InputRecording::parse(kEvemu, error);
     ASSERT_TRUE(recording) << error;
-    EXPECT_EQ(recording->format, InputRecording::Format::evemu);
     EXPECT_EQ(recording->devices, std::vector<std::string>{"AT Translated Set 2 keyboard"});
     EXPECT_EQ(recording->problems, std::vector<std::string>{"1 event line could not be read"});
     ASSERT_EQ(recording->events.size(), 17u);
@@ -107,15 +106,13 @@ TEST(InputRecording, EvemuRecordingReplaysThroughCapture) {
 TEST(TappixDoctorReplay, PrintsTheDeliveredEventsWithTheirTimes) {
     QTemporaryDir dir;
     QFile file(dir.filePath("keyboard.yml"));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(kLibinput);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(kLibinput) > 0);
     file.close();
     QProcess doctor;
     doctor.start(QStringLiteral(TAPPIX_DOCTOR_PATH), {"--replay", file.fileName()});
     ASSERT_TRUE(doctor.waitForFinished(30000));
     EXPECT_EQ(doctor.exitCode(), 0) << doctor.readAllStandardError().toStdString();
     QStringList lines = QString::fromUtf8(doctor.readAllStandardOutput()).split('\n');
-    ASSERT_FALSE(lines.isEmpty());
     EXPECT_TRUE(lines.takeFirst().contains("libinput record recording, 10 events, \"AT "));
     EXPECT_EQ(lines,
               (QStringList{"0.000 key 0 a down", "0.120 key 0 a up", "0.500 mouse right down",

@@ -1,7 +1,6 @@
 // Recording a keyboard as a person does it: `tappix-kit record` listens to the private
 // sound server's microphone and captures keys under a private X server, while known key
-// sounds (the buckling-spring recordings the build converts) reach the microphone a
-// little after the matching keys are pressed.
+// sounds (a bundled kit's recordings) reach the microphone a little after each key.
 
 #include "core/sample_buffer.h"
 #include "kits/kit_checker.h"
@@ -14,9 +13,6 @@
 #include <pulse/error.h>
 #include <pulse/simple.h>
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <chrono>
@@ -50,8 +46,7 @@ std::vector<float> decode(const QString& path) {
     return buffer ? buffer->samples : std::vector<float>{};
 }
 
-/// A key the test moves: `after` seconds after the one before it really moved (the
-/// first: after a quiet lead-in), with the sound the microphone then hears.
+/// A key moved `after` seconds after the one before it, and the sound the microphone hears.
 struct Keyed {
     KeySym key;
     bool down;
@@ -60,8 +55,7 @@ struct Keyed {
 };
 
 /// How long after its key a sound reaches the microphone: longer than the stream's
-/// buffer (150 ms), so a key's sound is placed once the X server has said when the key
-/// moved.
+/// buffer (150 ms), so it is placed once the X server has said when the key moved.
 constexpr double kSoundLag = 0.21;
 
 /// Presses `keys` under the X server and plays into `sink` each key's sound `kSoundLag`
@@ -88,8 +82,7 @@ bool playKeyed(const char* sink, const std::vector<Keyed>& keys, pid_t recorder,
         pthread_setschedparam(pthread_self(), SCHED_OTHER, &normal);
         return false;
     }
-    // The server's word on when each key moved: its raw events, in milliseconds of
-    // CLOCK_MONOTONIC cut to 32 bits.
+    // When each key moved, by the server: raw events, in ms of CLOCK_MONOTONIC cut to 32 bits.
     unsigned char bits[XIMaskLen(XI_LASTEVENT)]{};
     XISetMask(bits, XI_RawKeyPress);
     XISetMask(bits, XI_RawKeyRelease);
@@ -142,8 +135,7 @@ bool playKeyed(const char* sink, const std::vector<Keyed>& keys, pid_t recorder,
         XFlush(display);
         const double when = moved();
         const double zero = *std::min_element(zeros.begin(), zeros.end());
-        // Where the stream has already gone, a little later: the recorder looks for each
-        // sound in a window around where the others put it.
+        // Never where the stream has gone: the recorder finds a sound near where the others lie.
         const auto from =
             std::max(std::size_t(std::max(0.0, (when + kSoundLag - zero) * kRate)), at + count);
         for (std::size_t i = 0; i < k.sound->size() && from + i < played.size(); ++i)
@@ -201,15 +193,13 @@ protected:
         PulseServer::pactl({"unload-module", feedModule_});
     }
 
-    /// Starts `tappix-kit record`; true once it asks for keys.
-    bool start(const QStringList& arguments) {
+    bool start(const QStringList& arguments) { // true once it asks for keys
         recorder_.start(QStringLiteral(TAPPIX_KIT_PATH), QStringList{"record"} + arguments);
         while (!output_.contains("Type each key") && recorder_.waitForReadyRead(10000))
             output_ += recorder_.readAll();
         return output_.contains("Type each key");
     }
-    /// Waits (15 s at most) for the recorder to end: its exit code, its output in `output_`.
-    int finish() {
+    int finish() { // the exit code once ended (within 15 s), the output in `output_`
         recorder_.waitForFinished(15000);
         output_ += recorder_.readAll();
         return recorder_.state() == QProcess::NotRunning ? recorder_.exitCode() : -1;
@@ -232,9 +222,9 @@ PulseServer* RecordingAKeyboard::pulse_ = nullptr;
 
 TEST_F(RecordingAKeyboard, TheKitHoldsEachKeysOwnSoundCutAtItsOnset) {
     const QString spring = QStringLiteral(TAPPIX_KITS_PATH "/ibm-buckling-spring");
-    QFile config(spring + "/config.json");
-    ASSERT_TRUE(config.open(QIODevice::ReadOnly));
-    const QJsonDocument springKit = QJsonDocument::fromJson(config.readAll());
+    SndfileDecoder decoder;
+    const KitReport springKit = checkKit(spring, decoder);
+    ASSERT_TRUE(springKit.config);
     constexpr int kTimes = 3;
     const std::pair<const char*, const char*> keys[] = {{"a", "a"}, {"Return", "enter"}};
     std::map<std::string, std::vector<float>> sounds; // by kit name, then "^" for a release
@@ -242,10 +232,11 @@ TEST_F(RecordingAKeyboard, TheKitHoldsEachKeysOwnSoundCutAtItsOnset) {
     for (const auto& [keysym, name] : keys) // as the recorder asks: each key its times
         for (int round = 0; round < kTimes; ++round)
             for (bool down : {true, false}) {
-                const QJsonValue sound = springKit["sounds"][name][down ? "down" : "up"];
+                const auto& files = springKit.config->sounds.at(name);
                 auto& samples = sounds[std::string(name) + (down ? "" : "^")];
                 if (samples.empty())
-                    samples = decode(spring + "/sounds/" + sound.toArray()[0].toString());
+                    samples =
+                        decode(spring + "/sounds/" + (down ? files.down : files.up)[0].c_str());
                 typed.push_back({XStringToKeysym(keysym), down, down ? 0.27 : 0.15, &samples});
             }
     ASSERT_TRUE(start({kits_, "--name", "Desk Board", "--keys", "a,return", "--times",
@@ -256,7 +247,6 @@ TEST_F(RecordingAKeyboard, TheKitHoldsEachKeysOwnSoundCutAtItsOnset) {
     ASSERT_EQ(finish(), 0) << output_.data();
 
     const QString kit = kits_ + "/recorded-desk-board";
-    SndfileDecoder decoder;
     const KitReport report = checkKit(kit, decoder);
     ASSERT_TRUE(report.ok()) << output_.data();
     for (const auto& [keysym, name] : keys)
