@@ -72,20 +72,21 @@ QStringList column(const QAbstractItemModel& model, const QByteArray& role) {
 // Where a text item's letters are drawn, in window coordinates: a wrapped or aligned text
 // draws less than its box; one that cannot wrap draws past it.
 QRectF drawnText(const QQuickItem& text) {
+    // Where `size` starts along one axis of the box, `align` placing it at an end or centre.
+    const auto start = [&](double box, const char* before, const char* after, double size,
+                           int align, int end, int centre) {
+        const double lead = text.property(before).toDouble();
+        const double room = box - lead - text.property(after).toDouble();
+        return lead + (align & end ? room - size : align & centre ? (room - size) / 2 : 0);
+    };
     const double width = text.property("contentWidth").toDouble();
     const double height = text.property("contentHeight").toDouble();
-    const double left = text.property("leftPadding").toDouble();
-    const double room = text.width() - left - text.property("rightPadding").toDouble();
-    const int align = text.property("effectiveHorizontalAlignment").toInt();
-    const double x = left + (align & Qt::AlignRight     ? room - width
-                             : align & Qt::AlignHCenter ? (room - width) / 2
-                                                        : 0);
-    const double top = text.property("topPadding").toDouble();
-    const double tall = text.height() - top - text.property("bottomPadding").toDouble();
-    const int valign = text.property("verticalAlignment").toInt();
-    const double y = top + (valign & Qt::AlignBottom    ? tall - height
-                            : valign & Qt::AlignVCenter ? (tall - height) / 2
-                                                        : 0);
+    const double x = start(text.width(), "leftPadding", "rightPadding", width,
+                           text.property("effectiveHorizontalAlignment").toInt(), Qt::AlignRight,
+                           Qt::AlignHCenter);
+    const double y =
+        start(text.height(), "topPadding", "bottomPadding", height,
+              text.property("verticalAlignment").toInt(), Qt::AlignBottom, Qt::AlignVCenter);
     return text.mapRectToScene(QRectF(x, y, width, height));
 }
 

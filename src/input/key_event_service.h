@@ -27,9 +27,10 @@ struct CaptureBackends {
 };
 
 /// Captures every key that goes down or up, system-wide, and on request every mouse
-/// button, and hands each as a plain (code, down) event, a key with the time it moved, to a
-/// callback on one serial queue, "tappix-keys". Auto-repeat is dropped; a key already held is never
-/// delivered down twice; a key-up is always delivered. It never alters or swallows input.
+/// button, and hands each key as a plain (code, down, time it moved) event to a callback
+/// on one serial queue, "tappix-keys". Auto-repeat is dropped; a key already held is
+/// never delivered down twice; a key-up is always delivered. It never alters or
+/// swallows input.
 ///
 /// Held keys live in two sets guarded by `stateLock_`, which is never held while a
 /// callback runs. Backends report on their own threads through `CaptureSink`.
