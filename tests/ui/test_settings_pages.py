@@ -137,11 +137,12 @@ class SettingsPages(unittest.TestCase):
             # reader's view catching up between presses); the Fun shelf comes next.
             self.assertEqual(s.wait_until(lambda: s.focused(kit_list) or s.key("Tab"), 10,
                                           interval=0.2), spring_name + ", chosen")
-            # Pistol, Shotgun, then Suppressed. Qt 6.8 leaves rows that scroll into the
-            # list out of the accessibility tree, so the keys are counted, not watched.
-            for _ in range(3):
+            # Pistol, Shotgun, then Suppressed, each named to the reader as it is reached,
+            # rows that scroll into the list too.
+            for kit in ("gun-pistol", "gun-shotgun", "gun-suppressed"):
+                name = ui.kit_name(s, kit)
                 s.key("Down")
-                time.sleep(0.2)
+                s.wait_until(lambda: s.focused(kit_list) == name, 5, message=name + " in focus")
             s.key("Return")
             s.wait_for_preference("selectedPackId", "gun-suppressed")
             ui.label(s, "Switch kit: " + muted, root=window)
