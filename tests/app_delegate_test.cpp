@@ -51,6 +51,19 @@ TEST(AppDelegate, TheShortcutTurnsTheSoundsOffAndOnWithoutSwallowingKeys) {
     run.settle();
     chord({option, shift, f5});
     EXPECT_FALSE(run.delegate->settings().isEnabled());
+
+    // The bell and the mouse are counted too, each once.
+    SettingsStore& settings = run.delegate->settings();
+    settings.setIsEnabled(true);
+    settings.setDingOnReturn(true);
+    settings.setMouseClickSounds(true);
+    run.settle();
+    run.type({returnKey});
+    run.keyboard->sink()->mouse(MouseButton::left, true);
+    run.keyboard->sink()->mouse(MouseButton::left, false);
+    run.settle();
+    EXPECT_EQ(settings.dingCount(), 1);
+    EXPECT_EQ(settings.clickCount(), 1);
     run.delegate->shutdown();
     EXPECT_EQ(run.file().value("toggleSoundsShortcut").toString(), QStringLiteral("Hyper+Q"));
 }

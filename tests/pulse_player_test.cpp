@@ -205,7 +205,7 @@ TEST_P(PulsePlayer, SoundsArriveOnTheirSideOnTheDeviceChosen) {
     SoundServer::pactl({"suspend-sink", "tappix_b", "0"});
     const double configured =
         match(report, "output stream on tappix_b: configured latency ([0-9.]+) ms");
-    EXPECT_GT(configured, PulseOutput::kTargetLatencyMs - 1);
+    EXPECT_GT(configured, 0);
     EXPECT_LT(configured, 1000);
     match(report, "device tappix_b: latency ([0-9.]+) ms now, configured [0-9.]+ ms");
     // PulseAudio keeps a sink suspended by hand while streams play on it; PipeWire (0.3.65)
@@ -326,7 +326,7 @@ TEST_P(PulsePlayer, TheFirstSoundsAfterASilencePlayWholeAndInTheirOwnTime) {
         player_->playBuffer(tone(0.02f), 1, 1, 1); // awake: as quick as the first
     });
     EXPECT_GE(bufferMs, 0);
-    EXPECT_LT(bufferMs, 40.0);
+    EXPECT_LT(bufferMs, output_->requestedBufferSeconds() * 1000 + 10);
     const std::uint64_t late = output_->lateResends() - lateBefore;
     EXPECT_LE(late, 1u) << "re-sends land behind the read position";
     const auto sounds = rightChannelSounds(recorded);
@@ -413,16 +413,17 @@ TEST_P(PulsePlayer, AServerThatRefusesSmallBuffersLosesNoSound) {
     EXPECT_EQ(rightChannelSounds(recorded).size(), std::size_t(kAdded))
         << "added sounds lost, doubled or come together";
     EXPECT_GT(output_->resends(), resendsBefore) << "no sound went out by a re-send";
-    // The latency counts the sink's part too (40 ms and more on both servers here).
-    EXPECT_GT(output_->latencySeconds(), output_->bufferSeconds() + 0.03);
+    // The latency is the sink's part (40 ms and more on both servers here), not the buffer:
+    // new sounds are re-sent, never queued behind it.
+    EXPECT_GT(output_->latencySeconds(), 0.03);
+    EXPECT_LT(output_->latencySeconds(), output_->bufferSeconds());
 
     const QString report = doctor("tappix_a");
     const double granted =
         match(report, QString("why: the server gave the stream a ([0-9.]+) ms buffer "
                               "instead of the %1 ms asked for")
-                          .arg(PulseOutput::kTargetLatencyMs));
+                          .arg(qRound(output_->requestedBufferSeconds() * 1000)));
     EXPECT_GT(granted, 45);
-    EXPECT_GT(match(report, "output stream on tappix_a: configured latency ([0-9.]+) ms"),
-              granted + 30)
+    EXPECT_GT(match(report, "output stream on tappix_a: configured latency ([0-9.]+) ms"), 30)
         << "the sink's part is missing";
 }

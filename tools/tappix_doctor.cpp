@@ -113,8 +113,8 @@ void describeLatency(tappix::AudioDeviceManager& devices) {
     }
     QThread::msleep(kProbeMs);
     const auto during = devices.outputLatency(*sink);
-    std::printf("audio: output stream on %s: configured latency %.1f ms (what Tappix's "
-                "buffer and the device's own part add up to)\n",
+    std::printf("audio: output stream on %s: configured latency %.1f ms (how long a new "
+                "sound waits: the device's own part and how far ahead of it Tappix writes)\n",
                 sink->c_str(), ms(output->latencySeconds()));
     if (during)
         std::printf("audio: device %s: latency %.1f ms now, configured %.1f ms, %s\n",

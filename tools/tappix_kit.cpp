@@ -302,7 +302,8 @@ int play(const std::vector<std::string>& args) {
         QThread::msleep(2);
     while (player.mixer().activeVoices() > 0)
         QThread::msleep(5);
-    QThread::msleep(static_cast<unsigned long>(player.output().latencySeconds() * 1000) + 50);
+    const double passSeconds = player.output().bufferSeconds() + player.output().latencySeconds();
+    QThread::msleep(static_cast<unsigned long>(passSeconds * 1000) + 50);
     std::printf("played %s (%s, %s)\n", variant.c_str(), key.c_str(), up ? "up" : "down");
     return 0;
 }

@@ -16,6 +16,7 @@
 #include <QMetaObject>
 #include <QPointer>
 #include <random>
+#include <utility>
 
 namespace tappix {
 
@@ -69,17 +70,11 @@ void AppDelegate::start() {
 
     soundEngine_ =
         std::make_unique<SoundEngine>(*packStore_, *audioPlayer_, clock_, std::random_device{}());
-    // Counters change only on the main thread: the key queue hops there.
-    auto onMain = [this](void (SettingsStore::*increment)()) {
-        return [this, increment] {
-            QMetaObject::invokeMethod(
-                settings_.get(), [this, increment] { (settings_.get()->*increment)(); },
-                Qt::QueuedConnection);
-        };
-    };
-    soundEngine_->setCounters({onMain(&SettingsStore::incrementKeystrokes),
-                               onMain(&SettingsStore::incrementDings),
-                               onMain(&SettingsStore::incrementClicks)});
+    // Counters change only on the main thread: the engine's counts ride along with the
+    // event's one hop there (installCallbacks).
+    soundEngine_->setCounters({[this] { ++eventCounts_.keystrokes; },
+                               [this] { ++eventCounts_.dings; },
+                               [this] { ++eventCounts_.clicks; }});
     soundEngine_->setSettings(engineSettings());
     const auto selected = settings_->selectedPackId();
     soundEngine_->loadPack(selected ? packStore_->find(selected->toStdString()) : nullptr);
@@ -252,38 +247,52 @@ void AppDelegate::installCallbacks() {
         }
         if (!recorded)
             engine->handleKey(code, down);
-        if (keyCastOn_.load(std::memory_order_relaxed) && (down || keys::isModifier(code)) &&
-            cast) {
-            QMetaObject::invokeMethod(
-                cast,
-                [cast, code, down] {
-                    if (cast)
-                        cast->key(code, down);
-                },
-                Qt::QueuedConnection);
-        }
         // Fed always, so held modifiers stay known; heard only while no recorder listens.
-        if (shortcutMatcher_.feed(code, down) && !shortcutPaused_.load(std::memory_order_relaxed)) {
+        const bool toggle =
+            shortcutMatcher_.feed(code, down) && !shortcutPaused_.load(std::memory_order_relaxed);
+        const bool toCast =
+            keyCastOn_.load(std::memory_order_relaxed) && (down || keys::isModifier(code));
+        const bool toTyping = down && typing;
+        const EventCounts counts = std::exchange(eventCounts_, {});
+        if (!toggle && !toCast && !toTyping && counts.keystrokes + counts.dings == 0)
+            return;
+        // One hop to the main thread for all of it: each hop is a wake-up there.
+        QMetaObject::invokeMethod(
+            self,
+            [self, cast, typing, code, down, toggle, toCast, toTyping, counts] {
+                if (!self)
+                    return;
+                self->count(counts);
+                if (toCast && cast)
+                    cast->key(code, down);
+                if (toTyping && typing)
+                    typing->keyDown(code);
+                if (toggle)
+                    self->toggleSounds();
+            },
+            Qt::QueuedConnection);
+    });
+    keyService_->setOnMouseEvent([engine, self, this](MouseButton button, bool down) {
+        engine->handleMouse(button, down);
+        const EventCounts counts = std::exchange(eventCounts_, {});
+        if (counts.clicks > 0)
             QMetaObject::invokeMethod(
                 self,
-                [self] {
+                [self, counts] {
                     if (self)
-                        self->toggleSounds();
+                        self->count(counts);
                 },
                 Qt::QueuedConnection);
-        }
-        if (down && typing) {
-            QMetaObject::invokeMethod(
-                typing,
-                [typing, code] {
-                    if (typing)
-                        typing->keyDown(code);
-                },
-                Qt::QueuedConnection);
-        }
     });
-    keyService_->setOnMouseEvent(
-        [engine](MouseButton button, bool down) { engine->handleMouse(button, down); });
+}
+
+void AppDelegate::count(const EventCounts& counts) {
+    for (int i = 0; i < counts.keystrokes; ++i)
+        settings_->incrementKeystrokes();
+    for (int i = 0; i < counts.dings; ++i)
+        settings_->incrementDings();
+    for (int i = 0; i < counts.clicks; ++i)
+        settings_->incrementClicks();
 }
 
 void AppDelegate::applyShortcut() {

@@ -167,7 +167,17 @@ Q_SIGNALS:
     void sleepingChanged(bool isSleeping);
 
 private:
+    /// What the engine counted for one key or mouse event: it goes to the main thread in
+    /// the event's one hop there, with the statistics and the overlay.
+    struct EventCounts {
+        int keystrokes = 0;
+        int dings = 0;
+        int clicks = 0;
+    };
+
     void installCallbacks();
+    /// Adds an event's counts to the statistics. Main thread.
+    void count(const EventCounts& counts);
     void applyShortcut();
     void permissionTick();
     void startCapture();
@@ -204,6 +214,8 @@ private:
     std::unique_ptr<SoundEngine> soundEngine_;
     // Touched on the key queue only.
     ShortcutMatcher shortcutMatcher_;
+    // The counts the engine made for the event in hand (key queue only).
+    EventCounts eventCounts_;
     // Set from the main thread while the shortcut recorder listens, so the combination
     // being recorded does not also fire.
     std::atomic<bool> shortcutPaused_{false};

@@ -35,8 +35,8 @@ public:
     /// Whether the stream is connected and rendering. Any thread.
     virtual bool isPlaying() const = 0;
 
-    /// The output latency as configured and reported by the server, in seconds
-    /// (0 when unknown). Any thread.
+    /// How long a new sound waits before the device plays it, as the server's
+    /// configuration says, in seconds (0 when unknown). Any thread.
     virtual double latencySeconds() const = 0;
 
     /// The buffer the output asks the server for while sounds play, in seconds (0 when

@@ -200,6 +200,7 @@ void PulseOutput::createStream(pa_context* context) {
     resentFrom_ = -1;
 
     const pa_buffer_attr attr = bufferAttributes();
+    requestedBuffer_ = (playsInCycles_ ? kCycleTargetLatencyMs : kTargetLatencyMs) / 1000.0;
     const auto flags = static_cast<pa_stream_flags_t>(
         PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_INTERPOLATE_TIMING);
     const char* device = device_ && !deviceMissing_ ? device_->c_str() : nullptr;
@@ -214,8 +215,9 @@ pa_buffer_attr PulseOutput::bufferAttributes() const {
     const pa_sample_spec format{PA_SAMPLE_FLOAT32NE, Mixer::kSampleRate, 2};
     pa_buffer_attr attr{};
     attr.maxlength = static_cast<std::uint32_t>(-1);
+    const int bufferMs = playsInCycles_ ? kCycleTargetLatencyMs : kTargetLatencyMs;
     attr.tlength =
-        static_cast<std::uint32_t>(pa_usec_to_bytes(kTargetLatencyMs * PA_USEC_PER_MSEC, &format));
+        static_cast<std::uint32_t>(pa_usec_to_bytes(bufferMs * PA_USEC_PER_MSEC, &format));
     // No prebuffering: playback starts at once and an underrun never pauses the stream.
     attr.prebuf = 0;
     // PulseAudio gives the sink (tlength - 2 minreq) / 2 of the latency asked for: with
@@ -477,13 +479,17 @@ void PulseOutput::noteGrantedBuffer(pa_stream* stream) {
         sinkLatency = timing->configured_sink_usec;
     const double bufferMs = static_cast<double>(pa_bytes_to_usec(attr->tlength, format)) / 1000;
     buffer_ = bufferMs / 1000;
-    latency_ = (bufferMs + static_cast<double>(sinkLatency) / 1000) / 1000;
-    if (bufferMs > kTargetLatencyMs + kRoundingMs && attr->tlength != loggedBuffer_) {
+    const double aheadMs = playsInCycles_
+                               ? static_cast<double>(pa_bytes_to_usec(attr->minreq, format)) / 1000
+                               : kResendMarginUs / 1000.0;
+    latency_ = (aheadMs + static_cast<double>(sinkLatency) / 1000) / 1000;
+    const double askedMs = requestedBuffer_.load() * 1000;
+    if (bufferMs > askedMs + kRoundingMs && attr->tlength != loggedBuffer_) {
         loggedBuffer_ = attr->tlength;
         qCInfo(lcAudio,
-               "the server gave the stream a %.1f ms buffer instead of the %d ms asked "
+               "the server gave the stream a %.1f ms buffer instead of the %.0f ms asked "
                "for; playing with that",
-               bufferMs, kTargetLatencyMs);
+               bufferMs, askedMs);
     }
 }
 
