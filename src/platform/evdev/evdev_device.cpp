@@ -14,11 +14,19 @@ namespace tappix::evdev {
 
 namespace {
 
+/// Past any monotonic or wall-clock reading for decades (2096 on the wall clock), and far
+/// short of what the steady clock's nanoseconds can hold.
+constexpr long long kLatestEventSeconds = 4'000'000'000;
+
 /// When the kernel says `event` happened, on the steady clock once EVIOCSCLOCKID has
-/// put the device on CLOCK_MONOTONIC.
+/// put the device on CLOCK_MONOTONIC. A stamp no clock gives (a damaged stream or
+/// recording) counts as now, as the key is read.
 KeyTime eventTime(const input_event& event) {
-    return KeyTime(std::chrono::seconds(event.input_event_sec) +
-                   std::chrono::microseconds(event.input_event_usec));
+    const auto seconds = static_cast<long long>(event.input_event_sec);
+    const auto micros = static_cast<long long>(event.input_event_usec);
+    if (seconds < 0 || seconds > kLatestEventSeconds || micros < 0 || micros >= 1'000'000)
+        return std::chrono::steady_clock::now();
+    return KeyTime(std::chrono::seconds(seconds) + std::chrono::microseconds(micros));
 }
 
 } // namespace
