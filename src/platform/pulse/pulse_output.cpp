@@ -200,7 +200,7 @@ void PulseOutput::createStream(pa_context* context) {
     resentFrom_ = -1;
 
     const pa_buffer_attr attr = bufferAttributes();
-    requestedBuffer_ = (playsInCycles_ ? kCycleTargetLatencyMs : kTargetLatencyMs) / 1000.0;
+    requestedBuffer_ = targetBufferMs() / 1000.0;
     const auto flags = static_cast<pa_stream_flags_t>(
         PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_INTERPOLATE_TIMING);
     const char* device = device_ && !deviceMissing_ ? device_->c_str() : nullptr;
@@ -215,9 +215,8 @@ pa_buffer_attr PulseOutput::bufferAttributes() const {
     const pa_sample_spec format{PA_SAMPLE_FLOAT32NE, Mixer::kSampleRate, 2};
     pa_buffer_attr attr{};
     attr.maxlength = static_cast<std::uint32_t>(-1);
-    const int bufferMs = playsInCycles_ ? kCycleTargetLatencyMs : kTargetLatencyMs;
     attr.tlength =
-        static_cast<std::uint32_t>(pa_usec_to_bytes(bufferMs * PA_USEC_PER_MSEC, &format));
+        static_cast<std::uint32_t>(pa_usec_to_bytes(targetBufferMs() * PA_USEC_PER_MSEC, &format));
     // No prebuffering: playback starts at once and an underrun never pauses the stream.
     attr.prebuf = 0;
     // PulseAudio gives the sink (tlength - 2 minreq) / 2 of the latency asked for: with

@@ -143,6 +143,8 @@ private:
                             std::uint32_t index, void* self);
     static void onSinkInfo(pa_context* context, const pa_sink_info* info, int eol, void* self);
     static void onServerInfo(pa_context* context, const pa_server_info* info, void* self);
+    /// The buffer asked for while sounds play, by the kind of server.
+    int targetBufferMs() const { return playsInCycles_ ? kCycleTargetLatencyMs : kTargetLatencyMs; }
     pa_buffer_attr bufferAttributes() const;
     pa_buffer_attr idleBufferAttributes() const;
     void markCycle(pa_stream* stream, std::size_t bytes) noexcept;
