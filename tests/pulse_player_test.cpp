@@ -310,24 +310,31 @@ TEST_P(PulsePlayer, SoundReturnsAfterAStallOrARestartWithoutTheKeysTypedMeanwhil
 
 // The first sound after a silence plays whole and as quickly as any other, the keys after
 // it in their own time, and the server holds the small buffer again once the idle one has
-// drained (250 ms). Underruns (a loaded machine) are counted, not judged.
+// drained (250 ms). Underruns (a loaded machine) are counted, not judged. A re-send taken
+// in late is counted; a sink catching up after a busy moment can take two of the five in
+// late, so such a round gets one more try (a margin short by 3 ms makes 2-4 of five late
+// in most rounds).
 TEST_P(PulsePlayer, TheFirstSoundsAfterASilencePlayWholeAndInTheirOwnTime) {
     constexpr int kNext = 4;
-    ASSERT_TRUE(test::waitFor([&] { return output_->isIdle(); }, 10000));
-    const std::uint64_t underrunsBefore = output_->underruns();
-    const std::uint64_t lateBefore = output_->lateResends();
+    std::uint64_t underrunsBefore = 0, late = 0;
     double bufferMs = -1, lastMs = 0;
-    const auto recorded = toneThenShortSounds(kNext, 60, [&] {
-        QThread::msleep(110);
-        bufferMs =
-            match(SoundServer::pactl({"list", "sink-inputs"}), "Buffer Latency: (\\d+) usec") /
-            1000.0;
-        lastMs = double(sinceTone_.elapsed());
-        player_->playBuffer(tone(0.02f), 1, 1, 1); // awake: as quick as the first
-    });
+    std::vector<float> recorded;
+    for (int round = 0; round < 2 && (round == 0 || late > 1); ++round) {
+        ASSERT_TRUE(test::waitFor([&] { return output_->isIdle(); }, 10000));
+        underrunsBefore = output_->underruns();
+        const std::uint64_t lateBefore = output_->lateResends();
+        recorded = toneThenShortSounds(kNext, 60, [&] {
+            QThread::msleep(110);
+            bufferMs =
+                match(SoundServer::pactl({"list", "sink-inputs"}), "Buffer Latency: (\\d+) usec") /
+                1000.0;
+            lastMs = double(sinceTone_.elapsed());
+            player_->playBuffer(tone(0.02f), 1, 1, 1); // awake: as quick as the first
+        });
+        late = output_->lateResends() - lateBefore;
+    }
     EXPECT_GE(bufferMs, 0);
     EXPECT_LT(bufferMs, output_->requestedBufferSeconds() * 1000 + 10);
-    const std::uint64_t late = output_->lateResends() - lateBefore;
     EXPECT_LE(late, 1u) << "re-sends land behind the read position";
     const auto sounds = rightChannelSounds(recorded);
     if (output_->underruns() == underrunsBefore && late == 0) {
