@@ -8,6 +8,7 @@
 #include <QGuiApplication>
 #include <QQuickWindow>
 #include <QScreen>
+#include <QTimer>
 
 namespace tappix {
 
@@ -16,6 +17,9 @@ namespace {
 // A click on the icon while the panel shows first takes the panel's focus away, which
 // closes it; the click that follows must not open it again at once.
 constexpr qint64 kReopenGuardMs = 300;
+// X11 toolkits report a window's loss of focus up to 400 ms late, after waiting for a focus
+// that may follow: a loss reported this soon after opening may still be the last closing's.
+constexpr qint64 kShowSettleMs = 500;
 // Space between the panel and the icon or the screen's edge.
 constexpr int kMargin = 8;
 
@@ -110,15 +114,24 @@ QQuickWindow* MenuBarController::panel() {
     if (!panel_ && makePanel_) {
         panel_ = makePanel_();
         if (panel_) {
-            connect(panel_, &QWindow::activeChanged, this, [this] {
-                if (panel_ && !panel_->isActive() && panel_->isVisible()) {
-                    panel_->hide();
-                    lastAutoHide_.start();
-                }
-            });
+            connect(panel_, &QWindow::activeChanged, this, &MenuBarController::hideIfInactive);
         }
     }
     return panel_;
+}
+
+void MenuBarController::hideIfInactive() {
+    if (!panel_ || panel_->isActive() || !panel_->isVisible())
+        return;
+    // Just opened: give the activation asked for its time to arrive, then look again.
+    if (shownAt_.isValid() && shownAt_.elapsed() < kShowSettleMs) {
+        QTimer::singleShot(kShowSettleMs - shownAt_.elapsed(), this,
+                           &MenuBarController::hideIfInactive);
+        return;
+    }
+    qCInfo(lcApp, "panel closed: the focus moved elsewhere");
+    panel_->hide();
+    lastAutoHide_.start();
 }
 
 bool MenuBarController::isPanelVisible() const {
@@ -149,6 +162,7 @@ void MenuBarController::showPanel(Placement placement) {
     window->show();
     window->raise();
     window->requestActivate();
+    shownAt_.start();
 }
 
 void MenuBarController::place(Placement placement) {

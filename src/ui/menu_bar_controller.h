@@ -72,6 +72,8 @@ private:
     void activated(QSystemTrayIcon::ActivationReason reason);
     void place(Placement placement);
     void keepInPlace();
+    /// Closes the panel when it shows without the focus: the user went elsewhere.
+    void hideIfInactive();
     QQuickWindow* panel();
 
     SettingsStore& settings_;
@@ -83,6 +85,7 @@ private:
     QAction* openPanelSeparator_ = nullptr;
     QSystemTrayIcon tray_;
     QElapsedTimer lastAutoHide_;
+    QElapsedTimer shownAt_;
     bool anchoredBelow_ = true;
     bool loggedNoTray_ = false;
     // What the icon shows now; none before the first refresh.
