@@ -10,6 +10,7 @@
 #include <functional>
 #include <future>
 #include <map>
+#include <thread>
 
 using namespace tappix;
 using Events = std::vector<std::string>;
@@ -119,23 +120,28 @@ TEST(KeyEventService, StartPassesThroughStopAndMouseCaptureIsIndependent) {
     EXPECT_FALSE(f.mouse->sink || f.service->isMouseCaptureOn());
 }
 
-// A new callback takes effect after the events already accepted. A burst that outruns
+// A new callback takes effect after the events already accepted. An event reaching an idle
+// queue runs on the capture thread that brought it, with no handoff. A burst that outruns
 // delivery cannot grow the queue without limit: beyond its capacity events are dropped and
-// counted, and delivery goes on after.
+// counted, and delivery goes on after, in order.
 TEST(KeyEventService, CallbacksChangeInDeliveryOrderAndTheQueueHasABound) {
     Fixture f;
     std::promise<void> entered, open;
     std::shared_future<void> opened = open.get_future().share();
     std::atomic<int> delivered{0};
+    std::thread::id firstRanOn;
     f.keyboard->sink->keyDown(keys::s, false, {});
     f.service->setOnKeyEvent([&](KeyCode, bool, KeyTime) {
         if (delivered++ == 0) {
+            firstRanOn = std::this_thread::get_id();
             entered.set_value();
             opened.wait(); // delivery stuck on the first event
         }
     });
-    f.keyboard->sink->keyDown(keys::a, false, {});
+    f.service->drain();
+    std::thread capture([&] { f.keyboard->sink->keyDown(keys::a, false, {}); });
     entered.get_future().wait();
+    EXPECT_EQ(firstRanOn, capture.get_id()) << "an idle queue handed the key to its thread";
     constexpr int kBurst = 1000;
     for (int i = 0; i < kBurst / 2; ++i) {
         f.keyboard->sink->keyUp(keys::a, {});
@@ -143,6 +149,7 @@ TEST(KeyEventService, CallbacksChangeInDeliveryOrderAndTheQueueHasABound) {
     }
     EXPECT_EQ(f.service->droppedEvents(), kBurst - KeyEventService::kQueueCapacity);
     open.set_value();
+    capture.join();
     f.service->drain();
     EXPECT_EQ(f.recorder.take(), (Events{"k 1 down"}));
     EXPECT_EQ(delivered.load(), 1 + static_cast<int>(KeyEventService::kQueueCapacity));

@@ -182,8 +182,10 @@ void AudioPlayer::loadMouseKit(const QString& directory, std::vector<std::string
 }
 
 void AudioPlayer::post(std::function<void()> task) {
-    // Counted with the other drops; the next play that gets through reports them.
-    queue_.tryPost(std::move(task));
+    // At once on the asking thread (the key's) while the queue is idle: a play then costs
+    // no wake-up of the queue's thread. Drops are counted with the others; the next play
+    // that gets through reports them.
+    queue_.tryRunOrPost(std::move(task));
 }
 
 void AudioPlayer::play(std::string packId, std::string name, float rate, float pan, float gain) {

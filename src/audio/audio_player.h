@@ -28,7 +28,8 @@ namespace tappix {
 /// Decides nothing about what to play: the sound engine names the kit, the sample,
 /// the rate, the pan and the gain.
 ///
-/// Plays run on the serial queue "tappix-audio", which never decodes: kits are decoded
+/// Plays run on the serial queue "tappix-audio" (on the asking thread itself while the
+/// queue is idle, which saves a wake-up of its thread per sound), which never decodes: kits are decoded
 /// on "tappix-decode" and their maps swapped in whole on "tappix-audio", so a play never
 /// sees a half-replaced map and keys pressed during a decode play the samples already
 /// in. Decoded kits are kept by kit and file identity (path, size, modification time):

@@ -17,8 +17,8 @@ namespace tappix {
 /// low-pass (tone brightness) → small-room reverb → master volume × duck, as 48000 Hz
 /// float stereo.
 ///
-/// Plays arrive through a fixed lock-free queue from one producer thread (the
-/// "tappix-audio" queue). Levels are atomics smoothed per block. `render` never locks,
+/// Plays arrive through a fixed lock-free queue from one producer at a time (the
+/// "tappix-audio" queue's tasks, whichever thread runs them). Levels are atomics smoothed per block. `render` never locks,
 /// allocates, logs or calls the system (the clock is read through the vDSO). The
 /// buffers a command points at must stay alive until `safeSequence()` passes the
 /// command's sequence number.

@@ -16,8 +16,11 @@ SerialQueue::~SerialQueue() {
         stopping_ = true;
         tasks_.clear();
     }
-    wake_.notify_one();
+    wake_.notify_all();
     wait();
+    // A task a caller is running itself finishes before the queue goes.
+    std::unique_lock lock(mutex_);
+    wake_.wait(lock, [this] { return !busy_; });
 }
 
 void SerialQueue::post(std::function<void()> task) {
@@ -45,6 +48,29 @@ bool SerialQueue::tryPost(std::function<void()> task) {
     return true;
 }
 
+bool SerialQueue::tryRunOrPost(std::function<void()> task) {
+    {
+        std::unique_lock lock(mutex_);
+        if (stopping_)
+            return false;
+        if (!busy_ && tasks_.empty()) {
+            busy_ = true;
+            lock.unlock();
+            task();
+            lock.lock();
+            busy_ = false;
+            const bool waiting = !tasks_.empty() || stopping_;
+            lock.unlock();
+            // Whatever came in meanwhile waited for this one: the queue's thread takes it on
+            // (or the destructor goes on).
+            if (waiting)
+                wake_.notify_all();
+            return true;
+        }
+    }
+    return tryPost(std::move(task));
+}
+
 void SerialQueue::drain() {
     std::promise<void> done;
     auto future = done.get_future();
@@ -57,13 +83,16 @@ void SerialQueue::run() {
         std::function<void()> task;
         {
             std::unique_lock lock(mutex_);
-            wake_.wait(lock, [this] { return stopping_ || !tasks_.empty(); });
+            wake_.wait(lock, [this] { return stopping_ || (!busy_ && !tasks_.empty()); });
             if (stopping_)
                 return;
             task = std::move(tasks_.front());
             tasks_.pop_front();
+            busy_ = true;
         }
         task();
+        std::lock_guard lock(mutex_);
+        busy_ = false;
     }
 }
 

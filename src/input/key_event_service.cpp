@@ -165,7 +165,8 @@ void KeyEventService::deliverKey(KeyCode code, bool down, KeyTime at) {
 }
 
 void KeyEventService::deliver(std::function<void()> task) {
-    if (queue_.tryPost(std::move(task)))
+    // On the capture thread itself while the queue is idle: no handoff to wait through.
+    if (queue_.tryRunOrPost(std::move(task)))
         return;
     // Logged at the first drop and then ever more rarely (2, 4, 8 …).
     const std::uint64_t dropped = queue_.dropped();

@@ -28,7 +28,8 @@ struct CaptureBackends {
 
 /// Captures every key that goes down or up, system-wide, and on request every mouse
 /// button, and hands each key as a plain (code, down, time it moved) event to a callback
-/// on one serial queue, "tappix-keys". Auto-repeat is dropped; a key already held is
+/// on one serial queue, "tappix-keys" (run by the capture thread itself while the queue is
+/// idle, so a key crosses no thread on its way to the sound). Auto-repeat is dropped; a key already held is
 /// never delivered down twice; a key-up is always delivered. It never alters or
 /// swallows input.
 ///

@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Where tappix spends CPU while typing: run time and wake-ups of each thread, from the
+# scheduler's own counts (/proc/PID/task/*/schedstat), over SECONDS of typing at 10
+# keys a second with release sounds on (20 sounds a second). Starts its own Xvfb,
+# sound server (SOUND_SERVER=pipewire for PipeWire) and tappix with a scratch home.
+#   bench/typing_threads.sh [BUILD_DIR] [SECONDS]
+set -euo pipefail
+build=$(realpath "${1:-build}")
+seconds=${2:-20}
+. "$(dirname "$0")/private_session.sh"
+private_x
+private_sound
+private_bus
+tappix_home '{"selectedPackId": "'"${KIT:-crisp-click}"'", "keyUpSoundsEnabled": '"${KEY_UP:-true}"', "pitchVariation": false, "hasSeenWelcome": true}'
+log=$session_dir/tappix.log
+env $tappix_env "$build/tappix" 2>"$log" &
+tappix=$!; session_pids+=($tappix)
+for _ in $(seq 100); do grep -q "global backend" "$log" && break; sleep 0.1; done
+sleep 3
+
+# "name run_ns slices" per thread name, summed over threads of the same name.
+threads() {
+    for t in /proc/$tappix/task/*; do
+        printf '%s %s\n' "$(tr ' ' _ <"$t/comm")" "$(cat "$t/schedstat" 2>/dev/null || echo '0 0 0')"
+    done | awk '{n[$1] += $2; s[$1] += $4} END {for (k in n) print k, n[k], s[k]}' | sort
+}
+report() { # before after seconds
+    join "$1" "$2" | awk -v secs="$3" '
+        { ms = ($4 - $2) / 1e6; w = ($5 - $3) / secs; if (ms > 0.05 || w > 0.5) {
+              printf "  %-18s %7.1f ms  %6.1f wakes/s\n", $1, ms, w; tms += ms; tw += w } }
+        END { printf "  %-18s %7.1f ms  %6.1f wakes/s  (%.2f %% of a core)\n", "all", tms, tw, tms / (secs * 10) }'
+}
+threads >"$session_dir/idle-before"; sleep "$seconds"; threads >"$session_dir/idle-after"
+echo "idle, ${seconds} s:"; report "$session_dir/idle-before" "$session_dir/idle-after" "$seconds"
+text=$(head -c $((seconds * 10)) </dev/zero | tr '\0' 'a')
+threads >"$session_dir/typing-before"; xdotool type --delay 100 "$text"; threads >"$session_dir/typing-after"
+echo "typing at 10 keys/s, ${seconds} s (release sounds: ${KEY_UP:-true}):"
+report "$session_dir/typing-before" "$session_dir/typing-after" "$seconds"
