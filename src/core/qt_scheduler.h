@@ -5,12 +5,12 @@
 #include <QObject>
 #include <unordered_map>
 
-class QTimer;
-
 namespace tappix {
 
-/// A `Scheduler` over Qt single-shot timers, running tasks on the thread whose event
-/// loop owns this object (the main thread in the application).
+/// A `Scheduler` over the event loop's own timers, running tasks on the thread whose
+/// event loop owns this object (the main thread in the application). A task costs a
+/// timer registration and nothing else: no object, no connection, no posted deletion,
+/// which matters for the few that are moved on every key (the statistics' flush).
 class QtScheduler final : public QObject, public Scheduler {
     Q_OBJECT
 public:
@@ -24,8 +24,18 @@ public:
     /// Cancels a pending task. Owner thread only.
     void cancel(TaskId id) override;
 
+protected:
+    void timerEvent(QTimerEvent* event) override;
+
 private:
-    std::unordered_map<TaskId, QTimer*> timers_;
+    struct Pending {
+        int timerId = 0;
+        std::function<void()> task;
+    };
+    // Ids of our own, never reused, so a stale id cannot cancel a later task that got the
+    // same timer id from the event loop.
+    std::unordered_map<TaskId, Pending> pending_;
+    std::unordered_map<int, TaskId> byTimer_;
     TaskId nextId_ = 1;
 };
 
