@@ -29,8 +29,8 @@ namespace tappix {
 /// the rate, the pan and the gain.
 ///
 /// Plays run on the serial queue "tappix-audio" (on the asking thread itself while the
-/// queue is idle, which saves a wake-up of its thread per sound), which never decodes: kits are decoded
-/// on "tappix-decode" and their maps swapped in whole on "tappix-audio", so a play never
+/// queue is idle, which saves a wake-up of its thread per sound), which never decodes: kits are
+/// decoded on "tappix-decode" and their maps swapped in whole on "tappix-audio", so a play never
 /// sees a half-replaced map and keys pressed during a decode play the samples already
 /// in. Decoded kits are kept by kit and file identity (path, size, modification time):
 /// a load decodes only files it has not decoded as they are now, and kits no longer in

@@ -18,9 +18,9 @@ namespace tappix {
 /// float stereo.
 ///
 /// Plays arrive through a fixed lock-free queue from one producer at a time (the
-/// "tappix-audio" queue's tasks, whichever thread runs them). Levels are atomics smoothed per block. `render` never locks,
-/// allocates, logs or calls the system (the clock is read through the vDSO). The
-/// buffers a command points at must stay alive until `safeSequence()` passes the
+/// "tappix-audio" queue's tasks, whichever thread runs them). Levels are atomics smoothed per
+/// block. `render` never locks, allocates, logs or calls the system (the clock is read through the
+/// vDSO). The buffers a command points at must stay alive until `safeSequence()` passes the
 /// command's sequence number.
 ///
 /// A sound is on time or not at all: one that reaches the render more than

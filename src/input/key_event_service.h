@@ -29,9 +29,9 @@ struct CaptureBackends {
 /// Captures every key that goes down or up, system-wide, and on request every mouse
 /// button, and hands each key as a plain (code, down, time it moved) event to a callback
 /// on one serial queue, "tappix-keys" (run by the capture thread itself while the queue is
-/// idle, so a key crosses no thread on its way to the sound). Auto-repeat is dropped; a key already held is
-/// never delivered down twice; a key-up is always delivered. It never alters or
-/// swallows input.
+/// idle, so a key crosses no thread on its way to the sound). Auto-repeat is dropped; a key already
+/// held is never delivered down twice; a key-up is always delivered. It never alters or swallows
+/// input.
 ///
 /// Held keys live in two sets guarded by `stateLock_`, which is never held while a
 /// callback runs. Backends report on their own threads through `CaptureSink`.
