@@ -7,6 +7,9 @@
 #   private_pipewire the same sink on PipeWire + WirePlumber + pipewire-pulse, inside a
 #                    session bus of their own, with WirePlumber's device monitors off
 #   private_sound    private_pipewire when SOUND_SERVER=pipewire, else private_pulse
+#   start_tappix BUILD_DIR
+#                    runs BUILD_DIR/tappix in that home, its log in $log and its pid in
+#                    $tappix, and waits until it captures keys
 #   tappix_home PREFERENCES_JSON
 #                    preferences and an autostart entry under $session_dir/home, so tappix
 #                    starts as it does at login: in the tray, no window. Sets tappix_env to
@@ -85,4 +88,12 @@ tappix_home() {
     printf '[Desktop Entry]\nType=Application\nName=Tappix\nExec=tappix\n' \
         >"$home/.config/autostart/app.morvane.tappix.desktop"
     tappix_env="HOME=$home XDG_CONFIG_HOME=$home/.config XDG_DATA_HOME=$home/.local/share XDG_RUNTIME_DIR=$home/runtime"
+}
+
+start_tappix() {
+    log=$session_dir/tappix.log
+    env $tappix_env "$1/tappix" 2>"$log" &
+    tappix=$!
+    session_pids+=($tappix)
+    for _ in $(seq 100); do grep -q "global backend" "$log" && break; sleep 0.1; done
 }

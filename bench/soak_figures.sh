@@ -25,11 +25,7 @@ private_sound
 server=${session_pids[-1]}
 private_bus
 tappix_home '{"selectedPackId": "'"${kits[0]}"'", "keyUpSoundsEnabled": true, "pitchVariation": false, "hasSeenWelcome": true}'
-log=$session_dir/tappix.log
-env $tappix_env "$build/tappix" 2>"$log" &
-tappix=$!
-session_pids+=($tappix)
-for _ in $(seq 100); do grep -q "global backend" "$log" && break; sleep 0.1; done
+start_tappix "$build"
 sleep 2
 
 rss_kb() { awk '/VmRSS/ {print $2}' /proc/$tappix/status; }

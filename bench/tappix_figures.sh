@@ -11,10 +11,7 @@ seconds=${2:-60}
 private_x
 private_sound
 tappix_home '{"selectedPackId": "'"${KIT:-crisp-click}"'", "keyUpSoundsEnabled": '"${KEY_UP:-false}"', "pitchVariation": false, "hasSeenWelcome": true}'
-log=$session_dir/tappix.log
-env $tappix_env "$build/tappix" 2>"$log" &
-tappix=$!; session_pids+=($tappix)
-for _ in $(seq 100); do grep -q "global backend" "$log" && break; sleep 0.1; done
+start_tappix "$build"
 sleep 3
 
 rss() { awk '/VmRSS/ {printf "%.1f MB", $2/1024}' /proc/$tappix/status; }

@@ -12,10 +12,7 @@ private_x
 private_sound
 private_bus
 tappix_home '{"selectedPackId": "'"${KIT:-crisp-click}"'", "keyUpSoundsEnabled": '"${KEY_UP:-true}"', "pitchVariation": false, "hasSeenWelcome": true}'
-log=$session_dir/tappix.log
-env $tappix_env "$build/tappix" 2>"$log" &
-tappix=$!; session_pids+=($tappix)
-for _ in $(seq 100); do grep -q "global backend" "$log" && break; sleep 0.1; done
+start_tappix "$build"
 sleep 3
 
 # "name run_ns slices" per thread name, summed over threads of the same name.

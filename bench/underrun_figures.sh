@@ -15,10 +15,7 @@ private_x
 private_sound
 private_bus
 tappix_home '{"selectedPackId": "crisp-click", "keyUpSoundsEnabled": false, "pitchVariation": false, "hasSeenWelcome": true}'
-log=$session_dir/tappix.log
-env $tappix_env "$build/tappix" 2>"$log" &
-session_pids+=($!)
-for _ in $(seq 100); do grep -q "global backend" "$log" && break; sleep 0.1; done
+start_tappix "$build"
 sleep 2
 
 underruns() {
