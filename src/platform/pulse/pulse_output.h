@@ -77,6 +77,10 @@ public:
     /// On a server that plays in cycles, how far past its read position the first sound
     /// after a silence goes (plus the recent transport time).
     static constexpr int kWakeMarginUs = 2000;
+    /// A re-send asks the server where it reads at most this often. Its answer keeps the
+    /// extrapolated read position fresh and says whether that re-send came in time; an
+    /// answer after every re-send was a seventh of the process's time while typing.
+    static constexpr int kTimingRefreshMs = 200;
     /// How many of the server's latest requests for data are kept to count its cycles.
     static constexpr std::size_t kCycleMarks = 16;
     /// How much of what was written the mirror keeps, in frames: more than PulseAudio's
@@ -113,9 +117,10 @@ public:
     /// How many times new sounds went out by re-sending the unplayed buffer (rather
     /// than waiting behind it). Any thread.
     std::uint64_t resends() const { return resends_.load(); }
-    /// Re-sends the server had read past the start of when it took them in (the first
-    /// milliseconds of a new sound lost: the server was held up longer than the margin
-    /// allows). Each widens the margin by what was missed. Any thread.
+    /// Of the re-sends checked (at most one every `kTimingRefreshMs`), those the server had
+    /// read past the start of when it took them in (the first milliseconds of a new sound
+    /// lost: the server was held up longer than the margin allows). Each widens the margin
+    /// by what was missed. Any thread.
     std::uint64_t lateResends() const { return lateResends_.load(); }
 
     /// Whether the loop thread got real-time priority when the output started. Any thread.
@@ -135,6 +140,7 @@ private:
     static void onUnderflow(pa_stream* stream, void* self);
     static void onBufferChanged(pa_stream* stream, void* self);
     static void onTimingUpdate(pa_stream* stream, void* self);
+    static void onResendTimed(pa_stream* stream, int success, void* self);
     void anchorMirror(std::int64_t writeEnd) noexcept;
     static void onBufferSet(pa_stream* stream, int success, void* self);
     void notePathDelay(double transportUs);
@@ -190,8 +196,10 @@ private:
     std::atomic<std::uint64_t> underruns_{0};
     std::atomic<std::uint64_t> resends_{0};
     std::atomic<std::uint64_t> lateResends_{0};
-    // Where the last re-send started, until a timing report says whether it was on time.
+    // Where the re-send that asked for a timing report started, until the report says
+    // whether it was on time; when the last such report was asked for.
     std::int64_t resentFrom_ = -1;
+    pa_usec_t timingAskedAt_ = 0;
     pa_usec_t gapsExpectedUntil_ = 0;
     // When the server last asked for data (or the stream became ready). Loop thread.
     pa_usec_t lastRequestAt_ = 0;
