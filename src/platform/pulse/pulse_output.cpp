@@ -201,7 +201,8 @@ void PulseOutput::createStream(pa_context* context) {
     resentFrom_ = -1;
 
     const pa_buffer_attr attr = bufferAttributes();
-    requestedBuffer_ = targetBufferMs() / 1000.0;
+    requestedBuffer_ =
+        static_cast<double>(pa_bytes_to_usec(attr.tlength, &format)) / PA_USEC_PER_SEC;
     const auto flags = static_cast<pa_stream_flags_t>(
         PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_INTERPOLATE_TIMING);
     const char* device = device_ && !deviceMissing_ ? device_->c_str() : nullptr;
@@ -214,20 +215,26 @@ void PulseOutput::createStream(pa_context* context) {
 
 pa_buffer_attr PulseOutput::bufferAttributes() const {
     const pa_sample_spec format{PA_SAMPLE_FLOAT32NE, Mixer::kSampleRate, 2};
+    const auto bytes = [&](int ms) {
+        return static_cast<std::uint32_t>(pa_usec_to_bytes(ms * PA_USEC_PER_MSEC, &format));
+    };
     pa_buffer_attr attr{};
     attr.maxlength = static_cast<std::uint32_t>(-1);
-    attr.tlength =
-        static_cast<std::uint32_t>(pa_usec_to_bytes(targetBufferMs() * PA_USEC_PER_MSEC, &format));
     // No prebuffering: playback starts at once and an underrun never pauses the stream.
     attr.prebuf = 0;
+    attr.fragsize = static_cast<std::uint32_t>(-1);
+    if (playsInCycles_) {
+        // PipeWire's layer makes the graph cycle (tlength - 2 minreq) / 2 and asks for data
+        // whenever minreq is missing: a short cycle with refills of several cycles.
+        attr.minreq = bytes(kCycleRefillMs);
+        attr.tlength = 2 * attr.minreq + 2 * kCycleFrames * static_cast<std::uint32_t>(kFrameBytes);
+        return attr;
+    }
     // PulseAudio gives the sink (tlength - 2 minreq) / 2 of the latency asked for: with
     // refills of half the buffer that is nothing, so the sink stays at its minimum and a
-    // re-sent sound is not held behind it. PipeWire's layer makes its graph cycle about
-    // as long as minreq (measured: 5 ms gives a 256-frame cycle at 48 kHz).
-    const int refillMs = playsInCycles_ ? kCycleRefillMs : kRefillMs;
-    attr.minreq =
-        static_cast<std::uint32_t>(pa_usec_to_bytes(refillMs * PA_USEC_PER_MSEC, &format));
-    attr.fragsize = static_cast<std::uint32_t>(-1);
+    // re-sent sound is not held behind it.
+    attr.tlength = bytes(kTargetLatencyMs);
+    attr.minreq = bytes(kRefillMs);
     return attr;
 }
 
@@ -483,9 +490,7 @@ void PulseOutput::noteGrantedBuffer(pa_stream* stream) {
         sinkLatency = timing->configured_sink_usec;
     const double bufferMs = static_cast<double>(pa_bytes_to_usec(attr->tlength, format)) / 1000;
     buffer_ = bufferMs / 1000;
-    const double aheadMs = playsInCycles_
-                               ? static_cast<double>(pa_bytes_to_usec(attr->minreq, format)) / 1000
-                               : kResendMarginUs / 1000.0;
+    const double aheadMs = (playsInCycles_ ? kCycleGuardUs : kResendMarginUs) / 1000.0;
     latency_ = (aheadMs + static_cast<double>(sinkLatency) / 1000) / 1000;
     const double askedMs = requestedBuffer_.load() * 1000;
     if (bufferMs > askedMs + kRoundingMs && attr->tlength != loggedBuffer_) {
@@ -498,7 +503,7 @@ void PulseOutput::noteGrantedBuffer(pa_stream* stream) {
 }
 
 void PulseOutput::setIdle(pa_stream* stream, bool idle) {
-    // Idle: a large buffer refilled a few times a second instead of every 5 ms; the
+    // Idle: a large buffer refilled a few times a second instead of every 30 ms; the
     // stream stays connected and running, so the sink never suspends.
     const pa_buffer_attr attr = idle ? idleBufferAttributes() : bufferAttributes();
     if (idle && playsInCycles_) {
