@@ -27,18 +27,23 @@ TEST(AppDelegate, TheShortcutTurnsTheSoundsOffAndOnWithoutSwallowingKeys) {
             run.press(*code, false);
         QCoreApplication::processEvents();
     };
+    // The statistics take what came a moment later.
+    auto keystrokes = [&] {
+        run.time.advance(AppDelegate::kStatisticsBatch);
+        return run.delegate->settings().keystrokeCount();
+    };
     chord({control, command, k});
     EXPECT_FALSE(run.delegate->settings().isEnabled());
     // The chord's own keys, K included, sound: the shortcut only listens.
-    const auto counted = run.delegate->settings().keystrokeCount();
+    const auto counted = keystrokes();
     EXPECT_EQ(counted, 3);
     run.type({a, s, d});
-    EXPECT_EQ(run.delegate->settings().keystrokeCount(), counted);
+    EXPECT_EQ(keystrokes(), counted);
 
     chord({rightCommand, rightControl, k});
     EXPECT_TRUE(run.delegate->settings().isEnabled());
     run.type({a});
-    EXPECT_EQ(run.delegate->settings().keystrokeCount(), counted + 1);
+    EXPECT_EQ(keystrokes(), counted + 1);
 
     // Another combination, and a bad one that turns the shortcut off.
     run.delegate->settings().setToggleSoundsShortcut(QStringLiteral("Alt+Shift+F5"));
@@ -62,10 +67,42 @@ TEST(AppDelegate, TheShortcutTurnsTheSoundsOffAndOnWithoutSwallowingKeys) {
     run.keyboard->sink()->mouse(MouseButton::left, true);
     run.keyboard->sink()->mouse(MouseButton::left, false);
     run.settle();
+    run.time.advance(AppDelegate::kStatisticsBatch);
     EXPECT_EQ(settings.dingCount(), 1);
     EXPECT_EQ(settings.clickCount(), 1);
     run.delegate->shutdown();
     EXPECT_EQ(run.file().value("toggleSoundsShortcut").toString(), QStringLiteral("Hyper+Q"));
+}
+
+// The typing statistics are not woken for every key: the first key after a quiet spell
+// reaches them at once, the keys right after it together a moment later, each at the time
+// it went down, and what is on its way when Tappix quits is still counted.
+TEST(AppDelegate, TypingStatisticsTakeKeysTogetherAndLoseNoneAtQuit) {
+    Harness run;
+    using namespace keys;
+    const SettingsStore& settings = run.delegate->settings();
+    struct Step {
+        KeyCode key;
+        std::chrono::milliseconds after; // since the step before
+        int counted;                     // keystrokes the statistics hold once it settled
+    };
+    const Step steps[] = {
+        {a, 0ms, 1},   // the first wakes the main thread
+        {s, 100ms, 1}, // the next ones wait for the take, 250 ms after the first
+        {d, 100ms, 1},
+        {f, 100ms, 3}, // the take came first; this one waits for the next
+    };
+    for (const Step& step : steps) {
+        run.time.advance(step.after);
+        run.press(step.key, true);
+        run.press(step.key, false);
+        EXPECT_EQ(settings.keystrokeCount(), step.counted) << "key " << step.key;
+    }
+    // Timed when they went down (0.1 s apart), not when they were taken.
+    EXPECT_NEAR(settings.typingSeconds(), 0.2, 0.001);
+    EXPECT_EQ(run.delegate->typingMonitor().sessionKeystrokes(), 3);
+    run.delegate->shutdown();
+    EXPECT_EQ(run.file().value("keystrokeCount").toInt(), 4);
 }
 
 // Settings changes decode only kits they bring in: a mix voice from another kit its files alone.

@@ -226,17 +226,16 @@ void AppDelegate::showWelcomeOrSettings() {
 
 void AppDelegate::installCallbacks() {
     // The key fan-out: the sound engine first, so nothing delays the sound; then the
-    // key-cast overlay and the typing statistics, on the main thread, with the shortcut,
-    // which only listens, between them. The overlay's keys stay on the key queue while it
-    // is off, and only key-downs and modifiers' releases ever leave.
+    // shortcut, which only listens; the key-cast overlay, at once on the main thread; and
+    // the typing statistics, gathered for the main thread to take a few times a second.
+    // The overlay's keys stay on the key queue while it is off, and only key-downs and
+    // modifiers' releases ever leave.
     // Targets are held weakly where they live on the main thread; the engine outlives
     // the key service (members below) and shutdown clears these before anything goes.
     SoundEngine* engine = soundEngine_.get();
-    QPointer<TypingMonitor> typing = typingMonitor_.get();
     QPointer<KeyCast> cast = keyCast_.get();
     QPointer<AppDelegate> self = this;
-    keyService_->setOnKeyEvent([engine, typing, cast, self, this](KeyCode code, bool down,
-                                                                  KeyTime at) {
+    keyService_->setOnKeyEvent([engine, cast, self, this](KeyCode code, bool down, KeyTime at) {
         bool recorded = false;
         if (keyRecorderOn_.load(std::memory_order_acquire)) {
             const std::lock_guard lock(keyRecorderMutex_);
@@ -252,37 +251,78 @@ void AppDelegate::installCallbacks() {
             shortcutMatcher_.feed(code, down) && !shortcutPaused_.load(std::memory_order_relaxed);
         const bool toCast =
             keyCastOn_.load(std::memory_order_relaxed) && (down || keys::isModifier(code));
-        const bool toTyping = down && typing;
-        const EventCounts counts = std::exchange(eventCounts_, {});
-        if (!toggle && !toCast && !toTyping && counts.keystrokes + counts.dings == 0)
+        queueStatistics(std::exchange(eventCounts_, {}),
+                        down ? std::optional<KeyCode>(code) : std::nullopt);
+        if (!toggle && !toCast)
             return;
-        // One hop to the main thread for all of it: each hop is a wake-up there.
+        // The overlay and the shortcut are seen at once: one hop for both.
         QMetaObject::invokeMethod(
             self,
-            [self, cast, typing, code, down, toggle, toCast, toTyping, counts] {
+            [self, cast, code, down, toggle, toCast] {
                 if (!self)
                     return;
-                self->count(counts);
                 if (toCast && cast)
                     cast->key(code, down);
-                if (toTyping && typing)
-                    typing->keyDown(code);
                 if (toggle)
                     self->toggleSounds();
             },
             Qt::QueuedConnection);
     });
-    keyService_->setOnMouseEvent([engine, self, this](MouseButton button, bool down) {
+    keyService_->setOnMouseEvent([engine, this](MouseButton button, bool down) {
         engine->handleMouse(button, down);
-        const EventCounts counts = std::exchange(eventCounts_, {});
-        if (counts.clicks > 0)
-            QMetaObject::invokeMethod(
-                self,
-                [self, counts] {
-                    if (self)
-                        self->count(counts);
-                },
-                Qt::QueuedConnection);
+        queueStatistics(std::exchange(eventCounts_, {}), std::nullopt);
+    });
+}
+
+void AppDelegate::queueStatistics(const EventCounts& counts, std::optional<KeyCode> keyDown) {
+    if (!keyDown && counts.keystrokes + counts.dings + counts.clicks == 0)
+        return;
+    bool wake = false;
+    {
+        const std::lock_guard lock(statisticsMutex_);
+        if (keyDown)
+            statisticsKeys_.push_back({*keyDown, clock_.now()});
+        statisticsCounts_.keystrokes += counts.keystrokes;
+        statisticsCounts_.dings += counts.dings;
+        statisticsCounts_.clicks += counts.clicks;
+        wake = !std::exchange(statisticsTakeDue_, true);
+    }
+    if (wake) {
+        QPointer<AppDelegate> self = this;
+        QMetaObject::invokeMethod(
+            this,
+            [self] {
+                if (self)
+                    self->takeStatistics(true);
+            },
+            Qt::QueuedConnection);
+    }
+}
+
+void AppDelegate::takeStatistics(bool again) {
+    EventCounts counts;
+    {
+        const std::lock_guard lock(statisticsMutex_);
+        // The buffers trade places, so the key queue reuses this one's room.
+        takenKeys_.swap(statisticsKeys_);
+        counts = std::exchange(statisticsCounts_, {});
+        const bool any =
+            !takenKeys_.empty() || counts.keystrokes + counts.dings + counts.clicks > 0;
+        // Nothing came since the last take: the next event wakes the main thread again.
+        statisticsTakeDue_ = again && any;
+        if (!any)
+            return;
+    }
+    count(counts);
+    for (const StatisticsKey& key : takenKeys_)
+        typingMonitor_->keyDown(key.code, key.at);
+    takenKeys_.clear();
+    if (!again)
+        return;
+    QPointer<AppDelegate> self = this;
+    scheduler_.schedule(kStatisticsBatch, [self] {
+        if (self)
+            self->takeStatistics(true);
     });
 }
 
@@ -555,9 +595,8 @@ void AppDelegate::shutdown() {
     keyService_->setOnKeyEvent({});
     keyService_->setOnMouseEvent({});
     keyService_->drain();
-    // Counts and key-downs already handed to the main thread still count.
-    QCoreApplication::sendPostedEvents(settings_.get(), QEvent::MetaCall);
-    QCoreApplication::sendPostedEvents(typingMonitor_.get(), QEvent::MetaCall);
+    // Counts and key-downs already on their way to the statistics still count.
+    takeStatistics(false);
     keyCast_->clear();
     settings_->flushStats();
     sleepMonitor_->stop();

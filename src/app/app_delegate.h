@@ -30,6 +30,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tappix {
 
@@ -48,6 +49,9 @@ public:
     static constexpr std::chrono::milliseconds kShowPanelAfterOnboarding{350};
     /// How long a Tappix started again with a new group has to take over.
     static constexpr std::chrono::milliseconds kTakeOverWait{20000};
+    /// While keys keep coming, the typing statistics take them this often rather than at
+    /// each key: each hop to the main thread is a wake-up of it.
+    static constexpr std::chrono::milliseconds kStatisticsBatch{250};
 
     /// The platform parts the delegate runs on (real ones in `tappix`, others in tests).
     struct Platform {
@@ -167,15 +171,26 @@ Q_SIGNALS:
     void sleepingChanged(bool isSleeping);
 
 private:
-    /// What the engine counted for one key or mouse event: it goes to the main thread in
-    /// the event's one hop there, with the statistics and the overlay.
+    /// What the engine counted for one key or mouse event: it goes to the main thread
+    /// with the key-downs for the statistics.
     struct EventCounts {
         int keystrokes = 0;
         int dings = 0;
         int clicks = 0;
     };
+    /// A key-down for the typing statistics, timed when it was heard.
+    struct StatisticsKey {
+        KeyCode code;
+        Clock::Duration at;
+    };
 
     void installCallbacks();
+    /// Hands an event's counts, and the key-down if there is one, to the statistics. Key
+    /// queue.
+    void queueStatistics(const EventCounts& counts, std::optional<KeyCode> keyDown);
+    /// Feeds the statistics what the key queue gathered; while keys keep coming, again
+    /// after `kStatisticsBatch` (`again`). Main thread.
+    void takeStatistics(bool again);
     /// Adds an event's counts to the statistics. Main thread.
     void count(const EventCounts& counts);
     void applyShortcut();
@@ -216,6 +231,14 @@ private:
     ShortcutMatcher shortcutMatcher_;
     // The counts the engine made for the event in hand (key queue only).
     EventCounts eventCounts_;
+    // Counts and key-downs on their way to the statistics. The first after a quiet spell
+    // wakes the main thread; those that follow wait for it to come back for them a
+    // moment later, rather than waking it for each key.
+    std::mutex statisticsMutex_;
+    std::vector<StatisticsKey> statisticsKeys_; // under the mutex
+    EventCounts statisticsCounts_;              // under the mutex
+    bool statisticsTakeDue_ = false;            // under the mutex: a take is on its way
+    std::vector<StatisticsKey> takenKeys_;      // main thread
     // Set from the main thread while the shortcut recorder listens, so the combination
     // being recorded does not also fire.
     std::atomic<bool> shortcutPaused_{false};

@@ -38,12 +38,15 @@ double seconds(Clock::Duration duration) {
 } // namespace
 
 void TypingMonitor::keyDown(KeyCode code) {
+    keyDown(code, clock_.now());
+}
+
+void TypingMonitor::keyDown(KeyCode code, Clock::Duration t) {
     if (!settings_.statsEnabled())
         return;
     const KeyKind kind = classify(code);
     if (kind == KeyKind::ignored)
         return;
-    const Clock::Duration t = clock_.now();
     const Clock::Duration gap = t - lastKeyTime_;
     if (!anyKey_ || gap > kBurstGap) {
         // The pause's time is never counted; the first key of a burst starts the clock.

@@ -46,8 +46,11 @@ public:
                   QObject* parent = nullptr);
     ~TypingMonitor() override;
 
-    /// One accepted key-down. Main thread.
+    /// One accepted key-down, now. Main thread.
     void keyDown(KeyCode code);
+    /// One accepted key-down at `at` on the monitor's clock: keys may reach the monitor a
+    /// moment after they went down, a few at once, in the order they went down. Main thread.
+    void keyDown(KeyCode code, Clock::Duration at);
 
     /// Speed over the last six seconds. Main thread.
     double liveWPM() const { return liveWPM_; }
