@@ -702,10 +702,9 @@ bool PulseOutput::resendWithNewSounds() {
     // Written at its place, ending where the write position is: sounds already there
     // continue sample for sample. On PulseAudio by a seek back from the write position:
     // unlike an absolute seek, that leaves the server's count of what it asked for as it
-    // was, so it does not answer each re-send with a request for as much again (measured:
-    // the output thread's time while typing fell by a tenth). pipewire-pulse asks every
-    // cycle either way and takes absolute seeks in time (measured on 0.3.65: the
-    // refusing-server test found two of three relative re-sends late, none absolute).
+    // was, so it does not answer each re-send with a request for as much again (a wake-up
+    // of this thread). pipewire-pulse takes absolute seeks in time (measured on 0.3.65:
+    // the refusing-server test found two of three relative re-sends late, none absolute).
     const std::int64_t offset = playsInCycles_ ? from : from - mirrorEnd_;
     pa_stream_write(stream_, resend_.data(), frames * kFrameBytes, nullptr,
                     offset * static_cast<std::int64_t>(kFrameBytes),

@@ -80,8 +80,9 @@ public:
     /// after a silence goes (plus the recent transport time).
     static constexpr int kWakeMarginUs = 2000;
     /// A re-send asks the server where it reads at most this often. Its answer keeps the
-    /// extrapolated read position fresh and says whether that re-send came in time; an
-    /// answer after every re-send was a seventh of the process's time while typing.
+    /// extrapolated read position fresh and says whether that re-send came in time. Each
+    /// answer wakes the loop thread: after every re-send that was 20 a second while typing
+    /// with release sounds, now about 4.
     static constexpr int kTimingRefreshMs = 200;
     /// How many of the server's latest requests for data are kept to count its cycles.
     static constexpr std::size_t kCycleMarks = 16;
