@@ -275,16 +275,14 @@ void AppDelegate::installCallbacks() {
 }
 
 void AppDelegate::queueStatistics(const EventCounts& counts, std::optional<KeyCode> keyDown) {
-    if (!keyDown && counts.keystrokes + counts.dings + counts.clicks == 0)
+    if (!keyDown && !counts.any())
         return;
     bool wake = false;
     {
         const std::lock_guard lock(statisticsMutex_);
         if (keyDown)
             statisticsKeys_.push_back({*keyDown, clock_.now()});
-        statisticsCounts_.keystrokes += counts.keystrokes;
-        statisticsCounts_.dings += counts.dings;
-        statisticsCounts_.clicks += counts.clicks;
+        statisticsCounts_ += counts;
         wake = !std::exchange(statisticsTakeDue_, true);
     }
     if (wake) {
@@ -306,8 +304,7 @@ void AppDelegate::takeStatistics(bool again) {
         // The buffers trade places, so the key queue reuses this one's room.
         takenKeys_.swap(statisticsKeys_);
         counts = std::exchange(statisticsCounts_, {});
-        const bool any =
-            !takenKeys_.empty() || counts.keystrokes + counts.dings + counts.clicks > 0;
+        const bool any = !takenKeys_.empty() || counts.any();
         // Nothing came since the last take: the next event wakes the main thread again.
         statisticsTakeDue_ = again && any;
         if (!any)

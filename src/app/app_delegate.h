@@ -177,6 +177,13 @@ private:
         int keystrokes = 0;
         int dings = 0;
         int clicks = 0;
+        bool any() const { return keystrokes + dings + clicks > 0; }
+        EventCounts& operator+=(const EventCounts& more) {
+            keystrokes += more.keystrokes;
+            dings += more.dings;
+            clicks += more.clicks;
+            return *this;
+        }
     };
     /// A key-down for the typing statistics, timed when it was heard.
     struct StatisticsKey {
