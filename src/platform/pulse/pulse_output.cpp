@@ -503,7 +503,7 @@ void PulseOutput::noteGrantedBuffer(pa_stream* stream) {
 }
 
 void PulseOutput::setIdle(pa_stream* stream, bool idle) {
-    // Idle: a large buffer refilled a few times a second instead of every 30 ms; the
+    // Idle: a large buffer refilled a few times a second instead of every 60 ms; the
     // stream stays connected and running, so the sink never suspends.
     const pa_buffer_attr attr = idle ? idleBufferAttributes() : bufferAttributes();
     if (idle && playsInCycles_) {
@@ -620,12 +620,7 @@ void PulseOutput::remember(std::int64_t frame, const float* data, std::size_t fr
         if (mirrorEnd_ >= 0)
             unplaced_ = 0;
         mirrorEnd_ = -1;
-        for (std::size_t i = 0; i < frames; ++i) {
-            const std::size_t slot =
-                static_cast<std::size_t>(unplaced_ + static_cast<std::int64_t>(i)) % kMirrorFrames;
-            mirror_[2 * slot] = data[2 * i];
-            mirror_[2 * slot + 1] = data[2 * i + 1];
-        }
+        copyIntoMirror(unplaced_, data, frames);
         unplaced_ += static_cast<std::int64_t>(frames);
         return;
     }
@@ -633,14 +628,24 @@ void PulseOutput::remember(std::int64_t frame, const float* data, std::size_t fr
         anchorMirror(frame);
     if (frame != mirrorEnd_)
         mirrorStart_ = frame;
-    for (std::size_t i = 0; i < frames; ++i) {
-        const std::size_t slot =
-            static_cast<std::size_t>(frame + static_cast<std::int64_t>(i)) % kMirrorFrames;
-        mirror_[2 * slot] = data[2 * i];
-        mirror_[2 * slot + 1] = data[2 * i + 1];
-    }
+    copyIntoMirror(frame, data, frames);
     mirrorEnd_ = frame + static_cast<std::int64_t>(frames);
     mirrorStart_ = std::max(mirrorStart_, mirrorEnd_ - static_cast<std::int64_t>(kMirrorFrames));
+}
+
+void PulseOutput::copyIntoMirror(std::int64_t frame, const float* data,
+                                 std::size_t frames) noexcept {
+    // Render callback. Of a write longer than the ring only its end is kept.
+    if (frames > kMirrorFrames) {
+        const std::size_t skipped = frames - kMirrorFrames;
+        data += 2 * skipped;
+        frame += static_cast<std::int64_t>(skipped);
+        frames = kMirrorFrames;
+    }
+    const auto slot = static_cast<std::size_t>(frame % static_cast<std::int64_t>(kMirrorFrames));
+    const std::size_t first = std::min(frames, kMirrorFrames - slot);
+    std::copy_n(data, 2 * first, mirror_.data() + 2 * slot);
+    std::copy_n(data + 2 * first, 2 * (frames - first), mirror_.data());
 }
 
 void PulseOutput::anchorMirror(std::int64_t writeEnd) noexcept {
@@ -690,12 +695,11 @@ bool PulseOutput::resendWithNewSounds() {
     if (from >= mirrorEnd_)
         return false; // the buffer is all but played: a regular write is as soon
     const auto frames = static_cast<std::size_t>(mirrorEnd_ - from);
-    for (std::size_t i = 0; i < frames; ++i) {
-        const std::size_t slot =
-            static_cast<std::size_t>(from + static_cast<std::int64_t>(i)) % kMirrorFrames;
-        resend_[2 * i] = mirror_[2 * slot];
-        resend_[2 * i + 1] = mirror_[2 * slot + 1];
-    }
+    // The ring holds `from` onwards in at most two runs: its end, then its start.
+    const auto slot = static_cast<std::size_t>(from % static_cast<std::int64_t>(kMirrorFrames));
+    const std::size_t first = std::min(frames, kMirrorFrames - slot);
+    std::copy_n(mirror_.data() + 2 * slot, 2 * first, resend_.data());
+    std::copy_n(mirror_.data(), 2 * (frames - first), resend_.data() + 2 * first);
     if (!mixer_->mixNewSoundsInto(resend_.data(), frames))
         return false;
     remember(from, resend_.data(), frames);
@@ -743,7 +747,8 @@ void PulseOutput::scheduleStreamRetry() {
 }
 
 void PulseOutput::scheduleMeter() {
-    if (meter_)
+    // The meter only feeds a debug line: without it, no wake-ups of its own.
+    if (meter_ || !lcAudio().isDebugEnabled())
         return;
     timeval when{};
     pa_timeval_add(pa_gettimeofday(&when), kMeterIntervalMs * PA_USEC_PER_MSEC);

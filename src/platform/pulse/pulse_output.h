@@ -14,10 +14,10 @@
 namespace tappix {
 
 /// The mixer's output as one PulseAudio playback stream: 48 kHz float stereo with a
-/// 60 ms buffer (65 ms in 5.3 ms cycles on PipeWire), no prebuffering and never corked, so the sink
-/// never suspends under Tappix and a key after a long silence starts at once. The stream follows
-/// the default sink unless a device is named; it is recreated when the server restarts. The loop
-/// thread, "tappix-pulse", runs the render callback.
+/// 120 ms buffer (65 ms in 5.3 ms cycles on PipeWire), no prebuffering and never corked, so the
+/// sink never suspends under Tappix and a key after a long silence starts at once. The stream
+/// follows the default sink unless a device is named; it is recreated when the server restarts. The
+/// loop thread, "tappix-pulse", runs the render callback.
 ///
 /// A named sink that is missing (unplugged, not loaded yet, gone after a server
 /// restart) is waited for on the default sink: the stream moves to it by itself as
@@ -48,10 +48,11 @@ public:
     /// The buffer the stream asks a server that moves its read position smoothly
     /// (PulseAudio) for while sounds play. New sounds are re-sent into it, so its depth
     /// is slack against a busy machine, not latency; each refill is a wake-up of the
-    /// loop thread, so a deeper buffer costs less while typing (measured: 60 ms took
-    /// the loop thread from 117 to 74 wake-ups a second at ten keys a second with
-    /// release sounds, against 30 ms).
-    static constexpr int kTargetLatencyMs = 60;
+    /// loop thread, so a deeper buffer costs less while typing (measured at ten keys a
+    /// second with release sounds: 117 wake-ups a second with 30 ms, 82 with 60 ms, 69
+    /// with 120 ms, and no fewer with 250 ms). A deeper one makes each re-send longer, but
+    /// a re-send is a few copies of at most the buffer, far cheaper than a wake-up.
+    static constexpr int kTargetLatencyMs = 120;
     /// How often that server asks for more while sounds play: half the buffer, so it
     /// keeps its own hardware buffer at the minimum (it splits a stream's latency
     /// between the two).
@@ -161,6 +162,7 @@ private:
     static void onWrite(pa_stream* stream, std::size_t bytes, void* self);
     std::size_t writeRendered(pa_stream* stream, std::size_t bytes);
     void remember(std::int64_t frame, const float* data, std::size_t frames) noexcept;
+    void copyIntoMirror(std::int64_t frame, const float* data, std::size_t frames) noexcept;
     void forgetWritten();
     void restartAtRead(pa_stream* stream);
     bool resendWithNewSounds();
