@@ -20,6 +20,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
@@ -295,13 +296,23 @@ int play(const std::vector<std::string>& args) {
         std::fprintf(stderr, "tappix-kit: %s did not load\n", variant.c_str());
         return 1;
     }
+    // The sound's command is the next one the mixer takes: once the mixer's safe sequence
+    // passes it, the sound has been mixed out whole (a short one may go out in a single
+    // write, so its voice is never seen busy) or dropped as late.
+    const std::uint64_t before = player.mixer().safeSequence();
     player.play(report.config->id, variant, 1.0f, 0.0f, 1.0f);
     player.drain();
-    // Wait until the mixer has played it out and the server's buffer has passed.
-    while (player.mixer().activeVoices() == 0)
+    constexpr int kPlayWaitMs = 10000;
+    QElapsedTimer waited;
+    waited.start();
+    while (player.mixer().safeSequence() <= before) {
+        if (waited.elapsed() > kPlayWaitMs) {
+            std::fprintf(stderr, "tappix-kit: the output did not play %s\n", variant.c_str());
+            return 1;
+        }
         QThread::msleep(2);
-    while (player.mixer().activeVoices() > 0)
-        QThread::msleep(5);
+    }
+    // Then the server's buffer has to pass.
     const double passSeconds = player.output().bufferSeconds() + player.output().latencySeconds();
     QThread::msleep(static_cast<unsigned long>(passSeconds * 1000) + 50);
     std::printf("played %s (%s, %s)\n", variant.c_str(), key.c_str(), up ? "up" : "down");

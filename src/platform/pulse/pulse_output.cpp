@@ -503,7 +503,7 @@ void PulseOutput::noteGrantedBuffer(pa_stream* stream) {
 }
 
 void PulseOutput::setIdle(pa_stream* stream, bool idle) {
-    // Idle: a large buffer refilled a few times a second instead of every 60 ms; the
+    // Idle: a large buffer refilled a few times a second instead of every 30 ms; the
     // stream stays connected and running, so the sink never suspends.
     const pa_buffer_attr attr = idle ? idleBufferAttributes() : bufferAttributes();
     if (idle && playsInCycles_) {

@@ -14,7 +14,7 @@
 namespace tappix {
 
 /// The mixer's output as one PulseAudio playback stream: 48 kHz float stereo with a
-/// 120 ms buffer (65 ms in 5.3 ms cycles on PipeWire), no prebuffering and never corked, so the
+/// 60 ms buffer (65 ms in 5.3 ms cycles on PipeWire), no prebuffering and never corked, so the
 /// sink never suspends under Tappix and a key after a long silence starts at once. The stream
 /// follows the default sink unless a device is named; it is recreated when the server restarts. The
 /// loop thread, "tappix-pulse", runs the render callback.
@@ -49,10 +49,12 @@ public:
     /// (PulseAudio) for while sounds play. New sounds are re-sent into it, so its depth
     /// is slack against a busy machine, not latency; each refill is a wake-up of the
     /// loop thread, so a deeper buffer costs less while typing (measured at ten keys a
-    /// second with release sounds: 117 wake-ups a second with 30 ms, 82 with 60 ms, 69
-    /// with 120 ms, and no fewer with 250 ms). A deeper one makes each re-send longer, but
-    /// a re-send is a few copies of at most the buffer, far cheaper than a wake-up.
-    static constexpr int kTargetLatencyMs = 120;
+    /// second with release sounds: 117 wake-ups a second with 30 ms, 82 with 60 ms). Not
+    /// deeper: a sound the stream cannot re-send (right after it starts, or before the
+    /// first timing report after a wake-up) waits for the next refill, and refills of
+    /// 60 ms let it wait past the mixer's deadline (with 120 ms, a single sound played on
+    /// a fresh stream was not heard).
+    static constexpr int kTargetLatencyMs = 60;
     /// How often that server asks for more while sounds play: half the buffer, so it
     /// keeps its own hardware buffer at the minimum (it splits a stream's latency
     /// between the two).
