@@ -65,6 +65,9 @@ TEST_P(DeviceQueries, TheMicrophoneIsLiveOnlyWhileItIsRecordedAndOutputsHaveThei
             2000))
             << bus.toStdString();
         SoundServer::pactl({"unload-module", module});
+        // Back to the fixture's sink, reported, before the next one: PipeWire otherwise still
+        // settles the removed default while the next is chosen.
+        SoundServer::setDefault("sink", "tappix_a");
     }
 }
 
