@@ -192,14 +192,17 @@ void Mixer::mixSound(Sound& sound, float* left, float* right, std::size_t frames
     const std::size_t length = sound.frames;
     double position = sound.position;
     if (!fading && sound.rate == 1.0f && position == std::floor(position)) {
-        // At its own pitch every sample falls on a frame: a plain scaled add, which the
-        // compiler vectorises (the interpolating loop below costs several times as much).
+        // At its own pitch every sample falls on a frame: a plain scaled add (the
+        // interpolating loop below costs several times as much). The gains are read once,
+        // not through `sound` on every frame.
         const auto start = static_cast<std::size_t>(position);
         const std::size_t count = start < length ? std::min(frames, length - start) : 0;
         const float* from = data + start;
+        const float gainLeft = sound.left;
+        const float gainRight = sound.right;
         for (std::size_t i = 0; i < count; ++i) {
-            left[i] += from[i] * sound.left;
-            right[i] += from[i] * sound.right;
+            left[i] += from[i] * gainLeft;
+            right[i] += from[i] * gainRight;
         }
         sound.position = position + static_cast<double>(count);
         if (count < frames)
@@ -403,25 +406,17 @@ void Mixer::renderBlock(float* out, std::size_t frames) noexcept {
     const float gainTarget = targetOutputGain();
     const float gainFrom = currentGain_ < 0.0f ? gainTarget : currentGain_;
     float peak = 0.0f;
-    if (gainFrom == gainTarget) {
-        // The usual case: no ramp, so no division per frame.
-        for (std::size_t i = 0; i < frames; ++i) {
-            const float l = left[i] * gainTarget;
-            const float r = right[i] * gainTarget;
-            out[2 * i] = l;
-            out[2 * i + 1] = r;
-            peak = std::max(peak, std::max(std::fabs(l), std::fabs(r)));
-        }
-    } else {
-        for (std::size_t i = 0; i < frames; ++i) {
-            const float gain =
-                gainFrom + (gainTarget - gainFrom) * static_cast<float>(i + 1) / frames;
-            const float l = left[i] * gain;
-            const float r = right[i] * gain;
-            out[2 * i] = l;
-            out[2 * i + 1] = r;
-            peak = std::max(peak, std::max(std::fabs(l), std::fabs(r)));
-        }
+    // A steady gain (the usual case) needs no division per frame.
+    const bool ramp = gainFrom != gainTarget;
+    for (std::size_t i = 0; i < frames; ++i) {
+        const float gain =
+            ramp ? gainFrom + (gainTarget - gainFrom) * static_cast<float>(i + 1) / frames
+                 : gainTarget;
+        const float l = left[i] * gain;
+        const float r = right[i] * gain;
+        out[2 * i] = l;
+        out[2 * i + 1] = r;
+        peak = std::max(peak, std::max(std::fabs(l), std::fabs(r)));
     }
     currentGain_ = gainTarget;
     lastPeak_ = peak;

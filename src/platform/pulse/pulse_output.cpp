@@ -648,6 +648,16 @@ void PulseOutput::copyIntoMirror(std::int64_t frame, const float* data,
     std::copy_n(data + 2 * first, 2 * (frames - first), mirror_.data());
 }
 
+void PulseOutput::copyFromMirror(std::int64_t frame, float* out,
+                                 std::size_t frames) const noexcept {
+    // Loop thread. The ring holds `frames` (at most its size) from `frame` on in at most two
+    // runs: to its end, then from its start.
+    const auto slot = static_cast<std::size_t>(frame % static_cast<std::int64_t>(kMirrorFrames));
+    const std::size_t first = std::min(frames, kMirrorFrames - slot);
+    std::copy_n(mirror_.data() + 2 * slot, 2 * first, out);
+    std::copy_n(mirror_.data(), 2 * (frames - first), out + 2 * first);
+}
+
 void PulseOutput::anchorMirror(std::int64_t writeEnd) noexcept {
     // What was written since the write position was lost ends at `writeEnd`, all of it
     // written in sequence: turn the ring so each frame sits at its place in the stream.
@@ -695,11 +705,7 @@ bool PulseOutput::resendWithNewSounds() {
     if (from >= mirrorEnd_)
         return false; // the buffer is all but played: a regular write is as soon
     const auto frames = static_cast<std::size_t>(mirrorEnd_ - from);
-    // The ring holds `from` onwards in at most two runs: its end, then its start.
-    const auto slot = static_cast<std::size_t>(from % static_cast<std::int64_t>(kMirrorFrames));
-    const std::size_t first = std::min(frames, kMirrorFrames - slot);
-    std::copy_n(mirror_.data() + 2 * slot, 2 * first, resend_.data());
-    std::copy_n(mirror_.data(), 2 * (frames - first), resend_.data() + 2 * first);
+    copyFromMirror(from, resend_.data(), frames);
     if (!mixer_->mixNewSoundsInto(resend_.data(), frames))
         return false;
     remember(from, resend_.data(), frames);

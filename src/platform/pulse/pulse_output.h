@@ -165,6 +165,7 @@ private:
     std::size_t writeRendered(pa_stream* stream, std::size_t bytes);
     void remember(std::int64_t frame, const float* data, std::size_t frames) noexcept;
     void copyIntoMirror(std::int64_t frame, const float* data, std::size_t frames) noexcept;
+    void copyFromMirror(std::int64_t frame, float* out, std::size_t frames) const noexcept;
     void forgetWritten();
     void restartAtRead(pa_stream* stream);
     bool resendWithNewSounds();
