@@ -36,8 +36,8 @@ private_x() {
 private_pulse() {
     HOME=$session_dir XDG_RUNTIME_DIR=$session_dir PULSE_RUNTIME_PATH=$session_dir/runtime \
         pulseaudio -n --daemonize=no --exit-idle-time=-1 --use-pid-file=no --log-target=stderr \
-        -L "module-native-protocol-unix socket=$session_dir/native auth-anonymous=1" \
         -L "module-null-sink sink_name=bench rate=48000 format=float32le channels=2 sink_properties=device.description=Bench" \
+        -L "module-native-protocol-unix socket=$session_dir/native auth-anonymous=1" \
         2>"$session_dir/pulse.log" &
     session_pids+=($!)
     export PULSE_SERVER=unix:$session_dir/native PULSE_CLIENTCONFIG=$session_dir/client.conf

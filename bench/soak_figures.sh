@@ -6,9 +6,10 @@
 # server killed every RESTART_S seconds and started again OUTAGE_S seconds later.
 # Prints tappix's resident memory every minute and its growth from the end of the first
 # minute (every kit decoded once by then) to the end, and for each restart: the keys typed
-# while the server was away, the loudest 10 ms heard in the 1.5 s after it came back
-# against the loudest single key before the restart, and the key sounds in those 1.5 s
-# against the keys typed in them.
+# while the server was away, and over what the sink played in the first seconds after it
+# came back (a fresh PulseAudio's null sink starts playing about 2 s after it accepts
+# clients): the loudest 10 ms against the loudest single key before the restart, and the
+# key sounds against the keys typed in that stretch.
 #   bench/soak_figures.sh [BUILD_DIR] [SECONDS] [RATE]
 # SOUND_SERVER=pipewire runs it on PipeWire.
 set -euo pipefail
@@ -102,10 +103,11 @@ while kill -0 "$typist" 2>/dev/null; do
         server=${session_pids[-1]}
         back=$(now)
         record "$session_dir/after-$round.raw"
-        sleep 1.6
+        sleep 4
         kill -INT "$recorder" 2>/dev/null || true
+        stopped=$(now)
         record "$session_dir/before-$((round + 1)).raw"
-        restarts+=("$round $killed $back")
+        restarts+=("$round $killed $back $stopped")
         next_restart=$((next_restart + restart_s))
     fi
 done
@@ -129,10 +131,10 @@ for r in "${restarts[@]}"; do
     set -- $r
     /usr/bin/python3 -c '
 import array, sys
-round_, killed, back, work = sys.argv[1], float(sys.argv[2]), float(sys.argv[3]), sys.argv[4]
+round_, killed, back, stopped = sys.argv[1], float(sys.argv[2]), float(sys.argv[3]), float(sys.argv[4])
+work = sys.argv[5]
 typed = [float(x) for x in open(f"{work}/keys.txt")]
 away = sum(killed <= t < back for t in typed)
-after = sum(back <= t < back + 1.5 for t in typed)
 def envelope(path):
     s = array.array("f")
     try:
@@ -142,7 +144,10 @@ def envelope(path):
     block = 480 * 2  # 10 ms of stereo
     return [max(map(abs, s[i:i + block])) for i in range(0, len(s) - block + 1, block)]
 before = envelope(f"{work}/before-{round_}.raw")
-heard = envelope(f"{work}/after-{round_}.raw")[:150]
+heard = envelope(f"{work}/after-{round_}.raw")
+# The recording ends when it was stopped, so it began its length before that.
+began = stopped - len(heard) * 0.01
+after = sum(began <= t < stopped - 0.1 for t in typed)
 single = max(before) if before else 0
 loudest = max(heard) if heard else 0
 onsets, last = 0, -100
@@ -150,8 +155,13 @@ for i in range(1, len(heard)):
     if heard[i] > 0.02 and heard[i] > 2 * heard[i - 1] and i - last >= 4:
         onsets += 1
         last = i
-print(f"restart {round_}: {away} keys typed while the server was away; in the 1.5 s after it "
-      f"came back the loudest 10 ms was {loudest:.2f} (a single key before: {single:.2f}), "
-      f"{onsets} key sounds for {after} keys typed ({2 * after} with releases)")
-' "$1" "$2" "$3" "$session_dir"
+if not heard:
+    print(f"restart {round_}: {away} keys typed while the server was away; nothing was "
+          f"recorded in the {stopped - back:.1f} s after it came back")
+    sys.exit()
+print(f"restart {round_}: {away} keys typed while the server was away; the sink played "
+      f"again {began - back:.1f} s after it came back, and in the {stopped - began:.1f} s "
+      f"recorded from then the loudest 10 ms was {loudest:.2f} (a single key before: "
+      f"{single:.2f}), {onsets} key sounds for {after} keys typed")
+' "$1" "$2" "$3" "$4" "$session_dir"
 done
