@@ -7,9 +7,10 @@
 # Prints tappix's resident memory every minute and its growth from the end of the first
 # minute (every kit decoded once by then) to the end, and for each restart: the keys typed
 # while the server was away, and over what the sink played in the first seconds after it
-# came back (a fresh PulseAudio's null sink starts playing about 2 s after it accepts
-# clients): the loudest 10 ms against the loudest single key before the restart, and the
-# key sounds against the keys typed in that stretch.
+# came back (on a fresh PulseAudio the recording starts about 2 s late, partly the
+# recorder's own start, partly a sink that asks for nothing at first): the loudest 10 ms
+# against the loudest single key before the restart, and the key sounds against the keys
+# typed in that stretch (a release far enough from its press counts as a sound of its own).
 #   bench/soak_figures.sh [BUILD_DIR] [SECONDS] [RATE]
 # SOUND_SERVER=pipewire runs it on PipeWire.
 set -euo pipefail
