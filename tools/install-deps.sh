@@ -17,7 +17,7 @@ packages=(
     g++ cmake ninja-build pkg-config
     # libraries
     qt6-base-dev qt6-base-dev-tools libsndfile1-dev libsoxr-dev libpulse-dev
-    libevdev-dev libx11-dev libxi-dev libxcb1-dev libzip-dev
+    libevdev-dev libx11-dev libxi-dev libxcb1-dev libxcb-xinput-dev libzip-dev
     # the desktop application: Qt Quick, the QML modules it loads,
     # SVG icons and their image and icon plugins
     qt6-declarative-dev qt6-declarative-dev-tools qt6-svg-dev

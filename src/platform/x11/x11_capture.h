@@ -2,11 +2,11 @@
 
 #include "input/capture_source.h"
 
-#include <atomic>
+#include <cstdint>
 #include <string>
 #include <thread>
 
-typedef struct _XDisplay Display;
+struct xcb_connection_t;
 
 namespace tappix::x11 {
 
@@ -43,9 +43,8 @@ private:
 
     Kind kind_;
     std::string threadName_;
-    Display* display_ = nullptr;
-    int xiOpcode_ = 0;
-    std::atomic<bool> connectionLost_{false};
+    xcb_connection_t* connection_ = nullptr;
+    std::uint8_t xiOpcode_ = 0;
     int stopFd_ = -1;
     std::thread thread_;
 };
