@@ -10,6 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
+#include <thread>
 #include <unistd.h>
 
 using namespace tappix;
@@ -71,4 +74,31 @@ TEST(X11Capture, KeysAndClicksFromTheServer) {
         EXPECT_EQ(capture(c.mouse, c.stop, QString(c.xdotool).split(' '), count), c.events)
             << c.what;
     }
+}
+
+TEST(X11Capture, TheServerGoingAwayEndsTheCaptureNotTheProcess) {
+    struct Sink final : CaptureSink {
+        std::atomic<int> keys{0};
+        void keyDown(KeyCode, bool, KeyTime) override { ++keys; }
+        void keyUp(KeyCode, KeyTime) override { ++keys; }
+        void flagsChanged(KeyCode, KeyTime) override {}
+        void systemDefined(std::int64_t, std::int64_t, KeyTime) override {}
+        void mouse(MouseButton, bool) override {}
+    } sink;
+    x11::X11Capture capture(x11::X11Capture::Kind::keys, "tappix-x11gone");
+    {
+        test::XvfbServer server;
+        ASSERT_TRUE(server.isRunning());
+        ASSERT_TRUE(capture.start(sink));
+        ASSERT_TRUE(test::XvfbServer::xdotool({"key", "a"}));
+        for (int i = 0; i < 500 && sink.keys < 2; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        EXPECT_EQ(sink.keys, 2);
+    }
+    // The reader ends by itself once the connection is gone; the process carries on.
+    for (int i = 0; i < 500 && !test::schedulingPolicies("tappix-x11gone").empty(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_TRUE(test::schedulingPolicies("tappix-x11gone").empty());
+    capture.stop();
+    test::XvfbServer::shared();
 }
