@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Where tappix spends CPU while typing: run time and wake-ups of each thread, from the
-# scheduler's own counts (/proc/PID/task/*/schedstat), over SECONDS of typing at 10
-# keys a second with release sounds on (20 sounds a second). Starts its own Xvfb,
-# sound server (SOUND_SERVER=pipewire for PipeWire) and tappix with a scratch home.
+# scheduler's own counts (/proc/PID/task/*/schedstat), over SECONDS of typing at RATE
+# keys a second (10 unless set), each released HOLD_MS after its press (50 unless set),
+# with release sounds on: 20 sounds a second, evenly spaced. Starts its own Xvfb, sound
+# server (SOUND_SERVER=pipewire for PipeWire) and tappix with a scratch home. The share
+# of a core is taken over the typing's measured length.
 #   bench/typing_threads.sh [BUILD_DIR] [SECONDS]
 set -euo pipefail
 build=$(realpath "${1:-build}")
@@ -21,7 +23,7 @@ threads() {
         printf '%s %s\n' "$(tr ' ' _ <"$t/comm")" "$(cat "$t/schedstat" 2>/dev/null || echo '0 0 0')"
     done | awk '{n[$1] += $2; s[$1] += $4} END {for (k in n) print k, n[k], s[k]}' | sort
 }
-report() { # before after seconds
+report() { # before after seconds (the length of what was measured)
     join "$1" "$2" | awk -v secs="$3" '
         { ms = ($4 - $2) / 1e6; w = ($5 - $3) / secs; if (ms > 0.05 || w > 0.5) {
               printf "  %-18s %7.1f ms  %6.1f wakes/s\n", $1, ms, w; tms += ms; tw += w } }
@@ -29,7 +31,28 @@ report() { # before after seconds
 }
 threads >"$session_dir/idle-before"; sleep "$seconds"; threads >"$session_dir/idle-after"
 echo "idle, ${seconds} s:"; report "$session_dir/idle-before" "$session_dir/idle-after" "$seconds"
-text=$(head -c $((seconds * 10)) </dev/zero | tr '\0' 'a')
-threads >"$session_dir/typing-before"; xdotool type --delay 100 "$text"; threads >"$session_dir/typing-after"
-echo "typing at 10 keys/s, ${seconds} s (release sounds: ${KEY_UP:-true}):"
-report "$session_dir/typing-before" "$session_dir/typing-after" "$seconds"
+# The typist: XTest presses at a steady rate (xdotool type --delay 100 types about 19
+# keys a second: it sleeps half its delay per key).
+rate=${RATE:-10}
+hold_ms=${HOLD_MS:-50}
+threads >"$session_dir/typing-before"
+start=$(date +%s.%N)
+/usr/bin/python3 -c '
+import sys, time
+from Xlib import X, XK, display
+from Xlib.ext import xtest
+d = display.Display()
+code = d.keysym_to_keycode(XK.string_to_keysym("a"))
+keys, rate, hold = int(sys.argv[1]), float(sys.argv[2]), float(sys.argv[3]) / 1000
+t0 = time.monotonic()
+for i in range(keys):
+    time.sleep(max(0.0, t0 + i / rate - time.monotonic()))
+    xtest.fake_input(d, X.KeyPress, code); d.sync()
+    time.sleep(hold)
+    xtest.fake_input(d, X.KeyRelease, code); d.sync()
+' "$((seconds * rate))" "$rate" "$hold_ms"
+end=$(date +%s.%N)
+threads >"$session_dir/typing-after"
+elapsed=$(echo "$end - $start" | bc -l)
+echo "typing at $rate keys/s, $(printf '%.1f' "$elapsed") s (release sounds: ${KEY_UP:-true}):"
+report "$session_dir/typing-before" "$session_dir/typing-after" "$elapsed"
