@@ -97,3 +97,32 @@ start_tappix() {
     session_pids+=($tappix)
     for _ in $(seq 100); do grep -q "global backend" "$log" && break; sleep 0.1; done
 }
+
+# type_steadily KEYS RATE HOLD_MS [CHARS] [TIMES]: XTest presses at a steady RATE a second
+# (xdotool type paces itself unevenly, and at about twice the rate its --delay suggests),
+# each released HOLD_MS after its press, cycling through CHARS (default "a"); every
+# press's wall-clock time goes to the file TIMES when given. Run with &, the typist is the
+# background job itself, so $! names it for kill and wait.
+type_steadily() {
+    local run=
+    ((BASH_SUBSHELL)) && run=exec
+    $run /usr/bin/python3 -c '
+import sys, time
+from Xlib import X, XK, display
+from Xlib.ext import xtest
+d = display.Display()
+keys, rate, hold = int(sys.argv[1]), float(sys.argv[2]), float(sys.argv[3]) / 1000
+codes = [d.keysym_to_keycode(XK.string_to_keysym(c)) for c in sys.argv[4]]
+out = open(sys.argv[5], "w", buffering=1) if sys.argv[5] else None
+t0 = time.monotonic()
+for i in range(keys):
+    time.sleep(max(0.0, t0 + i / rate - time.monotonic()))
+    code = codes[i % len(codes)]
+    if out:
+        out.write(f"{time.time():.6f}\n")
+    xtest.fake_input(d, X.KeyPress, code); d.sync()
+    if hold:
+        time.sleep(hold)
+    xtest.fake_input(d, X.KeyRelease, code); d.sync()
+' "$1" "$2" "$3" "${4:-a}" "${5:-}"
+}

@@ -53,23 +53,7 @@ kill_server() {
 # The typist: XTest presses at a steady rate, each release 30 ms after its press; every
 # press's wall-clock time goes to keys.txt.
 keys=$((seconds * rate))
-/usr/bin/python3 -c '
-import sys, time
-from Xlib import X, XK, display
-from Xlib.ext import xtest
-d = display.Display()
-codes = [d.keysym_to_keycode(XK.string_to_keysym(c)) for c in "asdfjkl"]
-keys, rate = int(sys.argv[1]), float(sys.argv[2])
-out = open(sys.argv[3], "w", buffering=1)
-t0 = time.monotonic()
-for i in range(keys):
-    time.sleep(max(0.0, t0 + i / rate - time.monotonic()))
-    code = codes[i % len(codes)]
-    out.write(f"{time.time():.6f}\n")
-    xtest.fake_input(d, X.KeyPress, code); d.sync()
-    time.sleep(0.03)
-    xtest.fake_input(d, X.KeyRelease, code); d.sync()
-' "$keys" "$rate" "$session_dir/keys.txt" &
+type_steadily "$keys" "$rate" 30 asdfjkl "$session_dir/keys.txt" &
 typist=$!
 session_pids+=($typist)
 

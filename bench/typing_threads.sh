@@ -31,26 +31,11 @@ report() { # before after seconds (the length of what was measured)
 }
 threads >"$session_dir/idle-before"; sleep "$seconds"; threads >"$session_dir/idle-after"
 echo "idle, ${seconds} s:"; report "$session_dir/idle-before" "$session_dir/idle-after" "$seconds"
-# The typist: XTest presses at a steady rate (xdotool type --delay 100 types about 19
-# keys a second: it sleeps half its delay per key).
 rate=${RATE:-10}
 hold_ms=${HOLD_MS:-50}
 threads >"$session_dir/typing-before"
 start=$(date +%s.%N)
-/usr/bin/python3 -c '
-import sys, time
-from Xlib import X, XK, display
-from Xlib.ext import xtest
-d = display.Display()
-code = d.keysym_to_keycode(XK.string_to_keysym("a"))
-keys, rate, hold = int(sys.argv[1]), float(sys.argv[2]), float(sys.argv[3]) / 1000
-t0 = time.monotonic()
-for i in range(keys):
-    time.sleep(max(0.0, t0 + i / rate - time.monotonic()))
-    xtest.fake_input(d, X.KeyPress, code); d.sync()
-    time.sleep(hold)
-    xtest.fake_input(d, X.KeyRelease, code); d.sync()
-' "$((seconds * rate))" "$rate" "$hold_ms"
+type_steadily "$((seconds * rate))" "$rate" "$hold_ms"
 end=$(date +%s.%N)
 threads >"$session_dir/typing-after"
 elapsed=$(echo "$end - $start" | bc -l)

@@ -46,20 +46,7 @@ cpu_now() { awk '/^cpu /{print $2+$3+$4+$7+$8, $2+$3+$4+$5+$6+$7+$8}' /proc/stat
 read -r busy0 total0 < <(cpu_now)
 keys=$((seconds * rate))
 start=$(date +%s.%N)
-# XTest presses at a steady rate (xdotool type paces itself unevenly).
-/usr/bin/python3 -c '
-import sys, time
-from Xlib import X, XK, display
-from Xlib.ext import xtest
-d = display.Display()
-code = d.keysym_to_keycode(XK.string_to_keysym("a"))
-keys, rate = int(sys.argv[1]), float(sys.argv[2])
-t0 = time.monotonic()
-for i in range(keys):
-    time.sleep(max(0.0, t0 + i / rate - time.monotonic()))
-    xtest.fake_input(d, X.KeyPress, code); d.sync()
-    xtest.fake_input(d, X.KeyRelease, code); d.sync()
-' "$keys" "$rate"
+type_steadily "$keys" "$rate" 0
 end=$(date +%s.%N)
 read -r busy1 total1 < <(cpu_now)
 sleep 1
