@@ -199,6 +199,7 @@ void PulseOutput::createStream(pa_context* context) {
     unplaced_ = 0;
     pathDelayUs_ = 0;
     resentFrom_ = -1;
+    positionAsked_ = false;
 
     const pa_buffer_attr attr = bufferAttributes();
     requestedBuffer_ =
@@ -439,6 +440,17 @@ void PulseOutput::onTimingUpdate(pa_stream* stream, void* self) {
     onBufferChanged(stream, self);
 }
 
+void PulseOutput::onPositionKnown(pa_stream* stream, int success, void* self) {
+    // The answer to a sound that came before the write position was known: the timing
+    // update before this has placed the mirror, so the sound goes out now (or, failing
+    // that, with the next refill; never another question for the same sound).
+    auto* output = static_cast<PulseOutput*>(self);
+    output->positionAsked_ = false;
+    if (success && stream == output->stream_ && pa_stream_get_state(stream) == PA_STREAM_READY &&
+        !output->idle_.load())
+        output->resendWithNewSounds(false);
+}
+
 void PulseOutput::onResendTimed(pa_stream* stream, int success, void* self) {
     // The answer to the report asked for right after a re-send. Reports are answered in
     // order after the writes before them: a read position already past where the re-send
@@ -677,11 +689,21 @@ void PulseOutput::anchorMirror(std::int64_t writeEnd) noexcept {
     unplaced_ = 0;
 }
 
-bool PulseOutput::resendWithNewSounds() {
+bool PulseOutput::resendWithNewSounds(bool mayAsk) {
     const pa_timing_info* timing = pa_stream_get_timing_info(stream_);
     if (!timing || timing->write_index_corrupt || timing->read_index_corrupt || !timing->playing ||
         mirrorEnd_ < 0 ||
         timing->write_index / static_cast<std::int64_t>(kFrameBytes) != mirrorEnd_) {
+        // Where the server reads is not known yet (a stream just made or just woken, before
+        // its first timing report): ask, and re-send on the answer, a round trip later,
+        // rather than leave the sound to the next refill, which may come past its deadline.
+        if (mayAsk && !positionAsked_) {
+            if (pa_operation* op =
+                    pa_stream_update_timing_info(stream_, &PulseOutput::onPositionKnown, this)) {
+                positionAsked_ = true;
+                pa_operation_unref(op);
+            }
+        }
         return false;
     }
     // Where the server reads now. On PipeWire: counted in cycles from its requests. Its

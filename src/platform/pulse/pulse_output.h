@@ -14,7 +14,7 @@
 namespace tappix {
 
 /// The mixer's output as one PulseAudio playback stream: 48 kHz float stereo with a
-/// 60 ms buffer (65 ms in 5.3 ms cycles on PipeWire), no prebuffering and never corked, so the
+/// 90 ms buffer (65 ms in 5.3 ms cycles on PipeWire), no prebuffering and never corked, so the
 /// sink never suspends under Tappix and a key after a long silence starts at once. The stream
 /// follows the default sink unless a device is named; it is recreated when the server restarts. The
 /// loop thread, "tappix-pulse", runs the render callback.
@@ -49,12 +49,12 @@ public:
     /// (PulseAudio) for while sounds play. New sounds are re-sent into it, so its depth
     /// is slack against a busy machine, not latency; each refill is a wake-up of the
     /// loop thread, so a deeper buffer costs less while typing (measured at ten keys a
-    /// second with release sounds: 117 wake-ups a second with 30 ms, 82 with 60 ms). Not
-    /// deeper: a sound the stream cannot re-send (right after it starts, or before the
-    /// first timing report after a wake-up) waits for the next refill, and refills of
-    /// 60 ms let it wait past the mixer's deadline (with 120 ms, a single sound played on
-    /// a fresh stream was not heard).
-    static constexpr int kTargetLatencyMs = 60;
+    /// second with release sounds: 118 wake-ups a second with 60 ms, 92 with 90 ms, 82
+    /// with 150 ms, where longer re-sends ate the saving). A sound that comes before the
+    /// stream knows where the server reads (right after it starts or wakes) asks for a
+    /// timing report and is re-sent on the answer, so it never waits for a refill, which at
+    /// 45 ms apart could keep it past the mixer's deadline.
+    static constexpr int kTargetLatencyMs = 90;
     /// How often that server asks for more while sounds play: half the buffer, so it
     /// keeps its own hardware buffer at the minimum (it splits a stream's latency
     /// between the two).
@@ -148,6 +148,7 @@ private:
     static void onBufferChanged(pa_stream* stream, void* self);
     static void onTimingUpdate(pa_stream* stream, void* self);
     static void onResendTimed(pa_stream* stream, int success, void* self);
+    static void onPositionKnown(pa_stream* stream, int success, void* self);
     void anchorMirror(std::int64_t writeEnd) noexcept;
     static void onBufferSet(pa_stream* stream, int success, void* self);
     void notePathDelay(double transportUs);
@@ -168,7 +169,7 @@ private:
     void copyFromMirror(std::int64_t frame, float* out, std::size_t frames) const noexcept;
     void forgetWritten();
     void restartAtRead(pa_stream* stream);
-    bool resendWithNewSounds();
+    bool resendWithNewSounds(bool mayAsk = true);
     static void onWakeEvent(pa_mainloop_api*, pa_io_event*, int fd, pa_io_event_flags_t,
                             void* self);
     static void onMeter(pa_mainloop_api*, pa_time_event*, const struct timeval*, void* self);
@@ -206,6 +207,9 @@ private:
     // Where the re-send that asked for a timing report started, until the report says
     // whether it was on time; when the last such report was asked for.
     std::int64_t resentFrom_ = -1;
+    // A timing report asked for because a new sound came while the write position was
+    // unknown, and not answered yet. Loop thread.
+    bool positionAsked_ = false;
     pa_usec_t timingAskedAt_ = 0;
     pa_usec_t gapsExpectedUntil_ = 0;
     // When the server last asked for data (or the stream became ready). Loop thread.
