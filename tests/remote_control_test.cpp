@@ -1,7 +1,12 @@
 // A running tappix driven from outside (a second launch, the command line, the session bus)
 // and telling the desktop's notification server, on private X, sound and bus servers.
 
+#include "kits/soundpack_store.h"
+#include "platform/dbus/remote_control_service.h"
+#include "settings/json_file_preferences.h"
+#include "settings/settings_store.h"
 #include "support/core_app.h"
+#include "support/fake_time.h"
 #include "support/pulse_server.h"
 #include "support/temp_prefs.h"
 #include "support/xvfb_server.h"
@@ -11,6 +16,7 @@
 #include <QDBusConnection>
 #include <QDBusInterface>
 #include <QDBusMessage>
+#include <QDBusPendingCall>
 #include <QDBusVariant>
 #include <QJsonArray>
 #include <QJsonObject>
@@ -283,3 +289,46 @@ TEST_F(RemoteControl, OneTappixDrivenFromOutside) {
 }
 
 #include "remote_control_test.moc"
+
+// A window's first showing loads its views, which on a loaded machine outlasts a
+// caller's timeout: each command answers first and acts after.
+TEST(RemoteControlService, AnswersBeforeItActs) {
+    test::app();
+    test::FakeTime time;
+    test::TempPrefs file;
+    JsonFilePreferences prefs{file.path, time};
+    SettingsStore settings{prefs, time};
+    const SoundpackStore packs{QString(), QString()};
+    QDBusPendingCall* pending = nullptr;
+    std::vector<QString> acted;
+    const auto act = [&](const QString& what) {
+        acted.push_back(what + (waitFor([&] { return pending->isFinished(); }, 3000)
+                                    ? QStringLiteral(" after the answer")
+                                    : QStringLiteral(" before the answer")));
+    };
+    RemoteControlService service{
+        settings,
+        packs,
+        {.showPanel = [&] { act(QStringLiteral("panel")); },
+         .openSettings = [&](const QString&) { act(QStringLiteral("settings")); },
+         .quit = [&] { act(QStringLiteral("quit")); },
+         .isSleeping = {},
+         .underruns = {}}};
+    ASSERT_TRUE(service.publish(QDBusConnection::sessionBus()));
+    const QDBusConnection caller =
+        QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("caller"));
+
+    const std::vector<std::pair<QString, QVariantList>> calls{
+        {"ShowPanel", {}}, {"OpenSettings", {QString()}}, {"Quit", {}}};
+    for (const auto& [method, arguments] : calls) {
+        QDBusMessage message = QDBusMessage::createMethodCall(kService, kPath, kInterface, method);
+        message.setArguments(arguments);
+        QDBusPendingCall call = caller.asyncCall(message);
+        pending = &call;
+        ASSERT_TRUE(waitFor([&] { return acted.size() == 1; })) << method.toStdString();
+        EXPECT_EQ(call.reply().type(), QDBusMessage::ReplyMessage) << method.toStdString();
+        EXPECT_TRUE(acted.front().endsWith(QStringLiteral(" after the answer")))
+            << acted.front().toStdString();
+        acted.clear();
+    }
+}

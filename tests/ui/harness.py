@@ -569,7 +569,8 @@ def wait_gone(session, title, timeout=10):
 
 def open_panel(test, session):
     cli_ok(test, session, "--panel")
-    return panel(session)
+    # The first showing loads the panel's views: slow under the sanitizers on a busy machine.
+    return panel(session, timeout=30)
 
 
 def close_panel(session):

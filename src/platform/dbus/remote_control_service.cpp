@@ -9,6 +9,7 @@
 #include <QDBusVariant>
 #include <QMetaObject>
 #include <cmath>
+#include <utility>
 
 namespace tappix {
 namespace {
@@ -179,10 +180,11 @@ bool RemoteControlService::handleMessage(const QDBusMessage& message,
     }
 
     connection.send(reply);
-    // Quit after the caller has its answer.
-    if (member == QLatin1String("Quit") && reply.type() == QDBusMessage::ReplyMessage &&
-        actions_.quit)
-        QMetaObject::invokeMethod(this, actions_.quit, Qt::QueuedConnection);
+    // Act after the caller has its answer: opening a window the first time loads
+    // its views, which can outlast a caller's timeout on a loaded machine, and a
+    // quit must not leave the caller waiting for a process that is gone.
+    if (afterReply_)
+        QMetaObject::invokeMethod(this, std::exchange(afterReply_, {}), Qt::QueuedConnection);
     return true;
 }
 
@@ -195,12 +197,12 @@ QDBusMessage RemoteControlService::call(const QDBusMessage& message) {
         return message.createReply();
     }
     if (member == QLatin1String("ShowPanel") && noArgs) {
-        if (actions_.showPanel)
-            actions_.showPanel();
+        afterReply_ = actions_.showPanel;
         return message.createReply();
     }
     if (member == QLatin1String("Quit") && noArgs) {
         qCInfo(lcApp, "remote control: quit");
+        afterReply_ = actions_.quit;
         return message.createReply();
     }
     if (member == QLatin1String("OpenSettings") && hasSignature(message, "s")) {
@@ -210,7 +212,7 @@ QDBusMessage RemoteControlService::call(const QDBusMessage& message) {
                          QStringLiteral("No settings page \"%1\"; the pages are: %2")
                              .arg(page, SettingsPage::ids().join(QStringLiteral(", "))));
         if (actions_.openSettings)
-            actions_.openSettings(page);
+            afterReply_ = [open = actions_.openSettings, page] { open(page); };
         return message.createReply();
     }
     if (member == QLatin1String("Toggle") || member == QLatin1String("ShowPanel") ||

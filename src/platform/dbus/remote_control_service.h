@@ -37,7 +37,8 @@ public:
     static constexpr const char* kErrorUnknownMix = "app.morvane.tappix.Error.UnknownMix";
     static constexpr const char* kErrorUnknownPage = "app.morvane.tappix.Error.UnknownPage";
 
-    /// What the application does for the methods that are not a setting.
+    /// What the application does for the methods that are not a setting. ShowPanel,
+    /// OpenSettings and Quit answer first and act after, on the main thread.
     struct Actions {
         std::function<void()> showPanel;
         std::function<void(const QString& page)> openSettings;
@@ -75,6 +76,8 @@ private:
     SettingsStore& settings_;
     const SoundpackStore& packs_;
     Actions actions_;
+    /// What the call being answered does once its reply is sent.
+    std::function<void()> afterReply_;
     QDBusConnection bus_;
     bool published_ = false;
     QVariantMap announced_;
