@@ -14,7 +14,7 @@
 namespace tappix {
 
 /// The mixer's output as one PulseAudio playback stream: 48 kHz float stereo with a
-/// 90 ms buffer (65 ms in 5.3 ms cycles on PipeWire), no prebuffering and never corked, so the
+/// 60 ms buffer (65 ms in 5.3 ms cycles on PipeWire), no prebuffering and never corked, so the
 /// sink never suspends under Tappix and a key after a long silence starts at once. The stream
 /// follows the default sink unless a device is named; it is recreated when the server restarts. The
 /// loop thread, "tappix-pulse", runs the render callback.
@@ -49,12 +49,13 @@ public:
     /// (PulseAudio) for while sounds play. New sounds are re-sent into it, so its depth
     /// is slack against a busy machine, not latency; each refill is a wake-up of the
     /// loop thread, so a deeper buffer costs less while typing (measured at ten keys a
-    /// second with release sounds: 118 wake-ups a second with 60 ms, 92 with 90 ms, 82
-    /// with 150 ms, where longer re-sends ate the saving). A sound that comes before the
-    /// stream knows where the server reads (right after it starts or wakes) asks for a
-    /// timing report and is re-sent on the answer, so it never waits for a refill, which at
-    /// 45 ms apart could keep it past the mixer's deadline.
-    static constexpr int kTargetLatencyMs = 90;
+    /// second with release sounds: 118 wake-ups a second with 60 ms, 92 with 90 ms). But
+    /// a sound that misses its re-send (a busy machine) is rendered by the next refill, and
+    /// refills 45 ms apart left it 5 ms before the mixer drops it as late (one of twelve
+    /// sounds dropped, once in three sanitizer CI runs); 30 ms apart leave 20 ms. A sound
+    /// that comes before the stream knows where the server reads (right after it starts or
+    /// wakes) asks for a timing report and is re-sent on the answer.
+    static constexpr int kTargetLatencyMs = 60;
     /// How often that server asks for more while sounds play: half the buffer, so it
     /// keeps its own hardware buffer at the minimum (it splits a stream's latency
     /// between the two).
