@@ -2,9 +2,10 @@
 # The longest stall of Tappix's main-thread event loop over SECONDS with every sleep
 # trigger on (microphone, camera, headphones, speakers, full screen, listed apps): a
 # precise 1 ms timer's lateness on that thread (bench/main_thread_stall.cpp). None of the
-# triggers holds, so every poll asks every question. Runs in a private session: Xvfb, a
-# private sound server with one null sink (SOUND_SERVER=pipewire for PipeWire), a private
-# session bus and a scratch home. With TRIGGERS=off the same run has every trigger off,
+# triggers holds, so every poll asks every question. The last line leaves out the stalls the
+# machine caused (see the program's comment): that is the figure to judge. Runs in a
+# private session: Xvfb, a private sound server with one null sink (SOUND_SERVER=pipewire
+# for PipeWire), a private session bus and a scratch home. With TRIGGERS=off the same run has every trigger off,
 # as a control for what the machine's own load adds. With HUNG_SERVER=1 the sound server
 # is stopped (SIGSTOP) once Tappix runs, so every device question waits out its timeout.
 #   bench/main_thread_stall.sh [BUILD_DIR] [SECONDS]
