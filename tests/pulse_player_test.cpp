@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include <QElapsedTimer>
+#include <QLoggingCategory>
 #include <QRegularExpression>
 #include <atomic>
 #include <cmath>
@@ -53,6 +54,27 @@ rightChannelSounds(const std::vector<float>& recorded) {
             sounds.emplace_back(start, last - start + 1), sounding = false;
     }
     return sounds;
+}
+
+// The output's loop, held in the next of its own log lines that starts with gHoldIn (its
+// lock held) until released.
+std::atomic<const char*> gHoldIn{nullptr};
+std::atomic<bool> gLoopHeld{false}, gReleaseLoop{false};
+QtMessageHandler gPreviousHandler = nullptr;
+
+void holdingHandler(QtMsgType type, const QMessageLogContext& context, const QString& message) {
+    const char* line = gHoldIn.load();
+    if (line && message.startsWith(QLatin1String(line))) {
+        gHoldIn = nullptr;
+        gLoopHeld = true;
+        QElapsedTimer held;
+        held.start();
+        while (!gReleaseLoop && held.elapsed() < 3000)
+            QThread::msleep(1);
+        gLoopHeld = false;
+    }
+    if (gPreviousHandler)
+        gPreviousHandler(type, context, message);
 }
 
 class PulsePlayer : public test::SoundServerTest {
@@ -154,29 +176,29 @@ protected:
             .peakLeft;
     }
 
+    /// Holds the output's loop in the log line starting with `line` that `trigger` brings
+    /// about, runs `whileHeld`, and lets the loop go; false when the line never came.
+    static bool holdLoopIn(const char* line, const std::function<void()>& trigger,
+                           const std::function<void()>& whileHeld) {
+        gReleaseLoop = false;
+        gHoldIn = line;
+        gPreviousHandler = qInstallMessageHandler(holdingHandler);
+        trigger();
+        const bool held = test::waitFor([] { return gLoopHeld.load(); }, 3000);
+        gHoldIn = nullptr;
+        if (held)
+            whileHeld();
+        gReleaseLoop = true;
+        test::waitFor([] { return !gLoopHeld.load(); }, 3000);
+        qInstallMessageHandler(gPreviousHandler);
+        return held;
+    }
+
     std::unique_ptr<PulseDeviceManager> devices_;
     PulseOutput* output_ = nullptr;
     std::unique_ptr<AudioPlayer> player_;
     QElapsedTimer sinceTone_;
 };
-
-// The output's loop, held in one of its own log lines (its lock held) until released.
-std::atomic<bool> gHoldLoop{false}, gLoopHeld{false}, gReleaseLoop{false};
-QtMessageHandler gPreviousHandler = nullptr;
-
-void holdingHandler(QtMsgType type, const QMessageLogContext& context, const QString& message) {
-    if (gHoldLoop && message.startsWith(QLatin1String("playing on tappix_b"))) {
-        gHoldLoop = false;
-        gLoopHeld = true;
-        QElapsedTimer held;
-        held.start();
-        while (!gReleaseLoop && held.elapsed() < 3000)
-            QThread::msleep(5);
-        gLoopHeld = false;
-    }
-    if (gPreviousHandler)
-        gPreviousHandler(type, context, message);
-}
 
 } // namespace
 
@@ -219,17 +241,14 @@ TEST_P(PulsePlayer, SoundsArriveOnTheirSideOnTheDeviceChosen) {
 
     // Whoever asks for a sound never waits for the output's loop: while the loop is busy
     // (held in its own log line, with its lock), a play still goes through the queue.
-    gReleaseLoop = false;
-    gHoldLoop = true;
-    gPreviousHandler = qInstallMessageHandler(holdingHandler);
-    player_->setOutputDevice(std::string("tappix_b")); // the loop logs when it plays there
-    ASSERT_TRUE(test::waitFor([] { return gLoopHeld.load(); }, 3000));
-    player_->playBuffer(tone(0.05f), 1, 0, 1);
-    player_->drain();
-    EXPECT_TRUE(gLoopHeld.load()) << "a play waited for the output's loop";
-    gReleaseLoop = true;
-    test::waitFor([] { return !gLoopHeld.load(); }, 3000);
-    qInstallMessageHandler(gPreviousHandler);
+    const bool held = holdLoopIn(
+        "playing on tappix_b", [&] { player_->setOutputDevice(std::string("tappix_b")); },
+        [&] {
+            player_->playBuffer(tone(0.05f), 1, 0, 1);
+            player_->drain();
+            EXPECT_TRUE(gLoopHeld.load()) << "a play waited for the output's loop";
+        });
+    ASSERT_TRUE(held);
     ASSERT_TRUE(movesTo("tappix_b"));
     QThread::msleep(100);
     EXPECT_GT(heardOn("tappix_b"), 0.3);
@@ -394,6 +413,38 @@ TEST_P(PulsePlayer, SoundsAddedWhilePlayingLeaveTheOthersUntouched) {
             EXPECT_TRUE(length > 900u || late > 0) << "a short sound lost its start";
     }
     EXPECT_GT(output_->resends(), resendsBefore) << "no sound went out by a re-send";
+}
+
+// A sound asked for just before a refill (the output's loop busy as the stream goes idle,
+// and the server's request comes first) starts whole at the read position, not at the end
+// of that refill, where the wake-up's restart would cut its start off.
+TEST_P(PulsePlayer, ASoundAskedForJustBeforeARefillStartsWhole) {
+    QLoggingCategory::setFilterRules(QStringLiteral("app.morvane.tappix.audio.debug=true"));
+    std::vector<float> recorded;
+    bool held = false, late = true;
+    // Held past its deadline (a busy machine), the sound is dropped as late: try again.
+    for (int round = 0; round < 3 && late; ++round) {
+        const std::uint64_t droppedBefore = player_->droppedSounds();
+        recorded = server_->record(
+            "tappix_a",
+            [&] {
+                held = holdLoopIn(
+                    "output idle",
+                    [&] { player_->playBuffer(tone(0.01f, 0.0f), 1, 0, 1); }, // awake, then idle
+                    [&] {
+                        player_->playBuffer(tone(0.2f), 1, 1, 1);
+                        QThread::msleep(35); // past the next refill's request (30 ms apart)
+                    });
+            },
+            800);
+        late = player_->droppedSounds() != droppedBefore;
+    }
+    QLoggingCategory::setFilterRules(QString());
+    ASSERT_TRUE(held);
+    ASSERT_FALSE(late) << "dropped as late in every round";
+    const auto sounds = rightChannelSounds(recorded);
+    ASSERT_EQ(sounds.size(), 1u) << "the sound split or went missing";
+    EXPECT_GT(sounds[0].second, 9000u) << "the sound lost its start"; // 9600 frames whole
 }
 
 // A server that will not grant a small buffer: the stream takes what it is given, loses no

@@ -101,7 +101,7 @@ float Mixer::cutoffFor(float brightness) noexcept {
     return 2200.0f * std::pow(5.0f, std::max(brightness, 0.0f));
 }
 
-void Mixer::render(float* out, std::size_t frames) noexcept {
+void Mixer::render(float* out, std::size_t frames, NewSounds newSounds) noexcept {
     FlushDenormals flush;
     const Clock::Duration now = clock_.now();
     if (lastRenderAt_ && now - *lastRenderAt_ > kStallAfter) {
@@ -116,7 +116,8 @@ void Mixer::render(float* out, std::size_t frames) noexcept {
     }
     lastRenderAt_ = now;
     settleGainWhileQuiet();
-    startQueued(now, nullptr);
+    if (newSounds == NewSounds::start)
+        startQueued(now, nullptr);
     updateFilter();
     for (std::size_t done = 0; done < frames;) {
         const std::size_t block = std::min(kBlockFrames, frames - done);

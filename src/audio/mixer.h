@@ -93,8 +93,18 @@ public:
     /// The low-pass corner for a brightness, or 0 when bypassed.
     static float cutoffFor(float brightness) noexcept;
 
+    /// What a render does with sounds queued since the last render or re-send.
+    enum class NewSounds {
+        /// Starts them at the beginning of what it renders.
+        start,
+        /// Leaves them queued: the output is about to start them at its read position (a
+        /// re-send through `mixNewSoundsInto`, or a render placed there), which is sooner
+        /// than where this render lands.
+        hold,
+    };
+
     /// Renders `frames` of interleaved stereo into `out`. Render callback only.
-    void render(float* out, std::size_t frames) noexcept;
+    void render(float* out, std::size_t frames, NewSounds newSounds = NewSounds::start) noexcept;
 
     /// Starts every queued sound now and mixes its first `frames` frames (panned, at its
     /// gain, through the tone filter and at the output gain) into `out`, interleaved

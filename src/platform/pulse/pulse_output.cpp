@@ -362,7 +362,12 @@ std::size_t PulseOutput::writeRendered(pa_stream* stream, std::size_t bytes) {
     const std::int64_t at = timing && !timing->write_index_corrupt
                                 ? timing->write_index / static_cast<std::int64_t>(kFrameBytes)
                                 : -1;
-    mixer_->render(static_cast<float*>(data), frames);
+    // A sound asked for just before the server's request still has its wake-up to come,
+    // which starts it at the read position. Rendered here it would start where this write
+    // lands, a buffer later (measured: about one key in a hundred came 30 ms late; idle, the
+    // wake-up's restart then cut its start off), so it is left to the wake-up.
+    mixer_->render(static_cast<float*>(data), frames,
+                   wakePending_.load() ? Mixer::NewSounds::hold : Mixer::NewSounds::start);
     remember(at, static_cast<const float*>(data), frames);
     pa_stream_write(stream, data, frames * kFrameBytes, nullptr, 0, PA_SEEK_RELATIVE);
     return frames;
@@ -546,16 +551,19 @@ void PulseOutput::setIdle(pa_stream* stream, bool idle) {
 
 void PulseOutput::wake() {
     // A system call, not a lock: the loop thread does the rest at its own priority.
-    if (wakeFd_ >= 0)
+    if (wakeFd_ >= 0) {
+        wakePending_ = true;
         eventfd_write(wakeFd_, 1);
+    }
 }
 
 void PulseOutput::onWakeEvent(pa_mainloop_api*, pa_io_event*, int fd, pa_io_event_flags_t,
                               void* self) {
     // Loop thread: one pass starts every sound queued since the last.
+    auto* output = static_cast<PulseOutput*>(self);
+    output->wakePending_ = false;
     eventfd_t count = 0;
     eventfd_read(fd, &count);
-    auto* output = static_cast<PulseOutput*>(self);
     pa_stream* stream = output->stream_;
     if (!stream || pa_stream_get_state(stream) != PA_STREAM_READY)
         return;

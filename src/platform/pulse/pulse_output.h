@@ -186,6 +186,9 @@ private:
     // Signalled by `wake`, read by the loop.
     int wakeFd_ = -1;
     pa_io_event* wakeEvent_ = nullptr;
+    // Set by `wake` before it signals, cleared by the loop as it takes the signal: sounds
+    // queued meanwhile are the wake-up's to start.
+    std::atomic<bool> wakePending_{false};
     bool streamFailureLogged_ = false;
     std::atomic<bool> idle_{false};
     std::size_t quietFrames_ = 0;
